@@ -1,0 +1,119 @@
+// The bilateral filter: one pair of recursive blurs per level of the intensity, and an interpolation between levels by each
+// pixel's own value. Two work planes serve all levels.
+#include "ko/bilateralfilter.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "gaussian.h"
+#include "matrix.h"
+
+namespace {
+
+using namespace ko;
+
+using OwnedKernel = Owned<KernelGaussian, KoKernelGaussianDelete>;
+
+// What the levels share.
+struct Frame {
+    OwnedKernel kernel;
+    OwnedImage weights;
+    OwnedImage weighted;
+    Block<float> work;
+
+    [[nodiscard]] int32_t init(uint64_t width, uint64_t height) {
+        const double shorter = static_cast<double>(std::min(width, height));
+        kernel.reset(KoKernelGaussianNewTune(static_cast<float>(shorter / 50.0), 2.0f, 1));
+        weights.reset(kernel ? KoRealImageNew(width, height) : nullptr);
+        weighted.reset(weights ? KoRealImageNew(width, height) : nullptr);
+        work.reset(weighted ? make_blur_work(width) : nullptr);
+        return work ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
+    }
+};
+
+// Distance from a level in steps: the difference and the quotient in single precision.
+inline float distance(float pixel, float level, float step) { return std::fabs(pixel - level) / step; }
+
+// The weight of each pixel at a level, and the pixel times it.
+void weigh(const RealImage *image, float level, float step, Frame *frame) {
+    for (uint64_t y = 0; y < image->height; ++y) {
+        const float *row = image->rows[y];
+        float *weight = frame->weights->rows[y];
+        float *weighted = frame->weighted->rows[y];
+        for (uint64_t x = 0; x < image->width; ++x) {
+            const float d = distance(row[x], level, step);
+            weight[x] = static_cast<float>(std::exp(static_cast<double>(-(d * d)) * 0.5));
+            weighted[x] = weight[x] * row[x];
+        }
+    }
+}
+
+// Adds the blurred pixel to the result as far as the pixel lies near the level. A weight of exactly 0 throws away what earlier
+// levels left, on purpose.
+void accumulate(const RealImage *image, float level, float step, const Frame &frame, RealImage *result) {
+    for (uint64_t y = 0; y < image->height; ++y) {
+        const float *row = image->rows[y];
+        const float *weight = frame.weights->rows[y];
+        const float *weighted = frame.weighted->rows[y];
+        float *out = result->rows[y];
+        for (uint64_t x = 0; x < image->width; ++x) {
+            const float d = distance(row[x], level, step);
+            const float t = 1.0f < d ? 1.0f : d;
+            const float sum = weighted[x] / weight[x] * (1.0f - t) + out[x];
+            out[x] = weight[x] != 0.0f ? sum : 0.0f;
+        }
+    }
+}
+
+void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, Frame *frame) {
+    weigh(image, level, step, frame);
+    blur_recursive(frame->kernel.get(), frame->weights.get(), frame->weights.get(), frame->work.get());
+    blur_recursive(frame->kernel.get(), frame->weighted.get(), frame->weighted.get(), frame->work.get());
+    accumulate(image, level, step, *frame, result);
+}
+
+void clamp(RealImage *image, float minimum, float maximum) {
+    for (uint64_t y = 0; y < image->height; ++y) {
+        float *row = image->rows[y];
+        for (uint64_t x = 0; x < image->width; ++x) {
+            const float raised = row[x] < minimum ? minimum : row[x];
+            row[x] = raised > maximum ? maximum : raised;
+        }
+    }
+}
+
+int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t levels) {
+    float minimum = 0.0f;
+    float maximum = 0.0f;
+    KoRealImageGetMinMax(image, &minimum, &maximum);
+    const float step = (maximum - minimum) / static_cast<float>(levels);
+    KoRealImageClear(result);
+    if (step == 0.0f) {
+        return KO_OK; // a flat picture stays all 0, not its own value
+    }
+    Frame frame;
+    const int32_t status = frame.init(image->width, image->height);
+    if (status != KO_OK) {
+        return status;
+    }
+    for (uint64_t i = 0; i <= levels; ++i) {
+        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, &frame);
+    }
+    clamp(result, minimum, maximum);
+    return KO_OK;
+}
+
+} // namespace
+
+int32_t KoFilterBLFApplyToRealImage(const RealImage *image, RealImage **result, uint64_t levels) {
+    *result = KoRealImageNew(image->width, image->height);
+    if (*result == nullptr) {
+        return KO_OK;
+    }
+    const int32_t status = KoFilterBLFApply(image, *result, levels);
+    if (status != KO_OK) {
+        KoRealImageDelete(*result);
+        *result = nullptr;
+    }
+    return status;
+}

@@ -1,0 +1,39 @@
+// The conversions between floats and integers that are odd on purpose, each under a name. None of them is undefined for any
+// float.
+#ifndef KO_SRC_CONVERT_H
+#define KO_SRC_CONVERT_H
+
+#include <cstdint>
+
+namespace ko {
+
+// The value truncated toward zero; 0 for a NaN and for what does not fit 32 bits.
+inline int32_t truncate_32(float value) {
+    const bool fits = value >= -2147483648.0f && value < 2147483648.0f;
+    return static_cast<int32_t>(fits ? value : 0.0f);
+}
+
+// The value truncated toward zero; the most negative integer for a NaN and for what does not fit 64 bits.
+inline int64_t truncate_64(float value) {
+    const bool fits = value >= -9223372036854775808.0f && value < 9223372036854775808.0f;
+    return fits ? static_cast<int64_t>(value) : INT64_MIN;
+}
+
+// The low 32 bits of the truncated value, as a curve's index: negatives wrap to the far end, a NaN gives 0.
+inline uint32_t curve_index(float value) { return static_cast<uint32_t>(truncate_64(value)); }
+
+// The low 8 bits of the truncated value, with no limit at either end.
+inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(truncate_32(value)); }
+
+// As wrapped_byte, but 0 below 0.
+inline uint8_t floored_byte(float value) { return wrapped_byte(value >= 0.0f ? value : 0.0f); }
+
+// The value limited to 0..255 and truncated; 0 for a NaN.
+inline uint8_t limited_byte(float value) {
+    const float above = value > 0.0f ? value : 0.0f;
+    return static_cast<uint8_t>(static_cast<int32_t>(above < 255.0f ? above : 255.0f));
+}
+
+} // namespace ko
+
+#endif

@@ -1,0 +1,65 @@
+// Start and end of the library. The order of the steps is settled: status service, curve pool, switch for packed arithmetic,
+// plug-in; backwards at the end, but for the plug-in, which goes last, after the status service.
+#include "ko/lifecycle.h"
+
+#include "ko/error.h"
+#include "platform.h"
+#include "trc_pool.h"
+
+namespace {
+
+int32_t init_count = 0;
+void *plugin = nullptr;
+// Of the plug-in that is loaded now, or null.
+ko::ModuleEntry plugin_release = nullptr;
+
+int32_t load_plugin(void *first, void *second) {
+    plugin_release = nullptr;
+    plugin = ko::module_load(ko::plugin_file_name);
+    if (plugin == nullptr) {
+        return KO_OK;
+    }
+    const ko::ModuleEntry init = ko::module_entry(plugin, "KoIOInit");
+    if (init == nullptr) {
+        return KO_OK;
+    }
+    plugin_release = ko::module_entry(plugin, "KoIORelease");
+    return reinterpret_cast<int32_t (*)(void *, void *)>(init)(first, second);
+}
+
+int32_t unload_plugin() {
+    int32_t result = KO_OK;
+    if (plugin_release != nullptr) {
+        result = reinterpret_cast<int32_t (*)()>(plugin_release)();
+    }
+    if (plugin != nullptr) {
+        result = ko::module_unload(plugin);
+    }
+    return result;
+}
+
+} // namespace
+
+int32_t KoInit(void *first, void *second) {
+    ++init_count;
+    if (init_count != 1) {
+        return init_count;
+    }
+    KoErrorClassInit();
+    ko::_KoTRCPoolInit();
+    KoSSEInit();
+    return load_plugin(first, second);
+}
+
+int32_t KoRelease(void) {
+    if (init_count < 1) {
+        return init_count;
+    }
+    --init_count;
+    if (init_count != 0) {
+        return init_count;
+    }
+    ko::_KoTRCPoolFinish();
+    KoErrorClassRelease();
+    return unload_plugin();
+}

@@ -1,0 +1,90 @@
+// What the library asks of an operating system: a pointer per thread, a module by name, a lock with a condition, files that are
+// there. One back end per system (platform_posix.cpp, platform_windows.cpp).
+#ifndef KO_SRC_PLATFORM_H
+#define KO_SRC_PLATFORM_H
+
+#include <cstdint>
+
+#ifdef _WIN32
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+#else
+#include <pthread.h>
+#endif
+
+namespace ko {
+
+// One pointer per thread, null at first. Nothing runs when a thread ends.
+#ifdef _WIN32
+using ThreadSlot = DWORD;
+#else
+using ThreadSlot = pthread_key_t;
+#endif
+
+// Gives 0, or the system's error code.
+[[nodiscard]] int thread_slot_allocate(ThreadSlot *slot);
+void thread_slot_free(ThreadSlot slot);
+void *thread_slot_get(ThreadSlot slot);
+void thread_slot_set(ThreadSlot slot, void *value);
+
+// The file name of the image-file plug-in, without a folder: the system's library search finds it.
+extern const char *const plugin_file_name;
+
+using ModuleEntry = void (*)();
+
+// Null if the module or the entry is not there.
+[[nodiscard]] void *module_load(const char *name);
+[[nodiscard]] ModuleEntry module_entry(void *module, const char *name);
+// Gives what the system gives.
+int32_t module_unload(void *module);
+
+[[nodiscard]] bool file_exists(const char *path);
+
+// A lock that needs no start and no end, so that it may stand at file scope.
+class Mutex {
+  public:
+    void lock();
+    void unlock();
+
+  private:
+    friend class Condition;
+#ifdef _WIN32
+    SRWLOCK lock_ = SRWLOCK_INIT;
+#else
+    pthread_mutex_t lock_ = PTHREAD_MUTEX_INITIALIZER;
+#endif
+};
+
+class Condition {
+  public:
+    void wait(Mutex &held);
+    void wake_all();
+
+  private:
+#ifdef _WIN32
+    CONDITION_VARIABLE condition_ = CONDITION_VARIABLE_INIT;
+#else
+    pthread_cond_t condition_ = PTHREAD_COND_INITIALIZER;
+#endif
+};
+
+// Holds a mutex to the end of the scope.
+class Lock {
+  public:
+    explicit Lock(Mutex &mutex) : mutex_(mutex) { mutex_.lock(); }
+    ~Lock() { mutex_.unlock(); }
+    Lock(const Lock &) = delete;
+    Lock &operator=(const Lock &) = delete;
+
+  private:
+    Mutex &mutex_;
+};
+
+} // namespace ko
+
+#endif

@@ -1,0 +1,30 @@
+// The POSIX back end of platform.h.
+#include "platform.h"
+
+#include <dlfcn.h>
+#include <sys/stat.h>
+
+namespace ko {
+
+int thread_slot_allocate(ThreadSlot *slot) { return pthread_key_create(slot, nullptr); }
+void thread_slot_free(ThreadSlot slot) { pthread_key_delete(slot); }
+void *thread_slot_get(ThreadSlot slot) { return pthread_getspecific(slot); }
+void thread_slot_set(ThreadSlot slot, void *value) { pthread_setspecific(slot, value); }
+
+const char *const plugin_file_name = "koio.so";
+
+void *module_load(const char *name) { return dlopen(name, RTLD_NOW | RTLD_LOCAL); }
+ModuleEntry module_entry(void *module, const char *name) { return reinterpret_cast<ModuleEntry>(dlsym(module, name)); }
+int32_t module_unload(void *module) { return dlclose(module); }
+
+bool file_exists(const char *path) {
+    struct stat status;
+    return stat(path, &status) == 0;
+}
+
+void Mutex::lock() { pthread_mutex_lock(&lock_); }
+void Mutex::unlock() { pthread_mutex_unlock(&lock_); }
+void Condition::wait(Mutex &held) { pthread_cond_wait(&condition_, &held.lock_); }
+void Condition::wake_all() { pthread_cond_broadcast(&condition_); }
+
+} // namespace ko

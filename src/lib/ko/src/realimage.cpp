@@ -1,0 +1,319 @@
+// RealImage: MatrixFloat under a picture's name (matrix.h), and the operations on pictures: crop, compare, transpose, pixel
+// arithmetic, print.
+#include "ko/realimage.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdio>
+
+#include "matrix.h"
+#include "realimage.h"
+
+namespace ko {
+
+static_assert(sizeof(RealImageLineIterator) == 72 && offsetof(RealImageLineIterator, image) == 0 &&
+              offsetof(RealImageLineIterator, x_start) == 8 && offsetof(RealImageLineIterator, y_start) == 16 &&
+              offsetof(RealImageLineIterator, width) == 24 && offsetof(RealImageLineIterator, height) == 32 &&
+              offsetof(RealImageLineIterator, next_line_increment) == 40 && offsetof(RealImageLineIterator, line) == 48 &&
+              offsetof(RealImageLineIterator, line_end) == 56 && offsetof(RealImageLineIterator, end) == 64);
+
+namespace {
+
+constexpr const char *catalog_texts[] = {"line_start(%ld) >= rimage->height (%ld)",
+                                         "line_start(%ld) + line_num(%ld) >= rimage->height (%ld)"};
+constexpr char object_name[] = "RealImage";
+constexpr char iterator_name[] = "RealImageLineIterator";
+constexpr auto owner = &RealImageLineIterator::image;
+
+int compare_sizes(uint64_t a, uint64_t b) {
+    const auto first = static_cast<int32_t>(a);
+    const auto second = static_cast<int32_t>(b);
+    return first > second ? 1 : first < second ? -1 : 0;
+}
+
+// 1 or -1 for two pixels further apart than the tolerance, otherwise 0; a NaN is never further apart.
+int compare_pixels(float a, float b, float tolerance) {
+    const float difference = a - b;
+    if (!(std::fabs(static_cast<double>(difference)) > static_cast<double>(tolerance))) {
+        return 0;
+    }
+    return difference > 0.0f ? 1 : -1;
+}
+
+// Rows and columns of a block in the transposition: its lines stay in the first-level cache.
+constexpr uint64_t block = 16;
+
+void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uint64_t y0) {
+    const uint64_t x1 = std::min(x0 + block, image->width);
+    const uint64_t y1 = std::min(y0 + block, image->height);
+    for (uint64_t x = x0; x < x1; ++x) {
+        float *out = result->rows[x];
+        for (uint64_t y = y0; y < y1; ++y) {
+            out[y] = image->rows[y][x];
+        }
+    }
+}
+
+// The walk of the pixel arithmetic; the result may be a or b, since a pixel is read before it is written.
+template <class Operation>
+int32_t apply_to_images(const RealImage *a, const RealImage *b, RealImage **result, Operation operation) {
+    const int32_t status = _KoRealImageApplyFunctionGetResult(a, result);
+    if (status != KO_OK) {
+        return status;
+    }
+    for (uint64_t y = 0; y < a->height; ++y) {
+        const float *first = a->rows[y];
+        const float *second = b->rows[y];
+        float *out = (*result)->rows[y];
+        const uint64_t width = (*result)->width;
+        for (uint64_t x = 0; x < width; ++x) {
+            out[x] = operation(first[x], second[x]);
+        }
+    }
+    return KO_OK;
+}
+
+template <class Operation> int32_t apply_to_value(const RealImage *a, float value, RealImage **result, Operation operation) {
+    return apply_to_images(a, a, result, [=](float pixel, float) { return operation(pixel, value); });
+}
+
+void print_ruler(uint64_t cells, FILE *stream, uint32_t column_width) {
+    for (uint64_t cell = 0; cell < cells; ++cell) {
+        for (uint32_t i = 0; i < column_width; ++i) {
+            std::fputc('-', stream);
+        }
+        std::fputc(cell + 1 < cells ? '+' : '|', stream);
+    }
+    std::fputc('\n', stream);
+}
+
+} // namespace
+
+const MessageCatalog KoRealImageCatalog = {2, catalog_texts};
+
+void print_table(const RealImage *image, FILE *stream, uint32_t column_width, uint32_t decimals) {
+    const int field = static_cast<int>(column_width);
+    const int precision = static_cast<int>(std::min(decimals, column_width - 2));
+    std::fprintf(stream, "%*s|", field, "#");
+    for (size_t x = 1; x <= image->width; ++x) {
+        std::fprintf(stream, "%*zu|", field, x);
+    }
+    std::fputc('\n', stream);
+    print_ruler(image->width + 1, stream, column_width);
+    for (size_t y = 0; y < image->height; ++y) {
+        std::fprintf(stream, "%*zu|", field, y + 1);
+        for (uint64_t x = 0; x < image->width; ++x) {
+            std::fprintf(stream, "%*.*f|", field, precision, static_cast<double>(image->rows[y][x]));
+        }
+        std::fputc('\n', stream);
+    }
+    print_ruler(image->width + 1, stream, column_width);
+}
+
+} // namespace ko
+
+using namespace ko;
+
+int32_t KoRealImageInit(RealImage *image, uint64_t width, uint64_t height) { return init_matrix(image, width, height); }
+
+RealImage *KoRealImageNew(uint64_t width, uint64_t height) { return new_matrix<RealImage>(width, height, object_name); }
+
+int32_t KoRealImageFree(RealImage *image) { return free_matrix(image); }
+
+int32_t KoRealImageDelete(RealImage *image) { return delete_matrix(image); }
+
+uint64_t KoRealImageGetWidth(const RealImage *image) { return image->width; }
+
+uint64_t KoRealImageGetHeight(const RealImage *image) { return image->height; }
+
+uint64_t KoRealImageGetPadding(const RealImage *image) { return image->padding; }
+
+uint64_t KoRealImageGetSize(const RealImage *image) { return image->width * image->height; }
+
+float KoRealImageGetPixel(const RealImage *image, uint64_t x, uint64_t y) { return image->rows[y][x]; }
+
+void KoRealImageSetPixel(RealImage *image, uint64_t x, uint64_t y, float value) { image->rows[y][x] = value; }
+
+float *KoRealImageGetRow(const RealImage *image, uint64_t y) { return image->rows[y]; }
+
+void KoRealImageSetRow(RealImage *image, uint64_t y, const float *source) { KoMatrixFloatSetRow(image, y, source); }
+
+int32_t KoRealImageFromByteArray(RealImage *image, const uint8_t *bytes, uint64_t line_start, uint64_t line_num,
+                                 uint64_t bytes_skip) {
+    matrix_from_bytes(image, bytes, line_start, line_num, bytes_skip, &KoRealImageCatalog);
+    return KO_OK;
+}
+
+int32_t KoRealImageToByteArray(const RealImage *image, uint8_t *bytes, uint64_t line_start, uint64_t line_num,
+                               uint64_t bytes_skip) {
+    matrix_to_bytes(image, bytes, line_start, line_num, bytes_skip, &KoRealImageCatalog);
+    return KO_OK;
+}
+
+int32_t KoRealImageFromFloatArray(RealImage *image, const float *floats, uint64_t line_start, uint64_t line_num,
+                                  uint64_t floats_skip) {
+    matrix_from_floats(image, floats, line_start, line_num, floats_skip, &KoRealImageCatalog);
+    return KO_OK;
+}
+
+RealImage *KoRealImageNewFromByteArray(uint64_t width, uint64_t height, const uint8_t *bytes, uint64_t bytes_skip) {
+    return KoMatrixFloatNewFromByteArray(width, height, bytes, bytes_skip);
+}
+
+RealImage *KoRealImageNewFromFloatArray(uint64_t width, uint64_t height, const float *floats) {
+    return KoMatrixFloatNewFromFloatArray(width, height, floats);
+}
+
+int32_t KoRealImageGetMinMax(const RealImage *image, float *minimum, float *maximum) {
+    return KoMatrixFloatGetMinMax(image, minimum, maximum);
+}
+
+float KoRealImageGetMin(const RealImage *image) { return KoMatrixFloatGetMin(image); }
+
+float KoRealImageGetMax(const RealImage *image) { return KoMatrixFloatGetMax(image); }
+
+void KoRealImageFill(RealImage *image, float value) { fill_matrix(image, value); }
+
+void KoRealImageClear(RealImage *image) { fill_matrix(image, 0.0f); }
+
+int32_t KoRealImageCrop(const RealImage *image, int32_t x, int32_t y, RealImage *result) {
+    if (result == nullptr) {
+        return KO_REPORT(KO_LEVEL_INTERNAL_ERROR, KO_ERR_NULL_POINTER);
+    }
+    // Widened with their sign and compared as unsigned; a negative corner lies outside whatever the sum wraps to.
+    const uint64_t right = static_cast<uint64_t>(int64_t{x}) + result->width;
+    const uint64_t bottom = static_cast<uint64_t>(int64_t{y}) + result->height;
+    if (x < 0 || y < 0 || right > image->width || bottom > image->height) {
+        return KO_REPORT(KO_LEVEL_INTERNAL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    for (uint64_t line = 0; line < result->height; ++line) {
+        std::memcpy(result->rows[line], image->rows[static_cast<uint64_t>(y) + line] + x, result->width * sizeof(float));
+    }
+    return KO_OK;
+}
+
+int32_t KoRealImageCompareTolerance(const RealImage *a, const RealImage *b, float tolerance) {
+    int order = compare_sizes(a->width, b->width);
+    if (order == 0) {
+        order = compare_sizes(a->height, b->height);
+    }
+    for (uint64_t y = 0; order == 0 && y < a->height; ++y) {
+        for (uint64_t x = 0; order == 0 && x < a->width; ++x) {
+            order = compare_pixels(a->rows[y][x], b->rows[y][x], tolerance);
+        }
+    }
+    return order;
+}
+
+int32_t KoRealImageTranspose(const RealImage *image, RealImage **result) {
+    if (*result == nullptr) {
+        *result = KoRealImageNew(image->height, image->width);
+        if (*result == nullptr) {
+            return KoErrorGetLastError();
+        }
+    } else if ((*result)->width != image->height || (*result)->height != image->width) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    for (uint64_t y = 0; y < image->height; y += block) {
+        for (uint64_t x = 0; x < image->width; x += block) {
+            transpose_block(image, *result, x, y);
+        }
+    }
+    return KO_OK;
+}
+
+int32_t _KoRealImageApplyFunctionGetResult(const RealImage *image, RealImage **result) {
+    if (result == nullptr || *result != nullptr) {
+        return KO_OK;
+    }
+    *result = KoRealImageNew(image->width, image->height);
+    return *result != nullptr ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
+}
+
+int32_t KoRealImageAddImage(const RealImage *a, const RealImage *b, RealImage **result) {
+    return apply_to_images(a, b, result, [](float p, float q) { return p + q; });
+}
+
+int32_t KoRealImageSubstractImage(const RealImage *a, const RealImage *b, RealImage **result) {
+    return apply_to_images(a, b, result, [](float p, float q) { return p - q; });
+}
+
+int32_t KoRealImageDiffImage(const RealImage *a, const RealImage *b, RealImage **result) {
+    return apply_to_images(a, b, result, [](float p, float q) { return std::fabs(p - q); });
+}
+
+int32_t KoRealImageMultiplyImage(const RealImage *a, const RealImage *b, RealImage **result) {
+    return apply_to_images(a, b, result, [](float p, float q) { return p * q; });
+}
+
+int32_t KoRealImageDivideImage(const RealImage *a, const RealImage *b, RealImage **result) {
+    return apply_to_images(a, b, result, [](float p, float q) { return p / q; });
+}
+
+int32_t KoRealImageAddValue(const RealImage *a, float value, RealImage **result) {
+    return apply_to_value(a, value, result, [](float p, float v) { return p + v; });
+}
+
+int32_t KoRealImageSubstractValue(const RealImage *a, float value, RealImage **result) {
+    return apply_to_value(a, value, result, [](float p, float v) { return p - v; });
+}
+
+int32_t KoRealImageMultiplyValue(const RealImage *a, float value, RealImage **result) {
+    return apply_to_value(a, value, result, [](float p, float v) { return p * v; });
+}
+
+int32_t KoRealImageDivideValue(const RealImage *a, float value, RealImage **result) {
+    return apply_to_value(a, value, result, [](float p, float v) { return p / v; });
+}
+
+void KoRealImagePrint(const RealImage *image, FILE *stream, uint32_t column_width, uint32_t decimals, const char *title) {
+    if (title != nullptr) {
+        std::fprintf(stream, "%s\n", title);
+    }
+    print_table(image, stream, column_width, decimals);
+}
+
+int32_t KoRealImageLineIteratorInit(RealImageLineIterator *iterator, RealImage *image) {
+    return init_iterator<owner>(iterator, image, 0, 0, image->width, image->height);
+}
+
+int32_t KoRealImageLineIteratorInitSubImage(RealImageLineIterator *iterator, RealImage *image, uint64_t x_start,
+                                            uint64_t y_start, uint64_t width, uint64_t height) {
+    return init_iterator<owner>(iterator, image, x_start, y_start, width, height);
+}
+
+RealImageLineIterator *KoRealImageLineIteratorNew(RealImage *image) {
+    return KoRealImageLineIteratorNewSubImage(image, 0, 0, image->width, image->height);
+}
+
+RealImageLineIterator *KoRealImageLineIteratorNewSubImage(RealImage *image, uint64_t x_start, uint64_t y_start, uint64_t width,
+                                                          uint64_t height) {
+    return new_iterator<owner, RealImageLineIterator>(image, x_start, y_start, width, height, iterator_name);
+}
+
+int32_t KoRealImageLineIteratorReset(RealImageLineIterator *iterator) {
+    reset_iterator(iterator, iterator->image);
+    return KO_OK;
+}
+
+int32_t KoRealImageLineIteratorFree(RealImageLineIterator *) { return KO_OK; }
+
+int32_t KoRealImageLineIteratorDelete(RealImageLineIterator *iterator) {
+    KoFree(iterator);
+    return KO_OK;
+}
+
+int32_t KoRealImageLineIteratorHasNext(const RealImageLineIterator *iterator) { return has_next_line(iterator); }
+
+float *KoRealImageLineIteratorNext(RealImageLineIterator *iterator) { return next_line(iterator); }
+
+float *KoRealImageLineIteratorLineEnd(const RealImageLineIterator *iterator) { return iterator->line_end; }
+
+uint64_t KoRealImageLineIteratorGetWidth(const RealImageLineIterator *iterator) { return iterator->width; }
+
+uint64_t KoRealImageLineIteratorGetHeight(const RealImageLineIterator *iterator) { return iterator->height; }
+
+uint64_t KoRealImageLineIteratorGetNextLineIncrement(const RealImageLineIterator *iterator) {
+    return iterator->next_line_increment;
+}

@@ -1,0 +1,58 @@
+// The text files of the tone curves: lines read one by one with their number, and the words in which a bad line is told.
+#ifndef KO_SRC_TEXTFILE_H
+#define KO_SRC_TEXTFILE_H
+
+#include <cstdint>
+#include <cstdio>
+
+#include "alloc.h"
+
+namespace ko {
+
+void close_file(FILE *file);
+using File = Owned<FILE, close_file>;
+
+// Reads a file line by line into a buffer of 1000 characters; a longer line arrives in pieces. There are no comments and no
+// blank lines: every line counts, from 1.
+class TextReader {
+  public:
+    explicit TextReader(const char *path) : path_(path) {}
+
+    // Gives KO_OK, or reports KO_ERR_OPEN_READ.
+    [[nodiscard]] int32_t open(const char *mode);
+
+    // Reads the next line. Gives KO_OK; a line that is not there is told and reported as KO_ERR_READ_LINE.
+    [[nodiscard]] int32_t next();
+
+    // True if the line begins with word.
+    bool begins_with(const char *word) const;
+
+    // Scans the line by a format of count "%llu", whatever follows on it. A number is cut to 32 bits, a negative one wraps.
+    bool scan(const char *format, int count, uint32_t *numbers) const;
+
+    // Tells on the standard error stream what is wrong with the line, and reports KO_ERR_READ_LINE.
+    int32_t reject(const char *why) const;
+
+  private:
+    int32_t report() const;
+
+    const char *path_;
+    File file_;
+    int line_number_ = 0;
+    char line_[1000];
+};
+
+// Reads the two header lines of a file of curves of one size: a line that begins with word, and "bits" with a number. Gives
+// KO_OK with the size that the bits stand for, or the status of the line that failed.
+[[nodiscard]] int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size);
+
+// Opens a file for writing. Gives KO_OK, or reports KO_ERR_FILE_EXISTS (overwrite is 0 and the path exists) or
+// KO_ERR_OPEN_WRITE.
+[[nodiscard]] int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, File *file);
+
+// The base-2 logarithm by way of natural ones in double precision, truncated; 0 for 0.
+uint32_t truncated_log2(uint64_t size);
+
+} // namespace ko
+
+#endif

@@ -1,0 +1,88 @@
+#include "pictures.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace ko_test {
+
+RealImagePtr make_image(uint64_t width, uint64_t height, const std::function<float(uint64_t x, uint64_t y)> &value) {
+    RealImagePtr image(KoRealImageNew(width, height));
+    for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+            image->rows[y][x] = value(x, y);
+        }
+    }
+    return image;
+}
+
+RealImagePtr make_image(uint64_t width, uint64_t height, const std::vector<float> &values) {
+    return make_image(width, height, [&](uint64_t x, uint64_t y) { return values.at(y * width + x); });
+}
+
+ColorImagePtr make_color_image(uint32_t width, uint32_t height, int32_t space,
+                               const std::function<float(uint32_t c, uint64_t x, uint64_t y)> &value) {
+    ColorImagePtr image(KoColorImageNew(width, height, space));
+    for (uint32_t c = 0; c < image->depth; ++c) {
+        for (uint64_t y = 0; y < height; ++y) {
+            for (uint64_t x = 0; x < width; ++x) {
+                image->planes[c].rows[y][x] = value(c, x, y);
+            }
+        }
+    }
+    return image;
+}
+
+std::vector<float> pixels(const RealImage *image) {
+    std::vector<float> values;
+    for (uint64_t y = 0; y < image->height; ++y) {
+        values.insert(values.end(), image->rows[y], image->rows[y] + image->width);
+    }
+    return values;
+}
+
+bool padding_is_zero(const RealImage *image) {
+    for (uint64_t y = 0; y < image->height; ++y) {
+        const float *padding = image->rows[y] + image->width;
+        if (!std::all_of(padding, padding + image->padding, [](float value) { return value == 0.0f; })) {
+            return false;
+        }
+    }
+    return true;
+}
+
+uint32_t Noise::next() {
+    state_ ^= state_ << 13;
+    state_ ^= state_ >> 17;
+    state_ ^= state_ << 5;
+    return state_;
+}
+
+float Noise::uniform(float low, float high) { return low + (high - low) * (static_cast<float>(next() >> 8) / 16777216.0f); }
+
+std::vector<uint8_t> noise_bytes(uint64_t count, uint32_t seed) {
+    Noise noise(seed);
+    std::vector<uint8_t> bytes(count);
+    std::generate(bytes.begin(), bytes.end(), [&] { return noise.byte(); });
+    return bytes;
+}
+
+std::vector<uint8_t> photograph(uint64_t width, uint64_t height, uint64_t channels, uint32_t seed) {
+    Noise noise(seed);
+    std::vector<uint8_t> bytes;
+    bytes.reserve(width * height * channels);
+    for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+            const double u = (static_cast<double>(x) + 0.5) / static_cast<double>(width) - 0.5;
+            const double v = (static_cast<double>(y) + 0.5) / static_cast<double>(height) - 0.5;
+            const double light = 220.0 * std::exp(-4.0 * (u * u + v * v)) + 25.0 * std::sin(40.0 * u) * std::sin(30.0 * v);
+            for (uint64_t c = 0; c < channels; ++c) {
+                const double tint = 1.0 - 0.15 * static_cast<double>(c) * u;
+                const double value = light * tint + static_cast<double>(noise.uniform(-6.0f, 6.0f));
+                bytes.push_back(static_cast<uint8_t>(std::clamp(value, 0.0, 255.0)));
+            }
+        }
+    }
+    return bytes;
+}
+
+} // namespace ko_test

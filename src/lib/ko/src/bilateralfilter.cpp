@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "exponential.h"
 #include "gaussian.h"
 #include "matrix.h"
 
@@ -42,7 +43,7 @@ void weigh(const RealImage *image, float level, float step, Frame *frame) {
         float *weighted = frame->weighted->rows[y];
         for (uint64_t x = 0; x < image->width; ++x) {
             const float d = distance(row[x], level, step);
-            weight[x] = static_cast<float>(std::exp(static_cast<double>(-(d * d)) * 0.5));
+            weight[x] = static_cast<float>(exp_of_negative(static_cast<double>(-(d * d)) * 0.5));
             weighted[x] = weight[x] * row[x];
         }
     }

@@ -157,7 +157,7 @@ const char *format_text(ErrorData *data, const char *format, va_list arguments) 
     return fatal_text;
 }
 
-const char *format_text(ErrorData *data, const char *format, ...) {
+const char *format_values(ErrorData *data, const char *format, ...) {
     va_list arguments;
     va_start(arguments, format);
     const char *text = format_text(data, format, arguments);
@@ -244,7 +244,7 @@ const char *decorate(ErrorData *data, int32_t level, const char *text) {
         return text;
     }
     std::memcpy(copy, text, size);
-    const char *decorated = format_text(data, main_catalog.texts[level + 1], copy);
+    const char *decorated = format_values(data, main_catalog.texts[level + 1], copy);
     KoFree(copy);
     return decorated;
 }

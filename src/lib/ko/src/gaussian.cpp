@@ -96,212 +96,275 @@ bool is_recursive(const KernelGaussian *kernel) { return kernel->mode >= 1; }
 
 // ---- the finite form
 
-// One pixel near an end of a row: terms outside the row are left out.
-float sum_at_end(const KernelGaussian *kernel, const float *row, uint64_t width, uint64_t x) {
-    const uint64_t half = kernel->width / 2;
-    float sum = 0.0f;
-    for (uint64_t t = 0; t < kernel->width; ++t) {
-        const uint64_t position = x + t - half; // wraps past the end where it lies before the start
-        if (position < width) {
-            sum += kernel->coefficients[t] * row[position];
-        }
-    }
-    return sum;
-}
-
-// Count pixels side by side, each summed from 0 in the order of the coefficients; row points half a kernel before the first.
-template <uint64_t Count> void sum_in_middle(const KernelGaussian *kernel, const float *row, float *out) {
+// Count neighbouring results, each the sum from 0 of taps samples in order: sample t of result i is at samples[t * step + i].
+template <uint64_t Count>
+void sum_taps(const float *coefficients, uint64_t taps, const float *samples, uint64_t step, float *out) {
     float sums[Count] = {};
-    for (uint64_t t = 0; t < kernel->width; ++t) {
+    for (uint64_t t = 0; t < taps; ++t) {
         for (uint64_t i = 0; i < Count; ++i) {
-            sums[i] += kernel->coefficients[t] * row[t + i];
+            sums[i] += coefficients[t] * samples[t * step + i];
         }
     }
     std::copy_n(sums, Count, out);
 }
 
-void blur_row(const KernelGaussian *kernel, const float *row, uint64_t width, float *out) {
+void sum_neighbours(const float *coefficients, uint64_t taps, const float *samples, uint64_t step, uint64_t count, float *out) {
     constexpr uint64_t group = 16;
-    const uint64_t half = kernel->width / 2;
-    uint64_t x = 0;
-    for (; x < half; ++x) {
-        out[x] = sum_at_end(kernel, row, width, x);
+    uint64_t i = 0;
+    for (; i + group <= count; i += group) {
+        sum_taps<group>(coefficients, taps, samples + i, step, out + i);
     }
-    for (; x + group + half <= width; x += group) {
-        sum_in_middle<group>(kernel, row + x - half, out + x);
-    }
-    for (; x + half < width; ++x) {
-        sum_in_middle<1>(kernel, row + x - half, out + x);
-    }
-    for (; x < width; ++x) {
-        out[x] = sum_at_end(kernel, row, width, x);
+    for (; i < count; ++i) {
+        sum_taps<1>(coefficients, taps, samples + i, step, out + i);
     }
 }
 
-// A new image with every row blurred, all 0 if the rows are shorter than the kernel; null if it cannot be had.
-RealImage *blur_rows(const KernelGaussian *kernel, const RealImage *image) {
-    RealImage *result = KoRealImageNew(image->width, image->height);
-    if (result == nullptr) {
-        return nullptr;
+// The taps of a kernel that fall on samples 0 to length - 1 when its middle is at position; the others are left out.
+struct Taps {
+    uint64_t first_tap;
+    uint64_t first_sample;
+    uint64_t count;
+};
+
+Taps taps_at(uint64_t position, uint64_t length, uint64_t kernel_width) {
+    const uint64_t half = kernel_width / 2;
+    const uint64_t first_tap = position < half ? half - position : 0;
+    const uint64_t first_sample = position < half ? 0 : position - half;
+    return {first_tap, first_sample, std::min(kernel_width - first_tap, length - first_sample)};
+}
+
+void blur_row(const KernelGaussian *kernel, const float *row, uint64_t width, float *out) {
+    const uint64_t half = kernel->width / 2;
+    const auto at_end = [=](uint64_t x) {
+        const Taps taps = taps_at(x, width, kernel->width);
+        sum_taps<1>(kernel->coefficients + taps.first_tap, taps.count, row + taps.first_sample, 1, out + x);
+    };
+    for (uint64_t x = 0; x < half; ++x) {
+        at_end(x);
     }
+    sum_neighbours(kernel->coefficients, kernel->width, row, 1, width - 2 * half, out + half);
+    for (uint64_t x = width - half; x < width; ++x) {
+        at_end(x);
+    }
+}
+
+// Blurs along the rows; all 0 if they are shorter than the kernel.
+void blur_rows(const KernelGaussian *kernel, const RealImage *image, RealImage *result) {
     if (image->width < kernel->width) {
         KoRealImageClear(result);
-        return result;
+        return;
     }
     for (uint64_t y = 0; y < image->height; ++y) {
         blur_row(kernel, image->rows[y], image->width, result->rows[y]);
     }
-    return result;
 }
 
-// A row pass and a transposition.
-int32_t blur_and_transpose(const KernelGaussian *kernel, const RealImage *image, RealImage **result) {
-    OwnedImage blurred(blur_rows(kernel, image));
-    return blurred ? KoRealImageTranspose(blurred.get(), result) : KoErrorGetLastError();
+// Blurs along the columns, a strip of them at a time, so that the rows under the kernel stay in the cache; all 0 if the columns
+// are shorter than the kernel.
+void blur_columns(const KernelGaussian *kernel, const RealImage *image, RealImage *result) {
+    constexpr uint64_t strip = 256;
+    if (image->height < kernel->width) {
+        KoRealImageClear(result);
+        return;
+    }
+    for (uint64_t x = 0; x < image->width; x += strip) {
+        for (uint64_t y = 0; y < image->height; ++y) {
+            const Taps taps = taps_at(y, image->height, kernel->width);
+            sum_neighbours(kernel->coefficients + taps.first_tap, taps.count, image->rows[taps.first_sample] + x, stride(image),
+                           std::min(strip, image->width - x), result->rows[y] + x);
+        }
+    }
 }
 
 int32_t convolve_finite(const KernelGaussian *kernel, const RealImage *image, RealImage **result) {
-    OwnedImage turned;
-    const int32_t status = blur_and_transpose(kernel, image, turned.receive());
-    return status == KO_OK ? blur_and_transpose(kernel, turned.get(), result) : status;
+    if (*result != nullptr && ((*result)->width != image->width || (*result)->height != image->height)) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    OwnedImage blurred(KoRealImageNew(image->width, image->height));
+    if (!blurred) {
+        return KoErrorGetLastError();
+    }
+    const int32_t status = _KoRealImageApplyFunctionGetResult(image, result);
+    if (status == KO_OK) {
+        blur_rows(kernel, image, blurred.get());
+        blur_columns(kernel, blurred.get(), *result);
+    }
+    return status;
 }
 
 // ---- the recursive form
 
-// Columns carried side by side in the vertical pass: their state stays in the first-level cache.
-constexpr uint64_t strip_width = 128;
-// Rows carried side by side in the horizontal pass.
-constexpr uint64_t group_height = 16;
-
-// Lines side by side: sample n of line l is at first[n * stride + l].
-struct Lines {
-    float *first;
-    uint64_t stride;
-    uint64_t length;
-};
-
-// Three values behind the present one for each line, rotating: an old value's place takes the new one.
-struct History {
-    double values[3][strip_width];
-    double *near = values[0];
-    double *middle = values[1];
-    double *far = values[2];
-
-    void rotate() {
-        double *newest = far;
-        far = middle;
-        middle = near;
-        near = newest;
-    }
-};
-
-// One sample of all lines: next = input * gain + weights times history. A gain of 1 is left out.
-template <bool WithGain, class Count>
-void step_lines(const float *input, float *output, History *history, const double *weights, double gain, Count lines) {
-    const double *__restrict near = history->near;
-    const double *__restrict middle = history->middle;
-    double *__restrict far = history->far;
-    for (uint64_t l = 0; l < lines; ++l) {
-        const double sample = static_cast<double>(input[l]);
-        const double term = WithGain ? gain * sample : sample;
-        far[l] = term + weights[0] * near[l] + weights[1] * middle[l] + weights[2] * far[l];
-        output[l] = static_cast<float>(far[l]);
-    }
-    history->rotate();
-}
-
-// Turns the state behind the forward pass into the state behind the backward pass, and stores the last sample.
-template <class Count>
-void turn_round(const KernelGaussian *kernel, const double *last_input, float *output, History *history, double square,
-                Count lines) {
-    const double rest = 1.0 - kernel->a1 - kernel->a2 - kernel->a3;
-    const double *m = kernel->boundary;
-    for (uint64_t l = 0; l < lines; ++l) {
-        const double u = last_input[l] / rest;
-        const double v = u / rest;
-        const double d0 = history->near[l] - u;
-        const double d1 = history->middle[l] - u;
-        const double d2 = history->far[l] - u;
-        history->near[l] = (m[0] * d0 + m[1] * d1 + m[2] * d2 + v) * square;
-        history->middle[l] = (m[3] * d0 + m[4] * d1 + m[5] * d2 + v) * square;
-        history->far[l] = (m[6] * d0 + m[7] * d1 + m[8] * d2 + v) * square;
-        output[l] = static_cast<float>(history->near[l]);
-    }
-}
-
-// Forward and backward over lines side by side; output may be input. lines is at most strip_width.
-template <class Count> void filter_lines(const KernelGaussian *kernel, Lines input, Lines output, Count lines) {
-    const double forward[3] = {kernel->a1, kernel->a2, kernel->a3};
-    const double backward[3] = {kernel->backA1, kernel->backA2, kernel->backA3};
-    const double square = kernel->scale * kernel->scale;
-    const uint64_t last = input.length - 1;
-    History history;
-    double last_input[strip_width];
-    for (uint64_t l = 0; l < lines; ++l) {
-        const double start = static_cast<double>(input.first[l]) / kernel->scale;
-        history.near[l] = history.middle[l] = history.far[l] = start;
-        last_input[l] = static_cast<double>(input.first[last * input.stride + l]);
-    }
-    for (uint64_t n = 0; n <= last; ++n) {
-        step_lines<false>(input.first + n * input.stride, output.first + n * output.stride, &history, forward, 1.0, lines);
-    }
-    turn_round(kernel, last_input, output.first + last * output.stride, &history, square, lines);
-    for (uint64_t n = last; n-- > 0;) {
-        float *samples = output.first + n * output.stride;
-        step_lines<true>(samples, samples, &history, backward, square, lines);
-    }
-}
+// Columns carried side by side in the vertical pass: a strip of them stays in the second-level cache from the way down to the
+// way up, and their state in the first.
+constexpr uint64_t strip_width = 64;
+// Rows carried side by side in the horizontal pass, and columns turned at a time.
+constexpr uint64_t group = 16;
 
 // A number of lines that the compiler knows.
 template <uint64_t Value> struct Constant {
     constexpr operator uint64_t() const { return Value; }
 };
 
-// Copies rows into columns of out: out[x * out_stride + r] = rows[r][x].
-void turn_rows(float *const *rows, uint64_t count, uint64_t width, float *out, uint64_t out_stride) {
-    constexpr uint64_t block = 16;
-    for (uint64_t x0 = 0; x0 < width; x0 += block) {
-        const uint64_t x1 = std::min(x0 + block, width);
-        for (uint64_t r = 0; r < count; ++r) {
-            for (uint64_t x = x0; x < x1; ++x) {
-                out[x * out_stride + r] = rows[r][x];
+// The recursion over lines side by side, sample by sample: start, forward for each sample, turn, backward for each but the
+// last. Count is a type that converts to the number of lines, at most strip_width.
+template <class Count> class LineFilter {
+  public:
+    LineFilter(const KernelGaussian *kernel, Count lines) : kernel_(kernel), lines_(lines) {}
+
+    // first and last are the lines' first and last samples.
+    void start(const float *first, const float *last) {
+        for (uint64_t l = 0; l < lines_; ++l) {
+            const double value = static_cast<double>(first[l]) / kernel_->scale;
+            near_[l] = middle_[l] = far_[l] = value;
+            last_[l] = static_cast<double>(last[l]);
+        }
+    }
+
+    // output may be input.
+    void forward(const float *input, float *output) {
+        const double weights[3] = {kernel_->a1, kernel_->a2, kernel_->a3};
+        step(input, output, weights, [](double sample) { return sample; });
+    }
+
+    void backward(const float *input, float *output) {
+        const double weights[3] = {kernel_->backA1, kernel_->backA2, kernel_->backA3};
+        const double square = kernel_->scale * kernel_->scale;
+        step(input, output, weights, [square](double sample) { return square * sample; });
+    }
+
+    // Turns the state behind the way there into the state of the way back, and gives its first sample, the line's last.
+    void turn(float *output) {
+        const double rest = 1.0 - kernel_->a1 - kernel_->a2 - kernel_->a3;
+        const double square = kernel_->scale * kernel_->scale;
+        const double *m = kernel_->boundary;
+        for (uint64_t l = 0; l < lines_; ++l) {
+            const double u = last_[l] / rest;
+            const double v = u / rest;
+            const double d0 = near_[l] - u;
+            const double d1 = middle_[l] - u;
+            const double d2 = far_[l] - u;
+            near_[l] = (m[0] * d0 + m[1] * d1 + m[2] * d2 + v) * square;
+            middle_[l] = (m[3] * d0 + m[4] * d1 + m[5] * d2 + v) * square;
+            far_[l] = (m[6] * d0 + m[7] * d1 + m[8] * d2 + v) * square;
+            output[l] = static_cast<float>(near_[l]);
+        }
+    }
+
+  private:
+    // One sample of all lines; the newest value takes the place of the oldest.
+    template <class Term> void step(const float *input, float *output, const double *weights, Term term) {
+        const double w0 = weights[0];
+        const double w1 = weights[1];
+        const double w2 = weights[2];
+        const double *__restrict near = near_;
+        const double *__restrict middle = middle_;
+        double *__restrict far = far_;
+        for (uint64_t l = 0; l < lines_; ++l) {
+            far[l] = term(static_cast<double>(input[l])) + w0 * near[l] + w1 * middle[l] + w2 * far[l];
+            output[l] = static_cast<float>(far[l]);
+        }
+        double *newest = far_;
+        far_ = middle_;
+        middle_ = near_;
+        near_ = newest;
+    }
+
+    const KernelGaussian *kernel_;
+    Count lines_;
+    double state_[3][strip_width];
+    double *near_ = state_[0];   // one sample behind
+    double *middle_ = state_[1]; // two
+    double *far_ = state_[2];    // three
+    double last_[strip_width];   // the lines' last input
+};
+
+// A square of samples being turned: columns[x][r] is row r's.
+struct Tile {
+    float columns[group][group];
+
+    void take_rows(float *const *rows, uint64_t row_count, uint64_t x0, uint64_t column_count) {
+        for (uint64_t r = 0; r < row_count; ++r) {
+            for (uint64_t x = 0; x < column_count; ++x) {
+                columns[x][r] = rows[r][x0 + x];
             }
         }
     }
-}
 
-// The way back.
-void turn_columns(const float *in, uint64_t in_stride, uint64_t count, uint64_t width, float *const *rows) {
-    constexpr uint64_t block = 16;
-    for (uint64_t x0 = 0; x0 < width; x0 += block) {
-        const uint64_t x1 = std::min(x0 + block, width);
-        for (uint64_t r = 0; r < count; ++r) {
-            for (uint64_t x = x0; x < x1; ++x) {
-                rows[r][x] = in[x * in_stride + r];
+    void give_rows(float *const *rows, uint64_t row_count, uint64_t x0, uint64_t column_count) const {
+        for (uint64_t r = 0; r < row_count; ++r) {
+            for (uint64_t x = 0; x < column_count; ++x) {
+                rows[r][x0 + x] = columns[x][r];
             }
         }
     }
+};
+
+// The horizontal pass over a group of rows. work holds the way there, column by column.
+template <class Count>
+void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *out, Count rows, uint64_t width, float *work) {
+    LineFilter<Count> filter(kernel, rows);
+    Tile tile;
+    float ends[2][group] = {};
+    for (uint64_t r = 0; r < rows; ++r) {
+        ends[0][r] = in[r][0];
+        ends[1][r] = in[r][width - 1];
+    }
+    filter.start(ends[0], ends[1]);
+    for (uint64_t x0 = 0; x0 < width; x0 += group) {
+        const uint64_t columns = std::min(group, width - x0);
+        tile.take_rows(in, rows, x0, columns);
+        for (uint64_t x = 0; x < columns; ++x) {
+            filter.forward(tile.columns[x], work + (x0 + x) * group);
+        }
+    }
+    const uint64_t last = width - 1;
+    for (uint64_t x0 = last / group * group + group; x0 > 0;) {
+        x0 -= group;
+        const uint64_t columns = std::min(group, width - x0);
+        for (uint64_t x = columns; x-- > 0;) {
+            if (x0 + x == last) {
+                filter.turn(tile.columns[x]);
+            } else {
+                filter.backward(work + (x0 + x) * group, tile.columns[x]);
+            }
+        }
+        tile.give_rows(out, rows, x0, columns);
+    }
 }
 
-// work holds group_height floats a column.
-void filter_rows(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work) {
-    const Lines lines = {work, group_height, image->width};
-    for (uint64_t y = 0; y < image->height; y += group_height) {
-        const uint64_t count = std::min(group_height, image->height - y);
-        turn_rows(image->rows + y, count, image->width, work, group_height);
-        if (count == group_height) {
-            filter_lines(kernel, lines, lines, Constant<group_height>());
+void filter_all_rows(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work) {
+    for (uint64_t y = 0; y < image->height; y += group) {
+        float *const *in = image->rows + y;
+        float *const *out = result->rows + y;
+        if (image->height - y >= group) {
+            filter_rows(kernel, in, out, Constant<group>(), image->width, work);
         } else {
-            filter_lines(kernel, lines, lines, count);
+            filter_rows(kernel, in, out, image->height - y, image->width, work);
         }
-        turn_columns(work, group_height, count, image->width, result->rows + y);
     }
 }
 
-void filter_columns(const KernelGaussian *kernel, RealImage *image) {
+// The vertical pass over a strip of columns, in place.
+template <class Count> void filter_columns(const KernelGaussian *kernel, RealImage *image, uint64_t x, Count columns) {
+    LineFilter<Count> filter(kernel, columns);
+    const uint64_t last = image->height - 1;
+    filter.start(image->rows[0] + x, image->rows[last] + x);
+    for (uint64_t y = 0; y <= last; ++y) {
+        filter.forward(image->rows[y] + x, image->rows[y] + x);
+    }
+    filter.turn(image->rows[last] + x);
+    for (uint64_t y = last; y-- > 0;) {
+        filter.backward(image->rows[y] + x, image->rows[y] + x);
+    }
+}
+
+void filter_all_columns(const KernelGaussian *kernel, RealImage *image) {
     for (uint64_t x = 0; x < image->width; x += strip_width) {
-        const Lines lines = {image->rows[0] + x, stride(image), image->height};
-        filter_lines(kernel, lines, lines, std::min(strip_width, image->width - x));
+        if (image->width - x >= strip_width) {
+            filter_columns(kernel, image, x, Constant<strip_width>());
+        } else {
+            filter_columns(kernel, image, x, image->width - x);
+        }
     }
 }
 
@@ -331,12 +394,12 @@ constexpr int print_width = 6;
 
 namespace ko {
 
-float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, group_height * sizeof(float))); }
+float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, group * sizeof(float))); }
 
 void blur_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work) {
     if (image->width != 0 && image->height != 0) {
-        filter_rows(kernel, image, result, work);
-        filter_columns(kernel, result);
+        filter_all_rows(kernel, image, result, work);
+        filter_all_columns(kernel, result);
     }
 }
 

@@ -1,0 +1,124 @@
+// The codec's front: tells the formats apart by their first bytes and holds what both share.
+#include "codec/codec.h"
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <cmath>
+
+#include "codec/formats.h"
+#include "codec/guard.h"
+
+namespace codec {
+
+namespace {
+
+constexpr std::array<uint8_t, 8> png_signature = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
+constexpr std::array<uint8_t, 3> jpeg_signature = {0xff, 0xd8, 0xff};
+
+bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signature) {
+    return bytes.size() >= signature.size() && std::equal(signature.begin(), signature.end(), bytes.begin());
+}
+
+Density scaled(const Density &density, Density::Unit unit, double factor) {
+    const auto scale = [factor](uint32_t value) {
+        return static_cast<uint32_t>(std::min(std::llround(value * factor), 0x7fffffffLL));
+    };
+    return {unit, scale(density.x), scale(density.y)};
+}
+
+constexpr double inch = 0.0254; // in metres
+constexpr double centimetre = 0.01;
+
+} // namespace
+
+const char *name(Format format) { return format == Format::png ? "PNG" : "JPEG"; }
+
+std::optional<Format> recognise(std::span<const uint8_t> bytes) {
+    if (begins_with(bytes, png_signature)) {
+        return Format::png;
+    }
+    if (begins_with(bytes, jpeg_signature)) {
+        return Format::jpeg;
+    }
+    return std::nullopt;
+}
+
+Picture decode(std::span<const uint8_t> bytes, Notices &notices) {
+    if (bytes.empty()) {
+        throw Error("the file is empty");
+    }
+    const std::optional<Format> format = recognise(bytes);
+    if (!format) {
+        throw Error("neither a PNG nor a JPEG file");
+    }
+    return *format == Format::png ? decode_png(bytes, notices) : decode_jpeg(bytes, notices);
+}
+
+Bytes encode(const Picture &picture, Format format, int quality, Notices &notices) {
+    return format == Format::png ? encode_png(picture, notices) : encode_jpeg(picture, quality, notices);
+}
+
+void check_size(uint64_t width, uint64_t height) {
+    if (width == 0 || height == 0) {
+        throw Error("the picture has no pixels");
+    }
+    if (height > largest_area / width) {
+        throw Error("too large: " + std::to_string(width) + " x " + std::to_string(height) + " pixels, at most " +
+                    std::to_string(largest_area) + " can be worked on");
+    }
+}
+
+Density per_inch(const Density &density) {
+    switch (density.unit) {
+    case Density::Unit::metre:
+        return scaled(density, Density::Unit::inch, inch);
+    case Density::Unit::centimetre:
+        return scaled(density, Density::Unit::inch, inch / centimetre);
+    default:
+        return density;
+    }
+}
+
+Density per_metre(const Density &density) {
+    switch (density.unit) {
+    case Density::Unit::inch:
+        return scaled(density, Density::Unit::metre, 1.0 / inch);
+    case Density::Unit::centimetre:
+        return scaled(density, Density::Unit::metre, 1.0 / centimetre);
+    default:
+        return density;
+    }
+}
+
+bool append(Bytes &bytes, const uint8_t *more, size_t count) noexcept {
+    try {
+        bytes.insert(bytes.end(), more, more + count);
+        return true;
+    } catch (...) {
+        return false;
+    }
+}
+
+void Trouble::tell_warnings(Notices &notices) {
+    for (size_t i = 0; i < warning_count_; ++i) {
+        const std::string text = readable(warnings_[i]);
+        if (std::find(notices.begin(), notices.end(), text) == notices.end()) {
+            notices.push_back(text);
+        }
+    }
+    warning_count_ = 0;
+}
+
+std::string Trouble::readable(const Text &text) {
+    std::string clause = text.data();
+    const auto is_upper = [&](size_t i) {
+        return i < clause.size() && std::isupper(static_cast<unsigned char>(clause[i])) != 0;
+    };
+    if (is_upper(0) && !is_upper(1)) {
+        clause[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(clause[0])));
+    }
+    return clause;
+}
+
+} // namespace codec

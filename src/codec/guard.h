@@ -1,0 +1,59 @@
+// The one place where the codec meets setjmp. The C libraries leave a failed call by a jump, which must not pass over an object
+// with a destructor: guarded runs a step that holds none and turns the jump into an exception. All that must be released lives
+// outside of the step.
+#ifndef KO_CODEC_GUARD_H
+#define KO_CODEC_GUARD_H
+
+#include <array>
+#include <cctype>
+#include <csetjmp>
+#include <cstdio>
+
+#include "codec/codec.h"
+
+namespace codec {
+
+// What the C libraries' callbacks write to. They must not throw, so texts go into fixed rooms, cut if need be.
+class Trouble {
+  public:
+    static constexpr size_t text_size = 200;
+
+    // Leaves the step with this text; called with no object with a destructor between here and the step.
+    [[noreturn]] void fail(const char *text) {
+        copy(text, error_);
+        std::longjmp(jump_, 1);
+    }
+
+    void warn(const char *text) {
+        if (warning_count_ < warnings_.size()) {
+            copy(text, warnings_[warning_count_++]);
+        }
+    }
+
+    // Hands the warnings on as notices, each text once.
+    void tell_warnings(Notices &notices);
+
+    template <class Step> void guarded(const Step &step) {
+        if (setjmp(jump_) != 0) {
+            throw Error(readable(error_));
+        }
+        step();
+    }
+
+  private:
+    using Text = std::array<char, text_size>;
+
+    static void copy(const char *text, Text &room) { std::snprintf(room.data(), room.size(), "%s", text); }
+
+    // The C library's text as a clause: it begins in lower case unless it begins with a name in capitals.
+    static std::string readable(const Text &text);
+
+    std::jmp_buf jump_;
+    Text error_{};
+    std::array<Text, 8> warnings_{};
+    size_t warning_count_ = 0;
+};
+
+} // namespace codec
+
+#endif

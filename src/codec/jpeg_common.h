@@ -1,0 +1,36 @@
+// Inside the codec: what reading and writing JPEG share. jpeglib.h needs size_t and FILE before it.
+#ifndef KO_CODEC_JPEG_COMMON_H
+#define KO_CODEC_JPEG_COMMON_H
+
+#include <cstddef>
+#include <cstdio>
+
+#include <jpeglib.h>
+
+#include <string_view>
+
+#include "codec/guard.h"
+
+namespace codec {
+
+// Exif data begins with these six bytes inside its segment.
+inline constexpr std::string_view exif_mark("Exif\0\0", 6);
+
+inline constexpr int app1 = JPEG_APP0 + 1;   // Exif, XMP
+inline constexpr int app2 = JPEG_APP0 + 2;   // ICC profile and others
+inline constexpr int app13 = JPEG_APP0 + 13; // captions
+
+inline constexpr size_t largest_segment = 65533;
+
+// libjpeg's error manager with our trouble behind it.
+struct JpegErrors {
+    jpeg_error_mgr manager; // first: libjpeg hands its address back
+    Trouble trouble;
+};
+
+// An error manager that leaves a failed call through the trouble's guarded step.
+jpeg_error_mgr *prepare(JpegErrors &errors);
+
+} // namespace codec
+
+#endif

@@ -1,0 +1,75 @@
+// A decoded picture: its pixels, and all that travels beside them from one file to the next.
+//
+// Pixels are bytes, gray or RGB, pixel by pixel and row by row without gaps. Alpha is a plane of its own, so that whoever works
+// on the pixels need not know of it. Metadata is carried, never interpreted: the blocks go out byte for byte as they came in.
+#ifndef KO_CODEC_PICTURE_H
+#define KO_CODEC_PICTURE_H
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace codec {
+
+enum class Format { png, jpeg };
+
+using Bytes = std::vector<uint8_t>;
+
+// Pixel bytes as the system gives them: not cleared, so that a picture promised by a short file costs no memory.
+using Plane = std::unique_ptr<uint8_t[]>;
+
+// Pixels per unit along x and y; without a unit, the shape of a pixel alone.
+struct Density {
+    enum class Unit { none, inch, centimetre, metre };
+    Unit unit = Unit::none;
+    uint32_t x = 1;
+    uint32_t y = 1;
+};
+
+// What a PNG file says of its colours beside an ICC profile; numbers are 100000 times the real ones.
+struct PngColours {
+    std::optional<int> srgb_intent;
+    std::optional<int32_t> gamma;
+    std::optional<std::array<int32_t, 8>> chromaticities; // white, red, green, blue: x before y
+};
+
+// An application segment of a JPEG file without its marker and length.
+struct JpegSegment {
+    int marker = 0;
+    Bytes bytes;
+};
+
+struct Metadata {
+    Bytes exif; // from the byte-order mark on
+    Bytes icc_profile;
+    std::optional<Density> density;
+    PngColours png_colours;
+    std::vector<JpegSegment> jpeg_segments; // neither Exif nor ICC profile: captions, XMP and the like
+};
+
+// Luminance samples per colour sample along x and y: 1 and 1 is full colour (4:4:4), 2 and 2 is 4:2:0.
+struct Subsampling {
+    int x = 1;
+    int y = 1;
+};
+
+struct Picture {
+    Format format = Format::png; // of the file that it came from
+    uint32_t width = 0;
+    uint32_t height = 0;
+    uint32_t channels = 0; // 1 is gray, 3 is RGB
+    Plane pixels;          // width * height * channels bytes
+    Plane alpha;           // width * height bytes, or null for a picture without alpha
+    Subsampling subsampling;
+    Metadata metadata;
+
+    size_t area() const { return size_t{width} * height; }
+    size_t row_bytes() const { return size_t{width} * channels; }
+};
+
+} // namespace codec
+
+#endif

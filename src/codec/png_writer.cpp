@@ -1,0 +1,135 @@
+// PNG files out: 8-bit gray or RGB, with alpha where the picture has it.
+//
+// libpng leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
+#include <png.h>
+
+#include "codec/formats.h"
+#include "codec/guard.h"
+
+namespace codec {
+
+namespace {
+
+class PngWriter {
+  public:
+    explicit PngWriter(const Picture &picture) : picture_(picture) {
+        png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
+        info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
+        if (info_ == nullptr) {
+            png_destroy_write_struct(&png_, nullptr);
+            throw std::bad_alloc();
+        }
+    }
+    ~PngWriter() { png_destroy_write_struct(&png_, &info_); }
+    PngWriter(const PngWriter &) = delete;
+    PngWriter &operator=(const PngWriter &) = delete;
+
+    Bytes write(Notices &notices) {
+        write_header();
+        if (!picture_.metadata.icc_profile.empty() && png_get_valid(png_, info_, PNG_INFO_iCCP) == 0) {
+            notices.push_back("the ICC profile does not suit a PNG file and is left out");
+        }
+        write_pixels();
+        trouble_.tell_warnings(notices);
+        return std::move(bytes_);
+    }
+
+  private:
+    static void on_error(png_structp png, png_const_charp text) { static_cast<Trouble *>(png_get_error_ptr(png))->fail(text); }
+    static void on_warning(png_structp png, png_const_charp text) {
+        static_cast<Trouble *>(png_get_error_ptr(png))->warn(text);
+    }
+
+    static void on_write(png_structp png, png_bytep data, size_t count) {
+        if (!append(static_cast<PngWriter *>(png_get_io_ptr(png))->bytes_, data, count)) {
+            png_error(png, "not enough memory");
+        }
+    }
+
+    static void on_flush(png_structp) {}
+
+    int colour_type() const {
+        const int colour = picture_.channels == 3 ? PNG_COLOR_MASK_COLOR : 0;
+        return colour | (picture_.alpha ? PNG_COLOR_MASK_ALPHA : 0);
+    }
+
+    void write_header() {
+        trouble_.guarded([this] {
+            png_set_write_fn(png_, this, on_write, on_flush);
+            png_set_option(png_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
+            png_set_benign_errors(png_, 1); // metadata that libpng refuses is left out
+            png_set_IHDR(png_, info_, picture_.width, picture_.height, 8, colour_type(), PNG_INTERLACE_NONE,
+                         PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
+            set_metadata();
+            png_write_info(png_, info_);
+        });
+    }
+
+    // Runs inside a guarded step.
+    void set_metadata() {
+        const Metadata &metadata = picture_.metadata;
+        if (!metadata.icc_profile.empty()) {
+            png_set_iCCP(png_, info_, "ICC profile", PNG_COMPRESSION_TYPE_BASE, metadata.icc_profile.data(),
+                         static_cast<png_uint_32>(metadata.icc_profile.size()));
+        }
+        if (!metadata.exif.empty()) {
+            png_set_eXIf_1(png_, info_, static_cast<png_uint_32>(metadata.exif.size()),
+                           const_cast<png_bytep>(metadata.exif.data()));
+        }
+        if (metadata.density) {
+            const Density density = per_metre(*metadata.density);
+            const int unit = density.unit == Density::Unit::metre ? PNG_RESOLUTION_METER : PNG_RESOLUTION_UNKNOWN;
+            png_set_pHYs(png_, info_, density.x, density.y, unit);
+        }
+        set_colours(metadata.png_colours);
+    }
+
+    void set_colours(const PngColours &colours) {
+        if (colours.srgb_intent) {
+            png_set_sRGB(png_, info_, *colours.srgb_intent);
+        }
+        if (colours.gamma) {
+            png_set_gAMA_fixed(png_, info_, *colours.gamma);
+        }
+        if (colours.chromaticities) {
+            const auto &c = *colours.chromaticities;
+            png_set_cHRM_fixed(png_, info_, c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]);
+        }
+    }
+
+    void write_pixels() {
+        Bytes joined(picture_.alpha ? picture_.row_bytes() + picture_.width : 0);
+        trouble_.guarded([&] {
+            for (uint32_t y = 0; y < picture_.height; ++y) {
+                const uint8_t *row = picture_.pixels.get() + y * picture_.row_bytes();
+                if (picture_.alpha) {
+                    join(row, picture_.alpha.get() + size_t{y} * picture_.width, joined.data());
+                    row = joined.data();
+                }
+                png_write_row(png_, row);
+            }
+            png_write_end(png_, nullptr); // all metadata stands before the pixels
+        });
+    }
+
+    void join(const uint8_t *pixels, const uint8_t *alpha, uint8_t *to) const {
+        for (uint32_t x = 0; x < picture_.width; ++x) {
+            for (uint32_t c = 0; c < picture_.channels; ++c) {
+                *to++ = *pixels++;
+            }
+            *to++ = *alpha++;
+        }
+    }
+
+    const Picture &picture_;
+    Bytes bytes_;
+    Trouble trouble_;
+    png_structp png_ = nullptr;
+    png_infop info_ = nullptr;
+};
+
+} // namespace
+
+Bytes encode_png(const Picture &picture, Notices &notices) { return PngWriter(picture).write(notices); }
+
+} // namespace codec

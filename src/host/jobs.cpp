@@ -1,0 +1,126 @@
+// Files are compared by what the system makes of their paths, links resolved.
+#include "jobs.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <map>
+#include <set>
+#include <system_error>
+
+#include <unistd.h>
+
+#include "files.h"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool is_folder(const fs::path &path) {
+    std::error_code error;
+    return fs::is_directory(path, error);
+}
+
+bool is_there(const fs::path &path) {
+    std::error_code error;
+    return fs::exists(path, error);
+}
+
+bool names_folder(const fs::path &output) { return !output.has_filename() || is_folder(output); }
+
+void make_folder(const fs::path &folder) {
+    if (is_there(folder) && !is_folder(folder)) {
+        throw FileError(folder.string() + ": not a folder, but several pictures need one");
+    }
+    std::error_code error;
+    fs::create_directories(folder, error);
+    if (error) {
+        throw FileError(folder.string() + ": the folder cannot be made: " + error.message());
+    }
+}
+
+void check_folder(const fs::path &folder) {
+    const fs::path place = folder.empty() ? "." : folder;
+    if (!is_folder(place)) {
+        throw FileError(place.string() + (is_there(place) ? ": not a folder" : ": there is no such folder"));
+    }
+    if (::access(place.c_str(), W_OK | X_OK) != 0) {
+        throw FileError(place.string() + ": the folder cannot be written to: " + std::generic_category().message(errno));
+    }
+}
+
+fs::path resolved(const fs::path &path) {
+    std::error_code error;
+    fs::path result = fs::weakly_canonical(path, error);
+    return error ? path.lexically_normal() : result;
+}
+
+std::string reason_against(const fs::path &target) {
+    std::error_code error;
+    const fs::file_status status = fs::status(target, error);
+    if (fs::is_directory(status)) {
+        return "cannot write " + target.string() + ": a folder has this name";
+    }
+    if (fs::exists(status) && !fs::is_regular_file(status)) {
+        return "cannot write " + target.string() + ": not a regular file";
+    }
+    return "";
+}
+
+// The first picture with a target gets it, unless the target is what another picture is read from.
+void refuse_clashes(std::vector<Job> &jobs) {
+    std::set<fs::path> inputs;
+    for (const Job &job : jobs) {
+        inputs.insert(resolved(job.input));
+    }
+    std::map<fs::path, std::string> writers;
+    for (Job &job : jobs) {
+        const fs::path target = resolved(job.target);
+        if (!job.refusal.empty()) {
+            continue;
+        }
+        if (inputs.contains(target) && target != resolved(job.input)) {
+            job.refusal = "cannot write " + job.target.string() + ": it is another input";
+        } else if (const auto [writer, fresh] = writers.try_emplace(target, job.input); !fresh) {
+            job.refusal = "cannot write " + job.target.string() + ": taken by " + writer->second;
+        }
+    }
+}
+
+} // namespace
+
+std::optional<codec::Format> format_of_extension(const fs::path &path) {
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
+    if (extension == ".png") {
+        return codec::Format::png;
+    }
+    if (extension == ".jpg" || extension == ".jpeg" || extension == ".jpe") {
+        return codec::Format::jpeg;
+    }
+    return std::nullopt;
+}
+
+std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output) {
+    std::vector<Job> jobs;
+    if (inputs.size() == 1 && !names_folder(output)) {
+        check_folder(fs::path(output).parent_path());
+        jobs.push_back({inputs.front(), output, format_of_extension(output), ""});
+    } else {
+        make_folder(output);
+        check_folder(output);
+        for (const std::string &input : inputs) {
+            jobs.push_back({input, output / fs::path(input).filename(), std::nullopt, ""});
+        }
+    }
+    for (Job &job : jobs) {
+        job.refusal = reason_against(job.target);
+    }
+    refuse_clashes(jobs);
+    return jobs;
+}
+
+} // namespace host

@@ -1,0 +1,30 @@
+// Which file each picture goes to, settled before the first one is touched.
+#ifndef KO_HOST_JOBS_H
+#define KO_HOST_JOBS_H
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "codec/codec.h"
+
+namespace host {
+
+struct Job {
+    std::string input;
+    std::filesystem::path target;
+    std::optional<codec::Format> format; // that of the target's extension; without one, the input's own
+    std::string refusal;                 // why this picture must not be written, "" if nothing speaks against it
+};
+
+// The format that a name promises; none for one without a well-known extension.
+std::optional<codec::Format> format_of_extension(const std::filesystem::path &path);
+
+// Lays out the jobs. Several inputs, and one whose output is a folder, keep their names in the folder, which is made if it is
+// missing. No job writes what another one reads or writes. Throws FileError if the output can take no picture at all.
+std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output);
+
+} // namespace host
+
+#endif

@@ -1,0 +1,38 @@
+// The library as this program holds it: started once, its objects owned, its failures thrown.
+#ifndef KO_HOST_LIBRARY_H
+#define KO_HOST_LIBRARY_H
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+#include "ko.h"
+
+namespace host {
+
+// A library call failed; the text ends with the library's own message chain, one line for each call that passed it on.
+class LibraryError : public std::runtime_error {
+  public:
+    explicit LibraryError(const std::string &what) : std::runtime_error(what + ": " + KoErrorGetLastErrorMessage()) {}
+};
+
+class Library {
+  public:
+    Library() { KoInit(nullptr, nullptr); }
+    ~Library() { KoRelease(); }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+};
+
+template <auto Delete> struct Deleter {
+    template <class Object> void operator()(Object *object) const { Delete(object); }
+};
+
+using ColorImagePtr = std::unique_ptr<ColorImage, Deleter<KoColorImageDelete>>;
+using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
+using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
+using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
+
+} // namespace host
+
+#endif

@@ -1,0 +1,35 @@
+# Installs, consumes by find_package and by pkg-config, runs. Any step that fails ends the test.
+function(run)
+  execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
+endfunction()
+
+function(run_example program)
+  execute_process(COMMAND ${EMULATOR} ${program} OUTPUT_VARIABLE output COMMAND_ERROR_IS_FATAL ANY)
+  if(NOT output MATCHES "dark corner: mean ([0-9.]+) before, ([0-9.]+) after")
+    message(FATAL_ERROR "unexpected output: ${output}")
+  endif()
+  if(NOT CMAKE_MATCH_2 GREATER CMAKE_MATCH_1)
+    message(FATAL_ERROR "the dark corner was not opened: ${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${PREFIX} ${WORK})
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component Unspecified)
+
+set(toolchain)
+if(TOOLCHAIN)
+  set(toolchain -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DCMAKE_FIND_ROOT_PATH=${PREFIX})
+endif()
+run(${CMAKE_COMMAND} -S ${EXAMPLES} -B ${WORK} -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${PREFIX} ${toolchain})
+run(${CMAKE_COMMAND} --build ${WORK})
+if(EXISTS ${PREFIX}/bin/ko.dll)
+  file(COPY ${PREFIX}/bin/ko.dll DESTINATION ${WORK})
+endif()
+run_example(${WORK}/enhance${EXECUTABLE_SUFFIX})
+
+set(ENV{PKG_CONFIG_PATH} ${PREFIX}/${LIBDIR}/pkgconfig)
+execute_process(COMMAND pkg-config --cflags --libs ko OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE
+                COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(flags)
+run(${COMPILER} ${EXAMPLES}/enhance.c -o ${WORK}/by_pkg_config${EXECUTABLE_SUFFIX} ${flags} -Wl,-rpath,${PREFIX}/${LIBDIR})
+run_example(${WORK}/by_pkg_config${EXECUTABLE_SUFFIX})

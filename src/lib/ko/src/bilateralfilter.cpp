@@ -35,12 +35,12 @@ struct Frame {
 // Distance from a level in steps: the difference and the quotient in single precision.
 inline float distance(float pixel, float level, float step) { return std::fabs(pixel - level) / step; }
 
-// The weight of each pixel at a level, and the pixel times it.
-void weigh(const RealImage *image, float level, float step, Frame *frame) {
-    for (uint64_t y = 0; y < image->height; ++y) {
+// The weight of each pixel at a level, and the pixel times it, for the rows from top to bottom - 1.
+void weigh(const RealImage *image, float level, float step, uint64_t top, uint64_t bottom, const Frame &frame) {
+    for (uint64_t y = top; y < bottom; ++y) {
         const float *row = image->rows[y];
-        float *weight = frame->weights->rows[y];
-        float *weighted = frame->weighted->rows[y];
+        float *weight = frame.weights->rows[y];
+        float *weighted = frame.weighted->rows[y];
         for (uint64_t x = 0; x < image->width; ++x) {
             const float d = distance(row[x], level, step);
             weight[x] = static_cast<float>(exp_of_negative(static_cast<double>(-(d * d)) * 0.5));
@@ -49,15 +49,16 @@ void weigh(const RealImage *image, float level, float step, Frame *frame) {
     }
 }
 
-// Adds the blurred pixel to the result as far as the pixel lies near the level. A weight of exactly 0 throws away what earlier
-// levels left, on purpose.
-void accumulate(const RealImage *image, float level, float step, const Frame &frame, RealImage *result) {
+// Adds the blurred pixels of the columns from left to right - 1 to the result, as far as a pixel lies near the level. A weight
+// of exactly 0 throws away what earlier levels left, on purpose.
+void accumulate(const RealImage *image, float level, float step, uint64_t left, uint64_t right, const Frame &frame,
+                RealImage *result) {
     for (uint64_t y = 0; y < image->height; ++y) {
         const float *row = image->rows[y];
         const float *weight = frame.weights->rows[y];
         const float *weighted = frame.weighted->rows[y];
         float *out = result->rows[y];
-        for (uint64_t x = 0; x < image->width; ++x) {
+        for (uint64_t x = left; x < right; ++x) {
             const float d = distance(row[x], level, step);
             const float t = 1.0f < d ? 1.0f : d;
             const float sum = weighted[x] / weight[x] * (1.0f - t) + out[x];
@@ -66,11 +67,19 @@ void accumulate(const RealImage *image, float level, float step, const Frame &fr
     }
 }
 
-void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, Frame *frame) {
-    weigh(image, level, step, frame);
-    blur_recursive(frame->kernel.get(), frame->weights.get(), frame->weights.get(), frame->work.get());
-    blur_recursive(frame->kernel.get(), frame->weighted.get(), frame->weighted.get(), frame->work.get());
-    accumulate(image, level, step, *frame, result);
+// Rows are blurred as soon as they are weighed, and columns used as soon as they are blurred: they are still in the cache then.
+void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, const Frame &frame) {
+    const KernelGaussian *kernel = frame.kernel.get();
+    for (uint64_t y = 0; y < image->height; y += blur_group) {
+        weigh(image, level, step, y, std::min(y + blur_group, image->height), frame);
+        blur_row_group(kernel, frame.weights.get(), y, frame.weights.get(), frame.work.get());
+        blur_row_group(kernel, frame.weighted.get(), y, frame.weighted.get(), frame.work.get());
+    }
+    for (uint64_t x = 0; x < image->width; x += blur_strip) {
+        blur_column_strip(kernel, frame.weights.get(), x);
+        blur_column_strip(kernel, frame.weighted.get(), x);
+        accumulate(image, level, step, x, std::min(x + blur_strip, image->width), frame, result);
+    }
 }
 
 void clamp(RealImage *image, float minimum, float maximum) {
@@ -98,7 +107,7 @@ int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t lev
         return status;
     }
     for (uint64_t i = 0; i <= levels; ++i) {
-        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, &frame);
+        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, frame);
     }
     clamp(result, minimum, maximum);
     return KO_OK;

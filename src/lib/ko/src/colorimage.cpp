@@ -2,9 +2,11 @@
 // bytes.
 #include "ko/colorimage.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 
+#include "interleave.h"
 #include "matrix.h"
 #include "realimage.h"
 
@@ -37,13 +39,21 @@ void line_from_bytes(const uint8_t *red, const uint8_t *green, const uint8_t *bl
     }
 }
 
-template <uint64_t Step>
-void line_to_bytes(const float *r, const float *g, const float *b, uint8_t *red, uint8_t *green, uint8_t *blue,
-                   uint64_t width) {
+void line_to_pixels(const float *r, const float *g, const float *b, uint8_t *bytes, uint64_t width) {
+    constexpr uint64_t piece = 256;
+    for (uint64_t start = 0; start < width; start += piece) {
+        const uint64_t count = std::min(piece, width - start);
+        uint32_t words[piece];
+        for (uint64_t x = 0; x < count; ++x) {
+            words[x] = pixel_word(wrapped_byte(r[start + x]), wrapped_byte(g[start + x]), wrapped_byte(b[start + x]));
+        }
+        store_pixels(words, count, bytes + 3 * start);
+    }
+}
+
+void line_to_bytes(const float *line, uint8_t *__restrict bytes, uint64_t width) {
     for (uint64_t x = 0; x < width; ++x) {
-        red[x * Step] = wrapped_byte(r[x]);
-        green[x * Step] = wrapped_byte(g[x]);
-        blue[x * Step] = wrapped_byte(b[x]);
+        bytes[x] = wrapped_byte(line[x]);
     }
 }
 
@@ -230,9 +240,14 @@ int32_t KoColorImageToByteArray(const ColorImage *image, uint8_t *bytes, uint32_
         return KO_OK;
     }
     for_each_byte_line(image, bytes, line_start, line_num, layout, [image](const ByteImageIterator &line, uint64_t y) {
-        const auto convert = line.pixel_increment == 3 ? line_to_bytes<3> : line_to_bytes<1>;
-        convert(image->planes[0].rows[y], image->planes[1].rows[y], image->planes[2].rows[y], line.red, line.green, line.blue,
-                line.width);
+        const RealImage *planes = image->planes;
+        if (line.pixel_increment == 3) {
+            line_to_pixels(planes[0].rows[y], planes[1].rows[y], planes[2].rows[y], line.red, line.width);
+        } else {
+            line_to_bytes(planes[0].rows[y], line.red, line.width);
+            line_to_bytes(planes[1].rows[y], line.green, line.width);
+            line_to_bytes(planes[2].rows[y], line.blue, line.width);
+        }
     });
     return KO_OK;
 }

@@ -332,18 +332,6 @@ void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *o
     }
 }
 
-void filter_all_rows(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work) {
-    for (uint64_t y = 0; y < image->height; y += group) {
-        float *const *in = image->rows + y;
-        float *const *out = result->rows + y;
-        if (image->height - y >= group) {
-            filter_rows(kernel, in, out, Constant<group>(), image->width, work);
-        } else {
-            filter_rows(kernel, in, out, image->height - y, image->width, work);
-        }
-    }
-}
-
 // The vertical pass over a strip of columns, in place.
 template <class Count> void filter_columns(const KernelGaussian *kernel, RealImage *image, uint64_t x, Count columns) {
     LineFilter<Count> filter(kernel, columns);
@@ -358,16 +346,6 @@ template <class Count> void filter_columns(const KernelGaussian *kernel, RealIma
     }
 }
 
-void filter_all_columns(const KernelGaussian *kernel, RealImage *image) {
-    for (uint64_t x = 0; x < image->width; x += strip_width) {
-        if (image->width - x >= strip_width) {
-            filter_columns(kernel, image, x, Constant<strip_width>());
-        } else {
-            filter_columns(kernel, image, x, image->width - x);
-        }
-    }
-}
-
 int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage **result) {
     *result = nullptr;
     Block<float> work(make_blur_work(image->width));
@@ -375,8 +353,14 @@ int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image,
         return KoErrorGetLastError();
     }
     *result = KoRealImageNew(image->width, image->height);
-    if (*result != nullptr) {
-        blur_recursive(kernel, image, *result, work.get());
+    if (*result == nullptr || image->width == 0 || image->height == 0) {
+        return KO_OK;
+    }
+    for (uint64_t y = 0; y < image->height; y += group) {
+        blur_row_group(kernel, image, y, *result, work.get());
+    }
+    for (uint64_t x = 0; x < image->width; x += strip_width) {
+        blur_column_strip(kernel, *result, x);
     }
     return KO_OK;
 }
@@ -396,10 +380,19 @@ namespace ko {
 
 float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, group * sizeof(float))); }
 
-void blur_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work) {
-    if (image->width != 0 && image->height != 0) {
-        filter_all_rows(kernel, image, result, work);
-        filter_all_columns(kernel, result);
+void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work) {
+    if (image->height - y >= group) {
+        filter_rows(kernel, image->rows + y, result->rows + y, Constant<group>(), image->width, work);
+    } else {
+        filter_rows(kernel, image->rows + y, result->rows + y, image->height - y, image->width, work);
+    }
+}
+
+void blur_column_strip(const KernelGaussian *kernel, RealImage *image, uint64_t x) {
+    if (image->width - x >= strip_width) {
+        filter_columns(kernel, image, x, Constant<strip_width>());
+    } else {
+        filter_columns(kernel, image, x, image->width - x);
     }
 }
 

@@ -1,5 +1,5 @@
-// What other filters use of the Gaussian beyond its public functions: the recursive blur in place, with work memory of the
-// caller, so that many blurs of one size need no fresh pages.
+// What other filters use of the Gaussian beyond its public functions: the recursive blur group by group and strip by strip, so
+// that a filter can work on rows and columns while they are in the cache.
 #ifndef KO_SRC_GAUSSIAN_H
 #define KO_SRC_GAUSSIAN_H
 
@@ -8,11 +8,20 @@
 
 namespace ko {
 
+// Rows carried side by side in the horizontal pass.
+constexpr uint64_t blur_group = 16;
+// Columns carried side by side in the vertical pass: their state stays in the first-level cache.
+constexpr uint64_t blur_strip = 128;
+
 // Work memory of recursive blurs of images of one width; null if it cannot be had.
 [[nodiscard]] float *make_blur_work(uint64_t width);
 
-// Blurs image into result, which has its size and may be image itself. The kernel is of the recursive form.
-void blur_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage *result, float *work);
+// The horizontal pass over the group of rows that begins at y. result may be image. The kernel is of the recursive form, and
+// the image has pixels.
+void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work);
+
+// The vertical pass, in place, over the strip of columns that begins at x, after the horizontal pass over all rows.
+void blur_column_strip(const KernelGaussian *kernel, RealImage *image, uint64_t x);
 
 } // namespace ko
 

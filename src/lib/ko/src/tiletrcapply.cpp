@@ -12,6 +12,7 @@
 
 #include "alloc.h"
 #include "convert.h"
+#include "interleave.h"
 #include "ko/byteimageiterator.h"
 #include "ko/colorspace.h"
 #include "report.h"
@@ -34,15 +35,10 @@ static_assert(sizeof(TileTRCApply) == 200 && KO_AT(tileTRC, 0) && KO_AT(redCurve
 constexpr uint64_t lanes = 4;
 constexpr uint64_t byte_levels = 256;
 
-// Four pixels, plane by plane.
-struct PixelGroup {
-    float red[lanes];
-    float green[lanes];
-    float blue[lanes];
-    float luminance[lanes];
-};
+// Pixels of a run that are processed at a time, through arrays that stay in the first-level cache.
+constexpr uint64_t piece = 256;
 
-// The weights of the four neighbouring curves for four pixels.
+// The weights of the four neighbouring curves for four pixels, as the weight table holds them.
 struct WeightGroup {
     float left_upper[lanes];
     float left_lower[lanes];
@@ -50,7 +46,7 @@ struct WeightGroup {
     float right_lower[lanes];
 };
 
-static_assert(sizeof(PixelGroup) == 64 && sizeof(WeightGroup) == 64);
+static_assert(sizeof(WeightGroup) == 64);
 
 // The entries of the neighbouring curves at one level, in the order of KoTRCMatrix; 0 where there is no curve.
 struct CornerValues {
@@ -67,9 +63,17 @@ struct ChannelValues {
     float blue[byte_levels];
 };
 
+// The weights of a row of a tile, plane by plane.
+struct RowWeights {
+    float *left_upper;
+    float *left_lower;
+    float *right_upper;
+    float *right_lower;
+};
+
 // What lies in the row scratch.
 struct Scratch {
-    PixelGroup *pixels;      // of the longest run
+    RowWeights weights;      // of the present row
     ChannelValues *channels; // of the picture
     CornerValues *corners;   // for each run of the present band: entries by level, the last for all levels past the curve
 };
@@ -88,14 +92,13 @@ uint64_t runs_of(const TileTRCApply *apply) { return apply->tileTRC->numStripsX 
 // Levels that have an entry of their own; all others take the last.
 uint64_t own_levels(const TileTRCApply *apply) { return (apply->tileTRC->size + apply->tileStep - 1) / apply->tileStep; }
 
-uint64_t scratch_groups(const TileTRCApply *apply) {
-    return groups_of(std::max({apply->firstRun, apply->tileWidth, apply->lastRun}));
-}
-
 Scratch scratch_of(const TileTRCApply *apply) {
-    auto *pixels = reinterpret_cast<PixelGroup *>(apply->rowScratch);
-    auto *channels = reinterpret_cast<ChannelValues *>(pixels + scratch_groups(apply));
-    return {pixels, channels, reinterpret_cast<CornerValues *>(channels + 1)};
+    float *weights = apply->rowScratch;
+    const uint64_t plane = apply->groupsPerTile * lanes;
+    auto *channels = reinterpret_cast<ChannelValues *>(weights + 4 * plane);
+    return {{weights, weights + plane, weights + 2 * plane, weights + 3 * plane},
+            channels,
+            reinterpret_cast<CornerValues *>(channels + 1)};
 }
 
 // ---- the values of bytes and curves
@@ -147,143 +150,167 @@ void begin_band(const TileTRCApply *apply, const Scratch &scratch) {
 
 // ---- a run of pixels
 
-// Reads count pixels into the groups; lanes behind the last are 0.
-void read_gray(const ByteImageIterator &in, uint64_t count, PixelGroup *groups) {
-    groups[(count - 1) / lanes] = {};
-    for (uint64_t i = 0; i < count; ++i) {
-        groups[i / lanes].luminance[i % lanes] = static_cast<float>(in.red[i]);
+// Some pixels of a run on their way.
+struct Piece {
+    float red[piece];
+    float green[piece];
+    float blue[piece];
+    float luminance[piece];
+    float level[piece]; // the new luminance
+};
+
+void read_gray(const ByteImageIterator &in, uint64_t count, Piece *pixels) {
+    for (uint64_t x = 0; x < count; ++x) {
+        pixels->luminance[x] = static_cast<float>(in.red[x]);
     }
 }
 
 template <uint64_t Step>
-void read_color(const ByteImageIterator &in, const ChannelValues &values, uint64_t count, PixelGroup *groups) {
-    groups[(count - 1) / lanes] = {};
-    for (uint64_t i = 0; i < count; ++i) {
-        PixelGroup &group = groups[i / lanes];
-        group.red[i % lanes] = values.red[in.red[i * Step]];
-        group.green[i % lanes] = values.green[in.green[i * Step]];
-        group.blue[i % lanes] = values.blue[in.blue[i * Step]];
+void read_color(const ByteImageIterator &in, const ChannelValues &values, uint64_t count, Piece *pixels) {
+    for (uint64_t x = 0; x < count; ++x) {
+        pixels->red[x] = values.red[in.red[x * Step]];
+        pixels->green[x] = values.green[in.green[x * Step]];
+        pixels->blue[x] = values.blue[in.blue[x * Step]];
     }
-    for (uint64_t g = 0; g < groups_of(count); ++g) {
-        for (uint64_t k = 0; k < lanes; ++k) {
-            groups[g].luminance[k] = luminance_of(groups[g].red[k], groups[g].green[k], groups[g].blue[k]);
-        }
+    for (uint64_t x = 0; x < count; ++x) {
+        pixels->luminance[x] = luminance_of(pixels->red[x], pixels->green[x], pixels->blue[x]);
     }
 }
 
 // What the blending of a run needs.
 struct Run {
     const CornerValues *corners;
-    const WeightGroup *weights; // of the first pixel
-    float last_level;           // the level that stands for all past the curve
-    float step;                 // entries a level
+    RowWeights weights; // of the tile's row, from its first pixel
+    float last_level;   // the level that stands for all past the curve
+    float step;         // entries a level
 };
 
-// The new levels of a group.
-template <Rule rule> void blend(const Run &run, const PixelGroup &pixels, uint64_t group, float *level) {
-    // The vertical rule takes the weights of the row from its first group and lane, in every column.
-    const WeightGroup &weights = run.weights[rule == Rule::horizontal || rule == Rule::four ? group : 0];
-    for (uint64_t k = 0; k < lanes; ++k) {
-        const float bounded = pixels.luminance[k] < run.last_level ? pixels.luminance[k] : run.last_level;
-        const CornerValues &corner = run.corners[static_cast<int32_t>(bounded)];
+// The new levels of a piece that begins at pixel start of its run.
+template <Rule rule> void blend(const Run &run, uint64_t start, uint64_t count, Piece *pixels) {
+    int32_t index[piece];
+    for (uint64_t x = 0; x < count; ++x) {
+        const float luminance = pixels->luminance[x];
+        index[x] = static_cast<int32_t>(luminance < run.last_level ? luminance : run.last_level);
+    }
+    // Runs before the first and behind the last tile centre may be longer than a tile, and look at no column of it.
+    const uint64_t column = rule == Rule::horizontal || rule == Rule::four ? start : 0;
+    const float *left_upper = run.weights.left_upper + column;
+    const float *left_lower = run.weights.left_lower + column;
+    const float *right_upper = run.weights.right_upper + column;
+    const float *right_lower = run.weights.right_lower + column;
+    for (uint64_t x = 0; x < count; ++x) {
+        const CornerValues &corner = run.corners[index[x]];
         if constexpr (rule == Rule::single) {
-            level[k] = corner.right_upper;
+            pixels->level[x] = corner.right_upper;
         } else if constexpr (rule == Rule::horizontal) {
-            level[k] = corner.left_upper * weights.left_upper[k] + corner.right_upper * weights.right_upper[k];
+            pixels->level[x] = corner.left_upper * left_upper[x] + corner.right_upper * right_upper[x];
         } else if constexpr (rule == Rule::vertical) {
-            level[k] = corner.right_upper * weights.left_upper[0] + corner.right_lower * weights.left_lower[0];
+            // The weights of the row's first pixel serve every column.
+            pixels->level[x] = corner.right_upper * left_upper[0] + corner.right_lower * left_lower[0];
         } else {
-            level[k] = ((corner.left_lower * weights.left_lower[k] + corner.left_upper * weights.left_upper[k]) +
-                        corner.right_upper * weights.right_upper[k]) +
-                       corner.right_lower * weights.right_lower[k];
+            pixels->level[x] = ((corner.left_lower * left_lower[x] + corner.left_upper * left_upper[x]) +
+                                corner.right_upper * right_upper[x]) +
+                               corner.right_lower * right_lower[x];
         }
     }
     if (run.step != 1.0f) {
-        for (uint64_t k = 0; k < lanes; ++k) {
-            level[k] /= run.step;
+        for (uint64_t x = 0; x < count; ++x) {
+            pixels->level[x] /= run.step;
         }
     }
 }
 
-// Bytes of a group before they go to their places.
-struct ByteGroup {
-    uint8_t red[lanes];
-    uint8_t green[lanes];
-    uint8_t blue[lanes];
-};
+void write_gray(const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
+    for (uint64_t x = 0; x < count; ++x) {
+        out.red[x] = limited_byte(pixels.level[x] + 0.5f);
+    }
+}
 
-// Gives the new luminance back to the channels: a mix of a shift of all channels and of their scaling.
-void transfer(const TileTRCApply *apply, const PixelGroup &pixels, const float *level, ByteGroup *bytes) {
+// The channels under the new luminance: a mix of a shift of all of them and of their scaling. Calls give(x, red, green, blue).
+template <class Give> void transfer(const TileTRCApply *apply, const Piece &pixels, uint64_t count, Give give) {
     const float ratio = apply->ratioWeight;
     const float additive = apply->additiveWeight;
-    for (uint64_t k = 0; k < lanes; ++k) {
-        const float luminance = pixels.luminance[k];
+    for (uint64_t x = 0; x < count; ++x) {
+        const float luminance = pixels.luminance[x];
         const float divisor = luminance == 0.0f ? 1.0f : luminance;
-        const float factor = level[k] * ratio / divisor;
-        const float shift = level[k] - luminance;
+        const float factor = pixels.level[x] * ratio / divisor;
+        const float shift = pixels.level[x] - luminance;
         const auto mix = [=](float channel) { return limited_byte(((shift + channel) * additive + channel * factor) + 0.5f); };
-        bytes->red[k] = mix(pixels.red[k]);
-        bytes->green[k] = mix(pixels.green[k]);
-        bytes->blue[k] = mix(pixels.blue[k]);
+        give(x, mix(pixels.red[x]), mix(pixels.green[x]), mix(pixels.blue[x]));
     }
 }
 
-template <Rule rule> void write_gray(const Run &run, const PixelGroup *groups, uint64_t count, const ByteImageIterator &out) {
-    for (uint64_t g = 0; g < groups_of(count); ++g) {
-        float level[lanes];
-        blend<rule>(run, groups[g], g, level);
-        for (uint64_t k = 0; k < std::min(lanes, count - g * lanes); ++k) {
-            out.red[g * lanes + k] = limited_byte(level[k] + 0.5f);
-        }
-    }
+void write_interleaved(const TileTRCApply *apply, const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
+    uint32_t words[piece];
+    transfer(apply, pixels, count,
+             [&words](uint64_t x, uint8_t red, uint8_t green, uint8_t blue) { words[x] = pixel_word(red, green, blue); });
+    store_pixels(words, count, out.red);
 }
 
-template <Rule rule, uint64_t Step>
-void write_color(const TileTRCApply *apply, const Run &run, const PixelGroup *groups, uint64_t count,
-                 const ByteImageIterator &out) {
-    for (uint64_t g = 0; g < groups_of(count); ++g) {
-        float level[lanes];
-        ByteGroup bytes;
-        blend<rule>(run, groups[g], g, level);
-        transfer(apply, groups[g], level, &bytes);
-        for (uint64_t k = 0; k < std::min(lanes, count - g * lanes); ++k) {
-            const uint64_t at = (g * lanes + k) * Step;
-            out.red[at] = bytes.red[k];
-            out.green[at] = bytes.green[k];
-            out.blue[at] = bytes.blue[k];
-        }
-    }
+void write_planes(const TileTRCApply *apply, const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
+    uint8_t bytes[3][piece];
+    transfer(apply, pixels, count, [&bytes](uint64_t x, uint8_t red, uint8_t green, uint8_t blue) {
+        bytes[0][x] = red;
+        bytes[1][x] = green;
+        bytes[2][x] = blue;
+    });
+    std::copy_n(bytes[0], count, out.red);
+    std::copy_n(bytes[1], count, out.green);
+    std::copy_n(bytes[2], count, out.blue);
 }
 
-// One run: all its pixels are read before the first is written, so the buffers may be the same.
-template <Rule rule>
-void process_run(const TileTRCApply *apply, const Scratch &scratch, const Run &run, uint64_t count, ByteImageIterator *in,
-                 ByteImageIterator *out) {
-    if (count == 0) {
-        return;
-    }
+void read_piece(const TileTRCApply *apply, const Scratch &scratch, const ByteImageIterator &in, uint64_t count, Piece *pixels) {
     if (is_gray(apply)) {
-        read_gray(*in, count, scratch.pixels);
-        write_gray<rule>(run, scratch.pixels, count, *out);
-    } else if (in->pixel_increment == 3) {
-        read_color<3>(*in, *scratch.channels, count, scratch.pixels);
-        write_color<rule, 3>(apply, run, scratch.pixels, count, *out);
+        read_gray(in, count, pixels);
+    } else if (in.pixel_increment == 3) {
+        read_color<3>(in, *scratch.channels, count, pixels);
     } else {
-        read_color<1>(*in, *scratch.channels, count, scratch.pixels);
-        write_color<rule, 1>(apply, run, scratch.pixels, count, *out);
+        read_color<1>(in, *scratch.channels, count, pixels);
     }
-    KoByteImageIteratorNextTile(in, count);
-    KoByteImageIteratorNextTile(out, count);
+}
+
+void write_piece(const TileTRCApply *apply, const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
+    if (is_gray(apply)) {
+        write_gray(pixels, count, out);
+    } else if (out.pixel_increment == 3) {
+        write_interleaved(apply, pixels, count, out);
+    } else {
+        write_planes(apply, pixels, count, out);
+    }
+}
+
+// One run, piece by piece: the pixels of a piece are read before the first is written, so the buffers may be the same.
+template <Rule rule>
+void process_run(const TileTRCApply *apply, const Scratch &scratch, const Run &run, uint64_t pixels, ByteImageIterator *in,
+                 ByteImageIterator *out) {
+    Piece work;
+    for (uint64_t start = 0; start < pixels; start += piece) {
+        const uint64_t count = std::min(piece, pixels - start);
+        read_piece(apply, scratch, *in, count, &work);
+        blend<rule>(run, start, count, &work);
+        write_piece(apply, work, count, *out);
+        KoByteImageIteratorNextTile(in, count);
+        KoByteImageIteratorNextTile(out, count);
+    }
 }
 
 // ---- rows and bands
 
+// Takes the weights of one row from the table.
+void unpack_weights(const WeightGroup *groups, uint64_t count, const RowWeights &weights) {
+    for (uint64_t g = 0; g < count; ++g) {
+        std::copy_n(groups[g].left_upper, lanes, weights.left_upper + g * lanes);
+        std::copy_n(groups[g].left_lower, lanes, weights.left_lower + g * lanes);
+        std::copy_n(groups[g].right_upper, lanes, weights.right_upper + g * lanes);
+        std::copy_n(groups[g].right_lower, lanes, weights.right_lower + g * lanes);
+    }
+}
+
 // A row of a band: Outer is the rule of the first and the last run, Inner that of the runs between tile centres.
 template <Rule Outer, Rule Inner>
-void process_row(const TileTRCApply *apply, const Scratch &scratch, const WeightGroup *weights, ByteImageIterator in,
-                 ByteImageIterator out) {
+void process_row(const TileTRCApply *apply, const Scratch &scratch, ByteImageIterator in, ByteImageIterator out) {
     const uint64_t levels = own_levels(apply);
-    Run run = {scratch.corners, weights, static_cast<float>(levels), static_cast<float>(apply->tileStep)};
+    Run run = {scratch.corners, scratch.weights, static_cast<float>(levels), static_cast<float>(apply->tileStep)};
     process_run<Outer>(apply, scratch, run, apply->firstRun, &in, &out);
     for (uint64_t c = 1; c < apply->tileTRC->numStripsX; ++c) {
         run.corners += levels + 1;
@@ -298,11 +325,12 @@ void process_band(TileTRCApply *apply, uint64_t rows, ByteImageIterator *in, Byt
     const auto *table = reinterpret_cast<const WeightGroup *>(apply->weightTable);
     const bool edge = apply->band == 0 || apply->band == apply->tileTRC->numStripsY;
     for (uint64_t row = 0; row < rows; ++row) {
+        // An edge band stays at row 0 of the table.
+        unpack_weights(table + apply->bandRow * apply->groupsPerTile, apply->groupsPerTile, scratch.weights);
         if (edge) {
-            process_row<Rule::single, Rule::horizontal>(apply, scratch, table, *in, *out);
+            process_row<Rule::single, Rule::horizontal>(apply, scratch, *in, *out);
         } else {
-            const WeightGroup *weights = table + apply->bandRow * apply->groupsPerTile;
-            process_row<Rule::vertical, Rule::four>(apply, scratch, weights, *in, *out);
+            process_row<Rule::vertical, Rule::four>(apply, scratch, *in, *out);
             ++apply->bandRow;
         }
         KoByteImageIteratorNextLine(in);
@@ -422,7 +450,7 @@ void fill_weights(const TileTRCApply *apply, WeightGroup *table) {
 int32_t make_tables(TileTRCApply *apply) {
     const uint64_t curves = sizeof(ChannelValues) + runs_of(apply) * (own_levels(apply) + 1) * sizeof(CornerValues);
     const uint64_t weight_row = apply->groupsPerTile * sizeof(WeightGroup);
-    Block<char> scratch(static_cast<char *>(allocate_bytes(scratch_groups(apply), sizeof(PixelGroup), curves + 16)));
+    Block<char> scratch(static_cast<char *>(allocate_bytes(1, weight_row, curves + 16)));
     Block<char> weights(scratch ? static_cast<char *>(allocate_bytes(apply->tileHeight, weight_row, 16)) : nullptr);
     if (!weights) {
         return KoErrorGetLastError();

@@ -40,7 +40,7 @@ typedef struct TileTRCApply {
     uint64_t bandEnd;            /* row of the picture at which the band ends */
     uint32_t debugFlags;         /* always 0 */
     void *rowScratchBlock;       /* owned: raw block behind rowScratch; null when nothing is interpolated */
-    float *rowScratch;           /* groups of 16 floats: red, green, blue and luminance of four pixels; 16-byte aligned */
+    float *rowScratch;           /* work memory of a row; 16-byte aligned */
     void *weightTableBlock;      /* owned: raw block behind weightTable; null when nothing is interpolated */
     float *weightTable;          /* tileHeight * groupsPerTile groups of 16 floats: left upper, left lower, right upper and
                                     right lower weights of four pixels; 16-byte aligned */

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -213,11 +214,17 @@ TYPED_TEST_P(FloatGridTest, AStartPastTheLastRowWarnsAndConvertsNothing) {
     const std::vector<uint8_t> bytes(60, 1);
     const std::vector<float> floats(60, 1.0f);
     std::vector<uint8_t> written(60, 99);
-    for (const uint64_t start : {uint64_t{4}, uint64_t{9}}) {
-        const std::string text = this->start_warning(std::to_string(start), "4");
-        expect_warning(text, "", [&] { return TypeParam::FromByteArray(grid.get(), bytes.data(), start, 2, 0); });
-        expect_warning(text, "", [&] { return TypeParam::FromFloatArray(grid.get(), floats.data(), start, 2, 0); });
-        expect_warning(text, "", [&] { return TypeParam::ToByteArray(grid.get(), written.data(), start, 2, 0); });
+    // The numbers are shown as signed numbers of 32 bits on every platform.
+    const std::pair<uint64_t, const char *> starts[] = {
+        {4, "4"}, {9, "9"}, {uint64_t{1} << 31, "-2147483648"}, {(uint64_t{1} << 32) + 5, "5"}};
+    for (const auto &[start, shown] : starts) {
+        const std::string text = this->start_warning(shown, "4");
+        for (const auto &call : std::vector<std::function<int32_t()>>{
+                 [&, row = start] { return TypeParam::FromByteArray(grid.get(), bytes.data(), row, 2, 0); },
+                 [&, row = start] { return TypeParam::FromFloatArray(grid.get(), floats.data(), row, 2, 0); },
+                 [&, row = start] { return TypeParam::ToByteArray(grid.get(), written.data(), row, 2, 0); }}) {
+            expect_warning(text, "", call);
+        }
     }
     EXPECT_EQ(pixels(grid.get()), std::vector<float>(12, 5.0f));
     EXPECT_EQ(written, std::vector<uint8_t>(60, 99));

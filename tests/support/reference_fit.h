@@ -171,14 +171,14 @@ inline std::vector<uint32_t> reference_fit(uint64_t size, uint64_t pool_size, co
     return ReferenceFit(size, pool_size).fit(pixels);
 }
 
-// Noise around a rising line. Many levels stay empty and take their shape from the shared power curves, so that the fit tells
+// Noise around a rising bow. Many levels stay empty and take their shape from the shared power curves, so that the fit tells
 // the size of their pool.
 inline std::vector<PixelPair> sparse_cloud(uint64_t count, uint32_t seed) {
     Noise noise(seed);
     std::vector<PixelPair> pixels;
     for (uint64_t i = 0; i < count; ++i) {
         const float input = i % 2 == 0 ? noise.uniform(20.0f, 60.0f) : noise.uniform(100.0f, 120.0f);
-        pixels.push_back({input, input * 1.3f + noise.uniform(-10.0f, 10.0f)});
+        pixels.push_back({input, input * input / 255.0f + noise.uniform(0.0f, 10.0f)});
     }
     return pixels;
 }

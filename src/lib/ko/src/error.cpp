@@ -211,16 +211,14 @@ void set_status(const MessageCatalog *catalog, int32_t code, va_list arguments) 
         return;
     }
     data->status = code;
-    if (!has_text(catalog, code)) {
-        // The newest message stays the unknown code's, in the buffer: the chain that stands for it here is about to be
-        // replaced.
-        const char *text = format_unknown(data, code);
-        add_to_chain(data, text);
-        return;
+    if (has_text(catalog, code)) {
+        data->last_message = format_text(data, catalog->texts[code], arguments);
     }
-    data->last_message = format_text(data, catalog->texts[code], arguments);
+    // Without a text the newest message becomes the unknown code's, in the buffer; the chain that stands for the text here is about
+    // to be replaced.
+    const char *text = has_text(catalog, code) ? data->last_message : format_unknown(data, code);
     if (code != KO_OK) {
-        add_to_chain(data, data->last_message);
+        add_to_chain(data, text);
     }
 }
 

@@ -96,7 +96,7 @@ void *KoReallocClearElements(void *pointer, int32_t old_count, int32_t new_count
     void *block = KoReallocElements(pointer, new_count, element_size);
     const int32_t old_size = product(old_count, element_size);
     const int32_t new_size = product(new_count, element_size);
-    if (block != nullptr && new_count > old_count && new_size > old_size) {
+    if (block != nullptr && new_count > old_count && old_size >= 0 && new_size > old_size) {
         std::memset(static_cast<char *>(block) + old_size, 0, static_cast<size_t>(new_size - old_size));
     }
     return block;

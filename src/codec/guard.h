@@ -5,7 +5,6 @@
 #define KO_CODEC_GUARD_H
 
 #include <array>
-#include <cctype>
 #include <csetjmp>
 #include <cstdio>
 

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 #include "codec/formats.h"
 #include "codec/guard.h"

@@ -3,6 +3,9 @@
 // libpng leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
 #include <png.h>
 
+#include <new>
+#include <utility>
+
 #include "codec/formats.h"
 #include "codec/guard.h"
 

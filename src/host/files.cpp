@@ -1,6 +1,7 @@
 // Reading takes the whole file before anything is written, so that a picture can be written over itself.
 #include "files.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdio>

@@ -4,6 +4,8 @@
 #include <charconv>
 #include <cmath>
 #include <iostream>
+#include <sstream>
+#include <type_traits>
 
 #include <CLI/CLI.hpp>
 
@@ -12,9 +14,8 @@ namespace host {
 namespace {
 
 constexpr uint64_t most_strips = 256;
-constexpr uint64_t curve_step = 256;
-constexpr uint64_t largest_curve = 4096;
-constexpr uint64_t most_curve_bytes = 0x7fffffff; // the library's largest block
+constexpr uint64_t curve_step = 256;     // the library scales levels by whole numbers
+constexpr uint64_t largest_curve = 4096; // the time of the fit grows with the square
 
 template <class Number> std::optional<Number> parse(std::string_view text) {
     Number value{};
@@ -64,17 +65,6 @@ uint64_t parse_curve_size(const std::string &argument) {
                                                        std::to_string(largest_curve));
     }
     return *size;
-}
-
-void check_together(const Options &options) {
-    const Tuning &tuning = options.tuning;
-    if (tuning.grid.columns * tuning.grid.rows * tuning.curve_size * sizeof(uint32_t) > most_curve_bytes) {
-        throw CLI::ValidationError("--grid", "with --curve-size " + std::to_string(tuning.curve_size) +
-                                                 " the curves of so many tiles take more than 2 GiB");
-    }
-    if (options.output.empty()) {
-        throw CLI::ValidationError("--output", "an empty name");
-    }
 }
 
 void add_enhance(CLI::App &app, Options &options) {
@@ -136,7 +126,9 @@ CommandLine read_command_line(int argc, const char *const *argv) {
         if (app.get_subcommands().empty()) {
             throw CLI::ValidationError("no command");
         }
-        check_together(options);
+        if (options.output.empty()) {
+            throw CLI::ValidationError("--output", "an empty name");
+        }
         return {std::move(options), 0};
     } catch (const CLI::Success &success) { // help, version
         return {std::nullopt, app.exit(success)};

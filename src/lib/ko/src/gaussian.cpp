@@ -194,19 +194,13 @@ int32_t convolve_finite(const KernelGaussian *kernel, const RealImage *image, Re
 
 // ---- the recursive form
 
-// Columns carried side by side in the vertical pass: a strip of them stays in the second-level cache from the way down to the
-// way up, and their state in the first.
-constexpr uint64_t strip_width = 64;
-// Rows carried side by side in the horizontal pass, and columns turned at a time.
-constexpr uint64_t group = 16;
-
 // A number of lines that the compiler knows.
 template <uint64_t Value> struct Constant {
     constexpr operator uint64_t() const { return Value; }
 };
 
 // The recursion over lines side by side, sample by sample: start, forward for each sample, turn, backward for each but the
-// last. Count is a type that converts to the number of lines, at most strip_width.
+// last. Count is a type that converts to the number of lines, at most blur_strip.
 template <class Count> class LineFilter {
   public:
     LineFilter(const KernelGaussian *kernel, Count lines) : kernel_(kernel), lines_(lines) {}
@@ -271,16 +265,16 @@ template <class Count> class LineFilter {
 
     const KernelGaussian *kernel_;
     Count lines_;
-    double state_[3][strip_width];
+    double state_[3][blur_strip];
     double *near_ = state_[0];   // one sample behind
     double *middle_ = state_[1]; // two
     double *far_ = state_[2];    // three
-    double last_[strip_width];   // the lines' last input
+    double last_[blur_strip];    // the lines' last input
 };
 
 // A square of samples being turned: columns[x][r] is row r's.
 struct Tile {
-    float columns[group][group];
+    float columns[blur_group][blur_group];
 
     void take_rows(float *const *rows, uint64_t row_count, uint64_t x0, uint64_t column_count) {
         for (uint64_t r = 0; r < row_count; ++r) {
@@ -304,28 +298,28 @@ template <class Count>
 void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *out, Count rows, uint64_t width, float *work) {
     LineFilter<Count> filter(kernel, rows);
     Tile tile;
-    float ends[2][group] = {};
+    float ends[2][blur_group] = {};
     for (uint64_t r = 0; r < rows; ++r) {
         ends[0][r] = in[r][0];
         ends[1][r] = in[r][width - 1];
     }
     filter.start(ends[0], ends[1]);
-    for (uint64_t x0 = 0; x0 < width; x0 += group) {
-        const uint64_t columns = std::min(group, width - x0);
+    for (uint64_t x0 = 0; x0 < width; x0 += blur_group) {
+        const uint64_t columns = std::min(blur_group, width - x0);
         tile.take_rows(in, rows, x0, columns);
         for (uint64_t x = 0; x < columns; ++x) {
-            filter.forward(tile.columns[x], work + (x0 + x) * group);
+            filter.forward(tile.columns[x], work + (x0 + x) * blur_group);
         }
     }
     const uint64_t last = width - 1;
-    for (uint64_t x0 = last / group * group + group; x0 > 0;) {
-        x0 -= group;
-        const uint64_t columns = std::min(group, width - x0);
+    for (uint64_t x0 = last / blur_group * blur_group + blur_group; x0 > 0;) {
+        x0 -= blur_group;
+        const uint64_t columns = std::min(blur_group, width - x0);
         for (uint64_t x = columns; x-- > 0;) {
             if (x0 + x == last) {
                 filter.turn(tile.columns[x]);
             } else {
-                filter.backward(work + (x0 + x) * group, tile.columns[x]);
+                filter.backward(work + (x0 + x) * blur_group, tile.columns[x]);
             }
         }
         tile.give_rows(out, rows, x0, columns);
@@ -356,10 +350,10 @@ int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image,
     if (*result == nullptr || image->width == 0 || image->height == 0) {
         return KO_OK;
     }
-    for (uint64_t y = 0; y < image->height; y += group) {
+    for (uint64_t y = 0; y < image->height; y += blur_group) {
         blur_row_group(kernel, image, y, *result, work.get());
     }
-    for (uint64_t x = 0; x < image->width; x += strip_width) {
+    for (uint64_t x = 0; x < image->width; x += blur_strip) {
         blur_column_strip(kernel, *result, x);
     }
     return KO_OK;
@@ -378,19 +372,19 @@ constexpr int print_width = 6;
 
 namespace ko {
 
-float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, group * sizeof(float))); }
+float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, blur_group * sizeof(float))); }
 
 void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work) {
-    if (image->height - y >= group) {
-        filter_rows(kernel, image->rows + y, result->rows + y, Constant<group>(), image->width, work);
+    if (image->height - y >= blur_group) {
+        filter_rows(kernel, image->rows + y, result->rows + y, Constant<blur_group>(), image->width, work);
     } else {
         filter_rows(kernel, image->rows + y, result->rows + y, image->height - y, image->width, work);
     }
 }
 
 void blur_column_strip(const KernelGaussian *kernel, RealImage *image, uint64_t x) {
-    if (image->width - x >= strip_width) {
-        filter_columns(kernel, image, x, Constant<strip_width>());
+    if (image->width - x >= blur_strip) {
+        filter_columns(kernel, image, x, Constant<blur_strip>());
     } else {
         filter_columns(kernel, image, x, image->width - x);
     }

@@ -1,0 +1,472 @@
+// The codec over files of every kind, hostile ones included.
+#include <algorithm>
+#include <cstring>
+
+#include <gtest/gtest.h>
+
+#include "codec/codec.h"
+#include "image_files.h"
+#include "pictures.h"
+
+namespace {
+
+using namespace ko_test;
+using codec::Format;
+using codec::Notices;
+using codec::Picture;
+
+std::span<const uint8_t> bytes_of(const std::string &text) {
+    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
+}
+
+std::string text_of(const codec::Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
+
+Picture decode(const std::string &file) {
+    Notices notices;
+    return codec::decode(bytes_of(file), notices);
+}
+
+Notices notices_of(const std::string &file) {
+    Notices notices;
+    codec::decode(bytes_of(file), notices);
+    return notices;
+}
+
+std::string error_of(const std::string &file) {
+    try {
+        decode(file);
+    } catch (const codec::Error &error) {
+        return error.what();
+    }
+    return "no error";
+}
+
+std::string encode(const Picture &picture, Format format, int quality = codec::default_quality) {
+    Notices notices;
+    return text_of(codec::encode(picture, format, quality, notices));
+}
+
+Notices encoding_notices(const Picture &picture, Format format) {
+    Notices notices;
+    codec::encode(picture, format, codec::default_quality, notices);
+    return notices;
+}
+
+// A file decoded and encoded again.
+std::string through(const std::string &file, Format format) { return encode(decode(file), format); }
+
+std::vector<uint8_t> pixels_of(const Picture &picture) {
+    return {picture.pixels.get(), picture.pixels.get() + picture.area() * picture.channels};
+}
+
+std::vector<uint8_t> alpha_of(const Picture &picture) {
+    return picture.alpha ? std::vector<uint8_t>(picture.alpha.get(), picture.alpha.get() + picture.area())
+                         : std::vector<uint8_t>();
+}
+
+// All samples of channels first to last.
+std::vector<uint8_t> samples(uint32_t width, uint32_t height, uint32_t first, uint32_t last, const Sample &sample) {
+    std::vector<uint8_t> bytes;
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            for (uint32_t c = first; c <= last; ++c) {
+                bytes.push_back(static_cast<uint8_t>(sample(x, y, c)));
+            }
+        }
+    }
+    return bytes;
+}
+
+uint32_t mixed(uint32_t x, uint32_t y, uint32_t c) { return (x * 37 + y * 91 + c * 53 + x * y) & 0xff; }
+
+uint32_t mixed_16(uint32_t x, uint32_t y, uint32_t c) { return (x * 9973 + y * 7919 + c * 5003) & 0xffff; }
+
+// The nearest of 256 levels to one of 65536.
+uint32_t reduced(uint32_t level) { return (level * 255 + 32767) / 65535; }
+
+uint32_t soft(uint32_t x, uint32_t y, uint32_t c) { return (x * 3 + y * 2 + c * 40) & 0xff; }
+
+TEST(Recognise, TellsFormatsByContent) {
+    EXPECT_EQ(codec::recognise(bytes_of(png_file({}, mixed))), Format::png);
+    EXPECT_EQ(codec::recognise(bytes_of(jpeg_file({}, mixed))), Format::jpeg);
+    EXPECT_EQ(codec::recognise(bytes_of("")), std::nullopt);
+    EXPECT_EQ(codec::recognise(bytes_of("\x89PNG\r\n\x1a")), std::nullopt);
+    EXPECT_EQ(error_of("just a text"), "neither a PNG nor a JPEG file");
+    EXPECT_EQ(error_of(""), "the file is empty");
+}
+
+struct PngCase {
+    const char *name;
+    int depth;
+    int colour;
+    bool interlaced;
+};
+
+class PngDepths : public testing::TestWithParam<PngCase> {};
+
+TEST_P(PngDepths, BecomeBytesWithAlphaBesideThem) {
+    const auto &[name, depth, colour, interlaced] = GetParam();
+    PngRecipe recipe{13, 11, depth, colour, interlaced, {}, {}};
+    const uint32_t top = (1u << depth) - 1;
+    const Sample sample =
+        depth == 16 ? Sample(mixed_16) : Sample([top](uint32_t x, uint32_t y, uint32_t c) { return mixed(x, y, c) & top; });
+    const Sample expected = [&](uint32_t x, uint32_t y, uint32_t c) {
+        return depth == 16 ? reduced(sample(x, y, c)) : sample(x, y, c) * 255 / top;
+    };
+    const Picture picture = decode(png_file(recipe, sample));
+    const uint32_t channels = (colour & 2) != 0 ? 3 : 1;
+    EXPECT_EQ(picture.format, Format::png);
+    EXPECT_EQ(picture.width, 13u);
+    EXPECT_EQ(picture.height, 11u);
+    ASSERT_EQ(picture.channels, channels);
+    EXPECT_EQ(pixels_of(picture), samples(13, 11, 0, channels - 1, expected));
+    EXPECT_EQ(alpha_of(picture), (colour & 4) != 0 ? samples(13, 11, channels, channels, expected) : std::vector<uint8_t>());
+}
+
+INSTANTIATE_TEST_SUITE_P(Codec, PngDepths,
+                         testing::Values(PngCase{"gray1", 1, png_gray, false}, PngCase{"gray2", 2, png_gray, false},
+                                         PngCase{"gray4", 4, png_gray, false}, PngCase{"gray8", 8, png_gray, false},
+                                         PngCase{"gray16", 16, png_gray, false},
+                                         PngCase{"gray_alpha8", 8, png_gray_alpha, false},
+                                         PngCase{"gray_alpha16", 16, png_gray_alpha, false}, PngCase{"rgb8", 8, png_rgb, false},
+                                         PngCase{"rgb16", 16, png_rgb, false}, PngCase{"rgba8", 8, png_rgba, false},
+                                         PngCase{"rgba16", 16, png_rgba, false}, PngCase{"gray2_interlaced", 2, png_gray, true},
+                                         PngCase{"rgb8_interlaced", 8, png_rgb, true},
+                                         PngCase{"rgba16_interlaced", 16, png_rgba, true}),
+                         [](const auto &test) { return std::string(test.param.name); });
+
+TEST(PngReader, NoticesThatSixteenBitsAreReduced) {
+    EXPECT_EQ(notices_of(png_file({.depth = 16}, mixed_16)), Notices{"16 bits a channel reduced to 8"});
+    EXPECT_EQ(notices_of(png_file({}, mixed)), Notices{});
+}
+
+std::string palette() {
+    std::string entries;
+    for (uint32_t i = 0; i < 16 * 3; ++i) {
+        entries += static_cast<char>(i * 5);
+    }
+    return entries;
+}
+
+uint32_t palette_index(uint32_t x, uint32_t y, uint32_t) { return (x + 3 * y) & 15; }
+
+uint32_t palette_colour(uint32_t x, uint32_t y, uint32_t c) { return (palette_index(x, y, 0) * 3 + c) * 5; }
+
+TEST(PngReader, ExpandsPalettes) {
+    for (const int depth : {4, 8}) {
+        const Picture picture = decode(png_file({9, 7, depth, png_palette, false, {{"PLTE", palette()}}, {}}, palette_index));
+        ASSERT_EQ(picture.channels, 3u);
+        EXPECT_EQ(pixels_of(picture), samples(9, 7, 0, 2, palette_colour));
+        EXPECT_EQ(picture.alpha, nullptr);
+    }
+}
+
+TEST(PngReader, TakesAlphaFromAPalette) {
+    const Picture picture = decode(png_file(
+        {9, 7, 4, png_palette, false, {{"PLTE", palette()}, {"tRNS", std::string("\x00\x80", 2)}}, {}}, palette_index));
+    EXPECT_EQ(pixels_of(picture), samples(9, 7, 0, 2, palette_colour));
+    EXPECT_EQ(alpha_of(picture), samples(9, 7, 0, 0, [](uint32_t x, uint32_t y, uint32_t) {
+                  const uint32_t index = palette_index(x, y, 0);
+                  return index == 0 ? 0u : index == 1 ? 0x80u : 0xffu;
+              }));
+}
+
+TEST(PngReader, TakesAlphaFromATransparentColour) {
+    const auto level = [](uint32_t x, uint32_t, uint32_t) { return x; };
+    const Picture picture = decode(png_file({4, 2, 8, png_gray, false, {{"tRNS", std::string("\0\2", 2)}}, {}}, level));
+    EXPECT_EQ(pixels_of(picture), (std::vector<uint8_t>{0, 1, 2, 3, 0, 1, 2, 3}));
+    EXPECT_EQ(alpha_of(picture), (std::vector<uint8_t>{255, 255, 0, 255, 255, 255, 0, 255}));
+}
+
+TEST(PngWriter, WritesWhatWasRead) {
+    for (const int colour : {png_gray, png_gray_alpha, png_rgb, png_rgba}) {
+        const std::string file = png_file({21, 10, 8, colour, false, {}, {}}, mixed);
+        const std::string again = through(file, Format::png);
+        EXPECT_EQ(png_pixels(again), png_pixels(file));
+        EXPECT_EQ(png_chunk_data(again, "IHDR"), png_chunk_data(file, "IHDR"));
+    }
+}
+
+TEST(PngMetadata, SurvivesInEveryPlace) {
+    const std::string exif = exif_block(300);
+    const std::string density = big_endian(3000) + big_endian(2000) + std::string(1, '\1');
+    for (const bool behind : {false, true}) {
+        PngRecipe recipe{.before = {{"pHYs", density}}};
+        (behind ? recipe.after : recipe.before).emplace_back("eXIf", exif);
+        const std::string again = through(png_file(recipe, mixed), Format::png);
+        EXPECT_EQ(png_chunk_data(again, "eXIf"), exif);
+        EXPECT_EQ(png_chunk_data(again, "pHYs"), density);
+        EXPECT_EQ(notices_of(again), Notices{}) << "each chunk stands there once";
+    }
+}
+
+TEST(PngMetadata, KeepsColours) {
+    const std::string gamma = big_endian(100000);
+    std::string chromaticities;
+    for (const uint32_t value : {31270u, 32900u, 64000u, 33000u, 21000u, 71000u, 15000u, 6000u}) {
+        chromaticities += big_endian(value);
+    }
+    const std::string plain = through(png_file({.before = {{"gAMA", gamma}, {"cHRM", chromaticities}}}, mixed), Format::png);
+    EXPECT_EQ(png_chunk_data(plain, "gAMA"), gamma);
+    EXPECT_EQ(png_chunk_data(plain, "cHRM"), chromaticities);
+    EXPECT_EQ(png_chunk_data(plain, "sRGB"), "");
+    const std::string standard = through(png_file({.before = {{"sRGB", "\2"}}}, mixed), Format::png);
+    EXPECT_EQ(png_chunk_data(standard, "sRGB"), "\2");
+    EXPECT_EQ(png_chunk_data(standard, "iCCP"), "");
+}
+
+TEST(PngMetadata, ColoursChangeNoPixel) {
+    const std::string file = png_file({.before = {{"gAMA", big_endian(100000)}}}, mixed);
+    EXPECT_EQ(pixels_of(decode(file)), samples(8, 8, 0, 2, mixed));
+}
+
+TEST(JpegReader, GivesThePixelsOfEveryKind) {
+    for (const bool progressive : {false, true}) {
+        for (const JpegColour colour : {JpegColour::gray, JpegColour::ycc, JpegColour::rgb}) {
+            for (const int sampling : {1, 2}) {
+                JpegRecipe recipe{.width = 37, .height = 29, .colour = colour, .progressive = progressive};
+                recipe.sampling_x = recipe.sampling_y = colour == JpegColour::ycc ? sampling : 1;
+                const std::string file = jpeg_file(recipe, soft);
+                const Picture picture = decode(file);
+                const Pixels expected = jpeg_pixels(file);
+                EXPECT_EQ(picture.format, Format::jpeg);
+                EXPECT_EQ(picture.channels, expected.channels);
+                EXPECT_EQ(pixels_of(picture), expected.bytes);
+                EXPECT_EQ(picture.alpha, nullptr);
+            }
+        }
+    }
+}
+
+TEST(JpegReader, RefusesCmyk) {
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "CMYK pictures are not supported");
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "CMYK pictures are not supported");
+}
+
+TEST(JpegWriter, KeepsColourSampling) {
+    const std::vector<std::pair<std::pair<int, int>, std::string>> cases = {
+        {{1, 1}, "11 11 11"}, {{2, 1}, "21 11 11"}, {{1, 2}, "12 11 11"}, {{2, 2}, "22 11 11"}, {{4, 1}, "41 11 11"}};
+    for (const auto &[sampling, expected] : cases) {
+        JpegRecipe recipe{.width = 40, .height = 40, .sampling_x = sampling.first, .sampling_y = sampling.second};
+        EXPECT_EQ(jpeg_sampling(through(jpeg_file(recipe, soft), Format::jpeg)), expected);
+    }
+    EXPECT_EQ(jpeg_sampling(through(jpeg_file({.colour = JpegColour::gray}, soft), Format::jpeg)), "11");
+    EXPECT_EQ(jpeg_sampling(through(png_file({}, mixed), Format::jpeg)), "11 11 11") << "a PNG file has full colour";
+}
+
+TEST(JpegWriter, HasTheQualityAskedFor) {
+    const Picture picture = decode(png_file({40, 40, 8, png_rgb, false, {}, {}}, soft));
+    for (const int quality : {1, 50, 92, 100}) {
+        const std::string expected = jpeg_file({.width = 40, .height = 40, .quality = quality}, soft);
+        const std::string file = encode(picture, Format::jpeg, quality);
+        EXPECT_EQ(jpeg_first_factor(file), jpeg_first_factor(expected));
+        EXPECT_EQ(jpeg_pixels(file), jpeg_pixels(expected));
+    }
+}
+
+TEST(JpegWriter, TellsThatAlphaIsLeftOut) {
+    const Picture picture = decode(png_file({.colour = png_rgba}, mixed));
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file has no room for alpha, which is left out"});
+    EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
+}
+
+TEST(JpegWriter, RefusesSidesThatTheFormatCannotSay) {
+    const Picture picture = decode(png_file({.width = 65501, .height = 1, .colour = png_gray}, mixed));
+    try {
+        encode(picture, Format::jpeg);
+        FAIL() << "encoded";
+    } catch (const codec::Error &error) {
+        EXPECT_NE(std::string(error.what()).find("65500"), std::string::npos) << error.what();
+    }
+}
+
+std::string exif_segment(const std::string &block) { return std::string("Exif\0\0", 6) + block; }
+
+TEST(JpegMetadata, SurvivesInJpeg) {
+    const std::string exif = exif_segment(exif_block(500));
+    const std::string xmp = std::string("http://ns.adobe.com/xap/1.0/\0", 29) + "<x:xmpmeta/>";
+    const std::string captions = std::string("Photoshop 3.0\0", 14) + "8BIM";
+    const std::string profile = icc_profile("RGB ", 200000);
+    JpegRecipe recipe{.density_unit = 1, .density_x = 300, .density_y = 150};
+    recipe.segments = icc_segments(profile);
+    ASSERT_EQ(recipe.segments.size(), 4u);
+    recipe.segments.insert(recipe.segments.begin(), {0xe1, exif});
+    recipe.segments.push_back({0xe1, xmp});
+    recipe.segments.push_back({0xed, captions});
+    recipe.segments.push_back({0xe2, std::string("MPF\0", 4) + "offsets"});
+    const std::string again = through(jpeg_file(recipe, soft), Format::jpeg);
+    EXPECT_EQ(jpeg_segment(again, 0xe1, "Exif"), exif);
+    EXPECT_EQ(jpeg_segment(again, 0xe1, "http"), xmp);
+    EXPECT_EQ(jpeg_segment(again, 0xed), captions);
+    EXPECT_EQ(jpeg_icc_profile(again), profile);
+    EXPECT_EQ(jpeg_segment(again, 0xe2, "MPF"), "") << "its offsets point into the old file";
+    EXPECT_EQ(jpeg_segment(again, 0xe0), jpeg_segment(jpeg_file(recipe, soft), 0xe0)) << "density";
+}
+
+TEST(JpegMetadata, SurvivesIntoPngAndBack) {
+    const std::string block = exif_block(501);
+    const std::string profile = icc_profile("RGB ", 3000);
+    JpegRecipe recipe{.density_unit = 1, .density_x = 72, .density_y = 300};
+    recipe.segments = icc_segments(profile);
+    recipe.segments.insert(recipe.segments.begin(), {0xe1, exif_segment(block)});
+    const std::string png = through(jpeg_file(recipe, soft), Format::png);
+    EXPECT_EQ(png_chunk_data(png, "eXIf"), block);
+    EXPECT_EQ(png_chunk_data(png, "pHYs"), big_endian(2835) + big_endian(11811) + "\1");
+    EXPECT_NE(png_chunk_data(png, "iCCP"), "");
+    const std::string jpeg = through(png, Format::jpeg);
+    EXPECT_EQ(jpeg_segment(jpeg, 0xe1), exif_segment(block));
+    EXPECT_EQ(jpeg_icc_profile(jpeg), profile);
+    EXPECT_EQ(jpeg_segment(jpeg, 0xe0), jpeg_segment(jpeg_file(recipe, soft), 0xe0));
+}
+
+TEST(JpegMetadata, KeepsEveryUnitOfDensity) {
+    for (const int unit : {0, 1, 2}) {
+        const std::string file = jpeg_file({.density_unit = unit, .density_x = 118, .density_y = 59}, soft);
+        EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe0), jpeg_segment(file, 0xe0));
+        const std::string chunk = png_chunk_data(through(file, Format::png), "pHYs");
+        const std::vector<std::string> expected = {big_endian(118) + big_endian(59) + std::string(1, '\0'),
+                                                   big_endian(4646) + big_endian(2323) + "\1",
+                                                   big_endian(11800) + big_endian(5900) + "\1"};
+        EXPECT_EQ(chunk, expected[static_cast<size_t>(unit)]);
+    }
+}
+
+TEST(JpegMetadata, HasNoDensityOfItsOwnBesideExif) {
+    const std::string file = jpeg_file({.segments = {{0xe1, exif_segment(exif_block(50))}}}, soft);
+    EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe0), "");
+}
+
+TEST(JpegMetadata, TellsWhatDoesNotFit) {
+    const std::string exif = exif_block(65528);
+    const Picture large = decode(png_file({.before = {{"eXIf", exif}}}, mixed));
+    EXPECT_EQ(encoding_notices(large, Format::jpeg), Notices{"the Exif data is too large for a JPEG file and left out"});
+    const Picture fitting = decode(png_file({.before = {{"eXIf", exif_block(65527)}}}, mixed));
+    EXPECT_EQ(encoding_notices(fitting, Format::jpeg), Notices{});
+    EXPECT_EQ(jpeg_segment(encode(fitting, Format::jpeg), 0xe1).size(), 65533u);
+}
+
+TEST(JpegMetadata, TellsOfADamagedProfile) {
+    std::vector<Segment> segments = icc_segments(icc_profile("RGB ", 100000));
+    segments.pop_back();
+    const Notices notices = notices_of(jpeg_file({.segments = segments}, soft));
+    EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile is damaged and left out"), notices.end());
+}
+
+TEST(PngMetadata, TellsOfAProfileThatDoesNotSuit) {
+    const Picture picture = decode(jpeg_file({.segments = icc_segments("no profile at all")}, soft));
+    const Notices notices = encoding_notices(picture, Format::png);
+    EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile does not suit a PNG file and is left out"),
+              notices.end());
+    EXPECT_EQ(png_chunk_data(encode(picture, Format::png), "iCCP"), "");
+    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "no profile at all") << "JPEG carries it as it is";
+}
+
+TEST(PngMetadata, KeepsGrayProfiles) {
+    const std::string profile = icc_profile("GRAY", 400);
+    const Picture picture = decode(jpeg_file({.colour = JpegColour::gray, .segments = icc_segments(profile)}, soft));
+    const Picture again = decode(encode(picture, Format::png));
+    EXPECT_EQ(text_of(again.metadata.icc_profile), profile);
+}
+
+// Every beginning of a file is an error, and none a crash or a picture.
+void expect_every_truncation_fails(const std::string &file) {
+    ASSERT_EQ(error_of(file), "no error");
+    for (size_t size = 0; size < file.size(); ++size) {
+        EXPECT_NE(error_of(file.substr(0, size)), "no error") << size << " of " << file.size() << " bytes";
+    }
+}
+
+TEST(Truncated, PngIsAnError) {
+    const std::string profile_free =
+        png_file({.before = {{"pHYs", std::string(9, '\1')}}, .after = {{"eXIf", exif_block(30)}}}, mixed);
+    expect_every_truncation_fails(profile_free);
+    expect_every_truncation_fails(png_file({31, 31, 16, png_rgba, true, {}, {}}, mixed_16));
+}
+
+TEST(Truncated, JpegIsAnError) {
+    for (const bool progressive : {false, true}) {
+        JpegRecipe recipe{.width = 40, .height = 33, .sampling_x = 2, .sampling_y = 2, .progressive = progressive};
+        recipe.density_unit = 1;
+        recipe.segments = icc_segments(icc_profile("RGB ", 200));
+        expect_every_truncation_fails(jpeg_file(recipe, mixed));
+    }
+}
+
+TEST(Truncated, SaysSo) {
+    const std::string png = png_file({64, 64, 8, png_rgb, false, {}, {}}, mixed_16);
+    EXPECT_EQ(error_of(png.substr(0, png.size() / 2)), "truncated PNG file");
+    const std::string jpeg = jpeg_file({.width = 64, .height = 64}, mixed);
+    EXPECT_EQ(error_of(jpeg.substr(0, jpeg.size() / 2)), "premature end of JPEG file");
+}
+
+TEST(Damaged, NeverCrashes) {
+    const std::vector<std::string> files = {
+        png_file({19, 17, 8, png_rgba, true, {{"pHYs", std::string(9, '\1')}, {"eXIf", exif_block(40)}}, {}}, mixed),
+        png_file({19, 17, 4, png_palette, false, {{"PLTE", palette()}}, {}}, palette_index),
+        jpeg_file({.width = 40, .height = 33, .sampling_x = 2, .sampling_y = 2}, mixed),
+        jpeg_file({.width = 40, .height = 33, .progressive = true, .segments = icc_segments(icc_profile("RGB ", 200))}, mixed)};
+    Noise noise(7);
+    int errors = 0;
+    for (int round = 0; round < 2000; ++round) {
+        std::string file = files[noise.next() % files.size()];
+        for (uint32_t flips = noise.next() % 4 + 1; flips > 0; --flips) {
+            file[noise.next() % file.size()] = static_cast<char>(noise.byte());
+        }
+        errors += error_of(file) != "no error";
+    }
+    EXPECT_GT(errors, 1000);
+}
+
+TEST(Damaged, PngWithAWrongChecksum) {
+    std::string file = png_file({}, mixed);
+    file[file.size() - 14] = static_cast<char>(~file[file.size() - 14]); // in the checksum of the pixels
+    EXPECT_NE(error_of(file), "no error");
+}
+
+TEST(Hostile, EnormousPicturesAreRefused) {
+    const std::string most = std::to_string(codec::largest_area);
+    EXPECT_EQ(error_of(png_header(900000, 900000, 8, png_rgba, 0) + png_chunk("IDAT", "")),
+              "too large: 900000 x 900000 pixels, at most " + most + " can be worked on");
+    EXPECT_NE(error_of(png_header(0x7fffffff, 0x7fffffff, 8, png_rgba, 0) + png_chunk("IDAT", "")), "no error");
+    EXPECT_NE(error_of(png_header(0, 5, 8, png_rgb, 0) + png_chunk("IDAT", "")), "no error");
+    std::string jpeg = jpeg_file({}, mixed);
+    const size_t frame = jpeg.find("\xff\xc0");
+    jpeg.replace(frame + 5, 4, "\xff\xdc\xff\xdc");
+    EXPECT_EQ(error_of(jpeg), "too large: 65500 x 65500 pixels, at most " + most + " can be worked on");
+}
+
+TEST(Hostile, APromiseOfManyPixelsCostsNothing) {
+    EXPECT_EQ(error_of(png_header(16000, 15000, 8, png_rgba, 1) + png_chunk("IDAT", "")), "truncated PNG file");
+}
+
+// The first of two scans is final, so that its repetitions are lawful and cost time alone.
+std::string with_repeated_scan(int times) {
+    const std::string file = jpeg_file({.colour = JpegColour::gray, .two_scans = true}, mixed);
+    const size_t begin = file.find("\xff\xda");
+    const size_t end = file.find("\xff\xc4", begin);
+    std::string repeated = file.substr(0, end);
+    for (int i = 0; i < times; ++i) {
+        repeated += file.substr(begin, end - begin);
+    }
+    return repeated + file.substr(end);
+}
+
+TEST(Hostile, ManyScansAreRefused) {
+    EXPECT_EQ(error_of(with_repeated_scan(100)), "no error");
+    EXPECT_EQ(error_of(with_repeated_scan(600)), "too many scans");
+}
+
+TEST(JpegReader, TellsOfBytesThatDoNotBelong) {
+    std::string file = jpeg_file({}, mixed);
+    file.insert(file.size() - 2, std::string(40, '\1'));
+    const Notices notices = notices_of(file);
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_NE(notices[0].find("extraneous bytes"), std::string::npos);
+}
+
+TEST(JpegReader, IgnoresWhatStandsBehindThePicture) {
+    const std::string file = jpeg_file({}, mixed);
+    EXPECT_EQ(pixels_of(decode(file + "another picture")), jpeg_pixels(file).bytes);
+}
+
+} // namespace

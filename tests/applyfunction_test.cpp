@@ -278,6 +278,28 @@ TEST_P(ApplyFunctionTest, ResultPacketsAreNotClearedBetweenCalls) {
     }
 }
 
+// A run has no state beyond its arguments: another one between two of its calls does not touch its packets.
+TEST_P(ApplyFunctionTest, RunsMayBeNested) {
+    const ColorImagePtr source = numbered(5, 2);
+    const ColorImagePtr other = numbered(3, 1);
+    recorder_.act = [&](const Call &, float *result) {
+        if (recorder_.calls.size() == 1) {
+            std::copy_n(std::array<float, 8>{1, 2, 3, 4, 5, 6, 7, 8}.begin(), 8, result);
+        }
+        const auto spoil = [](void *, int64_t, uint64_t, const float *, uint64_t, float *packet) {
+            std::fill_n(packet, 8, 99.0f);
+            return int32_t{0};
+        };
+        ColorImage *target = other.get();
+        return KoApplyFunctionTo1ColorImage(spoil, nullptr, other.get(), &target);
+    };
+    ColorImage *result = nullptr;
+    expect_success([&] { return run(source.get(), &result); });
+    const ColorImagePtr made(result);
+    EXPECT_EQ(pixels(&result->planes[0]), (std::vector<float>{1, 5, 1, 5, 1, 1, 5, 1, 5, 1}));
+    EXPECT_EQ(pixels(&other->planes[0]), (std::vector<float>{99, 99, 99}));
+}
+
 TEST_P(ApplyFunctionTest, TheLastCallsStatusIsTheResultAndNoEarlierOneStops) {
     const ColorImagePtr source = numbered(5, 2);
     for (size_t odd = 1; odd <= 6; ++odd) {

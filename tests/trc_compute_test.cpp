@@ -249,6 +249,78 @@ TEST_F(TrcComputeTest, ValuesWrapAt65536) {
     EXPECT_EQ(expect_fit(256, pairs(infinity, 40.0f))[0], 40u);
 }
 
+// ---- ties and rounding ----
+
+// One pixel that lies as near to one curve as to the next: the earlier curve stays.
+TEST_F(TrcComputeTest, ATieBetweenCurvesGoesToTheEarlier) {
+    const ReferenceCurves curves(256);
+    for (size_t curve = 0; curve + 1 < 6; ++curve) {
+        for (size_t i = curve + 1; i < 256; i += 8) {
+            const uint32_t both = uint32_t{curves.levels[curve * 256 + i]} + curves.levels[(curve + 1) * 256 + i];
+            if (both % 2 == 0) {
+                expect_fit(256, {{level(i), level(both / 2)}});
+            }
+        }
+    }
+}
+
+// Levels on both sides of a middle with mirrored targets that fall: all their pixels together lie half way between two levels,
+// and the rounding of their means and path costs decides between the two.
+Pixels mirrored_pixels(uint64_t size, uint32_t seed) {
+    Noise noise(seed);
+    const uint64_t reach = 1 + noise.next() % 12;
+    const uint64_t middle = reach + noise.next() % (size - 2 * reach - 1);
+    Pixels pixels;
+    for (uint64_t distance = 0; distance < reach; ++distance) {
+        const uint64_t count = 1 + noise.next() % 9;
+        for (uint64_t i = 0; i < count; ++i) {
+            const uint64_t above = 1 + noise.next() % std::min<uint64_t>(60, middle + 1);
+            pixels.push_back({level(middle - distance), level(middle + above)});
+            pixels.push_back({level(middle + 1 + distance), level(middle + 1 - above)});
+        }
+    }
+    return pixels;
+}
+
+TEST_F(TrcComputeTest, MeansHalfWayBetweenTwoLevels) {
+    for (const uint64_t size : {64u, 128u, 256u}) {
+        for (uint32_t seed = 1; seed <= 40; ++seed) {
+            expect_fit(size, mirrored_pixels(size, seed));
+        }
+    }
+}
+
+// Few pixels far above all curves against many below: costs so large that their sums in single precision choose the curve.
+TEST_F(TrcComputeTest, CostsBeyondSinglePrecision) {
+    for (const uint32_t seed : {3681u, 4761u, 7103u, 7667u, 1u, 2u, 3u}) {
+        Noise noise(seed);
+        for (int i = 0; i < 4; ++i) {
+            noise.next();
+        }
+        const float high = level(1 + noise.next() % 31);
+        const float low = level(1 + noise.next() % 31);
+        Pixels pixels(1 + noise.next() % 3, {high, 65535.0f});
+        pixels.resize(pixels.size() + noise.next() % 6000, {low, 0.0f});
+        const uint32_t extra = noise.next() % 3;
+        for (uint32_t i = 0; i < extra; ++i) {
+            const float input = level(noise.next() % 33);
+            pixels.push_back({input, level(noise.next() % 256)});
+        }
+        expect_fit(33, pixels);
+    }
+}
+
+TEST_F(TrcComputeTest, AnyHandfulOfPixels) {
+    Noise noise(15);
+    for (int round = 0; round < 200; ++round) {
+        const uint64_t size = 1 + noise.next() % 270;
+        expect_fit(size, make_pixels(1 + noise.next() % 30, [&](uint64_t) {
+                       const float input = level(noise.next() % std::min<uint64_t>(size, 256));
+                       return PixelPair{input, level(noise.next() % 256)};
+                   }));
+    }
+}
+
 // ---- areas and records ----
 
 // Two areas of one shape at different places of images of different widths.

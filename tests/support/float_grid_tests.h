@@ -307,10 +307,13 @@ TYPED_TEST_P(FloatGridTest, MinMaxOfChosenValues) {
         {{-10, -20, -30, -40, -50, -60}, {-60, -10}}, // here neither
         {{1, not_a_number, 3, not_a_number, 0, not_a_number}, {0, 3}},
         {{not_a_number, 1, 2, 3, 4, 5}, {not_a_number, not_a_number}},
-        {{0.0f, -0.0f, 0.0f, -0.0f, -0.0f, 0.0f}, {0.0f, 0.0f}},
-        {{-0.0f, 0.0f, -0.0f, 0.0f, 0.0f, -0.0f}, {-0.0f, -0.0f}},
-        {{5, 0.0f, -0.0f, 6, -0.0f, 0.0f}, {0.0f, 6}},
-        {{-5, -0.0f, 0.0f, -6, 0.0f, -0.0f}, {-6, -0.0f}},
+        // of zeros that differ in their sign alone the first stays
+        {{0.0f, -0.0f, 0.0f, -0.0f, 0.0f, -0.0f}, {0.0f, 0.0f}},
+        {{-0.0f, 0.0f, -0.0f, 0.0f, -0.0f, 0.0f}, {-0.0f, -0.0f}},
+        {{5, 0.0f, 0.0f, 6, -0.0f, -0.0f}, {0.0f, 6}},
+        {{5, -0.0f, -0.0f, 6, 0.0f, 0.0f}, {-0.0f, 6}},
+        {{-5, -0.0f, -0.0f, -6, 0.0f, 0.0f}, {-6, -0.0f}},
+        {{-5, 0.0f, 0.0f, -6, -0.0f, -0.0f}, {-6, 0.0f}},
         {{1, infinity, 2, -infinity, 3, 4}, {-infinity, infinity}}};
     for (const auto &[values, expected] : cases) {
         const auto grid = this->of(3, 2, values);

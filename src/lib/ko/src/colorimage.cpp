@@ -142,11 +142,11 @@ ColorImage *KoColorImageNewFromColorImage(int32_t space, const ColorImage *sourc
 }
 
 int32_t KoColorImageFree(ColorImage *image) {
-    if (image == nullptr || image->planes == nullptr) {
+    if (image == nullptr) {
         return KO_OK;
     }
     int32_t status = KO_OK;
-    for (uint64_t i = 0; i < image->depth && status == KO_OK; ++i) {
+    for (uint64_t i = 0; image->planes != nullptr && i < image->depth && status == KO_OK; ++i) {
         status = KoRealImageFree(&image->planes[i]);
     }
     KoFree(image->planes);

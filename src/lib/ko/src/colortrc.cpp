@@ -51,11 +51,14 @@ int32_t fit_to_header(ColorTRC *color_trc, uint64_t size) {
     if (file_channels_have(color_trc, size)) {
         return KO_OK;
     }
+    if (size * sizeof(uint32_t) > largest_block) {
+        fail_allocation(size * sizeof(uint32_t)); // once, not once a curve
+        return KO_ERR_ALLOC;
+    }
     ColorTRC fresh = {};
-    const int32_t status = KoColorTRCInit(&fresh, size, color_trc->depth);
-    if (status != KO_OK || !file_channels_have(&fresh, size)) {
+    if (KoColorTRCInit(&fresh, size, color_trc->depth) != KO_OK || !file_channels_have(&fresh, size)) {
         KoColorTRCFree(&fresh);
-        return KoErrorGetLastError();
+        return KO_ERR_ALLOC;
     }
     KoColorTRCFree(color_trc);
     *color_trc = fresh;

@@ -214,8 +214,8 @@ void set_status(const MessageCatalog *catalog, int32_t code, va_list arguments) 
     if (has_text(catalog, code)) {
         data->last_message = format_text(data, catalog->texts[code], arguments);
     }
-    // Without a text the newest message becomes the unknown code's, in the buffer; the chain that stands for the text here is about
-    // to be replaced.
+    // Without a text the newest message becomes the unknown code's, in the buffer; the chain that stands for the text here is
+    // about to be replaced.
     const char *text = has_text(catalog, code) ? data->last_message : format_unknown(data, code);
     if (code != KO_OK) {
         add_to_chain(data, text);

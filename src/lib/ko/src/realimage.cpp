@@ -32,10 +32,10 @@ int compare_sizes(uint64_t a, uint64_t b) {
     return first > second ? 1 : first < second ? -1 : 0;
 }
 
-// 1 or -1 for two pixels further apart than the tolerance, otherwise 0; a NaN is never further apart.
+// 1 or -1 for two pixels that differ by more than the tolerance, otherwise 0; a NaN never does.
 int compare_pixels(float a, float b, float tolerance) {
     const float difference = a - b;
-    if (!(std::fabs(static_cast<double>(difference)) > static_cast<double>(tolerance))) {
+    if (a == b || !(std::fabs(static_cast<double>(difference)) > static_cast<double>(tolerance))) {
         return 0;
     }
     return difference > 0.0f ? 1 : -1;
@@ -160,11 +160,13 @@ int32_t KoRealImageFromFloatArray(RealImage *image, const float *floats, uint64_
 }
 
 RealImage *KoRealImageNewFromByteArray(uint64_t width, uint64_t height, const uint8_t *bytes, uint64_t bytes_skip) {
-    return KoMatrixFloatNewFromByteArray(width, height, bytes, bytes_skip);
+    return new_filled_matrix<RealImage>(
+        width, height, [=](RealImage *image) { KoRealImageFromByteArray(image, bytes, 0, height, bytes_skip); });
 }
 
 RealImage *KoRealImageNewFromFloatArray(uint64_t width, uint64_t height, const float *floats) {
-    return KoMatrixFloatNewFromFloatArray(width, height, floats);
+    return new_filled_matrix<RealImage>(width, height,
+                                        [=](RealImage *image) { KoRealImageFromFloatArray(image, floats, 0, height, 0); });
 }
 
 int32_t KoRealImageGetMinMax(const RealImage *image, float *minimum, float *maximum) {

@@ -1,4 +1,6 @@
 // Curves per channel when memory runs short.
+#include <functional>
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -144,6 +146,25 @@ TEST_F(ColorTrcFaultTest, LoadLeavesTheRecordAsItWas) {
     });
     EXPECT_GE(faults, 6);
     EXPECT_EQ(KoColorTRCGetSize(color.get()), 8u);
+}
+
+// A fourth and fifth curve are not in the file; short memory for them alone need not fail the call.
+TEST_F(ColorTrcFaultTest, LoadOfADeepRecordFailsAsAWholeOrReads) {
+    const TemporaryFile file("curves.txt", curve_text(color_form, 1));
+    sweep_faults([&] {
+        const ColorTrcPtr color(KoColorTRCNew(4, 5));
+        if (color == nullptr || !complete(color.get()) || KoColorTRCSetIdentity(color.get()) != KO_OK) {
+            return;
+        }
+        const int32_t status = KoColorTRCLoad(color.get(), file.c_str());
+        EXPECT_EQ(color->depth, 5u);
+        if (status == KO_OK) {
+            EXPECT_EQ(entries_of(color->curves[2]), (Entries{2, 12}));
+        } else {
+            EXPECT_EQ(status, KO_ERR_ALLOC);
+            EXPECT_EQ(curves_of(color.get()), std::vector<Entries>(5, Entries{0, 1, 2, 3}));
+        }
+    });
 }
 
 // Curves before the failure are resized, those behind it are not; each is whole, and the file is still written.

@@ -1,4 +1,5 @@
 // The grid of curves when memory runs short.
+#include <string>
 #include <vector>
 
 #include <gtest/gtest.h>

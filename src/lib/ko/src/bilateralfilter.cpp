@@ -15,50 +15,63 @@ using namespace ko;
 
 using OwnedKernel = Owned<KernelGaussian, KoKernelGaussianDelete>;
 
-// What the levels share.
+// What the levels share. The blurred strips have memory of their own: it stays in the cache, and nobody needs them later.
 struct Frame {
     OwnedKernel kernel;
     OwnedImage weights;
     OwnedImage weighted;
-    Block<float> work;
+    Block<float> row_work;
+    Block<float> weight_strip;
+    Block<float> weighted_strip;
 
     [[nodiscard]] int32_t init(uint64_t width, uint64_t height) {
         const double shorter = static_cast<double>(std::min(width, height));
         kernel.reset(KoKernelGaussianNewTune(static_cast<float>(shorter / 50.0), 2.0f, 1));
         weights.reset(kernel ? KoRealImageNew(width, height) : nullptr);
         weighted.reset(weights ? KoRealImageNew(width, height) : nullptr);
-        work.reset(weighted ? make_blur_work(width) : nullptr);
-        return work ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
+        row_work.reset(weighted ? make_blur_work(width) : nullptr);
+        weight_strip.reset(row_work ? allocate<float>(height * blur_strip) : nullptr);
+        weighted_strip.reset(weight_strip ? allocate<float>(height * blur_strip) : nullptr);
+        return weighted_strip ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
     }
 };
 
 // Distance from a level in steps: the difference and the quotient in single precision.
 inline float distance(float pixel, float level, float step) { return std::fabs(pixel - level) / step; }
 
-// The weight of each pixel at a level, and the pixel times it, for the rows from top to bottom - 1.
+// The weights of some pixels at a level, at most exp_piece, and the pixels times them.
+void weigh_piece(const float *pixels, float level, float step, uint64_t count, float *weights, float *weighted) {
+    double exponents[exp_piece];
+    for (uint64_t x = 0; x < count; ++x) {
+        const float d = distance(pixels[x], level, step);
+        exponents[x] = static_cast<double>(-(d * d)) * 0.5;
+    }
+    exp_of_negatives(exponents, count, weights);
+    for (uint64_t x = 0; x < count; ++x) {
+        weighted[x] = weights[x] * pixels[x];
+    }
+}
+
+// The same for the rows from top to bottom - 1.
 void weigh(const RealImage *image, float level, float step, uint64_t top, uint64_t bottom, const Frame &frame) {
     for (uint64_t y = top; y < bottom; ++y) {
-        const float *row = image->rows[y];
-        float *weight = frame.weights->rows[y];
-        float *weighted = frame.weighted->rows[y];
-        for (uint64_t x = 0; x < image->width; ++x) {
-            const float d = distance(row[x], level, step);
-            weight[x] = static_cast<float>(exp_of_negative(static_cast<double>(-(d * d)) * 0.5));
-            weighted[x] = weight[x] * row[x];
+        for (uint64_t x = 0; x < image->width; x += exp_piece) {
+            weigh_piece(image->rows[y] + x, level, step, std::min(exp_piece, image->width - x), frame.weights->rows[y] + x,
+                        frame.weighted->rows[y] + x);
         }
     }
 }
 
-// Adds the blurred pixels of the columns from left to right - 1 to the result, as far as a pixel lies near the level. A weight
-// of exactly 0 throws away what earlier levels left, on purpose.
+// Adds the blurred strip of columns from left to right - 1 to the result, as far as a pixel lies near the level. A weight of
+// exactly 0 throws away what earlier levels left, on purpose.
 void accumulate(const RealImage *image, float level, float step, uint64_t left, uint64_t right, const Frame &frame,
                 RealImage *result) {
     for (uint64_t y = 0; y < image->height; ++y) {
-        const float *row = image->rows[y];
-        const float *weight = frame.weights->rows[y];
-        const float *weighted = frame.weighted->rows[y];
-        float *out = result->rows[y];
-        for (uint64_t x = left; x < right; ++x) {
+        const float *row = image->rows[y] + left;
+        const float *weight = frame.weight_strip.get() + y * blur_strip;
+        const float *weighted = frame.weighted_strip.get() + y * blur_strip;
+        float *out = result->rows[y] + left;
+        for (uint64_t x = 0; x < right - left; ++x) {
             const float d = distance(row[x], level, step);
             const float t = 1.0f < d ? 1.0f : d;
             const float sum = weighted[x] / weight[x] * (1.0f - t) + out[x];
@@ -72,12 +85,12 @@ void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, fl
     const KernelGaussian *kernel = frame.kernel.get();
     for (uint64_t y = 0; y < image->height; y += blur_group) {
         weigh(image, level, step, y, std::min(y + blur_group, image->height), frame);
-        blur_row_group(kernel, frame.weights.get(), y, frame.weights.get(), frame.work.get());
-        blur_row_group(kernel, frame.weighted.get(), y, frame.weighted.get(), frame.work.get());
+        blur_row_group(kernel, frame.weights.get(), y, frame.weights.get(), frame.row_work.get());
+        blur_row_group(kernel, frame.weighted.get(), y, frame.weighted.get(), frame.row_work.get());
     }
     for (uint64_t x = 0; x < image->width; x += blur_strip) {
-        blur_column_strip(kernel, frame.weights.get(), x);
-        blur_column_strip(kernel, frame.weighted.get(), x);
+        blur_column_strip(kernel, frame.weights.get(), x, frame.weight_strip.get(), blur_strip);
+        blur_column_strip(kernel, frame.weighted.get(), x, frame.weighted_strip.get(), blur_strip);
         accumulate(image, level, step, x, std::min(x + blur_strip, image->width), frame, result);
     }
 }

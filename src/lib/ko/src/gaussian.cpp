@@ -326,17 +326,19 @@ void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *o
     }
 }
 
-// The vertical pass over a strip of columns, in place.
-template <class Count> void filter_columns(const KernelGaussian *kernel, RealImage *image, uint64_t x, Count columns) {
+// The vertical pass over a strip of columns; out may be the strip itself.
+template <class Count>
+void filter_columns(const KernelGaussian *kernel, const RealImage *image, uint64_t x, Count columns, float *out,
+                    uint64_t step) {
     LineFilter<Count> filter(kernel, columns);
     const uint64_t last = image->height - 1;
     filter.start(image->rows[0] + x, image->rows[last] + x);
     for (uint64_t y = 0; y <= last; ++y) {
-        filter.forward(image->rows[y] + x, image->rows[y] + x);
+        filter.forward(image->rows[y] + x, out + y * step);
     }
-    filter.turn(image->rows[last] + x);
+    filter.turn(out + last * step);
     for (uint64_t y = last; y-- > 0;) {
-        filter.backward(image->rows[y] + x, image->rows[y] + x);
+        filter.backward(out + y * step, out + y * step);
     }
 }
 
@@ -354,7 +356,7 @@ int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image,
         blur_row_group(kernel, image, y, *result, work.get());
     }
     for (uint64_t x = 0; x < image->width; x += blur_strip) {
-        blur_column_strip(kernel, *result, x);
+        blur_column_strip(kernel, *result, x, (*result)->rows[0] + x, stride(*result));
     }
     return KO_OK;
 }
@@ -382,11 +384,11 @@ void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64
     }
 }
 
-void blur_column_strip(const KernelGaussian *kernel, RealImage *image, uint64_t x) {
+void blur_column_strip(const KernelGaussian *kernel, const RealImage *image, uint64_t x, float *out, uint64_t step) {
     if (image->width - x >= blur_strip) {
-        filter_columns(kernel, image, x, Constant<blur_strip>());
+        filter_columns(kernel, image, x, Constant<blur_strip>(), out, step);
     } else {
-        filter_columns(kernel, image, x, image->width - x);
+        filter_columns(kernel, image, x, image->width - x, out, step);
     }
 }
 

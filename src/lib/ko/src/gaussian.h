@@ -20,8 +20,9 @@ constexpr uint64_t blur_strip = 128;
 // the image has pixels.
 void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work);
 
-// The vertical pass, in place, over the strip of columns that begins at x, after the horizontal pass over all rows.
-void blur_column_strip(const KernelGaussian *kernel, RealImage *image, uint64_t x);
+// The vertical pass over the strip of columns that begins at x, after the horizontal pass over all rows. Row y of the result
+// goes to out + y * step; out may be the strip's own place in image.
+void blur_column_strip(const KernelGaussian *kernel, const RealImage *image, uint64_t x, float *out, uint64_t step);
 
 } // namespace ko
 

@@ -66,8 +66,10 @@ KO_API LocalContrastEnhancementImageFeatures *KoLocalContrastEnhancementNew(uint
 KO_API int32_t KoLocalContrastEnhancementInit(LocalContrastEnhancementImageFeatures *features, uint64_t trc_size,
                                               uint64_t blocks_x, uint64_t blocks_y);
 
-/** Frees what the record owns; its pointers keep their values, so it needs a new Init before further use. Null is accepted. Returns
-    KO_OK. */
+/**
+ * Frees what the record owns; its pointers keep their values, so it needs a new Init before further use. Null is accepted.
+ * Returns KO_OK.
+ */
 KO_API int32_t KoLocalContrastEnhancementFree(LocalContrastEnhancementImageFeatures *features);
 
 /** Frees what the record owns and the record; null is accepted. Returns KO_OK. */

@@ -10,8 +10,9 @@ namespace ko {
 
 // Rows carried side by side in the horizontal pass.
 constexpr uint64_t blur_group = 16;
-// Columns carried side by side in the vertical pass: their state stays in the first-level cache.
-constexpr uint64_t blur_strip = 128;
+// Columns carried side by side in the vertical pass: so few that a strip of a large picture stays in the second-level cache
+// between the way down and the way up.
+constexpr uint64_t blur_strip = 32;
 
 // Work memory of recursive blurs of images of one width; null if it cannot be had.
 [[nodiscard]] float *make_blur_work(uint64_t width);

@@ -41,14 +41,12 @@ int compare_pixels(float a, float b, float tolerance) {
     return difference > 0.0f ? 1 : -1;
 }
 
-// A block of the transposition: its lines stay in the first-level cache, and long pieces of the result's few lines are written
-// at a time.
-constexpr uint64_t block_width = 16;
-constexpr uint64_t block_height = 64;
+// Rows and columns of a block of the transposition: long enough pieces of few enough lines on either side.
+constexpr uint64_t block = 64;
 
 void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uint64_t y0) {
-    const uint64_t x1 = std::min(x0 + block_width, image->width);
-    const uint64_t y1 = std::min(y0 + block_height, image->height);
+    const uint64_t x1 = std::min(x0 + block, image->width);
+    const uint64_t y1 = std::min(y0 + block, image->height);
     for (uint64_t x = x0; x < x1; ++x) {
         float *out = result->rows[x];
         for (uint64_t y = y0; y < y1; ++y) {
@@ -219,8 +217,8 @@ int32_t KoRealImageTranspose(const RealImage *image, RealImage **result) {
     } else if ((*result)->width != image->height || (*result)->height != image->width) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
-    for (uint64_t y = 0; y < image->height; y += block_height) {
-        for (uint64_t x = 0; x < image->width; x += block_width) {
+    for (uint64_t y = 0; y < image->height; y += block) {
+        for (uint64_t x = 0; x < image->width; x += block) {
             transpose_block(image, *result, x, y);
         }
     }

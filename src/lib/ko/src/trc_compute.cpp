@@ -68,25 +68,35 @@ Parabola prior_parabola(float value) {
     return {weight * g * g, (1.0 - 2.0 * g) * weight, static_cast<double>(2.0f * prior_weight)};
 }
 
-// Calls add(row, value) along Rows rows at once: a single row would wait for its own additions.
+// Calls add(cost, value) along Rows rows at once: a single row would wait for its own additions. Some steps of all rows are
+// taken together before they are handed on row by row.
 template <uint64_t Rows, class ParabolaOf, class Add>
 void walk_rows(float *costs, uint64_t levels, uint64_t first_row, ParabolaOf parabola_of, Add add) {
+    constexpr uint64_t steps = 64;
+    float values[steps][Rows];
     double value[Rows];
     double step[Rows];
     double bend[Rows];
-    float *row[Rows];
     for (uint64_t r = 0; r < Rows; ++r) {
         const Parabola parabola = parabola_of(first_row + r);
         value[r] = parabola.value;
         step[r] = parabola.step;
         bend[r] = parabola.bend;
-        row[r] = costs + (first_row + r) * levels;
     }
-    for (uint64_t x = 0; x < levels; ++x) {
+    for (uint64_t start = 0; start < levels; start += steps) {
+        const uint64_t count = std::min(steps, levels - start);
+        for (uint64_t x = 0; x < count; ++x) {
+            for (uint64_t r = 0; r < Rows; ++r) {
+                values[x][r] = static_cast<float>(value[r]);
+                value[r] += step[r];
+                step[r] += bend[r];
+            }
+        }
         for (uint64_t r = 0; r < Rows; ++r) {
-            add(&row[r][x], static_cast<float>(value[r]));
-            value[r] += step[r];
-            step[r] += bend[r];
+            float *row = costs + (first_row + r) * levels + start;
+            for (uint64_t x = 0; x < count; ++x) {
+                add(&row[x], values[x][r]);
+            }
         }
     }
 }
@@ -129,16 +139,28 @@ const float *choose_prior(const float *costs, uint64_t levels, const TrcPool &po
     return pool.values + best * pool.size;
 }
 
-// One row of the programme: the cheapest way to each column from the row above, ties to the smallest column.
+// One row of the programme: the cheapest way to each column from the row above, ties to the smallest column. In short walks
+// without branches: a running minimum, the columns at which it falls, and a running maximum of those.
 void path_row(const float *above, const float *costs, float *path, uint16_t *origins, uint64_t levels) {
+    constexpr uint64_t piece = 256;
     float best = above[0];
     uint16_t origin = 0;
-    for (uint64_t x = 0; x < levels; ++x) {
-        const bool better = best > above[x];
-        best = better ? above[x] : best;
-        origin = better ? static_cast<uint16_t>(x) : origin;
-        path[x] = best + costs[x];
-        origins[x] = origin;
+    for (uint64_t start = 0; start < levels; start += piece) {
+        const uint64_t end = std::min(start + piece, levels);
+        float before[piece]; // the best of all columns to the left
+        for (uint64_t x = start; x < end; ++x) {
+            before[x - start] = best;
+            best = above[x] < best ? above[x] : best;
+        }
+        for (uint64_t x = start; x < end; ++x) {
+            const bool falls = before[x - start] > above[x];
+            path[x] = (falls ? above[x] : before[x - start]) + costs[x];
+            origins[x] = falls ? static_cast<uint16_t>(x) : uint16_t{0};
+        }
+        for (uint64_t x = start; x < end; ++x) {
+            origin = std::max(origin, origins[x]);
+            origins[x] = origin;
+        }
     }
 }
 

@@ -41,17 +41,21 @@ int compare_pixels(float a, float b, float tolerance) {
     return difference > 0.0f ? 1 : -1;
 }
 
-// Rows and columns of a block of the transposition: long enough pieces of few enough lines on either side.
+// A block of the transposition is turned in a tile of its own and then written line by line, in long pieces.
 constexpr uint64_t block = 64;
 
 void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uint64_t y0) {
-    const uint64_t x1 = std::min(x0 + block, image->width);
-    const uint64_t y1 = std::min(y0 + block, image->height);
-    for (uint64_t x = x0; x < x1; ++x) {
-        float *out = result->rows[x];
-        for (uint64_t y = y0; y < y1; ++y) {
-            out[y] = image->rows[y][x];
+    const uint64_t width = std::min(block, image->width - x0);
+    const uint64_t height = std::min(block, image->height - y0);
+    float tile[block][block];
+    for (uint64_t y = 0; y < height; ++y) {
+        const float *row = image->rows[y0 + y] + x0;
+        for (uint64_t x = 0; x < width; ++x) {
+            tile[x][y] = row[x];
         }
+    }
+    for (uint64_t x = 0; x < width; ++x) {
+        std::copy_n(tile[x], height, result->rows[x0 + x] + y0);
     }
 }
 

@@ -721,7 +721,7 @@ TEST_F(ByteRefusal, OfAnImageOfNeitherOneNorThreePlanes) {
 TEST_F(ByteRefusal, OfALayoutThatDoesNotExist) {
     const ColorImagePtr image = uniform(4, 3, RGB, {1, 2, 3});
     const std::vector<float> before = all_pixels(image.get());
-    for (const int32_t layout : {4, 77, -1}) {
+    for (const int32_t layout : {3, 4, 77, -1}) {
         expect_refused(image.get(), layout);
     }
     EXPECT_EQ(all_pixels(image.get()), before);

@@ -26,7 +26,8 @@ bool has_planes(const ColorImage *image) { return image->depth != 0 && image->pl
 
 bool same_size(const RealImage *a, const RealImage *b) { return a->width == b->width && a->height == b->height; }
 
-bool layout_exists(int32_t layout) { return layout >= KO_BYTE_LAYOUT_INTERLEAVED && layout <= KO_BYTE_LAYOUT_3_PLANES; }
+// True for the layouts of one block.
+bool is_one_block(int32_t layout) { return layout >= KO_BYTE_LAYOUT_INTERLEAVED && layout <= KO_BYTE_LAYOUT_PLANAR; }
 
 // One line of a byte picture of three channels, Step bytes from pixel to pixel.
 template <uint64_t Step>
@@ -219,7 +220,7 @@ int32_t KoColorImageFromByteArray(ColorImage *image, const uint8_t *bytes, uint3
     if (image->depth == 1) {
         return KoRealImageFromByteArray(&image->planes[0], bytes, line_start, line_num, 0);
     }
-    if (image->depth != 3 || !layout_exists(layout)) {
+    if (image->depth != 3 || !is_one_block(layout)) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
     for_each_byte_line(image, bytes, line_start, line_num, layout, [image](const ByteImageIterator &line, uint64_t y) {
@@ -235,7 +236,7 @@ int32_t KoColorImageToByteArray(const ColorImage *image, uint8_t *bytes, uint32_
     if (image->depth == 1) {
         return KoRealImageToByteArray(&image->planes[0], bytes, line_start, line_num, 0);
     }
-    if (image->depth != 3 || !layout_exists(layout)) {
+    if (image->depth != 3 || !is_one_block(layout)) {
         KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT); // the result is KO_OK all the same
         return KO_OK;
     }

@@ -87,12 +87,12 @@ KO_API int32_t KoColorImageTranspose(const ColorImage *image, ColorImage **resul
 
 /**
  * Fills lines from a picture's bytes, without scaling or conversion of colours.
- *   bytes        in   line_num lines of the image's width in the given layout; one block (KO_BYTE_LAYOUT_3_PLANES has three
- *                     and does not serve here)
+ *   bytes        in   line_num lines of the image's width in the given layout, in one block
  *   line_start   in   first line; with three planes neither it nor line_num is checked
  *   line_num     in   lines; 0 converts exactly one line
- *   layout       in   KO_BYTE_LAYOUT_...; an image of one plane ignores it
- * Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for an image of neither one nor three planes or a layout that does not exist.
+ *   layout       in   KO_BYTE_LAYOUT_... of one block; an image of one plane ignores it
+ * Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for an image of neither one nor three planes, or for KO_BYTE_LAYOUT_3_PLANES or a
+ * layout that does not exist.
  */
 KO_API int32_t KoColorImageFromByteArray(ColorImage *image, const uint8_t *bytes, uint32_t line_start, uint32_t line_num,
                                          int32_t layout);

@@ -67,6 +67,20 @@ template <class T, auto Delete> class Owned {
 // A block of KoFree.
 template <class T> using Block = Owned<T, KoFree>;
 
+// As KoRealloc, with the size checked like that of allocate_bytes.
+[[nodiscard]] void *reallocate_bytes(void *block, uint64_t count, uint64_t element_size);
+
+// Changes a block to count elements; on failure gives false and leaves it as it was.
+template <class T> [[nodiscard]] bool reallocate(Block<T> *block, uint64_t count) {
+    void *moved = reallocate_bytes(block->get(), count, sizeof(T));
+    if (moved == nullptr) {
+        return false;
+    }
+    block->release();
+    block->reset(static_cast<T *>(moved));
+    return true;
+}
+
 // A record by the rule of all New functions: allocate, run init on it, and on a failure of either free the record (after
 // clean_up), report KO_ERR_CREATE_OBJECT with the name, and give null.
 template <class T, class Init, class CleanUp> [[nodiscard]] T *make_object(const char *name, Init init, CleanUp clean_up) {

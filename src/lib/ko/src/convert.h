@@ -22,6 +22,14 @@ inline int64_t truncate_64(float value) {
 // The low 32 bits of the truncated value, as a curve's index: negatives wrap to the far end, a NaN gives 0.
 inline uint32_t curve_index(float value) { return static_cast<uint32_t>(truncate_64(value)); }
 
+// A histogram's bin: half is added and the sum truncated, in double precision. 0 below 0, for a NaN and for what does not fit
+// 32 bits.
+inline uint32_t bin_index(float value) {
+    const double raised = static_cast<double>(value) + 0.5;
+    const bool fits = raised >= 0.0 && raised < 2147483648.0;
+    return static_cast<uint32_t>(static_cast<int32_t>(fits ? raised : 0.0));
+}
+
 // The low 8 bits of the truncated value, with no limit at either end.
 inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(truncate_32(value)); }
 

@@ -1,8 +1,9 @@
 // Start and end of the library. The order of the steps is settled: status service, curve pool, switch for packed arithmetic,
-// plug-in; backwards at the end, but for the plug-in, which goes last, after the status service.
+// text format, plug-in; at the end text format, curve pool, status service, and last the plug-in.
 #include "ko/lifecycle.h"
 
 #include "ko/error.h"
+#include "ko/imageformat.h"
 #include "platform.h"
 #include "trc_pool.h"
 
@@ -12,6 +13,14 @@ int32_t init_count = 0;
 void *plugin = nullptr;
 // Of the plug-in that is loaded now, or null.
 ko::ModuleEntry plugin_release = nullptr;
+
+void set_text_format(KoRealImageLoadFunction load, KoRealImageSaveFunction save, KoColorImageLoadFunction load_color,
+                     KoColorImageSaveFunction save_color) {
+    KoRealImageSetLoadFunction(KO_IMAGE_FORMAT_TEXT, load);
+    KoRealImageSetSaveFunction(KO_IMAGE_FORMAT_TEXT, save);
+    KoColorImageSetLoadFunction(KO_IMAGE_FORMAT_TEXT, load_color);
+    KoColorImageSetSaveFunction(KO_IMAGE_FORMAT_TEXT, save_color);
+}
 
 int32_t load_plugin(void *first, void *second) {
     plugin_release = nullptr;
@@ -48,6 +57,7 @@ int32_t KoInit(void *first, void *second) {
     KoErrorClassInit();
     ko::_KoTRCPoolInit();
     KoSSEInit();
+    set_text_format(KoRealImageLoadTXT, KoRealImageSaveTXT, KoColorImageLoadTXT, KoColorImageSaveTXT);
     return load_plugin(first, second);
 }
 
@@ -59,6 +69,7 @@ int32_t KoRelease(void) {
     if (init_count != 0) {
         return init_count;
     }
+    set_text_format(nullptr, nullptr, nullptr, nullptr);
     ko::_KoTRCPoolFinish();
     KoErrorClassRelease();
     return unload_plugin();

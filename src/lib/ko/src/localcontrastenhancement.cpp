@@ -1,6 +1,6 @@
-// Local contrast enhancement: the record, the decision, and the distillation of a gain curve over a smooth background into one
-// tone curve a tile.
-#include "ko/localcontrastenhancement.h"
+// Local contrast enhancement: the record, the road of a picture from judgement to curves, the distillation of a gain curve over
+// a smooth background into one tone curve a tile, and the measures in print.
+#include "lce.h"
 
 #include <cmath>
 #include <cstddef>
@@ -9,16 +9,15 @@
 
 #include "alloc.h"
 #include "ko/bilateralfilter.h"
-#include "matrix.h"
 #include "report.h"
+#include "textfile.h"
 
-extern const char *const KoLceDecisionMechanismConfigName[5] = {"Disabled", "Conservative", "Default", "Risky", "Always"};
+int32_t ko::koLceBackgroundIsBLF = 0;
+int32_t ko::koLceGaussianMode = 1;
 
 namespace {
 
 using namespace ko;
-
-using Features = LocalContrastEnhancementImageFeatures;
 
 #define KO_AT(field, offset) (offsetof(Features, field) == (offset))
 static_assert(sizeof(DecisionMechanismThreshold) == 32 && offsetof(DecisionMechanismThreshold, score) == 0 &&
@@ -34,21 +33,8 @@ static_assert(sizeof(Features) == 4416 && KO_AT(trcSize, 0) && KO_AT(numBlocksX,
               KO_AT(cubeRootTable, 320));
 #undef KO_AT
 
-// The configurations by number.
-constexpr int32_t disabled = 0;
-constexpr int32_t first_with_limits = 1;
-constexpr int32_t last_with_limits = 3;
-constexpr int32_t always = 4;
-
-// The stock limits of the configurations with limits. The rows trade against each other: as the score's limit rises, that on
-// blocks low in entropy falls.
-constexpr DecisionMechanismThreshold stock_limits[] = {{0.19f, 37, 62, 23}, {0.35f, 23, 63, 20}, {0.64f, 26, 63, 6}};
-
-constexpr uint64_t not_measured = UINT64_MAX;
-
-// The background of the decision for the whole process, set by each Init that finds KOLCEFLAGS.
-int32_t koLceBackgroundIsBLF = 0;
-int32_t koLceGaussianMode = 1;
+constexpr uint64_t score_columns = 8;
+constexpr uint64_t score_count = 64;
 
 void read_flags() {
     const char *flags = std::getenv("KOLCEFLAGS");
@@ -66,37 +52,6 @@ void read_flags() {
     }
 }
 
-// ---- the gain curve
-
-// Continuous at both ends: the hyperbola gives 1 at the limit and the largest gain at the knee. All in single precision.
-void set_gain_curve(Features *features, float max_gain, float strength, float limit_fraction) {
-    features->maxGain = max_gain;
-    features->gainStrength = strength;
-    features->gainLimit = limit_fraction * 255.0f;
-    features->gainOffset = 1.0f - strength / features->gainLimit;
-    features->gainKnee = strength / (max_gain - features->gainOffset);
-}
-
-inline float gain(const Features &curve, float background) {
-    const float floored = background > 3.0f ? background : 3.0f;
-    const float between = curve.gainStrength / floored + curve.gainOffset;
-    const float below_limit = background < curve.gainKnee ? curve.maxGain : between;
-    return background < curve.gainLimit ? below_limit : 1.0f;
-}
-
-// enhanced = image times the gain of background, pixel by pixel.
-void apply_gain(const Features *features, const RealImage *image, const RealImage *background, RealImage *enhanced) {
-    const Features &curve = *features;
-    for (uint64_t y = 0; y < image->height; ++y) {
-        const float *in = image->rows[y];
-        const float *smooth = background->rows[y];
-        float *out = enhanced->rows[y];
-        for (uint64_t x = 0; x < image->width; ++x) {
-            out[x] = in[x] * gain(curve, smooth[x]);
-        }
-    }
-}
-
 // ---- the tile stage
 
 int32_t make_final_images(Features *features, uint64_t blf_levels) {
@@ -104,13 +59,7 @@ int32_t make_final_images(Features *features, uint64_t blf_levels) {
     if (features->background == nullptr) {
         return status != KO_OK ? status : KoErrorGetLastError();
     }
-    features->enhanced = nullptr;
-    const int32_t made = _KoRealImageApplyFunctionGetResult(features->luminance, &features->enhanced);
-    if (made != KO_OK) {
-        return made;
-    }
-    apply_gain(features, features->luminance, features->background, features->enhanced);
-    return KO_OK;
+    return make_enhanced(features, features->luminance, features->background, &features->enhanced);
 }
 
 // Fits the curve of tile (x, y) and copies it into the grid. A fit that could not be made leaves the thread's status.
@@ -145,8 +94,9 @@ int32_t fit_tiles(const Features *features, TileTRC *tile_trc) {
     return KO_OK;
 }
 
-int32_t KoLceBuildTileTRC(Features *features, uint64_t blf_levels, TileTRC **tile_trc) {
-    int32_t status = make_final_images(features, blf_levels);
+// images_kept tells that the judgement has left background and enhanced in the record.
+int32_t KoLceBuildTileTRC(Features *features, uint64_t blf_levels, bool images_kept, TileTRC **tile_trc) {
+    int32_t status = images_kept ? static_cast<int32_t>(KO_OK) : make_final_images(features, blf_levels);
     if (status != KO_OK) {
         return status;
     }
@@ -164,7 +114,7 @@ int32_t KoLceBuildTileTRC(Features *features, uint64_t blf_levels, TileTRC **til
     return status;
 }
 
-// ---- the decision and the road of one picture
+// ---- the road of one picture
 
 // Sets luminance and chroma: the caller's own plane for a GRAY picture, otherwise planes of a YIQ copy.
 int32_t choose_luminance(Features *features, ColorImage *image) {
@@ -183,15 +133,46 @@ int32_t choose_luminance(Features *features, ColorImage *image) {
     return KO_OK;
 }
 
-int32_t enhance(Features *features, ColorImage *image, uint64_t blf_levels, TileTRC **tile_trc) {
+// From the images on; configurations is null for a picture that is not to be judged.
+int32_t enhance(Features *features, ColorImage *image, uint64_t blf_levels, DecisionConfigurationList *configurations,
+                TileTRC **tile_trc) {
     if (features->numBlocksX == 0 || features->numBlocksY == 0 || KoColorImageGetImage(image, 0) == nullptr) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
-    const int32_t status = choose_luminance(features, image);
-    return status == KO_OK ? KoLceBuildTileTRC(features, blf_levels, tile_trc) : status;
+    int32_t status = choose_luminance(features, image);
+    bool images_kept = false;
+    if (status == KO_OK && configurations != nullptr) {
+        status = KoLceComputeFeatures(features, blf_levels, configurations, &images_kept);
+    }
+    if (status != KO_OK || features->proceed == 0) {
+        return status;
+    }
+    return KoLceBuildTileTRC(features, blf_levels, images_kept, tile_trc);
 }
 
 bool has_limits(int32_t configuration) { return configuration >= first_with_limits && configuration <= last_with_limits; }
+
+// ---- the measures in print
+
+// Writes text behind a row's first cell once for each of the eight columns; print is given the column.
+template <class PrintCell> void print_row(FILE *stream, PrintCell print) {
+    for (uint64_t column = 0; column < score_columns; ++column) {
+        print(column);
+    }
+    std::fputc('\n', stream);
+}
+
+void print_heads(FILE *stream, const char *left, const char *right) {
+    std::fprintf(stream, "%2s| ", "");
+    print_row(stream, [=](uint64_t) { std::fprintf(stream, "%4s %4s | ", left, right); });
+}
+
+void save_line(FILE *stream, const float *scores) {
+    for (uint64_t i = 0; scores != nullptr && i < score_count; ++i) {
+        std::fprintf(stream, i == 0 ? "%f" : ",%f", static_cast<double>(scores[i]));
+    }
+    std::fputc('\n', stream);
+}
 
 } // namespace
 
@@ -211,9 +192,7 @@ int32_t KoLocalContrastEnhancementInit(LocalContrastEnhancementImageFeatures *fe
     features->detailThreshold = 5.6f;
     features->noiseThreshold = 1.0f;
     features->entropyThreshold = 2.45f;
-    for (int32_t i = first_with_limits; i <= last_with_limits; ++i) {
-        features->dmThresholds[i] = stock_limits[i - first_with_limits];
-    }
+    set_stock_limits(features);
     for (int i = 0; i < 1024; ++i) {
         features->cubeRootTable[i] = static_cast<float>(std::pow(i * 0.25, 0.3333333432674408));
     }
@@ -250,8 +229,6 @@ uint64_t KoLocalContrastEnhancementGetNumBlocksY(const LocalContrastEnhancementI
     return features->numBlocksY;
 }
 
-const char *KOLceFetchDMConfigName(int32_t index) { return KoLceDecisionMechanismConfigName[index]; }
-
 DecisionMechanismThreshold *KoLocalContrastEnhancementGetDMThreshold(LocalContrastEnhancementImageFeatures *features,
                                                                      int32_t index) {
     if (!has_limits(index)) {
@@ -283,19 +260,61 @@ int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImageFeatur
 int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                  float max_gain, float strength, float limit_fraction, uint64_t blf_levels,
                                                  float score, int32_t configuration, TileTRC **tile_trc) {
-    if (configuration > always) {
+    if (configuration > always_configuration) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
     features->dmValues = {score, not_measured, not_measured, not_measured};
     features->proceed = 1;
-    if (configuration <= disabled) {
+    if (configuration <= disabled_configuration) {
         features->proceed = 0;
         return KO_OK;
     }
-    if (configuration != always) {
-        features->proceed = 0;
-        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_VALUE, KOLceFetchDMConfigName(configuration), "Disabled, Always");
+    DecisionConfigurationList configurations;
+    const bool judged = configuration != always_configuration;
+    if (judged) {
+        list_configurations(features, configuration, &configurations);
+        KoLceFilterConfigurations(features, &configurations);
+        if (features->proceed == 0 && features->keepScoring == 0) {
+            return KO_OK;
+        }
     }
     set_gain_curve(features, max_gain, strength, limit_fraction);
-    return enhance(features, image, blf_levels, tile_trc);
+    return enhance(features, image, blf_levels, judged ? &configurations : nullptr, tile_trc);
+}
+
+int32_t KoLocalContrastEnhancementPrintScores(const LocalContrastEnhancementImageFeatures *features, FILE *stream) {
+    if (features->detailScores == nullptr || features->noiseScores == nullptr || features->entropyScores == nullptr) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
+    }
+    std::fprintf(stream, "%2s| ", "");
+    print_row(stream, [=](uint64_t i) { std::fprintf(stream, "%3s%3d%3s | ", "", static_cast<int>(i), ""); });
+    print_heads(stream, "---", "DET");
+    print_heads(stream, "NOI", "ENT");
+    const auto print_pair = [=](double left, double right) { std::fprintf(stream, "%5.2f %5.2f|", left, right); };
+    for (uint64_t row = 0; row < score_count; row += score_columns) {
+        std::fputs("--+-", stream);
+        print_row(stream, [=](uint64_t) { std::fputs("----------+-", stream); });
+        std::fprintf(stream, "%2d|", static_cast<int>(row / score_columns));
+        print_row(stream, [=](uint64_t i) { print_pair(0.0, static_cast<double>(features->detailScores[row + i])); });
+        std::fprintf(stream, "%2s|", "");
+        print_row(stream, [=](uint64_t i) {
+            print_pair(static_cast<double>(features->noiseScores[row + i]),
+                       static_cast<double>(features->entropyScores[row + i]));
+        });
+    }
+    return KO_OK;
+}
+
+int32_t KoLocalContrastEnhancementSaveScores(const LocalContrastEnhancementImageFeatures *features, const char *path,
+                                             int32_t overwrite) {
+    File file;
+    const int32_t status = open_for_writing(path, "w", overwrite, &file);
+    if (status != KO_OK) {
+        return status;
+    }
+    save_line(file.get(), features->detailScores);
+    save_line(file.get(), features->noiseScores);
+    save_line(file.get(), features->entropyScores);
+    std::fflush(file.release()); // the stream stays open, which is settled
+    return KO_OK;
 }

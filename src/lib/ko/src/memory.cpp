@@ -70,6 +70,11 @@ void *allocate_clear_bytes(uint64_t count, uint64_t element_size) {
     return checked_size(count, element_size, 0, &size) ? KoCalloc(size) : nullptr;
 }
 
+void *reallocate_bytes(void *block, uint64_t count, uint64_t element_size) {
+    int32_t size = 0;
+    return checked_size(count, element_size, 0, &size) ? KoRealloc(block, size) : nullptr;
+}
+
 } // namespace ko
 
 using namespace ko;

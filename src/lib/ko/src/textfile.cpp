@@ -1,4 +1,4 @@
-// The text files of the tone curves.
+// The text files of curves and histograms.
 #include "textfile.h"
 
 #include <cmath>
@@ -45,15 +45,8 @@ int32_t TextReader::reject(const char *why) const {
 
 int32_t TextReader::report() const { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_LINE, path_, line_number_); }
 
-int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size) {
-    int32_t status = reader->next();
-    if (status != KO_OK) {
-        return status;
-    }
-    if (!reader->begins_with(word)) {
-        return reader->reject(why_not_word);
-    }
-    status = reader->next();
+int32_t read_bits(TextReader *reader, uint64_t *size) {
+    const int32_t status = reader->next();
     if (status != KO_OK) {
         return status;
     }
@@ -61,8 +54,29 @@ int32_t read_curve_header(TextReader *reader, const char *word, const char *why_
     if (!reader->scan("bits %llu", 1, &bits)) {
         return reader->reject("Invalid value, must be bits <bit per pixel>");
     }
-    *size = uint64_t{1} << (bits % 32);
+    *size = size_of_bits(bits);
     return KO_OK;
+}
+
+int32_t read_numbers(TextReader *reader, const char *why_not_number, uint32_t *numbers, uint64_t count) {
+    for (uint64_t i = 0; i < count; ++i) {
+        const int32_t status = reader->next();
+        if (status != KO_OK) {
+            return status;
+        }
+        if (!reader->scan("%llu", 1, &numbers[i])) {
+            return reader->reject(why_not_number);
+        }
+    }
+    return KO_OK;
+}
+
+int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size) {
+    const int32_t status = reader->next();
+    if (status != KO_OK) {
+        return status;
+    }
+    return reader->begins_with(word) ? read_bits(reader, size) : reader->reject(why_not_word);
 }
 
 int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, File *file) {
@@ -71,6 +85,12 @@ int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, 
     }
     file->reset(std::fopen(path, mode));
     return *file ? static_cast<int32_t>(KO_OK) : KO_REPORT(KO_LEVEL_ERROR, KO_ERR_OPEN_WRITE, path);
+}
+
+void write_numbers(FILE *stream, const uint32_t *numbers, uint64_t count) {
+    for (uint64_t i = 0; i < count; ++i) {
+        std::fprintf(stream, "%d\n", static_cast<int32_t>(numbers[i]));
+    }
 }
 
 uint32_t truncated_log2(uint64_t size) {

@@ -1,4 +1,4 @@
-// The text files of the tone curves: lines read one by one with their number, and the words in which a bad line is told.
+// The text files of curves and histograms: lines read one by one with their number, and the words in which a bad line is told.
 #ifndef KO_SRC_TEXTFILE_H
 #define KO_SRC_TEXTFILE_H
 
@@ -21,6 +21,9 @@ class TextReader {
     // Gives KO_OK, or reports KO_ERR_OPEN_READ.
     [[nodiscard]] int32_t open(const char *mode);
 
+    // The file, for what follows the lines of a header.
+    FILE *stream() const { return file_.get(); }
+
     // Reads the next line. Gives KO_OK; a line that is not there is told and reported as KO_ERR_READ_LINE.
     [[nodiscard]] int32_t next();
 
@@ -42,6 +45,16 @@ class TextReader {
     char line_[1000];
 };
 
+// The size that a header's bits stand for: a 32-bit shift, its count taken modulo 32.
+constexpr uint64_t size_of_bits(uint32_t bits) { return uint64_t{1} << (bits % 32); }
+
+// Reads the line "bits" with a number. Gives KO_OK with the size that the bits stand for, or the status of a failure.
+[[nodiscard]] int32_t read_bits(TextReader *reader, uint64_t *size);
+
+// Reads count lines of one number each; why_not_number tells what a bad one should have been. Gives KO_OK, or the status of the
+// line that failed; numbers read so far stay.
+[[nodiscard]] int32_t read_numbers(TextReader *reader, const char *why_not_number, uint32_t *numbers, uint64_t count);
+
 // Reads the two header lines of a file of curves of one size: a line that begins with word, and "bits" with a number. Gives
 // KO_OK with the size that the bits stand for, or the status of the line that failed.
 [[nodiscard]] int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size);
@@ -49,6 +62,9 @@ class TextReader {
 // Opens a file for writing. Gives KO_OK, or reports KO_ERR_FILE_EXISTS (overwrite is 0 and the path exists) or
 // KO_ERR_OPEN_WRITE.
 [[nodiscard]] int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, File *file);
+
+// Writes count lines of one number each, as signed 32-bit numbers.
+void write_numbers(FILE *stream, const uint32_t *numbers, uint64_t count);
 
 // The base-2 logarithm by way of natural ones in double precision, truncated; 0 for 0.
 uint32_t truncated_log2(uint64_t size);

@@ -1,5 +1,6 @@
-// TileTRC: the grid of tone curves, tile access, comparison, and the drawing of the curves over a picture.
-#include "ko/tiletrc.h"
+// TileTRC: the grid of tone curves, tile access, comparison, and the drawing of the curves over a picture. Its files are in
+// tiletrc_file.cpp.
+#include "tiletrc.h"
 
 #include <algorithm>
 #include <cmath>
@@ -11,6 +12,21 @@
 #include "report.h"
 #include "textfile.h"
 #include "trc.h"
+
+namespace ko {
+
+uint64_t grid_entries(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+    uint64_t entries = 1;
+    for (const uint64_t factor : {size, strips_x, strips_y}) {
+        if (factor == 0) {
+            return 0;
+        }
+        entries = entries > UINT64_MAX / factor ? UINT64_MAX : entries * factor;
+    }
+    return entries;
+}
+
+} // namespace ko
 
 namespace {
 
@@ -24,21 +40,9 @@ constexpr uint64_t drawn_levels = 256;
 // Where the picture is this bright, curves are drawn in black.
 constexpr uint8_t bright = 129;
 
-// All entries of a grid; what does not fit 64 bits counts as more than any allocation.
-uint64_t entries_of(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    uint64_t entries = 1;
-    for (const uint64_t factor : {size, strips_x, strips_y}) {
-        if (factor == 0) {
-            return 0;
-        }
-        entries = entries > UINT64_MAX / factor ? UINT64_MAX : entries * factor;
-    }
-    return entries;
-}
-
 // Allocates the cleared curves of a grid; null without a failure when a strip count is 0.
 uint32_t *make_curves(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    return strips_x != 0 && strips_y != 0 ? allocate_clear<uint32_t>(entries_of(size, strips_x, strips_y)) : nullptr;
+    return strips_x != 0 && strips_y != 0 ? allocate_clear<uint32_t>(grid_entries(size, strips_x, strips_y)) : nullptr;
 }
 
 struct Rectangle {
@@ -155,7 +159,7 @@ int32_t KoTileTRCCompare(const TileTRC *first, const TileTRC *second) {
     if (first->array == nullptr || second->array == nullptr) {
         return first->array == second->array;
     }
-    const uint64_t entries = entries_of(first->size, first->numStripsX, first->numStripsY);
+    const uint64_t entries = grid_entries(first->size, first->numStripsX, first->numStripsY);
     return std::memcmp(first->array, second->array, entries * sizeof(uint32_t)) == 0;
 }
 

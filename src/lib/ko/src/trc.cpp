@@ -97,19 +97,6 @@ int32_t fit_to_header(TRC *trc, uint64_t size) {
     return KO_OK;
 }
 
-int32_t read_entries(TextReader *reader, uint32_t *entries, uint64_t size) {
-    for (uint64_t i = 0; i < size; ++i) {
-        const int32_t status = reader->next();
-        if (status != KO_OK) {
-            return status;
-        }
-        if (!reader->scan("%llu", 1, &entries[i])) {
-            return reader->reject("Invalid value, <GRAY>");
-        }
-    }
-    return KO_OK;
-}
-
 int32_t apply_to_packets(void *data, int64_t count, uint64_t depth, const float *source, uint64_t, float *result) {
     const auto *trc = static_cast<const TRC *>(data);
     for (uint64_t pixel = 0; pixel < static_cast<uint64_t>(count); ++pixel) {
@@ -248,7 +235,7 @@ int32_t KoTRCLoad(TRC *trc, const char *path) {
     if (status == KO_OK) {
         status = fit_to_header(trc, size);
     }
-    return status == KO_OK ? read_entries(&reader, trc->array, size) : status;
+    return status == KO_OK ? read_numbers(&reader, "Invalid value, <GRAY>", trc->array, size) : status;
 }
 
 int32_t KoTRCSave(const TRC *trc, const char *path, int32_t overwrite) {
@@ -261,9 +248,7 @@ int32_t KoTRCSave(const TRC *trc, const char *path, int32_t overwrite) {
         return status;
     }
     std::fprintf(file.get(), "GrayLinear\nbits %d\n", static_cast<int>(truncated_log2(trc->size)));
-    for (uint64_t i = 0; i < trc->size; ++i) {
-        std::fprintf(file.get(), "%d\n", static_cast<int32_t>(trc->array[i]));
-    }
+    write_numbers(file.get(), trc->array, trc->size);
     return KO_OK;
 }
 

@@ -3,8 +3,17 @@
  *
  * A record of LocalContrastEnhancementImageFeatures serves one picture: New or Init, one call of
  * KoLocalContrastEnhancementGetNewTRCs or its Tune form, any reading of values, then Delete or Free. The picture is not
- * altered; the curves are applied with ko/tiletrcapply.h. One thread a record. The environment variable KOLCEFLAGS, read by
- * Init, sets the background of the decision for the whole process.
+ * altered; the curves are applied with ko/tiletrcapply.h. One thread a record.
+ *
+ * Before curves are made, the picture is judged on a fixed grid of 8 by 8 blocks, whatever its size and the tile grid: does it
+ * gain detail in the shadows, is it too noisy there, are its dark tones too uniform? Each configuration has a limit on the
+ * number of blocks that may fail each measure. A caller names one, and the picture passes if it keeps within all limits of
+ * that configuration or of one with a lower number. The measures run from the cheapest to the dearest, and only while some
+ * configuration is left.
+ *
+ * The environment variable KOLCEFLAGS, read by Init, sets the background of the judgement for the whole process:
+ * "BACKGROUND:BLF" (the bilateral filter), "BACKGROUND:GaussFast" (the recursive blur, the default) or "BACKGROUND:GaussBest"
+ * (the finite blur), anywhere in its value; the first of them in this order counts.
  */
 #ifndef KO_LOCALCONTRASTENHANCEMENT_H
 #define KO_LOCALCONTRASTENHANCEMENT_H
@@ -97,7 +106,11 @@ KO_API int32_t KoLocalContrastEnhancementSetDecisionMechanismThreshold(LocalCont
 /** Returns what was measured, to be read after the call that decided; it stays the record's. */
 KO_API DecisionMechanismThreshold *KoLocalContrastEnhancementGetDMValues(LocalContrastEnhancementImageFeatures *features);
 
-/** Does what KoLocalContrastEnhancementGetNewTRCsTune does with 3.0, 40.0, 0.6275, 5 levels, score 0.4, configuration 2. */
+/**
+ * Does what KoLocalContrastEnhancementGetNewTRCsTune does with 3.0, 40.0, 0.6275, 5 levels, score 0.4, configuration 2. The
+ * score is over the stock limits of configurations 1 and 2, so that the answer is no, without any work on the picture, unless
+ * the caller has raised the limits. That is meant.
+ */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                     TileTRC **tile_trc);
 
@@ -109,17 +122,35 @@ KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImag
  *   limit_fraction   in       share of the full scale 255 from which on nothing changes
  *   blf_levels       in       levels of the bilateral filter, at least 1
  *   score            in       the caller's score for the decision, -1 for none
- *   configuration    in       0 never and 4 always enhances; 1 to 3 are not available yet
+ *   configuration    in       0, or less, never and 4 always enhances, without a measure; 1 to 3 judge the picture by the limits
+ *                             of all configurations up to this one
  *   tile_trc         in/out   address of a grid pointer: null there makes a new grid, owned by the caller; a grid that is there
  *                             is overwritten tile by tile, with the curve size that it declares
- * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_VALUE for configurations
- * 1 to 3; KO_ERR_INVALID_ARGUMENT for a number above 4, a grid of no tiles or a picture without planes; the status of whatever
- * could not be had otherwise, with no new grid made.
+ * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number
+ * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid
+ * made.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                         float max_gain, float strength, float limit_fraction,
                                                         uint64_t blf_levels, float score, int32_t configuration,
                                                         TileTRC **tile_trc);
+
+/**
+ * Writes the three measures of all blocks as a table for a person to read: "DET" (detail gained), "NOI" (noise where the
+ * picture is flat) and "ENT" (entropy of the dark tones); "---" has no measure behind it. stream stays the caller's.
+ * Returns KO_OK; KO_ERR_NULL_POINTER, with nothing written, unless all three measures were taken.
+ */
+KO_API int32_t KoLocalContrastEnhancementPrintScores(const LocalContrastEnhancementImageFeatures *features, FILE *stream);
+
+/**
+ * Writes the measures to a file: one line each for "DET", "NOI" and "ENT", 64 numbers in row order with "," between them; a
+ * measure that was not taken leaves its line empty.
+ *   overwrite   in   0 refuses to replace a file
+ * The text is complete when the call returns, and the stream stays open; that is meant.
+ * Returns KO_OK, KO_ERR_FILE_EXISTS or KO_ERR_OPEN_WRITE.
+ */
+KO_API int32_t KoLocalContrastEnhancementSaveScores(const LocalContrastEnhancementImageFeatures *features, const char *path,
+                                                    int32_t overwrite);
 
 KO_END_C
 

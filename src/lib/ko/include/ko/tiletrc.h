@@ -1,6 +1,6 @@
 /*
  * TileTRC: a grid of tone curves of equal size, one for each block of a picture. A strip is one of the divisions of the picture
- * in a direction; x goes along a grid row, y from the top.
+ * in a direction; x goes along a grid row, y from the top. A grid has no lock; any number of threads may read one.
  */
 #ifndef KO_TILETRC_H
 #define KO_TILETRC_H
@@ -66,6 +66,31 @@ KO_API int32_t KoTileTRCCompare(const TileTRC *first, const TileTRC *second);
  * KO_ERR_NULL_POINTER for a grid whose curves could not be had.
  */
 KO_API int32_t KoTileTRCDraw(const TileTRC *tile_trc, const RealImage *image, RealImage **result);
+
+/** Forms of a grid's file, by its first line. */
+enum {
+    KO_TILETRC_TEXT = 1,   /* "GrayLinear": one entry a line */
+    KO_TILETRC_BINARY = 2, /* "GrayLinearBinary": one byte an entry, the step from the entry before it modulo 256 */
+    KO_TILETRC_ENCODED = 3 /* "GrayLinearEncoded": the token stream of ko/trccompress.h */
+};
+
+/**
+ * Writes the grid to a file.
+ *   form        in   KO_TILETRC_...; any other number writes the text form
+ *   overwrite   in   0 refuses to replace a file
+ * The binary form keeps steps of -128 to 127, the encoded form what its token stream keeps; the text form keeps all.
+ * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, or KO_ERR_NULL_POINTER for a grid whose curves could not be had. The
+ * result speaks only for the opening: a write that fails leaves its report on the thread, and the call goes on.
+ */
+KO_API int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t form, int32_t overwrite);
+
+/**
+ * Reads a grid of any form. Other counts than the record's replace the curves, so pointers of KoTileTRCGetTRC end; the same
+ * counts overwrite them. A failure keeps what was read so far. A line that does not fit is told on the standard error stream.
+ * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, KO_ERR_READ_FILE for curves that end early, or KO_ERR_ALLOC with the grid
+ * as it was.
+ */
+KO_API int32_t KoTileTRCLoad(TileTRC *tile_trc, const char *path);
 
 KO_END_C
 

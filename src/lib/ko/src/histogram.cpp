@@ -1,0 +1,198 @@
+// Histogram: counters over a range of values, percentiles, a curve pushed through, and the text file.
+#include "ko/histogram.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+
+#include "alloc.h"
+#include "convert.h"
+#include "report.h"
+#include "textfile.h"
+
+namespace {
+
+using namespace ko;
+
+static_assert(sizeof(Histogram) == 32 && offsetof(Histogram, size) == 0 && offsetof(Histogram, minValue) == 4 &&
+              offsetof(Histogram, maxValue) == 8 && offsetof(Histogram, scale) == 12 && offsetof(Histogram, numPixels) == 16 &&
+              offsetof(Histogram, values) == 24);
+
+bool has_counters(const Histogram *histogram) { return histogram->values != nullptr && histogram->size != 0; }
+
+int32_t report_no_counters() { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER); }
+
+void count_line(const Histogram *histogram, const float *line, uint64_t width) {
+    const float minimum = histogram->minValue;
+    const float scale = histogram->scale;
+    const uint32_t last = histogram->size - 1;
+    uint32_t *values = histogram->values;
+    for (uint64_t x = 0; x < width; ++x) {
+        ++values[std::min(bin_index((line[x] - minimum) * scale), last)];
+    }
+}
+
+// Adds each counter to that of the bin that its entry names; entries are told apart by their low 32 bits alone.
+template <class Entry> int32_t push_through(Histogram *histogram, const Entry *entries) {
+    auto *values = allocate_clear<uint32_t>(histogram->size);
+    if (values == nullptr) {
+        return KO_OK;
+    }
+    for (uint32_t i = 0; i < histogram->size; ++i) {
+        values[std::min(static_cast<uint32_t>(entries[i]), histogram->size - 1)] += histogram->values[i];
+    }
+    KoFree(histogram->values);
+    histogram->values = values;
+    return KO_OK;
+}
+
+template <class Entry> int32_t apply_entries(Histogram *histogram, const Entry *entries, uint64_t count) {
+    if (histogram == nullptr || count != histogram->size) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    return has_counters(histogram) && entries != nullptr ? push_through(histogram, entries) : report_no_counters();
+}
+
+// Makes room for as many counters as a file's header says. What cannot be had leaves the histogram as it was.
+int32_t fit_to_header(Histogram *histogram, uint32_t size) {
+    if (histogram->size == size && histogram->values != nullptr) {
+        return KO_OK;
+    }
+    auto *values = allocate_clear<uint32_t>(size);
+    if (values == nullptr) {
+        return KoErrorGetLastError();
+    }
+    KoFree(histogram->values);
+    const float maximum = static_cast<float>(size); // not size - 1: the odd step is meant
+    *histogram = {size, 0.0f, maximum, static_cast<float>(size - 1) / maximum, 0, values};
+    return KO_OK;
+}
+
+} // namespace
+
+int32_t KoHistogramInit(Histogram *histogram, uint32_t size, float minimum, float maximum) {
+    const float scale = static_cast<float>(size - 1) / (maximum - minimum);
+    *histogram = {size, minimum, maximum, scale, 0, allocate_clear<uint32_t>(size)};
+    return KO_OK;
+}
+
+Histogram *KoHistogramNew(uint32_t size, float minimum, float maximum) {
+    return make_object<Histogram>(
+        "Histogram", [=](Histogram *histogram) { return KoHistogramInit(histogram, size, minimum, maximum); }, KoHistogramFree);
+}
+
+Histogram *KoHistogramNewFromSubImage(uint32_t size, float minimum, float maximum, RealImageLineIterator *iterator) {
+    return make_object<Histogram>(
+        "Histogram",
+        [=](Histogram *histogram) {
+            KoHistogramInit(histogram, size, minimum, maximum);
+            return KoHistogramFromSubImage(histogram, iterator);
+        },
+        KoHistogramFree);
+}
+
+int32_t KoHistogramFree(Histogram *histogram) {
+    if (histogram != nullptr) {
+        KoFree(histogram->values);
+    }
+    return KO_OK;
+}
+
+int32_t KoHistogramDelete(Histogram *histogram) {
+    KoHistogramFree(histogram);
+    KoFree(histogram);
+    return KO_OK;
+}
+
+uint32_t KoHistogramGetSize(const Histogram *histogram) { return histogram->size; }
+
+uint32_t KoHistogramGetNumPixels(const Histogram *histogram) { return histogram->numPixels; }
+
+uint32_t KoHistogramGetValue(const Histogram *histogram, uint32_t bin) {
+    return has_counters(histogram) && bin < histogram->size ? histogram->values[bin] : 0;
+}
+
+int32_t KoHistogramAddValue(Histogram *histogram, uint32_t bin, uint32_t amount) {
+    if (!has_counters(histogram)) {
+        return report_no_counters();
+    }
+    if (bin < histogram->size) {
+        histogram->values[bin] += amount;
+    }
+    return KO_OK;
+}
+
+int32_t KoHistogramSetValues(Histogram *histogram, const uint32_t *source, uint32_t count) {
+    if (source == nullptr || count != histogram->size) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    if (!has_counters(histogram)) {
+        return report_no_counters();
+    }
+    std::memmove(histogram->values, source, count * sizeof(uint32_t));
+    return KO_OK;
+}
+
+int32_t KoHistogramCompute(Histogram *histogram, RealImage *image) {
+    RealImageLineIterator iterator;
+    KoRealImageLineIteratorInit(&iterator, image);
+    return KoHistogramFromSubImage(histogram, &iterator);
+}
+
+int32_t KoHistogramFromSubImage(Histogram *histogram, RealImageLineIterator *iterator) {
+    if (!has_counters(histogram)) {
+        return report_no_counters();
+    }
+    while (KoRealImageLineIteratorHasNext(iterator)) {
+        count_line(histogram, KoRealImageLineIteratorNext(iterator), iterator->width);
+    }
+    histogram->numPixels = static_cast<uint32_t>(iterator->width * iterator->height);
+    return KO_OK;
+}
+
+float KoHistogramGetValueAtPercentile(const Histogram *histogram, float fraction) {
+    if (!has_counters(histogram)) {
+        return histogram->minValue;
+    }
+    const float target = static_cast<float>(histogram->numPixels) * (fraction > 1.0f ? 1.0f : fraction);
+    uint32_t bin = 0;
+    float sum = static_cast<float>(histogram->values[0]);
+    while (!(sum >= target) && bin < histogram->size - 1) {
+        sum += static_cast<float>(histogram->values[++bin]);
+    }
+    return static_cast<float>(bin) / histogram->scale + histogram->minValue;
+}
+
+int32_t KoHistogramApplyTRC(Histogram *histogram, const TRC *trc) { return apply_entries(histogram, trc->array, trc->size); }
+
+int32_t KoHistogramApplyRawTRC(Histogram *histogram, const int32_t *entries, uint32_t entry_count) {
+    return apply_entries(histogram, entries, entry_count);
+}
+
+int32_t KoHistogramLoad(Histogram *histogram, const char *path) {
+    TextReader reader(path);
+    int32_t status = reader.open("r");
+    uint64_t size = 0;
+    if (status == KO_OK) {
+        status = read_bits(&reader, &size);
+    }
+    if (status == KO_OK) {
+        status = fit_to_header(histogram, static_cast<uint32_t>(size));
+    }
+    return status == KO_OK ? read_numbers(&reader, "Invalid value, <HISOGRAM VALUE>", histogram->values, size) : status;
+}
+
+int32_t KoHistogramSave(const Histogram *histogram, const char *path, int32_t overwrite) {
+    if (!has_counters(histogram)) {
+        return report_no_counters();
+    }
+    File file;
+    const int32_t status = open_for_writing(path, "w", overwrite, &file);
+    if (status != KO_OK) {
+        return status;
+    }
+    std::fprintf(file.get(), "bits %d\n", static_cast<int>(truncated_log2(histogram->size)));
+    write_numbers(file.get(), histogram->values, histogram->size);
+    return KO_OK;
+}

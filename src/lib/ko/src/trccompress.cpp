@@ -1,0 +1,388 @@
+// TRCCompress: a curve as tokens of its steps. A save cuts the curve at every step that only a single token can carry, and for
+// each segment makes two greedy plans, from the front and from the back, and writes the cheaper. Which runs an entry belongs
+// to is in the run tables: the element at a run's start holds the run's whole length, every other one its length so far.
+#include "trccompress.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdio>
+
+#include "alloc.h"
+#include "report.h"
+
+namespace ko {
+
+namespace {
+
+static_assert(sizeof(TRCCompress) == 64 && offsetof(TRCCompress, array) == 0 && offsetof(TRCCompress, size) == 8 &&
+              offsetof(TRCCompress, workspace) == 16 && offsetof(TRCCompress, rleRuns) == 24 &&
+              offsetof(TRCCompress, oneBitRuns) == 32 && offsetof(TRCCompress, twoBitRuns) == 40 &&
+              offsetof(TRCCompress, forwardPlan) == 48 && offsetof(TRCCompress, backwardPlan) == 56);
+static_assert(sizeof(TRCCompressRun) == 16 && sizeof(TRCCompressToken) == 16);
+
+// Methods of a plan.
+constexpr uint64_t one_bit = 1;
+constexpr uint64_t two_bits = 2;
+constexpr uint64_t literal = 4;
+
+// Longest tokens, in entries.
+constexpr uint64_t longest_rle = 32;
+constexpr uint64_t longest_one_bit = 64;
+constexpr uint64_t longest_two_bits = 32;
+
+// Steps that a run can hold, and the first that a short literal can't.
+constexpr uint32_t last_run_step = 3;
+constexpr uint32_t first_long_step = 16;
+
+// Bytes of a token's steps, bits a step.
+constexpr uint64_t packed_bytes(uint64_t entries, uint64_t bits) { return (entries * bits + 7) / 8; }
+
+// ---- writing tokens
+
+uint32_t step_at(const uint32_t *entries, uint64_t i) { return entries[i] - (i == 0 ? 0 : entries[i - 1]); }
+
+int32_t write_bytes(const uint8_t *bytes, uint64_t count, FILE *stream, const char *path) {
+    return std::fwrite(bytes, 1, count, stream) == count ? static_cast<int32_t>(KO_OK)
+                                                         : KO_REPORT(KO_LEVEL_ERROR, KO_ERR_WRITE_FILE, path);
+}
+
+// Writes a run as tokens of at most longest entries; make_token fills the bytes of one and gives their number.
+template <class MakeToken>
+int32_t write_run(uint64_t first, uint64_t length, uint64_t longest, FILE *stream, const char *path, MakeToken make_token) {
+    while (length > 0) {
+        const uint64_t count = std::min(length, longest);
+        uint8_t token[9] = {};
+        const int32_t status = write_bytes(token, make_token(first, count, token), stream, path);
+        if (status != KO_OK) {
+            return status;
+        }
+        first += count;
+        length -= count;
+    }
+    return KO_OK;
+}
+
+// Packs the values of steps, bits of each, behind a token's first byte; gives the token's length in bytes.
+template <uint64_t Bits, class Value>
+uint64_t pack_steps(const uint32_t *entries, uint64_t first, uint64_t count, uint8_t *token, Value value) {
+    for (uint64_t k = 0; k < count; ++k) {
+        uint8_t &byte = token[1 + k * Bits / 8];
+        byte = static_cast<uint8_t>(byte | value(step_at(entries, first + k)) << (k * Bits % 8));
+    }
+    return 1 + packed_bytes(count, Bits);
+}
+
+// ---- planning
+
+// The steps of a run that a token takes, and what they are worth: entries a byte.
+struct Candidate {
+    uint64_t method;
+    uint64_t entries;
+    uint64_t bytes;
+    float ratio;
+};
+
+constexpr Candidate single = {literal, 1, 1, 1.0f};
+
+// Takes the candidate of a method with so many bits a step if it beats the best so far.
+void consider(uint64_t method, uint64_t entries, uint64_t bits, Candidate *best) {
+    const uint64_t bytes = packed_bytes(entries, bits) + 1;
+    const float ratio = static_cast<float>(entries) / static_cast<float>(bytes);
+    if (ratio > best->ratio) {
+        *best = {method, entries, bytes, ratio};
+    }
+}
+
+// The best token given what is left of the runs on one side of an entry. A token of one step, run-length coded, would be worth
+// 1 at any length and never more than a literal: it is read but never written.
+Candidate best_token(uint64_t one_bit_left, uint64_t two_bits_left) {
+    Candidate best = single;
+    if (one_bit_left > 1) {
+        consider(one_bit, std::min(one_bit_left, longest_one_bit), 1, &best);
+    }
+    if (two_bits_left != 0) {
+        consider(two_bits, std::min(two_bits_left, longest_two_bits), 2, &best);
+    }
+    return best;
+}
+
+uint64_t left_after(const TRCCompressRun *runs, uint64_t i) {
+    const TRCCompressRun &run = runs[i];
+    return run.length == 0 ? 0 : runs[run.start].length - (i - run.start);
+}
+
+uint64_t left_before(const TRCCompressRun *runs, uint64_t i) {
+    const TRCCompressRun &run = runs[i];
+    return run.length == 0 ? 0 : i - run.start + 1;
+}
+
+// Both plans give the bytes that they count on: a literal counts one, although a long one has two.
+uint64_t plan_forward(const TRCCompress *compress, uint64_t start, uint64_t end) {
+    uint64_t bytes = 0;
+    for (uint64_t i = start; i <= end;) {
+        const Candidate token = best_token(left_after(compress->oneBitRuns, i), left_after(compress->twoBitRuns, i));
+        compress->forwardPlan[i] = {token.method, token.entries};
+        bytes += token.bytes;
+        i += token.entries;
+    }
+    return bytes;
+}
+
+uint64_t plan_backward(const TRCCompress *compress, uint64_t start, uint64_t end) {
+    uint64_t bytes = 0;
+    uint64_t behind = end + 1; // the entries from here on are planned
+    while (behind > start) {
+        const uint64_t i = behind - 1;
+        // The first entry of a segment, when it is reached by itself, is a literal without a look at the runs.
+        const Candidate token =
+            i == start ? single : best_token(left_before(compress->oneBitRuns, i), left_before(compress->twoBitRuns, i));
+        behind -= token.entries;
+        compress->backwardPlan[behind] = {token.method, token.entries};
+        bytes += token.bytes;
+    }
+    return bytes;
+}
+
+int32_t write_plan(const TRCCompress *compress, const TRCCompressToken *plan, uint64_t start, uint64_t end, FILE *stream,
+                   const char *path) {
+    int32_t status = KO_OK;
+    for (uint64_t i = start; i <= end && status == KO_OK; i += plan[i].length) {
+        if (plan[i].method == one_bit) {
+            status = _KoTRCCompressSave1Bit(compress->array, i, plan[i].length, stream, path);
+        } else if (plan[i].method == two_bits) {
+            status = _KoTRCCompressSave2Bits(compress->array, i, plan[i].length, stream, path);
+        } else {
+            status = _KoTRCCompressSaveNBits(compress->array, i, stream, path);
+        }
+    }
+    return status;
+}
+
+int32_t write_segment(const TRCCompress *compress, uint64_t start, uint64_t end, FILE *stream, const char *path) {
+    const uint64_t forward = plan_forward(compress, start, end);
+    const uint64_t backward = plan_backward(compress, start, end);
+    const TRCCompressToken *plan = forward <= backward ? compress->forwardPlan : compress->backwardPlan;
+    return write_plan(compress, plan, start, end, stream, path);
+}
+
+// ---- runs
+
+void begin_run(TRCCompressRun *runs, uint64_t i) { runs[i] = {i, 1}; }
+
+// Joins the run of the entry before, or begins one.
+void join_run(TRCCompressRun *runs, uint64_t i) {
+    const uint64_t length = (runs + i)[-1].length;
+    const uint64_t start = i - length;
+    runs[i] = {start, length + 1};
+    runs[start].length = length + 1;
+}
+
+// Enters an entry with a step of 0 to 3 into the tables.
+void extend_runs(const TRCCompress *compress, uint64_t i, uint32_t step, uint32_t previous_step) {
+    join_run(compress->twoBitRuns, i);
+    (step == previous_step ? join_run : begin_run)(compress->rleRuns, i);
+    if (step <= 1) {
+        join_run(compress->oneBitRuns, i);
+    } else {
+        compress->oneBitRuns[i] = {};
+    }
+}
+
+void end_runs(const TRCCompress *compress, uint64_t i) {
+    compress->rleRuns[i] = compress->oneBitRuns[i] = compress->twoBitRuns[i] = {};
+}
+
+// Makes the tables at the first save; each run table has an element before its first.
+int32_t prepare(TRCCompress *compress) {
+    if (compress->workspace == nullptr) {
+        const uint64_t elements = compress->size + 1;
+        compress->workspace = allocate_bytes(elements, 5 * sizeof(TRCCompressRun));
+        if (compress->workspace == nullptr) {
+            return KoErrorGetLastError();
+        }
+        auto *runs = static_cast<TRCCompressRun *>(compress->workspace);
+        compress->rleRuns = runs + 1;
+        compress->oneBitRuns = runs + elements + 1;
+        compress->twoBitRuns = runs + 2 * elements + 1;
+        compress->forwardPlan = reinterpret_cast<TRCCompressToken *>(runs + 3 * elements);
+        compress->backwardPlan = reinterpret_cast<TRCCompressToken *>(runs + 4 * elements);
+    }
+    compress->rleRuns[-1] = compress->oneBitRuns[-1] = compress->twoBitRuns[-1] = {};
+    return KO_OK;
+}
+
+// ---- reading tokens
+
+// Where decoded entries go: each is the one before it plus a step, and what has no room is dropped.
+class Decoder {
+  public:
+    Decoder(uint32_t *entries, uint64_t room) : entries_(entries), room_(room) {}
+
+    uint64_t filled() const { return filled_; }
+
+    void add(uint32_t step) {
+        value_ += step;
+        if (filled_ < room_) {
+            entries_[filled_] = value_;
+        }
+        ++filled_;
+    }
+
+    // count steps of so many bits each, the low ones of a byte first.
+    template <uint32_t Bits> void add_packed(const uint8_t *bytes, uint64_t count) {
+        for (uint64_t k = 0; k < count; ++k) {
+            add(uint32_t{bytes[k * Bits / 8]} >> (k * Bits % 8) & ((1u << Bits) - 1));
+        }
+    }
+
+  private:
+    uint32_t *entries_;
+    uint64_t room_;
+    uint64_t filled_ = 0;
+    uint32_t value_ = 0;
+};
+
+// Reads one token; false if the stream ends within it.
+bool read_token(Decoder *decoder, FILE *stream) {
+    const int byte = std::fgetc(stream);
+    if (byte == EOF) {
+        return false;
+    }
+    const auto head = static_cast<uint32_t>(byte);
+    uint8_t more[8];
+    const auto read_more = [&](uint64_t count) { return std::fread(more, 1, count, stream) == count; };
+    if ((head & 1) != 0) {
+        for (uint32_t k = 0; k <= (head >> 1 & 31); ++k) {
+            decoder->add(head >> 6);
+        }
+    } else if ((head & 2) != 0) {
+        const uint64_t count = (head >> 2) + 1;
+        if (!read_more(packed_bytes(count, 1))) {
+            return false;
+        }
+        decoder->add_packed<1>(more, count);
+    } else if ((head & 4) != 0) {
+        const uint64_t count = (head >> 3) + 1;
+        if (!read_more(packed_bytes(count, 2))) {
+            return false;
+        }
+        decoder->add_packed<2>(more, count);
+    } else if ((head & 8) != 0) {
+        decoder->add(head >> 4);
+    } else {
+        if (!read_more(1)) {
+            return false;
+        }
+        decoder->add((head >> 4) * 256 + more[0]);
+    }
+    return true;
+}
+
+} // namespace
+
+int32_t read_tokens(uint32_t *entries, uint64_t size, uint64_t room, FILE *stream, const char *path) {
+    Decoder decoder(entries, room);
+    while (decoder.filled() < size) {
+        if (!read_token(&decoder, stream)) {
+            return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_FILE, path);
+        }
+    }
+    return KO_OK;
+}
+
+} // namespace ko
+
+using namespace ko;
+
+int32_t KoTRCCompressInit(TRCCompress *compress, uint64_t size) {
+    *compress = {};
+    compress->size = size;
+    return KO_OK;
+}
+
+TRCCompress *KoTRCCompressNew(uint64_t size) {
+    return make_object<TRCCompress>(
+        "KoTRCCompressFast", [=](TRCCompress *compress) { return KoTRCCompressInit(compress, size); }, [](TRCCompress *) {});
+}
+
+int32_t KoTRCCompressFree(TRCCompress *) { return KO_OK; }
+
+int32_t KoTRCCompressDelete(TRCCompress *compress) {
+    if (compress != nullptr) {
+        KoFree(compress->workspace);
+        KoFree(compress);
+    }
+    return KO_OK;
+}
+
+int32_t KoTRCCompressSetTRC(TRCCompress *compress, uint32_t *entries) {
+    compress->array = entries;
+    return KO_OK;
+}
+
+int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path) {
+    if (compress->size == 0) {
+        return KO_OK;
+    }
+    if (compress->array == nullptr) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
+    }
+    int32_t status = prepare(compress);
+    if (status != KO_OK) {
+        return status;
+    }
+    uint64_t start = 0;
+    uint32_t previous_step = 0;
+    for (uint64_t i = 0; i < compress->size; ++i) {
+        const uint32_t step = step_at(compress->array, i); // a falling one is a high number
+        if (step <= last_run_step) {
+            extend_runs(compress, i, step, previous_step);
+        } else {
+            end_runs(compress, i);
+            status = write_segment(compress, start, i, stream, path);
+            start = i + 1;
+        }
+        previous_step = step;
+    }
+    // A last segment of one entry is not written: that is the format's settled behaviour.
+    return start < compress->size - 1 ? write_segment(compress, start, compress->size - 1, stream, path) : status;
+}
+
+int32_t KoTRCCompressLoad(TRCCompress *compress, FILE *stream, const char *path) {
+    if (compress->array == nullptr && compress->size != 0) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
+    }
+    return read_tokens(compress->array, compress->size, UINT64_MAX, stream, path);
+}
+
+int32_t _KoTRCCompressSaveRLE(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
+    const uint32_t step = length == 0 ? 0 : step_at(entries, first);
+    return write_run(first, length, longest_rle, stream, path, [=](uint64_t, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>(step << 6 | (count - 1) << 1 | 1);
+        return uint64_t{1};
+    });
+}
+
+int32_t _KoTRCCompressSave1Bit(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
+    return write_run(first, length, longest_one_bit, stream, path, [=](uint64_t at, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>((count - 1) << 2 | 2);
+        return pack_steps<1>(entries, at, count, token, [](uint32_t step) { return uint32_t{step != 0}; });
+    });
+}
+
+int32_t _KoTRCCompressSave2Bits(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
+    return write_run(first, length, longest_two_bits, stream, path, [=](uint64_t at, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>((count - 1) << 3 | 4);
+        return pack_steps<2>(entries, at, count, token, [](uint32_t step) { return step & 3; });
+    });
+}
+
+int32_t _KoTRCCompressSaveNBits(const uint32_t *entries, uint64_t index, FILE *stream, const char *path) {
+    const uint32_t step = step_at(entries, index);
+    if (step < first_long_step) {
+        const uint8_t token = static_cast<uint8_t>(step << 4 | 8);
+        return write_bytes(&token, 1, stream, path);
+    }
+    const uint8_t token[] = {static_cast<uint8_t>((step >> 8 & 15) << 4), static_cast<uint8_t>(step)};
+    return write_bytes(token, sizeof(token), stream, path);
+}

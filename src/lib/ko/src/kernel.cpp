@@ -1,11 +1,10 @@
-// Kernels: the making of Gaussian and Laplacian ones, and correlation with a dense kernel and with a list of taps. A sum is in
-// single precision from 0 in the order of the terms; results are worked piece by piece along a row, so that a piece's sums
-// stay in the cache while all terms of a row of the kernel go over it.
+// Kernels: the making of Gaussian and Laplacian ones, and correlation with a dense kernel and with a list of taps. Each pixel
+// is the sum, row after row of the kernel, of sums in single precision from 0 in the order of the terms. A piece of a row is
+// worked side by side, so that its sums stay in the cache.
 #include "ko/kernel.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "alloc.h"
 #include "matrix.h"
@@ -14,7 +13,7 @@ namespace {
 
 using namespace ko;
 
-constexpr uint64_t piece = 256;
+constexpr uint64_t piece = 512;
 
 // Exponential in double precision, quotient in single.
 float gaussian_weight(uint64_t dx, uint64_t dy, float sigma) {
@@ -34,34 +33,92 @@ float gaussian_sum(uint64_t width, uint64_t height, float sigma) {
     return sum;
 }
 
-// result[x] += sum of weights[t] * image[x + t - width / 2] over the terms inside the row.
-void KoKernelApplyRow(const float *weights, uint64_t kernel_width, const float *image, float *result, uint64_t width) {
-    const uint64_t half = kernel_width / 2;
-    for (uint64_t start = 0; start < width; start += piece) {
-        const uint64_t end = std::min(start + piece, width);
-        float sums[piece] = {};
-        for (uint64_t t = 0; t < kernel_width; ++t) {
-            // Of the pixels of the piece, those whose term t lies inside the row.
-            const uint64_t first = std::max(start, half > t ? half - t : 0);
-            const uint64_t last = std::min(end, width + half > t ? width + half - t : 0);
-            const float weight = weights[t];
-            for (uint64_t x = first; x < last; ++x) {
-                sums[x - start] += weight * image[x + t - half];
-            }
+// sums[x] += the sum of weight(t) * tap(t)[x], t ascending, four terms a turn.
+template <class Weight, class Tap>
+inline void add_terms(uint64_t count, Weight weight, Tap tap, float *__restrict sums, uint64_t length) {
+    uint64_t t = 0;
+    for (; t + 4 <= count; t += 4) {
+        const float w0 = weight(t);
+        const float w1 = weight(t + 1);
+        const float w2 = weight(t + 2);
+        const float w3 = weight(t + 3);
+        const float *p0 = tap(t);
+        const float *p1 = tap(t + 1);
+        const float *p2 = tap(t + 2);
+        const float *p3 = tap(t + 3);
+        for (uint64_t x = 0; x < length; ++x) {
+            sums[x] = (((sums[x] + w0 * p0[x]) + w1 * p1[x]) + w2 * p2[x]) + w3 * p3[x];
         }
-        for (uint64_t x = start; x < end; ++x) {
-            result[x] = sums[x - start] + result[x];
+    }
+    for (; t < count; ++t) {
+        const float w = weight(t);
+        const float *p = tap(t);
+        for (uint64_t x = 0; x < length; ++x) {
+            sums[x] += w * p[x];
         }
     }
 }
 
-// Row y of a correlation: the rows of the kernel in order, where they lie inside the picture.
-void apply_kernel(const RealImage *kernel, const RealImage *image, uint64_t y, float *result) {
+// The rows of a kernel that lie inside the picture when its centre is at row y.
+struct Rows {
+    uint64_t first;
+    uint64_t end;
+};
+
+Rows rows_inside(const RealImage *kernel, const RealImage *image, uint64_t y) {
     const uint64_t half = kernel->height / 2;
-    for (uint64_t r = 0; r < kernel->height; ++r) {
-        if (y + r >= half && y + r - half < image->height) {
-            KoKernelApplyRow(kernel->rows[r], kernel->width, image->rows[y + r - half], result, image->width);
-        }
+    return {half > y ? half - y : 0, std::min(kernel->height, image->height + half - y)};
+}
+
+// Adds a row of a kernel, its terms from first up to end, to at most a piece of pixels; image_row is where the first term of
+// the first pixel lies.
+void KoKernelApplyRow(const float *weights, uint64_t first, uint64_t end, const float *image_row, float *result,
+                      uint64_t length) {
+    float sums[piece] = {};
+    add_terms(
+        end - first, [=](uint64_t t) { return weights[first + t]; }, [=](uint64_t t) { return image_row + t; }, sums, length);
+    for (uint64_t x = 0; x < length; ++x) {
+        result[x] = sums[x] + result[x];
+    }
+}
+
+// At most a piece of row y, for which the terms from first up to end of a row of the kernel lie inside the picture.
+void apply_piece(const RealImage *kernel, const RealImage *image, uint64_t y, uint64_t x, uint64_t first, uint64_t end,
+                 float *result, uint64_t length) {
+    const Rows rows = rows_inside(kernel, image, y);
+    const auto image_row = [=](uint64_t r) {
+        return image->rows[y + r - kernel->height / 2] + (x + first - kernel->width / 2);
+    };
+    std::fill_n(result, length, 0.0f);
+    if (kernel->width == 1) {
+        // A row's sum is its one term, so all rows are one sum; its 0 start changes no sum that began at 0 itself.
+        add_terms(
+            rows.end - rows.first, [=](uint64_t t) { return kernel->rows[rows.first + t][0]; },
+            [=](uint64_t t) { return image_row(rows.first + t); }, result, length);
+        return;
+    }
+    for (uint64_t r = rows.first; r < rows.end; ++r) {
+        KoKernelApplyRow(kernel->rows[r], first, end, image_row(r), result, length);
+    }
+}
+
+// Row y in three stretches: pixels with the kernel cut on the left, full ones, pixels with it cut on the right.
+void apply_kernel(const RealImage *kernel, const RealImage *image, uint64_t y, float *result) {
+    const uint64_t half = kernel->width / 2;
+    const uint64_t end_full = std::min(image->width, image->width - (kernel->width - half) + 1);
+    const auto apply_cut = [=](uint64_t x) {
+        const uint64_t first = half > x ? half - x : 0;
+        const uint64_t end = std::min(kernel->width, image->width + half - x);
+        apply_piece(kernel, image, y, x, first, end, result + x, 1);
+    };
+    for (uint64_t x = 0; x < half; ++x) {
+        apply_cut(x);
+    }
+    for (uint64_t x = half; x < end_full; x += piece) {
+        apply_piece(kernel, image, y, x, 0, kernel->width, result + x, std::min(piece, end_full - x));
+    }
+    for (uint64_t x = end_full; x < image->width; ++x) {
+        apply_cut(x);
     }
 }
 
@@ -70,13 +127,9 @@ void apply_taps(const float *const *taps, const float *weights, uint32_t count, 
     for (uint64_t start = 0; start < width; start += piece) {
         const uint64_t length = std::min(piece, width - start);
         float sums[piece] = {};
-        for (uint32_t i = 0; i < count; ++i) {
-            const float *tap = taps[i] + start;
-            for (uint64_t x = 0; x < length; ++x) {
-                sums[x] += weights[i] * tap[x];
-            }
-        }
-        std::memcpy(result + start, sums, length * sizeof(float));
+        add_terms(
+            count, [=](uint64_t t) { return weights[t]; }, [=](uint64_t t) { return taps[t] + start; }, sums, length);
+        std::copy_n(sums, length, result + start);
     }
 }
 
@@ -120,8 +173,8 @@ int32_t KoKernelNewRealImage(const RealImage *kernel, const RealImage *image, Re
     if (*result == nullptr) {
         return KoErrorGetLastError();
     }
-    KoRealImageClear(*result);
     if (image->width < kernel->width || image->height < kernel->height) {
+        KoRealImageClear(*result);
         return KO_OK;
     }
     for (uint64_t y = 0; y < image->height; ++y) {

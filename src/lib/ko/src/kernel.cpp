@@ -74,7 +74,8 @@ Rows rows_inside(const RealImage *kernel, const RealImage *image, uint64_t y) {
 // the first pixel lies.
 void KoKernelApplyRow(const float *weights, uint64_t first, uint64_t end, const float *image_row, float *result,
                       uint64_t length) {
-    float sums[piece] = {};
+    float sums[piece];
+    std::fill_n(sums, length, 0.0f);
     add_terms(
         end - first, [=](uint64_t t) { return weights[first + t]; }, [=](uint64_t t) { return image_row + t; }, sums, length);
     for (uint64_t x = 0; x < length; ++x) {
@@ -126,7 +127,8 @@ void apply_kernel(const RealImage *kernel, const RealImage *image, uint64_t y, f
 void apply_taps(const float *const *taps, const float *weights, uint32_t count, float *result, uint64_t width) {
     for (uint64_t start = 0; start < width; start += piece) {
         const uint64_t length = std::min(piece, width - start);
-        float sums[piece] = {};
+        float sums[piece];
+        std::fill_n(sums, length, 0.0f);
         add_terms(
             count, [=](uint64_t t) { return weights[t]; }, [=](uint64_t t) { return taps[t] + start; }, sums, length);
         std::copy_n(sums, length, result + start);

@@ -1,5 +1,5 @@
 // What the files of local contrast enhancement share: the gain curve (lce_gain.cpp), the list of configurations that a picture
-// can still pass (lce_decision.cpp), and the measures that shorten it (lce_measures.cpp).
+// can still pass (lce_decision.cpp), the measures that shorten it (lce_measures.cpp), and the curves (lce_tiles.cpp).
 #ifndef KO_SRC_LCE_H
 #define KO_SRC_LCE_H
 
@@ -56,6 +56,12 @@ void KoLceFilterConfigurations(Features *features, DecisionConfigurationList *co
 // the record hold what the measures were taken from. A status other than KO_OK leaves proceed at 0.
 [[nodiscard]] int32_t KoLceComputeFeatures(Features *features, uint64_t blf_levels, DecisionConfigurationList *configurations,
                                            bool *images_kept);
+
+// ---- the curves
+
+// Fits a curve a tile, into the grid at tile_trc or into a new one if that is null. images_kept tells that the judgement has
+// left background and enhanced in the record; otherwise they are made here.
+[[nodiscard]] int32_t KoLceBuildTileTRC(Features *features, uint64_t blf_levels, bool images_kept, TileTRC **tile_trc);
 
 } // namespace ko
 

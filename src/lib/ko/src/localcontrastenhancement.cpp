@@ -1,5 +1,5 @@
-// Local contrast enhancement: the record, the road of a picture from judgement to curves, the distillation of a gain curve over
-// a smooth background into one tone curve a tile, and the measures in print.
+// Local contrast enhancement: the record, the road of a picture from judgement to curves, and the measures in print. The stages
+// of the road are in files of their own (lce.h).
 #include "lce.h"
 
 #include <cmath>
@@ -8,7 +8,6 @@
 #include <cstring>
 
 #include "alloc.h"
-#include "ko/bilateralfilter.h"
 #include "report.h"
 #include "textfile.h"
 
@@ -52,68 +51,6 @@ void read_flags() {
     }
 }
 
-// ---- the tile stage
-
-int32_t make_final_images(Features *features, uint64_t blf_levels) {
-    const int32_t status = KoFilterBLFApplyToRealImage(features->luminance, &features->background, blf_levels);
-    if (features->background == nullptr) {
-        return status != KO_OK ? status : KoErrorGetLastError();
-    }
-    return make_enhanced(features, features->luminance, features->background, &features->enhanced);
-}
-
-// Fits the curve of tile (x, y) and copies it into the grid. A fit that could not be made leaves the thread's status.
-int32_t fit_tile(const Features *features, uint64_t x, uint64_t y, TileTRC *tile_trc) {
-    const uint64_t width = features->luminance->width / features->numBlocksX;
-    const uint64_t height = features->luminance->height / features->numBlocksY;
-    RealImageLineIterator input;
-    RealImageLineIterator target;
-    KoRealImageLineIteratorInitSubImage(&input, features->luminance, x * width, y * height, width, height);
-    KoRealImageLineIteratorInitSubImage(&target, features->enhanced, x * width, y * height, width, height);
-    Owned<TRC, KoTRCDelete> curve(KoTRCNew(KoTileTRCGetSize(tile_trc)));
-    if (!curve) {
-        return KoErrorGetLastError();
-    }
-    KoTRCCompute(curve.get(), &input, &target);
-    if (curve->array == nullptr && curve->size != 0) {
-        return KoErrorGetLastError();
-    }
-    KoTileTRCSetTileFromTRC(tile_trc, x, y, curve.get()); // a grid handed in may be smaller: its own tiles are filled
-    return KO_OK;
-}
-
-int32_t fit_tiles(const Features *features, TileTRC *tile_trc) {
-    for (uint64_t y = features->numBlocksY; y-- > 0;) {
-        for (uint64_t x = 0; x < features->numBlocksX; ++x) {
-            const int32_t status = fit_tile(features, x, y, tile_trc);
-            if (status != KO_OK) {
-                return status;
-            }
-        }
-    }
-    return KO_OK;
-}
-
-// images_kept tells that the judgement has left background and enhanced in the record.
-int32_t KoLceBuildTileTRC(Features *features, uint64_t blf_levels, bool images_kept, TileTRC **tile_trc) {
-    int32_t status = images_kept ? static_cast<int32_t>(KO_OK) : make_final_images(features, blf_levels);
-    if (status != KO_OK) {
-        return status;
-    }
-    if (*tile_trc != nullptr) {
-        return fit_tiles(features, *tile_trc);
-    }
-    Owned<TileTRC, KoTileTRCDelete> fresh(KoTileTRCNew(features->trcSize, features->numBlocksX, features->numBlocksY));
-    if (!fresh || fresh->array == nullptr) {
-        return KoErrorGetLastError();
-    }
-    status = fit_tiles(features, fresh.get());
-    if (status == KO_OK) {
-        *tile_trc = fresh.release();
-    }
-    return status;
-}
-
 // ---- the road of one picture
 
 // Sets luminance and chroma: the caller's own plane for a GRAY picture, otherwise planes of a YIQ copy.
@@ -154,7 +91,7 @@ bool has_limits(int32_t configuration) { return configuration >= first_with_limi
 
 // ---- the measures in print
 
-// Writes text behind a row's first cell once for each of the eight columns; print is given the column.
+// Calls print(column) for the eight columns and ends the line.
 template <class PrintCell> void print_row(FILE *stream, PrintCell print) {
     for (uint64_t column = 0; column < score_columns; ++column) {
         print(column);

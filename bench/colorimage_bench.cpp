@@ -10,14 +10,9 @@ constexpr uint64_t channels = 3;
 constexpr uint64_t plane_bytes = channels * sizeof(float); // per pixel
 constexpr Mark byte_mark{Measure::ratio, 2.5};
 
-ColorImagePtr photograph_planes(const std::vector<uint8_t> &bytes) {
-    return ColorImagePtr(
-        KoColorImageNewFromByteArray(size.width, size.height, KO_COLORSPACE_RGB, bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
-}
-
 void bytes_to_planes(benchmark::State &state) {
     const std::vector<uint8_t> bytes = photograph(size, channels);
-    const ColorImagePtr image = photograph_planes(bytes);
+    const ColorImagePtr image = color_planes(size, bytes);
     measure(state, {size.pixels(), channels, plane_bytes}, byte_mark, [&] {
         return KoColorImageFromByteArray(image.get(), bytes.data(), 0, size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK;
     });
@@ -25,7 +20,7 @@ void bytes_to_planes(benchmark::State &state) {
 
 void planes_to_bytes(benchmark::State &state) {
     const std::vector<uint8_t> bytes = photograph(size, channels);
-    const ColorImagePtr image = photograph_planes(bytes);
+    const ColorImagePtr image = color_planes(size, bytes);
     std::vector<uint8_t> output(bytes.size());
     measure(state, {size.pixels(), plane_bytes, channels}, byte_mark, [&] {
         return KoColorImageToByteArray(image.get(), output.data(), 0, size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK;
@@ -33,7 +28,7 @@ void planes_to_bytes(benchmark::State &state) {
 }
 
 void rgb_to_yiq(benchmark::State &state) {
-    const ColorImagePtr image = photograph_planes(photograph(size, channels));
+    const ColorImagePtr image = color_planes(size, photograph(size, channels));
     const ColorImagePtr result(KoColorImageNew(size.width, size.height, KO_COLORSPACE_YIQ));
     measure(state, {size.pixels(), plane_bytes, plane_bytes}, {Measure::ratio, 1.5},
             [&] { return KoColorImageFromColorImage(result.get(), image.get()) == KO_OK; });

@@ -43,7 +43,8 @@ struct MarkColumn {
 };
 
 constexpr MarkColumn mark_columns[] = {{Measure::ratio, "ratio", "x memcpy"},
-                                       {Measure::nanoseconds_per_pixel, "ns_px", "ns/px"},
+                                       {Measure::nanoseconds_per_pixel, "ns_item", "ns/px"},
+                                       {Measure::nanoseconds_per_entry, "ns_item", "ns/entry"},
                                        {Measure::milliseconds, "ms", "ms"}};
 
 void print_mark(const std::vector<Run> &runs) {
@@ -65,8 +66,9 @@ void print_marked(const std::string &name, double value, const char *unit, doubl
 
 bool TableReporter::ReportContext(const Context &) {
     std::printf("compiler: %s\n", KO_BENCH_COMPILER);
-    std::printf("ratio:    to a memcpy, in turn with the job, of the bytes that the job has to read and write\n\n");
-    std::printf("%-*s %10s %10s %13s %8s  %16s\n", name_width, "", "ms", "ns/px", "memcpy ns/px", "ratio", "mark");
+    std::printf("ratio:    to a memcpy, in turn with the job, of the bytes that the job has to read and write\n");
+    std::printf("item:     a pixel of a picture, or an entry of a curve\n\n");
+    std::printf("%-*s %10s %10s %14s %8s  %16s\n", name_width, "", "ms", "ns/item", "memcpy ns/item", "ratio", "mark");
     std::fflush(stdout);
     return true;
 }
@@ -83,19 +85,19 @@ void TableReporter::ReportRuns(const std::vector<Run> &runs) {
     if (repetitions.empty()) {
         return;
     }
-    std::printf("%-*s %10.2f %10.3f %13.3f %8.2f  ", name_width, repetitions.front().run_name.function_name.c_str(),
-                median_of(repetitions, "ms"), median_of(repetitions, "ns_px"), median_of(repetitions, "memcpy_ns_px"),
+    std::printf("%-*s %10.2f %10.3f %14.3f %8.2f  ", name_width, repetitions.front().run_name.function_name.c_str(),
+                median_of(repetitions, "ms"), median_of(repetitions, "ns_item"), median_of(repetitions, "memcpy_ns_item"),
                 median_of(repetitions, "ratio"));
     print_mark(repetitions);
     std::fflush(stdout);
     if (has(repetitions.front(), "flat")) {
-        flat_ns_px_.push_back(median_of(repetitions, "ns_px"));
+        flat_ns_item_.push_back(median_of(repetitions, "ns_item"));
     }
 }
 
 void TableReporter::Finalize() {
-    if (flat_ns_px_.size() >= 2) {
-        const auto [fastest, slowest] = std::minmax_element(flat_ns_px_.begin(), flat_ns_px_.end());
+    if (flat_ns_item_.size() >= 2) {
+        const auto [fastest, slowest] = std::minmax_element(flat_ns_item_.begin(), flat_ns_item_.end());
         print_marked("whole enhancement, slowest to fastest size", *slowest / *fastest, "x", flat_limit);
     }
 }

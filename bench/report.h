@@ -21,7 +21,7 @@ class TableReporter : public benchmark::BenchmarkReporter {
 
   private:
     bool failed_ = false;
-    std::vector<double> flat_ns_px_;
+    std::vector<double> flat_ns_item_;
 };
 
 // Prints a line of a value with a mark, in the words of the table.

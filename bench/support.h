@@ -1,4 +1,4 @@
-// What the benchmarks share: a synthetic photograph, owners of the library's objects, and the measurement against memcpy.
+// What the benchmarks share: pictures and owners, which are those of the tests, and the measurement against memcpy.
 //
 // A job is judged by its ratio to a yardstick: one memcpy that reads and writes together as many bytes as the job must at the
 // least, its inputs read once and its outputs written once. Job and yardstick run in turn, so that both meet the same machine,
@@ -10,26 +10,23 @@
 #include <algorithm>
 #include <cstdint>
 #include <ctime>
-#include <memory>
 #include <vector>
 
 #include <benchmark/benchmark.h>
 
 #include "ko.h"
+#include "pictures.h"
 
 namespace ko_bench {
 
-template <auto Delete> struct Deleter {
-    template <class T> void operator()(T *object) const { Delete(object); }
-};
-
-using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
-using ColorImagePtr = std::unique_ptr<ColorImage, Deleter<KoColorImageDelete>>;
-using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
-using GaussianPtr = std::unique_ptr<KernelGaussian, Deleter<KoKernelGaussianDelete>>;
-using RealImagePtr = std::unique_ptr<RealImage, Deleter<KoRealImageDelete>>;
-using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
-using TrcPtr = std::unique_ptr<TRC, Deleter<KoTRCDelete>>;
+using ko_test::ApplyPtr;
+using ko_test::ColorImagePtr;
+using ko_test::Deleter;
+using ko_test::FeaturesPtr;
+using ko_test::GaussianPtr;
+using ko_test::RealImagePtr;
+using ko_test::TileTrcPtr;
+using ko_test::TrcPtr;
 
 struct Size {
     uint32_t width;
@@ -38,22 +35,24 @@ struct Size {
     uint64_t pixels() const { return uint64_t{width} * height; }
 };
 
-// The bytes of a photograph as a camera might give it: light in the middle, dark corners, waves of texture and some noise.
-// channels is 3 for interleaved RGB, or 1.
+// The bytes of a synthetic photograph: interleaved RGB for 3 channels, or 1 channel.
 std::vector<uint8_t> photograph(Size size, uint64_t channels);
 
 // The gray photograph as a plane of floats; null if memory is short.
 RealImagePtr photograph_plane(Size size);
 
-// The least traffic of a job: what it has to read and write per pixel.
+// Interleaved RGB as planes of floats; null if memory is short.
+ColorImagePtr color_planes(Size size, const std::vector<uint8_t> &bytes);
+
+// The least traffic of a job: what it has to read and write per item, which is a pixel of a picture or an entry of a curve.
 struct Job {
-    uint64_t pixels;
-    uint64_t bytes_in;  // per pixel
-    uint64_t bytes_out; // per pixel
+    uint64_t items;
+    uint64_t bytes_in;  // per item
+    uint64_t bytes_out; // per item
 };
 
 // What a job must not exceed. The names are those of the counters that carry the limits to the report.
-enum class Measure { none, ratio, nanoseconds_per_pixel, milliseconds };
+enum class Measure { none, ratio, nanoseconds_per_pixel, nanoseconds_per_entry, milliseconds };
 
 struct Mark {
     Measure measure = Measure::none;
@@ -67,6 +66,8 @@ constexpr const char *counter_name(Measure measure) {
         return "mark_ratio";
     case Measure::nanoseconds_per_pixel:
         return "mark_ns_px";
+    case Measure::nanoseconds_per_entry:
+        return "mark_ns_entry";
     case Measure::milliseconds:
         return "mark_ms";
     default:

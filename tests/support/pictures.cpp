@@ -66,17 +66,35 @@ std::vector<uint8_t> noise_bytes(uint64_t count, uint32_t seed) {
     return bytes;
 }
 
+namespace {
+
+// A place on one axis of a photograph.
+struct Place {
+    double offset; // from the middle, as a share of the length
+    double wave;
+};
+
+std::vector<Place> places(uint64_t length, double waves) {
+    std::vector<Place> axis;
+    for (uint64_t i = 0; i < length; ++i) {
+        const double offset = (static_cast<double>(i) + 0.5) / static_cast<double>(length) - 0.5;
+        axis.push_back({offset, std::sin(waves * offset)});
+    }
+    return axis;
+}
+
+} // namespace
+
 std::vector<uint8_t> photograph(uint64_t width, uint64_t height, uint64_t channels, uint32_t seed) {
+    const std::vector<Place> across = places(width, 40.0);
     Noise noise(seed);
     std::vector<uint8_t> bytes;
     bytes.reserve(width * height * channels);
-    for (uint64_t y = 0; y < height; ++y) {
-        for (uint64_t x = 0; x < width; ++x) {
-            const double u = (static_cast<double>(x) + 0.5) / static_cast<double>(width) - 0.5;
-            const double v = (static_cast<double>(y) + 0.5) / static_cast<double>(height) - 0.5;
-            const double light = 220.0 * std::exp(-4.0 * (u * u + v * v)) + 25.0 * std::sin(40.0 * u) * std::sin(30.0 * v);
+    for (const Place &v : places(height, 30.0)) {
+        for (const Place &u : across) {
+            const double light = 220.0 * std::exp(-4.0 * (u.offset * u.offset + v.offset * v.offset)) + 25.0 * u.wave * v.wave;
             for (uint64_t c = 0; c < channels; ++c) {
-                const double tint = 1.0 - 0.15 * static_cast<double>(c) * u;
+                const double tint = 1.0 - 0.15 * static_cast<double>(c) * u.offset;
                 const double value = light * tint + static_cast<double>(noise.uniform(-6.0f, 6.0f));
                 bytes.push_back(static_cast<uint8_t>(std::clamp(value, 0.0, 255.0)));
             }

@@ -33,29 +33,39 @@ float gaussian_sum(uint64_t width, uint64_t height, float sigma) {
     return sum;
 }
 
-// sums[x] += the sum of weight(t) * tap(t)[x], t ascending, four terms a turn.
-template <class Weight, class Tap>
-inline void add_terms(uint64_t count, Weight weight, Tap tap, float *__restrict sums, uint64_t length) {
+// sums[x] += weight(t) * tap(t)[x] for as many terms from t on, one after the other.
+template <uint64_t Terms, class Weight, class Tap>
+inline void add_turn(uint64_t t, Weight weight, Tap tap, float *__restrict sums, uint64_t length) {
+    float weights[Terms];
+    const float *taps[Terms];
+    for (uint64_t k = 0; k < Terms; ++k) {
+        weights[k] = weight(t + k);
+        taps[k] = tap(t + k);
+    }
+    for (uint64_t x = 0; x < length; ++x) {
+        float sum = sums[x];
+        for (uint64_t k = 0; k < Terms; ++k) {
+            sum += weights[k] * taps[k][x];
+        }
+        sums[x] = sum;
+    }
+}
+
+// sums[x] += the terms below count in ascending order, four a turn.
+template <class Weight, class Tap> inline void add_terms(uint64_t count, Weight weight, Tap tap, float *sums, uint64_t length) {
     uint64_t t = 0;
     for (; t + 4 <= count; t += 4) {
-        const float w0 = weight(t);
-        const float w1 = weight(t + 1);
-        const float w2 = weight(t + 2);
-        const float w3 = weight(t + 3);
-        const float *p0 = tap(t);
-        const float *p1 = tap(t + 1);
-        const float *p2 = tap(t + 2);
-        const float *p3 = tap(t + 3);
-        for (uint64_t x = 0; x < length; ++x) {
-            sums[x] = (((sums[x] + w0 * p0[x]) + w1 * p1[x]) + w2 * p2[x]) + w3 * p3[x];
-        }
+        add_turn<4>(t, weight, tap, sums, length);
     }
-    for (; t < count; ++t) {
-        const float w = weight(t);
-        const float *p = tap(t);
-        for (uint64_t x = 0; x < length; ++x) {
-            sums[x] += w * p[x];
-        }
+    switch (count - t) {
+    case 3:
+        return add_turn<3>(t, weight, tap, sums, length);
+    case 2:
+        return add_turn<2>(t, weight, tap, sums, length);
+    case 1:
+        return add_turn<1>(t, weight, tap, sums, length);
+    default:
+        return;
     }
 }
 

@@ -133,9 +133,7 @@ uint64_t plan_backward(const TRCCompress *compress, uint64_t start, uint64_t end
     uint64_t behind = end + 1; // the entries from here on are planned
     while (behind > start) {
         const uint64_t i = behind - 1;
-        // The first entry of a segment, when it is reached by itself, is a literal without a look at the runs.
-        const Candidate token =
-            i == start ? single : best_token(left_before(compress->oneBitRuns, i), left_before(compress->twoBitRuns, i));
+        const Candidate token = best_token(left_before(compress->oneBitRuns, i), left_before(compress->twoBitRuns, i));
         behind -= token.entries;
         compress->backwardPlan[behind] = {token.method, token.entries};
         bytes += token.bytes;

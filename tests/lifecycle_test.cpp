@@ -1,4 +1,5 @@
-// Start and end: the count, repeated cycles, what outlives them, and the switch for packed arithmetic.
+// Start and end: the count, repeated cycles, what outlives them, the slots of the text format, and the switch for packed
+// arithmetic.
 #include "ko/lifecycle.h"
 
 #include <gtest/gtest.h>
@@ -19,6 +20,7 @@
 
 #include "capture.h"
 #include "ko/error.h"
+#include "ko/imageformat.h"
 #include "ko/memory.h"
 
 namespace {
@@ -115,6 +117,90 @@ TEST(Lifecycle, VerbosityAndPrintFunctionOutliveTheEnd) {
     KoMessageSetLevel(KO_LEVEL_WARNING, KoMsg(KO_ERR_FATAL), "somewhere.cpp", 7);
     EXPECT_EQ(printed.texts(), Texts{"[WARNING] Fatal Error. Cannot continue"});
     KoRelease();
+}
+
+// The slots of image files.
+
+int32_t load_nothing(RealImage *, const char *) { return KO_OK; }
+int32_t save_nothing(const RealImage *, const char *, float, float) { return KO_OK; }
+int32_t load_no_colors(ColorImage *, const char *, double, double) { return KO_OK; }
+int32_t save_no_colors(const ColorImage *, const char *, float, float) { return KO_OK; }
+
+void expect_slot(int32_t type, KoRealImageLoadFunction load, KoRealImageSaveFunction save, KoColorImageLoadFunction load_color,
+                 KoColorImageSaveFunction save_color) {
+    SCOPED_TRACE(type);
+    EXPECT_EQ(KoRealImageGetLoadFunction(type), load);
+    EXPECT_EQ(KoRealImageGetSaveFunction(type), save);
+    EXPECT_EQ(KoColorImageGetLoadFunction(type), load_color);
+    EXPECT_EQ(KoColorImageGetSaveFunction(type), save_color);
+}
+
+void expect_text_slot() {
+    expect_slot(KO_IMAGE_FORMAT_TEXT, KoRealImageLoadTXT, KoRealImageSaveTXT, KoColorImageLoadTXT, KoColorImageSaveTXT);
+}
+
+void expect_empty_slot(int32_t type) { expect_slot(type, nullptr, nullptr, nullptr, nullptr); }
+
+void expect_own_slot(int32_t type) { expect_slot(type, load_nothing, save_nothing, load_no_colors, save_no_colors); }
+
+void set_slot(int32_t type, bool own) {
+    KoRealImageSetLoadFunction(type, own ? load_nothing : nullptr);
+    KoRealImageSetSaveFunction(type, own ? save_nothing : nullptr);
+    KoColorImageSetLoadFunction(type, own ? load_no_colors : nullptr);
+    KoColorImageSetSaveFunction(type, own ? save_no_colors : nullptr);
+}
+
+TEST(Lifecycle, TheTextFormatIsThereFromStartToEnd) {
+    for (int cycle = 0; cycle < 3; ++cycle) {
+        for (const int32_t type : {0, 1, 2, 3}) {
+            expect_empty_slot(type);
+        }
+        KoInit(nullptr, nullptr);
+        expect_text_slot();
+        for (const int32_t type : {0, 2, 3}) {
+            expect_empty_slot(type);
+        }
+        KoInit(nullptr, nullptr);
+        expect_text_slot();
+        KoRelease();
+        expect_text_slot();
+        KoRelease();
+    }
+    expect_empty_slot(KO_IMAGE_FORMAT_TEXT);
+}
+
+TEST(Lifecycle, OtherSlotsOutliveTheEnd) {
+    for (const int32_t type : {0, 2, 3}) {
+        set_slot(type, true);
+    }
+    KoInit(nullptr, nullptr);
+    for (const int32_t type : {0, 2, 3}) {
+        expect_own_slot(type);
+    }
+    KoRelease();
+    for (const int32_t type : {0, 2, 3}) {
+        expect_own_slot(type);
+        set_slot(type, false);
+        expect_empty_slot(type);
+    }
+}
+
+// The first start sets the text format's slots and the last end clears them, whatever stands there; those between do neither.
+TEST(Lifecycle, OnlyTheOutermostPairSetsTheTextFormat) {
+    set_slot(KO_IMAGE_FORMAT_TEXT, true);
+    KoInit(nullptr, nullptr);
+    expect_text_slot();
+    set_slot(KO_IMAGE_FORMAT_TEXT, true);
+    KoInit(nullptr, nullptr);
+    expect_own_slot(KO_IMAGE_FORMAT_TEXT);
+    KoRelease();
+    expect_own_slot(KO_IMAGE_FORMAT_TEXT);
+    KoRelease();
+    expect_empty_slot(KO_IMAGE_FORMAT_TEXT);
+    set_slot(KO_IMAGE_FORMAT_TEXT, true);
+    KoRelease(); // unmatched
+    expect_own_slot(KO_IMAGE_FORMAT_TEXT);
+    set_slot(KO_IMAGE_FORMAT_TEXT, false);
 }
 
 // The variable SSE.

@@ -2,7 +2,6 @@
 // against plain references and the curves against the fit of each tile.
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
 #include <string>
 #include <utility>
@@ -10,9 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "capture.h"
+#include "enhancement.h"
 #include "ko.h"
 #include "pictures.h"
 #include "reference_bilateralfilter.h"
+#include "reference_enhancement.h"
 #include "same_floats.h"
 
 namespace {
@@ -20,22 +21,6 @@ namespace {
 using namespace ko_test;
 
 using Features = LocalContrastEnhancementImageFeatures;
-
-constexpr uint64_t not_measured = std::numeric_limits<uint64_t>::max();
-constexpr int32_t never = 0;
-constexpr int32_t always = 4;
-
-void set_flags(const char *value) {
-#ifdef _WIN32
-    _putenv_s("KOLCEFLAGS", value != nullptr ? value : "");
-#else
-    if (value != nullptr) {
-        setenv("KOLCEFLAGS", value, 1);
-    } else {
-        unsetenv("KOLCEFLAGS");
-    }
-#endif
-}
 
 class LocalContrastEnhancementTest : public testing::Test {
   protected:
@@ -47,76 +32,8 @@ class LocalContrastEnhancementTest : public testing::Test {
     }
 };
 
-FeaturesPtr make_features(uint64_t size = 256, uint64_t blocks_x = 8, uint64_t blocks_y = 8) {
-    return FeaturesPtr(KoLocalContrastEnhancementNew(size, blocks_x, blocks_y));
-}
-
-// The arguments of a call that may vary.
-struct Gain {
-    float max_gain = 3.0f;
-    float strength = 40.0f;
-    float limit_fraction = 0.6275f;
-    uint64_t levels = 5;
-};
-
-int32_t enhance(Features *features, ColorImage *image, TileTRC **grid, const Gain &gain = {}, int32_t configuration = always,
-                float score = 0.4f) {
-    return KoLocalContrastEnhancementGetNewTRCsTune(features, image, gain.max_gain, gain.strength, gain.limit_fraction,
-                                                    gain.levels, score, configuration, grid);
-}
-
-// A picture with light, shadows and texture; RGB, YIQ (the same numbers) or GRAY.
-ColorImagePtr make_picture(uint32_t width, uint32_t height, int32_t space, uint32_t seed = 1) {
-    const uint64_t depth = space == KO_COLORSPACE_GRAY ? 1 : 3;
-    const std::vector<uint8_t> bytes = photograph(width, height, depth, seed);
-    return make_color_image(width, height, space, [&](uint32_t c, uint64_t x, uint64_t y) {
-        return static_cast<float>(bytes[(y * width + x) * depth + c]);
-    });
-}
-
 ColorImagePtr flat_picture(uint32_t width, uint32_t height, float value) {
     return make_color_image(width, height, KO_COLORSPACE_GRAY, [=](uint32_t, uint64_t, uint64_t) { return value; });
-}
-
-Plane plane_of(const RealImage *image) { return {image->width, image->height, pixels(image)}; }
-
-// The curve between background and gain, all in single precision.
-struct GainCurve {
-    float max_gain, strength, limit, offset, knee;
-
-    explicit GainCurve(const Gain &gain) : max_gain(gain.max_gain), strength(gain.strength) {
-        limit = gain.limit_fraction * 255.0f;
-        offset = 1.0f - strength / limit;
-        knee = strength / (max_gain - offset);
-    }
-
-    float operator()(float background) const {
-        if (!(background < limit)) {
-            return 1.0f;
-        }
-        if (background < knee) {
-            return max_gain;
-        }
-        return strength / std::max(background, 3.0f) + offset;
-    }
-};
-
-std::vector<float> reference_enhanced(const Plane &luminance, const Plane &background, const Gain &gain) {
-    const GainCurve curve(gain);
-    std::vector<float> enhanced;
-    for (size_t i = 0; i < luminance.pixels.size(); ++i) {
-        enhanced.push_back(luminance.pixels[i] * curve(background.pixels[i]));
-    }
-    return enhanced;
-}
-
-// The luminance that the enhancement must work on, found without it.
-Plane reference_luminance(const ColorImage *image) {
-    if (image->color_space == KO_COLORSPACE_GRAY) {
-        return plane_of(&image->planes[0]);
-    }
-    const ColorImagePtr yiq(KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image));
-    return plane_of(&yiq->planes[0]);
 }
 
 std::vector<uint32_t> curve_of(const TileTRC *grid, uint64_t x, uint64_t y) {
@@ -658,8 +575,7 @@ TEST_F(LocalContrastEnhancementTest, FlagsDoNotReachTheImagesOfConfiguration4) {
             expect_enhancement(make_picture(60, 40, space).get(), 256, 2, 2);
         }
     }
-    set_flags("BACKGROUND:GaussFast"); // the settings outlive the records: back to those of the start
-    make_features();
+    forget_flags();
 }
 
 } // namespace

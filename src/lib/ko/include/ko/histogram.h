@@ -76,7 +76,7 @@ KO_API float KoHistogramGetValueAtPercentile(const Histogram *histogram, float f
 
 /**
  * Push a curve through the histogram: the counter of bin i is added to that of bin entries[i]. numPixels stays.
- *   entry_count   in   must be size, as the curve's size must; an entry not below size counts into the last bin
+ *   entry_count   in   must be size, as the curve's size must; an entry below 0 or not below size counts into the last bin
  * Return KO_OK, also when memory is short (the histogram then stays as it was); KO_ERR_INVALID_ARGUMENT for a null histogram
  * or another number of entries; KO_ERR_NULL_POINTER for a histogram or a curve without entries.
  */

@@ -1,6 +1,7 @@
 // The judgement of the enhancement: the measures of each block and the decision over them, bit for bit against a plain second
 // implementation, the variable that sets their background, and the ways in which scores leave the record.
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -246,6 +247,13 @@ TEST_F(JudgementTest, MeasuresUnderOtherGainCurves) {
     for (const Gain &gain : gains) {
         expect_judgement(make_picture(61, 53, KO_COLORSPACE_RGB).get(), taking_all_measures(), Background::recursive, gain);
     }
+}
+
+// The knee lies below 3, and the background of most blocks between the two.
+TEST_F(JudgementTest, TheGainRisesNoFurtherBelowABackgroundOf3) {
+    const ColorImagePtr picture = make_picture(61, 53, KO_COLORSPACE_GRAY);
+    ASSERT_EQ(KoRealImageMultiplyValue(&picture->planes[0], 1.0f / 64.0f, std::array{&picture->planes[0]}.data()), KO_OK);
+    expect_judgement(picture.get(), taking_all_measures(), Background::recursive, {100.0f, 40.0f, 0.6275f, 5});
 }
 
 // A pixel without a value, or with an enormous one, spoils the scores that it meets and nothing else.

@@ -192,6 +192,19 @@ TEST_F(TileTrcFileTest, AFullDeviceIsReportedBesideTheResult) {
     EXPECT_EQ(KoTileTRCSave(tiles.get(), "/dev/full", KO_TILETRC_TEXT, 1), KO_OK);
 }
 
+// A binary curve that cannot be written is given up, and the next one is tried.
+TEST_F(TileTrcFileTest, AFullDeviceIsReportedOnceACurve) {
+    const TileTrcPtr tiles = filled_grid(uint64_t{1} << 20, 3, 1, 7);
+    EXPECT_EQ(KoTileTRCSave(tiles.get(), "/dev/full", KO_TILETRC_BINARY, 1), KO_OK);
+    const std::string chain = KoErrorGetLastErrorMessage();
+    const std::string report = "Cannot write file";
+    size_t reports = 0;
+    for (size_t at = chain.find(report); at != std::string::npos; at = chain.find(report, at + 1)) {
+        ++reports;
+    }
+    EXPECT_EQ(reports, 3u);
+}
+
 #endif
 
 // ---- round trips ----
@@ -341,6 +354,14 @@ TEST_F(TileTrcFileTest, TokensThatGoPastACurveStayInsideTheGrid) {
     expect_grid(single.get(), 1, 1, 1, {1});
     const TileTrcPtr many = loaded("GrayLinearEncoded\nbits 0 50 2\n" + std::string(100, '\x7F'));
     expect_grid(many.get(), 1, 50, 2, Entries(100, 1));
+}
+
+// What a token holds for the entries behind its curve is there when the file ends with it.
+TEST_F(TileTrcFileTest, ATokenThatGoesPastItsCurveIsStoredInFull) {
+    const TemporaryFile file("grid.trc", "GrayLinearEncoded\nbits 2 3 1\n\x4B"); // 6 steps of 1
+    const TileTrcPtr tiles = filled_grid(4, 3, 1, 777);
+    EXPECT_EQ(KoTileTRCLoad(tiles.get(), file.c_str()), KO_ERR_READ_FILE);
+    expect_grid(tiles.get(), 4, 3, 1, {1, 2, 3, 4, 5, 6, 777, 777, 777, 777, 777, 777});
 }
 
 // Any bytes are tokens.

@@ -2,21 +2,29 @@
 #ifndef KO_HOST_ENHANCE_H
 #define KO_HOST_ENHANCE_H
 
-#include <functional>
+#include <string>
 
 #include "codec/codec.h"
+#include "curves.h"
 #include "tuning.h"
 
 namespace host {
 
-enum class Decision { enhanced, unchanged };
+enum class Decision {
+    enhanced,
+    unchanged,  // there is nothing that curves could change
+    turned_down // the judgement is against it
+};
 
-// Called with the share of the rows that is done.
-using RowsDone = std::function<void(double share)>;
+struct Enhancement {
+    Decision decision = Decision::enhanced;
+    std::string reason; // of a picture that is turned down
+};
 
-// Enhances a picture in place. A grid with tiles too small for the picture is reduced, which is told.
-// Throws LibraryError if a call of the library fails; the pixels are then as they were.
-Decision enhance(codec::Picture &picture, const Tuning &tuning, codec::Notices &notices, const RowsDone &rows_done);
+// Enhances a picture in place, unless the judgement turns it down. A grid with tiles too small for the picture is reduced,
+// which is told. Throws LibraryError if a call of the library fails; the pixels are then as they were.
+Enhancement enhance(codec::Picture &picture, const Tuning &tuning, const Judging &judging, codec::Notices &notices,
+                    const RowsDone &rows_done);
 
 } // namespace host
 

@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace host {
@@ -63,6 +64,17 @@ class Draft {
         }
     }
 
+    const fs::path &path() const { return path_; }
+
+    // Fails for want of room: where a write of somebody else was cut, one more byte finds no room either.
+    void check_room() {
+        struct stat present {};
+        if (::fstat(descriptor_, &present) != 0 || ::pwrite(descriptor_, "", 1, present.st_size) != 1 ||
+            ::ftruncate(descriptor_, present.st_size) != 0) {
+            fail(failure(), errno);
+        }
+    }
+
     // The bytes reach the disk before the name does: after a crash the target is the old file or the new one.
     void take_place() {
         std::error_code error;
@@ -90,6 +102,13 @@ class Draft {
     bool placed_ = false;
 };
 
+// Where a target is in truth: a link stays a link.
+fs::path place_of(const fs::path &target) {
+    std::error_code missing;
+    const fs::path real = fs::canonical(target, missing);
+    return missing ? target : real;
+}
+
 } // namespace
 
 codec::Bytes read_file(const fs::path &path) {
@@ -115,10 +134,23 @@ codec::Bytes read_file(const fs::path &path) {
 }
 
 void write_file(const fs::path &target, std::span<const uint8_t> bytes) {
-    std::error_code missing;
-    const fs::path real = fs::canonical(target, missing); // a link stays a link
-    Draft draft(missing ? target : real);
+    Draft draft(place_of(target));
     draft.write(bytes);
+    draft.take_place();
+}
+
+void write_file_by(const fs::path &target, const DraftStep &write, const DraftStep &look) {
+    Draft draft(place_of(target));
+    try {
+        write(draft.path());
+    } catch (const std::exception &) {
+        draft.check_room(); // the better reason, if it is one
+        throw;
+    }
+    draft.check_room();
+    if (look) {
+        look(draft.path());
+    }
     draft.take_place();
 }
 

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <iterator>
 #include <map>
 #include <set>
 #include <system_error>
@@ -70,8 +71,10 @@ std::string reason_against(const fs::path &target) {
 }
 
 // The first picture with a target gets it, unless the target is what another picture is read from.
-void refuse_clashes(std::vector<Job> &jobs) {
+void refuse_clashes(std::vector<Job> &jobs, const std::vector<std::string> &also_read) {
     std::set<fs::path> inputs;
+    std::set<fs::path> others;
+    std::transform(also_read.begin(), also_read.end(), std::inserter(others, others.end()), resolved);
     for (const Job &job : jobs) {
         inputs.insert(resolved(job.input));
     }
@@ -81,7 +84,7 @@ void refuse_clashes(std::vector<Job> &jobs) {
         if (!job.refusal.empty()) {
             continue;
         }
-        if (inputs.contains(target) && target != resolved(job.input)) {
+        if (others.contains(target) || (inputs.contains(target) && target != resolved(job.input))) {
             job.refusal = "cannot write " + job.target.string() + ": it is another input";
         } else if (const auto [writer, fresh] = writers.try_emplace(target, job.input); !fresh) {
             job.refusal = "cannot write " + job.target.string() + ": taken by " + writer->second;
@@ -104,7 +107,8 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     return std::nullopt;
 }
 
-std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output) {
+std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output,
+                              const std::vector<std::string> &also_read) {
     std::vector<Job> jobs;
     if (inputs.size() == 1 && !names_folder(output)) {
         check_folder(fs::path(output).parent_path());
@@ -119,7 +123,24 @@ std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std:
     for (Job &job : jobs) {
         job.refusal = reason_against(job.target);
     }
-    refuse_clashes(jobs);
+    refuse_clashes(jobs, also_read);
+    return jobs;
+}
+
+Job lay_out_file(const std::string &input, const std::string &output) {
+    check_folder(fs::path(output).parent_path());
+    Job job{input, output, format_of_extension(output), reason_against(output)};
+    if (job.refusal.empty() && resolved(job.target) == resolved(job.input)) {
+        job.refusal = "cannot write " + output + ": it is the input";
+    }
+    return job;
+}
+
+std::vector<Job> lay_out_reading(const std::vector<std::string> &inputs) {
+    std::vector<Job> jobs;
+    for (const std::string &input : inputs) {
+        jobs.push_back({input, "", std::nullopt, ""});
+    }
     return jobs;
 }
 

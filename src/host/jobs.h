@@ -22,8 +22,17 @@ struct Job {
 std::optional<codec::Format> format_of_extension(const std::filesystem::path &path);
 
 // Lays out the jobs. Several inputs, and one whose output is a folder, keep their names in the folder, which is made if it is
-// missing. No job writes what another one reads or writes. Throws FileError if the output can take no picture at all.
-std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output);
+// missing. No job writes what another one reads or writes, nor a file of also_read. Throws FileError if the output can take no
+// picture at all.
+std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output,
+                              const std::vector<std::string> &also_read = {});
+
+// Lays out the one job of a file that is no enhanced picture: it must not take the place of its input. Throws FileError if its
+// folder can take no file.
+Job lay_out_file(const std::string &input, const std::string &output);
+
+// Lays out jobs that write no files.
+std::vector<Job> lay_out_reading(const std::vector<std::string> &inputs);
 
 } // namespace host
 

@@ -16,6 +16,14 @@ class LibraryError : public std::runtime_error {
     explicit LibraryError(const std::string &what) : std::runtime_error(what + ": " + KoErrorGetLastErrorMessage()) {}
 };
 
+// Throws unless a step worked and left no failure on the thread: most calls report through the thread's status, some through
+// it alone. It is to be cleared before a sequence of calls.
+inline void check(bool worked, const char *what) {
+    if (!worked || KoErrorGetLastError() != KO_OK) {
+        throw LibraryError(what);
+    }
+}
+
 class Library {
   public:
     Library() { KoInit(nullptr, nullptr); }
@@ -29,6 +37,7 @@ template <auto Delete> struct Deleter {
 };
 
 using ColorImagePtr = std::unique_ptr<ColorImage, Deleter<KoColorImageDelete>>;
+using RealImagePtr = std::unique_ptr<RealImage, Deleter<KoRealImageDelete>>;
 using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
 using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
 using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;

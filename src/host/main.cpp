@@ -2,13 +2,8 @@
 // alone.
 #include <cstdio>
 #include <exception>
-#include <new>
-#include <string>
 
-#include "codec/codec.h"
-#include "enhance.h"
-#include "files.h"
-#include "jobs.h"
+#include "commands.h"
 #include "library.h"
 #include "options.h"
 #include "report.h"
@@ -17,55 +12,32 @@ namespace host {
 
 namespace {
 
-void tell(const codec::Notices &notices, Report &report) {
-    for (const std::string &notice : notices) {
-        report.notice(notice);
+void run_command(const Options &options, Report &report) {
+    switch (options.command) {
+    case Command::enhance:
+        return enhance_pictures(options, report);
+    case Command::judge:
+        return judge_pictures(options, report);
+    case Command::curves:
+        return save_curves(options, report);
+    case Command::apply:
+        return apply_grid(options, report);
     }
-}
-
-codec::Picture read_picture(const Job &job, codec::Notices &notices) { return codec::decode(read_file(job.input), notices); }
-
-void run(const Job &job, const Options &options, Report &report) {
-    if (!job.refusal.empty()) {
-        throw FileError(job.refusal);
-    }
-    codec::Notices notices;
-    codec::Picture picture = read_picture(job, notices);
-    report.at(Stage::curves);
-    const Decision decision =
-        enhance(picture, options.tuning, notices, [&](double share) { report.at(Stage::applying, share); });
-    report.at(Stage::writing);
-    const codec::Format format = job.format.value_or(picture.format);
-    if (format_of_extension(job.target) != format) {
-        notices.push_back("written as " + std::string(codec::name(format)) + " like the input, whatever the name says");
-    }
-    write_file(job.target, codec::encode(picture, format, options.quality, notices));
-    tell(notices, report);
-    report.done(picture.width, picture.height, decision == Decision::enhanced ? "enhanced" : "unchanged");
 }
 
 void print(void *report, const char *text) { static_cast<Report *>(report)->message(text); }
 
 int run(const Options &options) {
-    Report report(options.quiet, options.inputs.size());
+    Report report(options.style, options.inputs.size());
     try {
         const Library library;
         KoErrorSetVerboseFunction(print, &report);
-        for (const Job &job : lay_out_jobs(options.inputs, options.output)) {
-            report.begin(job.input);
-            try {
-                run(job, options, report);
-            } catch (const std::bad_alloc &) {
-                report.failed("not enough memory");
-            } catch (const std::exception &error) {
-                report.failed(error.what());
-            }
-        }
+        run_command(options, report);
     } catch (const std::exception &error) {
         report.error(error.what());
     }
     KoErrorSetVerboseFunction(nullptr, nullptr);
-    return report.any_failed() ? 1 : 0;
+    return report.good() ? 0 : 1;
 }
 
 } // namespace

@@ -1,6 +1,8 @@
 // Every number is read whole and checked against its range here, so that the library sees sensible arguments only.
 #include "options.h"
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <iostream>
@@ -8,6 +10,8 @@
 #include <type_traits>
 
 #include <CLI/CLI.hpp>
+
+#include "judgement.h"
 
 namespace host {
 
@@ -67,16 +71,53 @@ uint64_t parse_curve_size(const std::string &argument) {
     return *size;
 }
 
-void add_enhance(CLI::App &app, Options &options) {
-    CLI::App &command = *app.add_subcommand("enhance", "Open up the shadows of photographs");
-    command.fallthrough();
-    Tuning &tuning = options.tuning;
+// Adds an option whose value is the name of one of several choices.
+template <class Choice, size_t Count>
+void add_choice(CLI::App &command, const std::string &option, Choice &target, const std::array<Choice, Count> &choices,
+                const std::string &text) {
+    std::string names;
+    for (const Choice choice : choices) {
+        names += (names.empty() ? "" : ", ") + std::string(name(choice));
+    }
+    const auto read = [=, &target](const std::string &argument) {
+        const auto found =
+            std::find_if(choices.begin(), choices.end(), [&](Choice choice) { return argument == name(choice); });
+        if (found == choices.end()) {
+            throw CLI::ValidationError(option, "'" + argument + "' is none of " + names);
+        }
+        target = *found;
+    };
+    command.add_option_function<std::string>(option, read, text + ": " + names)->type_name("NAME")->default_str(name(target));
+}
+
+void add_inputs(CLI::App &command, Options &options) {
     command.add_option("INPUT", options.inputs, "JPEG and PNG files")->required()->type_name("");
-    command
-        .add_option("-o,--output", options.output,
-                    "a file for one input, in the format of its extension; a folder for several, made if it is missing")
-        ->required()
-        ->type_name("OUT");
+}
+
+void add_one_input(CLI::App &command, Options &options) {
+    command.add_option("INPUT", options.inputs, "a JPEG or PNG file")->required()->expected(1)->type_name("");
+}
+
+void add_output(CLI::App &command, Options &options, const std::string &text) {
+    command.add_option("-o,--output", options.output, text)->required()->type_name("OUT");
+}
+
+constexpr const char *picture_output =
+    "a file for one input, in the format of its extension; a folder for several, made if it is missing";
+
+// The options of the gain, on which judgement and curves rest.
+void add_gain(CLI::App &command, Tuning &tuning) {
+    add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows");
+    add_number(command, "--strength", tuning.strength, 0.0f, 10000.0f, "40.0",
+               "how far up the gain reaches between shadows and limit");
+    add_number(command, "--limit", tuning.limit, 0.01f, 1.0f, "0.6275",
+               "share of full brightness from which on nothing changes");
+    add_number(command, "--levels", tuning.levels, uint64_t{1}, uint64_t{255}, "5",
+               "brightness levels of the edge-preserving blur");
+}
+
+// The options of the curves.
+void add_tuning(CLI::App &command, Tuning &tuning) {
     command
         .add_option_function<std::string>(
             "--grid", [&tuning](const std::string &argument) { tuning.grid = parse_grid(argument); },
@@ -89,20 +130,124 @@ void add_enhance(CLI::App &app, Options &options) {
             "entries of a tone curve, a multiple of 256")
         ->type_name("NUMBER")
         ->default_str("256");
-    add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows");
-    add_number(command, "--strength", tuning.strength, 0.0f, 10000.0f, "40.0",
-               "how far up the gain reaches between shadows and limit");
-    add_number(command, "--limit", tuning.limit, 0.01f, 1.0f, "0.6275",
-               "share of full brightness from which on nothing changes");
-    add_number(command, "--levels", tuning.levels, uint64_t{1}, uint64_t{255}, "5",
-               "brightness levels of the edge-preserving blur");
+    add_gain(command, tuning);
+}
+
+void add_ratio(CLI::App &command, Tuning &tuning) {
     add_number(command, "--ratio", tuning.ratio, 0.0f, 1.0f, "0.5",
                "colour: 0 shifts the channels, 1 scales them, between is a mix");
+}
+
+void add_score(CLI::App &command, Judging &judging) {
+    add_number(command, "--score", judging.score, -1.0f, 1.0f, "-1",
+               "a score of your own for the judgement, the lower the better; -1 is none");
+}
+
+void add_quality(CLI::App &command, Options &options) {
     add_number(command, "--quality", options.quality, 1, 100, std::to_string(codec::default_quality), "quality of JPEG output");
-    command.add_flag("-q,--quiet", options.quiet, "write errors only");
-    command.footer("One line per picture tells its name, size, the decision and the time. PNG and JPEG are told apart by\n"
-                   "content; a file whose extension is neither gets its input's format. Exif data, ICC profile, density and\n"
-                   "alpha are carried over. The exit status is 0 if every picture was written, otherwise 1.");
+}
+
+CLI::Option *add_json(CLI::App &command, Options &options) {
+    return command.add_flag_callback(
+        "--json", [&options] { options.style = Style::json; }, "one JSON object a line on the standard output");
+}
+
+void add_style(CLI::App &command, Options &options) {
+    CLI::Option *json = add_json(command, options);
+    command
+        .add_flag_callback(
+            "-q,--quiet", [&options] { options.style = Style::quiet; }, "write errors only")
+        ->excludes(json);
+}
+
+CLI::App &add_command(CLI::App &app, Options &options, Command which, const std::string &word, const std::string &text) {
+    CLI::App &command = *app.add_subcommand(word, text);
+    command.fallthrough();
+    command.parse_complete_callback([&options, which] { options.command = which; });
+    return command;
+}
+
+constexpr const char *about_files = "PNG and JPEG are told apart by content; a file whose extension is neither gets its\n"
+                                    "input's format. Exif data, ICC profile, density and alpha are carried over.\n";
+
+void add_enhance(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::enhance, "enhance", "Open up the shadows of photographs");
+    add_inputs(command, options);
+    add_output(command, options, picture_output);
+    add_choice(command, "--policy", options.judging.policy, policies, "which pictures are enhanced; see ko judge");
+    command
+        .add_flag_callback(
+            "--force", [&options] { options.judging.policy = Policy::always; }, "enhance every picture: --policy always")
+        ->excludes("--policy");
+    add_score(command, options.judging);
+    add_tuning(command, options.tuning);
+    add_ratio(command, options.tuning);
+    add_quality(command, options);
+    add_style(command, options);
+    command.footer("One line per picture tells its name, size, the decision and the time. A picture that would not gain is\n"
+                   "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
+                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
+}
+
+void add_judge(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::judge, "judge", "Tell what speaks for and against the enhancement");
+    add_inputs(command, options);
+    add_score(command, options.judging);
+    command.add_option("--scores", options.scores, "a file for the scores of all blocks, of one input")
+        ->type_name("FILE")
+        ->check([](const std::string &name) { return name.empty() ? "an empty name" : std::string(); });
+    add_gain(command, options.tuning);
+    add_json(command, options);
+    command.footer(
+        "A picture is judged by 8 by 8 blocks. DET is the detail that a block would gain (under 5.6 is too little),\n"
+        "NOI the colour noise where it is flat (over 1.0 is too noisy; not measured in a gray picture), ENT the\n"
+        "entropy of its dark tones (under 2.45 is too uniform). Each policy limits the number of such blocks, and\n"
+        "a score if you have one; a picture passes under a policy if it keeps within the limits of that policy or\n"
+        "of one before it: conservative, default, risky. The exit status is 0 if every picture was judged.");
+}
+
+void add_curves(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::curves, "curves", "Save or draw the tone curves of a photograph");
+    add_one_input(command, options);
+    add_output(command, options, "a file for the curves, or for the picture with --draw");
+    add_choice(command, "--form", options.form, grid_forms, "form of the file");
+    command.add_flag("--draw", options.draw, "write the picture in gray with each tile's curve drawn over it")
+        ->excludes("--form");
+    add_tuning(command, options.tuning);
+    add_quality(command, options);
+    add_style(command, options);
+    command.footer(
+        "The curves are made without a judgement. ko apply puts them onto pictures. What was saved is read back and\n"
+        "compared: the text form holds all curves, the others hold most.");
+}
+
+void add_apply(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::apply, "apply", "Apply saved tone curves to photographs");
+    command.add_option("FILE", options.grid_file, "curves that ko curves saved, in any form")->required()->type_name("");
+    add_inputs(command, options);
+    add_output(command, options, picture_output);
+    add_ratio(command, options.tuning);
+    add_quality(command, options);
+    add_style(command, options);
+    command.footer(about_files);
+}
+
+bool is_power_of_two(uint64_t number) { return (number & (number - 1)) == 0; }
+
+// What an option alone cannot know.
+void check_together(const Options &options) {
+    if (options.command != Command::judge && options.output.empty()) {
+        throw CLI::ValidationError("--output", "an empty name");
+    }
+    if (!options.scores.empty() && options.inputs.size() != 1) {
+        throw CLI::ValidationError("--scores", "a score file is for one input, not " + std::to_string(options.inputs.size()));
+    }
+    if (options.command == Command::curves && options.draw && options.tuning.curve_size != curve_step) {
+        throw CLI::ValidationError("--draw", "only curves of " + std::to_string(curve_step) + " entries are drawn");
+    }
+    if (options.command == Command::curves && !is_power_of_two(options.tuning.curve_size)) {
+        throw CLI::ValidationError("--curve-size", "a file holds curves of 256, 512, 1024, 2048 or 4096 entries");
+    }
 }
 
 // CLI11's texts as one line.
@@ -113,6 +258,11 @@ std::string one_line(std::string text) {
     return text;
 }
 
+std::string help_for(const CLI::App &app) {
+    const std::vector<const CLI::App *> given = app.get_subcommands([](const CLI::App *command) { return command->parsed(); });
+    return given.empty() ? "ko --help" : "ko " + given.front()->get_name() + " --help";
+}
+
 } // namespace
 
 CommandLine read_command_line(int argc, const char *const *argv) {
@@ -121,19 +271,20 @@ CommandLine read_command_line(int argc, const char *const *argv) {
     app.set_version_flag("--version", "ko " KO_VERSION);
     app.require_subcommand(0, 1);
     add_enhance(app, options);
+    add_judge(app, options);
+    add_curves(app, options);
+    add_apply(app, options);
     try {
         app.parse(argc, argv);
         if (app.get_subcommands().empty()) {
             throw CLI::ValidationError("no command");
         }
-        if (options.output.empty()) {
-            throw CLI::ValidationError("--output", "an empty name");
-        }
+        check_together(options);
         return {std::move(options), 0};
     } catch (const CLI::Success &success) { // help, version
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::Error &error) {
-        std::cerr << "ko: " << one_line(error.what()) << " (see ko enhance --help)\n";
+        std::cerr << "ko: " << one_line(error.what()) << " (see " << help_for(app) << ")\n";
         return {std::nullopt, 1};
     }
 }

@@ -7,16 +7,26 @@
 #include <vector>
 
 #include "codec/codec.h"
+#include "grid_file.h"
+#include "report.h"
 #include "tuning.h"
 
 namespace host {
 
+enum class Command { enhance, judge, curves, apply };
+
 struct Options {
+    Command command = Command::enhance;
     std::vector<std::string> inputs;
     std::string output;
+    std::string grid_file; // apply: what is applied
+    std::string scores;    // judge: the score file, or ""
     Tuning tuning;
+    Judging judging;
+    GridForm form = GridForm::text;
+    bool draw = false; // curves: a picture instead of a grid
     int quality = codec::default_quality;
-    bool quiet = false;
+    Style style = Style::lines;
 };
 
 struct CommandLine {

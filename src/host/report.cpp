@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
 #include <unistd.h>
+
+#include "json.h"
 
 namespace host {
 
@@ -19,8 +22,8 @@ struct StageEntry {
     double start; // share of a picture's time that is over when the stage begins
 };
 
-constexpr std::array<StageEntry, 5> stages = {
-    {{"reading", 0.0}, {"curves", 0.1}, {"applying", 0.65}, {"writing", 0.8}, {"", 1.0}}};
+constexpr std::array<StageEntry, 6> stages = {
+    {{"reading", 0.0}, {"judging", 0.1}, {"curves", 0.1}, {"applying", 0.65}, {"writing", 0.8}, {"", 1.0}}};
 
 constexpr size_t bar_cells = 24;
 constexpr size_t longest_name = 30;
@@ -45,7 +48,8 @@ std::string cells(double share) {
 
 } // namespace
 
-Report::Report(bool quiet, size_t pictures) : quiet_(quiet), bar_(!quiet && is_terminal()), pictures_(pictures) {}
+Report::Report(Style style, size_t pictures)
+    : style_(style), bar_(style == Style::lines && is_terminal()), pictures_(pictures) {}
 
 void Report::begin(const std::string &name) {
     name_ = name;
@@ -60,11 +64,10 @@ void Report::at(Stage stage, double share) {
     draw_bar();
 }
 
-void Report::done(uint32_t width, uint32_t height, const char *decision) {
-    if (!quiet_) {
+void Report::done(const Result &result) {
+    if (style_ != Style::quiet) {
         clear_bar();
-        const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start_;
-        std::printf("%s: %u x %u, %s, %.2f s\n", name_.c_str(), width, height, decision, time.count());
+        style_ == Style::json ? print_object(result) : print_line(result);
         std::fflush(stdout);
     }
     end_picture();
@@ -72,11 +75,15 @@ void Report::done(uint32_t width, uint32_t height, const char *decision) {
 
 void Report::failed(const std::string &why) {
     error(name_ + ": " + why);
+    if (style_ == Style::json) {
+        std::puts(line_of({{"file", name_}, {"error", why}}).c_str());
+        std::fflush(stdout);
+    }
     end_picture();
 }
 
 void Report::notice(const std::string &text) {
-    if (!quiet_) {
+    if (style_ != Style::quiet) {
         message(("ko: " + name_ + ": notice: " + text).c_str());
     }
 }
@@ -90,6 +97,34 @@ void Report::message(const char *text) {
     clear_bar();
     std::fprintf(stderr, "%s\n", text);
 }
+
+bool Report::good() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        error("the standard output cannot be written");
+    }
+    return !any_failed_;
+}
+
+void Report::print_line(const Result &result) const {
+    const std::string why = result.reason.empty() ? "" : ": " + result.reason;
+    std::printf("%s: %u x %u, %s%s, %.2f s\n", name_.c_str(), result.width, result.height, result.decision.c_str(), why.c_str(),
+                seconds());
+}
+
+void Report::print_object(const Result &result) const {
+    Json object = {{"file", name_},
+                   {"output", result.output},
+                   {"width", result.width},
+                   {"height", result.height},
+                   {"decision", result.decision}};
+    if (!result.reason.empty()) {
+        object["reason"] = result.reason;
+    }
+    object["seconds"] = std::round(seconds() * 100.0) / 100.0;
+    std::puts(line_of(object).c_str());
+}
+
+double Report::seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
 
 void Report::end_picture() {
     ++finished_;

@@ -1,20 +1,32 @@
-// What the program says: one line per picture on the standard output, notices and errors on the standard error stream, and a
-// bar over pictures and stages when the output is a terminal.
+// What the program says: one line per picture on the standard output, as text or as a JSON object, notices and errors on the
+// standard error stream, and a bar over pictures and stages when the output is a terminal.
 #ifndef KO_HOST_REPORT_H
 #define KO_HOST_REPORT_H
 
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <string>
 
 namespace host {
 
-enum class Stage { reading, curves, applying, writing };
+enum class Stage { reading, judging, curves, applying, writing };
+
+enum class Style { lines, json, quiet };
+
+// How a picture ended.
+struct Result {
+    uint32_t width = 0;
+    uint32_t height = 0;
+    std::string output;   // path of what was written
+    std::string decision; // such as "enhanced"
+    std::string reason;   // why the decision is no, otherwise ""
+};
 
 class Report {
   public:
-    Report(bool quiet, size_t pictures);
+    Report(Style style, size_t pictures);
     ~Report() { clear_bar(); }
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
@@ -25,9 +37,16 @@ class Report {
     // The picture has come so far: into a stage, and through a share of it.
     void at(Stage stage, double share = 0.0);
 
-    // The ends of a picture.
-    void done(uint32_t width, uint32_t height, const char *decision);
+    // The ends of a picture. The last is for a command whose answer is the picture's only trace: print writes to the stream
+    // that it is handed, whatever the style.
+    void done(const Result &result);
     void failed(const std::string &why);
+    template <class Print> void answered(const Print &print) {
+        clear_bar();
+        print(stdout);
+        std::fflush(stdout);
+        end_picture();
+    }
 
     // About the picture at work.
     void notice(const std::string &text);
@@ -38,14 +57,18 @@ class Report {
     // Something the library prints of its own accord.
     void message(const char *text);
 
-    bool any_failed() const { return any_failed_; }
+    // True if all went well, and the standard output took what was written to it.
+    bool good();
 
   private:
+    void print_line(const Result &result) const;
+    void print_object(const Result &result) const;
+    double seconds() const;
     void end_picture();
     void draw_bar();
     void clear_bar();
 
-    bool quiet_;
+    Style style_;
     bool bar_;
     size_t pictures_;
     size_t finished_ = 0;

@@ -21,6 +21,18 @@ struct Tuning {
     float ratio = 0.5f;
 };
 
+// Which pictures are enhanced; the numbers are the library's. A picture passes that keeps within the limits of the policy or of
+// one before it.
+enum class Policy : int32_t { conservative = 1, standard = 2, risky = 3, always = 4 };
+
+// The score of a caller who has none.
+inline constexpr float no_score = -1.0f;
+
+struct Judging {
+    Policy policy = Policy::standard;
+    float score = no_score;
+};
+
 } // namespace host
 
 #endif

@@ -1,143 +1,24 @@
-// The program `ko` from the outside: what it writes, what it says, and what it leaves behind.
+// The program `ko` from the outside: what it writes, what it says, and what it leaves behind. Pictures are enhanced whatever
+// the judgement says of them, which has tests of its own.
 #include <filesystem>
 #include <set>
 
 #include <gtest/gtest.h>
 
-#include <regex.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "files.h"
-#include "image_files.h"
-#include "pictures.h"
-#include "run_program.h"
+#include "host.h"
+#include "judged_pictures.h"
 
 namespace {
 
 using namespace ko_test;
 namespace fs = std::filesystem;
 
-using Words = std::vector<std::string>;
-
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
-// True if an extended regular expression is found in a text.
-bool matches(const std::string &text, const std::string &pattern) {
-    regex_t compiled;
-    EXPECT_EQ(regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB), 0) << pattern;
-    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
-    regfree(&compiled);
-    return found;
-}
-
-// How the line of a picture ends.
-const std::string time_shown = "[0-9]+\\.[0-9][0-9] s";
-
-// A picture with shadows to open.
-uint32_t dark(uint32_t x, uint32_t y, uint32_t c) { return (x * 2 + y + 10 * c + (x * y) % 7) % 120; }
-
-class Host : public testing::Test {
-  protected:
-    Host() : folder_("host") { fs::create_directory(folder_.path()); }
-
-    std::string path(const std::string &name) const { return folder_.path() + "/" + name; }
-
-    std::string put(const std::string &name, const std::string &bytes) const {
-        fs::create_directories(fs::path(path(name)).parent_path());
-        write_bytes(path(name), bytes);
-        return path(name);
-    }
-
-    // Names of all files and folders below the test's folder.
-    std::set<std::string> left() const {
-        std::set<std::string> names;
-        for (const auto &entry : fs::recursive_directory_iterator(folder_.path())) {
-            names.insert(fs::relative(entry.path(), folder_.path()).string());
-        }
-        return names;
-    }
-
-  private:
-    TemporaryFile folder_;
-};
-
-Outcome enhance(Words inputs, const std::string &output, const Words &options = {}, const Surroundings &surroundings = {}) {
-    Words words{"enhance"};
-    words.insert(words.end(), options.begin(), options.end());
-    words.insert(words.end(), {"-o", output, "--"});
-    words.insert(words.end(), inputs.begin(), inputs.end());
-    return run_program(words, surroundings);
-}
-
-void expect_success(const Outcome &outcome) {
-    EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "");
-}
-
-// One clear line that names the file, and exit status 1.
-void expect_one_error(const Outcome &outcome, const std::string &line) {
-    EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.err, "ko: " + line + "\n");
-}
-
-struct Tuning {
-    uint64_t columns = 8;
-    uint64_t rows = 8;
-    uint64_t curve_size = 256;
-    float max_gain = 3.0f;
-    float strength = 40.0f;
-    float limit = 0.6275f;
-    uint64_t levels = 5;
-    float ratio = 0.5f;
-};
-
-// The library started afresh, as each run of the program has it: what it fits depends on the largest curve so far.
-struct FreshLibrary {
-    FreshLibrary() { KoInit(nullptr, nullptr); }
-    ~FreshLibrary() { KoRelease(); }
-};
-
-// What the library makes of the pixels of a file, in one chunk and into a buffer of its own; alpha stays.
-Pixels expected(const Pixels &given, const Tuning &tuning = {}) {
-    const FreshLibrary library;
-    const uint32_t channels = given.channels < 3 ? 1 : 3;
-    const size_t area = size_t{given.width} * given.height;
-    std::vector<uint8_t> bytes(area * channels);
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        bytes[i] = given.bytes[i / channels * given.channels + i % channels];
-    }
-    const int32_t space = channels == 1 ? KO_COLORSPACE_GRAY : KO_COLORSPACE_RGB;
-    const ColorImagePtr image(
-        KoColorImageNewFromByteArray(given.width, given.height, space, bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
-    const FeaturesPtr features(KoLocalContrastEnhancementNew(tuning.curve_size, tuning.columns, tuning.rows));
-    TileTRC *curves = nullptr;
-    KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), tuning.max_gain, tuning.strength, tuning.limit,
-                                             tuning.levels, -1.0f, 4, &curves);
-    const TileTrcPtr owner(curves);
-    const ApplyPtr apply(
-        KoTileTRCApplyNew(curves, tuning.ratio, nullptr, given.width, given.height, KO_BYTE_LAYOUT_INTERLEAVED, space));
-    std::vector<uint8_t> result(bytes.size());
-    KoTileTRCApplyToByteChunk(apply.get(), given.height, bytes.data(), result.data());
-    Pixels pixels = given;
-    for (size_t i = 0; i < result.size(); ++i) {
-        pixels.bytes[i / channels * given.channels + i % channels] = result[i];
-    }
-    return pixels;
-}
-
-std::string dark_png(int colour = png_rgb, std::vector<Chunk> chunks = {}) {
-    return png_file({96, 80, 8, colour, false, std::move(chunks), {}}, dark);
-}
-
-std::string dark_jpeg(JpegRecipe recipe = {}) {
-    recipe.width = 96;
-    recipe.height = 80;
-    return jpeg_file(recipe, dark);
+Outcome enhance(const Words &inputs, const std::string &output, Words options = {}, const Surroundings &surroundings = {}) {
+    options.push_back("--force");
+    return run_command("enhance", inputs, output, options, surroundings);
 }
 
 using HostSamples = Host;
@@ -149,7 +30,7 @@ TEST_F(HostSamples, AreEnhancedWithOneLineEach) {
     for (const std::string &name : names) {
         inputs.push_back(std::string(KO_SAMPLES) + "/" + name);
     }
-    const Outcome outcome = enhance(inputs, path("out"));
+    const Outcome outcome = run_command("enhance", inputs, path("out"));
     expect_success(outcome);
     const Words lines = outcome.out_lines();
     ASSERT_EQ(lines.size(), 4u);
@@ -405,14 +286,22 @@ TEST_F(HostErrors, AnOutputThatIsNoFolder) {
 }
 
 TEST_F(HostErrors, AFolderWithoutPermission) {
-    if (geteuid() == 0) {
-        GTEST_SKIP() << "permissions do not bind root";
-    }
     const std::string name = put("a.png", dark_png());
+    fs::create_directory(path("program"));
     fs::create_directory(path("out"));
-    fs::permissions(path("out"), fs::perms::owner_read | fs::perms::owner_exec);
-    expect_one_error(enhance({name}, path("out/a.png")), path("out") + ": the folder cannot be written to: Permission denied");
-    fs::permissions(path("out"), fs::perms::owner_all);
+    const bool within_reach = install_for_all(path("program"));
+    if (!within_reach && geteuid() == 0) {
+        GTEST_SKIP() << "the folder of temporary files is closed to other users, and permissions do not bind root";
+    }
+    fs::permissions(path("out"),
+                    fs::perms::owner_read | fs::perms::owner_exec | fs::perms::others_read | fs::perms::others_exec);
+    const Surroundings surroundings = {.folder = path("program"), .powerless = true};
+    expect_one_error(enhance({name}, path("out/a.png"), {}, surroundings),
+                     path("out") + ": the folder cannot be written to: Permission denied");
+    EXPECT_EQ(left(), (std::set<std::string>{"a.png", "out", "program", "program/ko", "program/libko.so"}));
+    fs::permissions(path("out"), fs::perms::all);
+    expect_success(enhance({name}, path("out/a.png"), {}, surroundings));
+    EXPECT_EQ(png_pixels(read_bytes(path("out/a.png"))), expected(png_pixels(dark_png())));
 }
 
 TEST_F(HostErrors, AnOutputThatIsAFolderOrNoFileAtAll) {
@@ -603,11 +492,25 @@ TEST_F(HostCommandLine, WithoutInputOrOutputOrCommandIsAMistake) {
 TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     const Outcome help = run_program({"enhance", "--help"});
     expect_success(help);
-    for (const std::string text : {"--grid", "8x8", "--curve-size", "256", "--max-gain", "3.0", "--strength", "40.0", "--limit",
-                                   "0.6275", "--levels", "--ratio", "0.5", "--quality", "92", "--quiet", "--output"}) {
+    for (const std::string text :
+         {"--grid",   "8x8",      "--curve-size", "256",     "--max-gain", "3.0",       "--strength", "40.0",
+          "--limit",  "0.6275",   "--levels",     "--ratio", "0.5",        "--quality", "92",         "--quiet",
+          "--output", "--policy", "default",      "--force", "--score",    "--json"}) {
         EXPECT_NE(help.out.find(text), std::string::npos) << text;
     }
-    EXPECT_NE(run_program({"--help"}).out.find("enhance"), std::string::npos);
+    const std::vector<std::pair<std::string, Words>> commands = {
+        {"enhance", {}},
+        {"judge", {"--scores", "--score", "--json", "--max-gain", "DET", "NOI", "ENT"}},
+        {"curves", {"--form", "text, binary, encoded", "--draw", "--grid", "--curve-size", "--json", "--quiet", "--output"}},
+        {"apply", {"FILE", "INPUT", "--ratio", "--quality", "--json", "--quiet", "--output"}}};
+    for (const auto &[command, texts] : commands) {
+        EXPECT_NE(run_program({"--help"}).out.find(command), std::string::npos);
+        const Outcome answer = run_program({command, "--help"});
+        expect_success(answer);
+        for (const std::string &text : texts) {
+            EXPECT_NE(answer.out.find(text), std::string::npos) << command << " " << text;
+        }
+    }
     const Outcome version = run_program({"--version"});
     expect_success(version);
     EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\n$")) << version.out;
@@ -620,16 +523,24 @@ TEST_F(HostMemory, StaysUnderAHundredBytesAPixel) {
         GTEST_SKIP() << "a sanitizer keeps memory of its own";
     }
     // Large enough to outweigh what this process hands down to its children in the system's account.
-    constexpr uint32_t side = 2400;
+    constexpr uint32_t side = 1800;
     constexpr uint64_t area = uint64_t{side} * side;
+    const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x, y); };
     const std::vector<std::pair<std::string, std::string>> files = {
-        {"rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, dark)},
-        {"rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, dark)}};
+        {"rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture)},
+        {"rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, texture)}};
+    constexpr uint64_t planes = area * 30;
+    EXPECT_LT(enhance({put("empty.png", dark_png())}, path("out.png")).peak_memory, planes)
+        << "what is handed down outweighs it";
     for (const auto &[name, file] : files) {
-        const uint64_t empty = enhance({put("empty.png", dark_png())}, path("out.png")).peak_memory;
-        const uint64_t full = enhance({put(name, file)}, path(name)).peak_memory;
-        EXPECT_GT(full, empty + area * 30) << "the account does not show the planes of " << name;
-        EXPECT_LT(full, area * 100) << name;
+        const std::string input = put(name, file);
+        for (const std::string policy : {"always", "default"}) {
+            const Outcome outcome = run_command("enhance", {input}, path("out"), {"--policy", policy});
+            EXPECT_NE(outcome.out.find(", enhanced, "), std::string::npos) << outcome.out;
+            EXPECT_GT(outcome.peak_memory, planes) << "the account does not show the planes of " << name;
+            EXPECT_LT(outcome.peak_memory, area * 100) << name << " under " << policy;
+        }
+        EXPECT_LT(run_command("judge", {input}, "").peak_memory, area * 100) << name;
     }
 }
 

@@ -80,8 +80,8 @@ enum {
  *   overwrite   in   0 refuses to replace a file
  * The binary form keeps steps of -128 to 127, the encoded form what its token stream keeps; the text form keeps all.
  * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, KO_ERR_NULL_POINTER for a grid whose curves could not be had, or
- * KO_ERR_CREATE_OBJECT, before the file is touched, if the encoder cannot be had. The result speaks only for the opening: a
- * write that fails leaves its report on the thread, and the call goes on.
+ * KO_ERR_CREATE_OBJECT, before the file is touched, if the encoder cannot be had. The result speaks only for the opening: in
+ * the binary and the encoded form a write that fails leaves its report on the thread, in the text form nothing.
  */
 KO_API int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t form, int32_t overwrite);
 

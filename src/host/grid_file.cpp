@@ -1,0 +1,93 @@
+// What the library says of a save speaks for the opening of the file, and two of the forms lose some curves without a word. So
+// what was saved is loaded again and compared before it takes its name.
+#include "grid_file.h"
+
+#include <string>
+
+#include "files.h"
+
+namespace host {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr uint64_t byte_levels = 256;
+
+TileTrcPtr empty_grid() {
+    TileTrcPtr grid(KoTileTRCNew(0, 0, 0));
+    check(grid != nullptr, "the curves cannot be read");
+    return grid;
+}
+
+bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoErrorGetLastError() == KO_ERR_CREATE_OBJECT; }
+
+// True if a file gives the curves back.
+bool holds(const fs::path &path, const TileTRC &curves) {
+    const TileTrcPtr again = empty_grid();
+    const bool loaded = KoTileTRCLoad(again.get(), path.c_str()) == KO_OK;
+    if (!loaded && short_of_memory()) {
+        throw LibraryError("the saved curves cannot be checked");
+    }
+    KoStatusClear();
+    return loaded && KoTileTRCCompare(again.get(), &curves) != 0;
+}
+
+std::string shown(uint64_t across, uint64_t down) { return std::to_string(across) + "x" + std::to_string(down); }
+
+} // namespace
+
+const char *name(GridForm form) {
+    switch (form) {
+    case GridForm::binary:
+        return "binary";
+    case GridForm::encoded:
+        return "encoded";
+    default:
+        return "text";
+    }
+}
+
+void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
+    KoStatusClear();
+    write_file_by(
+        target,
+        [&](const fs::path &draft) {
+            check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK, "the curves cannot be saved");
+        },
+        [&](const fs::path &draft) {
+            if (!holds(draft, curves)) {
+                const std::string why = std::string("the ") + name(form) + " form does not hold these curves";
+                throw FileError("cannot write " + target.string() + ": " + why +
+                                (form == GridForm::text ? "" : "; --form text does"));
+            }
+        });
+}
+
+TileTrcPtr load_grid(const fs::path &path) {
+    KoStatusClear();
+    TileTrcPtr grid = empty_grid();
+    const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
+    check(loaded, short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read");
+    const uint64_t columns = KoTileTRCGetNumStripsX(grid.get());
+    const uint64_t rows = KoTileTRCGetNumStripsY(grid.get());
+    if (columns == 0 || rows == 0) {
+        throw FileError("a grid of " + shown(columns, rows) + " has no curves");
+    }
+    if (KoTileTRCGetSize(grid.get()) < byte_levels) {
+        throw FileError("its curves have " + std::to_string(KoTileTRCGetSize(grid.get())) + " entries, and a picture needs " +
+                        std::to_string(byte_levels));
+    }
+    return grid;
+}
+
+void check_fit(const TileTRC &curves, uint64_t width, uint64_t height) {
+    const auto fits = [](uint64_t strips, uint64_t pixels) { return strips == 1 || strips <= pixels / 2; };
+    const uint64_t columns = KoTileTRCGetNumStripsX(&curves);
+    const uint64_t rows = KoTileTRCGetNumStripsY(&curves);
+    if (!fits(columns, width) || !fits(rows, height)) {
+        throw FileError("too small for a grid of " + shown(columns, rows) + ", which needs two pixels a tile each way");
+    }
+}
+
+} // namespace host

@@ -1,0 +1,21 @@
+// JSON as this program writes it: one object a line, members in the order in which they are set, numbers in single precision as
+// the library has them, a number that is none as null.
+#ifndef KO_HOST_JSON_H
+#define KO_HOST_JSON_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+namespace host {
+
+using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, int64_t, uint64_t, float>;
+
+// The object without its line's end. Bytes of a file's name that are no UTF-8 become U+FFFD.
+inline std::string line_of(const Json &object) { return object.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+} // namespace host
+
+#endif

@@ -1,0 +1,121 @@
+#include "host.h"
+
+#include <filesystem>
+
+#include <regex.h>
+
+namespace ko_test {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+uint32_t colour_channels(const Pixels &given) { return given.channels < 3 ? 1 : 3; }
+
+int32_t space_of(const Pixels &given) { return colour_channels(given) == 1 ? KO_COLORSPACE_GRAY : KO_COLORSPACE_RGB; }
+
+std::vector<uint8_t> without_alpha(const Pixels &given) {
+    const uint32_t channels = colour_channels(given);
+    std::vector<uint8_t> bytes(size_t{given.width} * given.height * channels);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = given.bytes[i / channels * given.channels + i % channels];
+    }
+    return bytes;
+}
+
+} // namespace
+
+bool matches(const std::string &text, const std::string &pattern) {
+    regex_t compiled;
+    EXPECT_EQ(regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_NOSUB), 0) << pattern;
+    const bool found = regexec(&compiled, text.c_str(), 0, nullptr, 0) == 0;
+    regfree(&compiled);
+    return found;
+}
+
+Host::Host() : folder_("host") { fs::create_directory(folder_.path()); }
+
+std::string Host::put(const std::string &name, const std::string &bytes) const {
+    fs::create_directories(fs::path(path(name)).parent_path());
+    write_bytes(path(name), bytes);
+    return path(name);
+}
+
+std::set<std::string> Host::left() const {
+    std::set<std::string> names;
+    for (const auto &entry : fs::recursive_directory_iterator(folder_.path())) {
+        names.insert(fs::relative(entry.path(), folder_.path()).string());
+    }
+    return names;
+}
+
+Outcome run_command(const std::string &command, const Words &inputs, const std::string &output, const Words &options,
+                    const Surroundings &surroundings) {
+    Words words{command};
+    words.insert(words.end(), options.begin(), options.end());
+    if (!output.empty()) {
+        words.insert(words.end(), {"-o", output});
+    }
+    words.push_back("--");
+    words.insert(words.end(), inputs.begin(), inputs.end());
+    return run_program(words, surroundings);
+}
+
+void expect_success(const Outcome &outcome) {
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+}
+
+void expect_one_error(const Outcome &outcome, const std::string &line) {
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "ko: " + line + "\n");
+}
+
+uint32_t dark(uint32_t x, uint32_t y, uint32_t c) { return (x * 2 + y + 10 * c + (x * y) % 7) % 120; }
+
+std::string dark_png(int colour, std::vector<Chunk> chunks) {
+    return png_file({96, 80, 8, colour, false, std::move(chunks), {}}, dark);
+}
+
+std::string dark_jpeg(JpegRecipe recipe) {
+    recipe.width = 96;
+    recipe.height = 80;
+    return jpeg_file(recipe, dark);
+}
+
+ColorImagePtr image_of(const Pixels &given) {
+    const std::vector<uint8_t> bytes = without_alpha(given);
+    return ColorImagePtr(
+        KoColorImageNewFromByteArray(given.width, given.height, space_of(given), bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
+}
+
+TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
+    const ColorImagePtr image = image_of(given);
+    const FeaturesPtr features(KoLocalContrastEnhancementNew(tuning.curve_size, tuning.columns, tuning.rows));
+    TileTRC *curves = nullptr;
+    KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), tuning.max_gain, tuning.strength, tuning.limit,
+                                             tuning.levels, -1.0f, 4, &curves);
+    return TileTrcPtr(curves);
+}
+
+Pixels applied(const Pixels &given, const TileTRC *curves, float ratio) {
+    const std::vector<uint8_t> bytes = without_alpha(given);
+    const ApplyPtr apply(
+        KoTileTRCApplyNew(curves, ratio, nullptr, given.width, given.height, KO_BYTE_LAYOUT_INTERLEAVED, space_of(given)));
+    std::vector<uint8_t> result(bytes.size());
+    KoTileTRCApplyToByteChunk(apply.get(), given.height, bytes.data(), result.data());
+    const uint32_t channels = colour_channels(given);
+    Pixels pixels = given;
+    for (size_t i = 0; i < result.size(); ++i) {
+        pixels.bytes[i / channels * given.channels + i % channels] = result[i];
+    }
+    return pixels;
+}
+
+Pixels expected(const Pixels &given, const Tuning &tuning) {
+    const FreshLibrary library;
+    const TileTrcPtr curves = curves_of(given, tuning);
+    return applied(given, curves.get(), tuning.ratio);
+}
+
+} // namespace ko_test

@@ -1,0 +1,90 @@
+// What the tests of the program share: a folder of its own for each test, pictures, and what the library makes of them.
+#ifndef KO_TESTS_HOST_HOST_H
+#define KO_TESTS_HOST_HOST_H
+
+#include <cstdint>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "files.h"
+#include "image_files.h"
+#include "pictures.h"
+#include "run_program.h"
+
+namespace ko_test {
+
+using Words = std::vector<std::string>;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool sanitized = true;
+#else
+constexpr bool sanitized = false;
+#endif
+
+// True if an extended regular expression is found in a text.
+bool matches(const std::string &text, const std::string &pattern);
+
+// How the line of a picture ends.
+inline const std::string time_shown = "[0-9]+\\.[0-9][0-9] s";
+
+class Host : public testing::Test {
+  protected:
+    Host();
+
+    std::string path(const std::string &name) const { return folder_.path() + "/" + name; }
+
+    std::string put(const std::string &name, const std::string &bytes) const;
+
+    // Names of all files and folders below the test's folder.
+    std::set<std::string> left() const;
+
+  private:
+    TemporaryFile folder_;
+};
+
+// Runs a command with options, an output and inputs. No output is no option for one.
+Outcome run_command(const std::string &command, const Words &inputs, const std::string &output, const Words &options = {},
+                    const Surroundings &surroundings = {});
+
+void expect_success(const Outcome &outcome);
+
+// One clear line that names the file, and exit status 1.
+void expect_one_error(const Outcome &outcome, const std::string &line);
+
+// A picture with shadows to open.
+uint32_t dark(uint32_t x, uint32_t y, uint32_t c);
+std::string dark_png(int colour = png_rgb, std::vector<Chunk> chunks = {});
+std::string dark_jpeg(JpegRecipe recipe = {});
+
+struct Tuning {
+    uint64_t columns = 8;
+    uint64_t rows = 8;
+    uint64_t curve_size = 256;
+    float max_gain = 3.0f;
+    float strength = 40.0f;
+    float limit = 0.6275f;
+    uint64_t levels = 5;
+    float ratio = 0.5f;
+};
+
+// The library started afresh, as each run of the program has it: what it fits depends on the largest curve so far.
+struct FreshLibrary {
+    FreshLibrary() { KoInit(nullptr, nullptr); }
+    ~FreshLibrary() { KoRelease(); }
+};
+
+// The pixels of a file as the library takes them, without alpha.
+ColorImagePtr image_of(const Pixels &given);
+
+// What the library makes of the pixels of a file: the curves, and the pixels after them, in one chunk and into a buffer of its
+// own; alpha stays. Curves are of the library that is started.
+TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning = {});
+Pixels applied(const Pixels &given, const TileTRC *curves, float ratio);
+Pixels expected(const Pixels &given, const Tuning &tuning = {});
+
+} // namespace ko_test
+
+#endif

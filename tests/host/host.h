@@ -18,12 +18,6 @@ namespace ko_test {
 
 using Words = std::vector<std::string>;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-constexpr bool sanitized = true;
-#else
-constexpr bool sanitized = false;
-#endif
-
 // True if an extended regular expression is found in a text.
 bool matches(const std::string &text, const std::string &pattern);
 

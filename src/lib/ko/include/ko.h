@@ -14,6 +14,7 @@
 #include "ko/byteimageiterator.h"
 #include "ko/colorspace.h"
 #include "ko/colorimage.h"
+#include "ko/resample.h"
 #include "ko/imageformat.h"
 #include "ko/applyfunction.h"
 #include "ko/blockapply.h"
@@ -28,5 +29,8 @@
 #include "ko/kernelgaussian.h"
 #include "ko/bilateralfilter.h"
 #include "ko/localcontrastenhancement.h"
+#include "ko/concomp.h"
+#include "ko/orientationhistogram.h"
+#include "ko/redeyecorrection.h"
 
 #endif

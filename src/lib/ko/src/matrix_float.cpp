@@ -5,6 +5,7 @@
 #include <cstddef>
 
 #include "matrix.h"
+#include "sampling.h"
 
 namespace ko {
 
@@ -24,18 +25,21 @@ constexpr char object_name[] = "MatrixFloat";
 constexpr char iterator_name[] = "MatrixFloatRowIterator";
 constexpr auto owner = &MatrixFloatRowIterator::matrix;
 
-// The source index of each output position: the ratio in single precision, the position in double.
-uint64_t nearest(uint64_t position, float ratio, uint64_t size) {
-    const auto index = static_cast<uint64_t>((static_cast<double>(position) + 0.5) * static_cast<double>(ratio));
-    return index < size ? index : size - 1;
-}
+// The element under the centre of each new one: the ratio in single precision, the position in double.
+class NearestCursor {
+  public:
+    NearestCursor(uint64_t size, uint64_t new_size)
+        : size_(size), ratio_(static_cast<float>(size) / static_cast<float>(new_size)) {}
 
-void resample_row(const MatrixFloat *matrix, const float *source, float *row, uint64_t width) {
-    const float ratio = static_cast<float>(matrix->width) / static_cast<float>(width);
-    for (uint64_t x = 0; x < width; ++x) {
-        row[x] = source[nearest(x, ratio, matrix->width)];
+    uint64_t operator()(uint64_t position) const {
+        const auto index = static_cast<uint64_t>((static_cast<double>(position) + 0.5) * static_cast<double>(ratio_));
+        return std::min(index, size_ - 1);
     }
-}
+
+  private:
+    uint64_t size_;
+    float ratio_;
+};
 
 } // namespace
 
@@ -183,12 +187,8 @@ int32_t KoMatrixFloatResize(const MatrixFloat *matrix, uint64_t width, uint64_t 
             return KoErrorGetLastError();
         }
     }
-    if (matrix->width == 0 || matrix->height == 0) {
-        return KO_OK; // no element to take
-    }
-    const float ratio = static_cast<float>(matrix->height) / static_cast<float>(height);
-    for (uint64_t y = 0; y < height; ++y) {
-        resample_row(matrix, matrix->rows[nearest(y, ratio, matrix->height)], (*result)->rows[y], width);
+    if (matrix->width != 0 && matrix->height != 0) { // otherwise there is no element to take
+        sample(matrix, *result, width, height, NearestCursor(matrix->width, width), NearestCursor(matrix->height, height));
     }
     return KO_OK;
 }

@@ -1,15 +1,14 @@
-// Resampling: which source column and row each column and row of the result takes, and the walk that copies them. A direction
-// is mapped by a cursor that is asked for the positions in rising order.
+// Resampling: which source column and row each column and row of the result takes. The walk that copies them is in sampling.h.
 #include "ko/resample.h"
 
 #include <algorithm>
 #include <cmath>
-#include <cstring>
 
 #include "alloc.h"
 #include "convert.h"
 #include "matrix.h"
 #include "report.h"
+#include "sampling.h"
 
 namespace {
 
@@ -58,34 +57,6 @@ class UpCursor {
     uint64_t end_ = 0;
 };
 
-// Fills a result that has pixels from a source that has some. Columns are mapped piece by piece and serve all rows; a row that
-// repeats the one before is copied.
-template <class Cursor> void sample(const RealImage *image, RealImage *result, Cursor columns, const Cursor &rows) {
-    constexpr uint64_t piece = 1024;
-    for (uint64_t start = 0; start < result->width; start += piece) {
-        const uint64_t length = std::min(piece, result->width - start);
-        uint32_t indices[piece];
-        for (uint64_t x = 0; x < length; ++x) {
-            indices[x] = static_cast<uint32_t>(columns(start + x));
-        }
-        Cursor row = rows;
-        uint64_t previous = UINT64_MAX;
-        for (uint64_t y = 0; y < result->height; ++y) {
-            const uint64_t source_y = row(y);
-            float *out = result->rows[y] + start;
-            if (source_y == previous) {
-                std::memcpy(out, result->rows[y - 1] + start, length * sizeof(float));
-                continue;
-            }
-            previous = source_y;
-            const float *in = image->rows[source_y];
-            for (uint64_t x = 0; x < length; ++x) {
-                out[x] = in[indices[x]];
-            }
-        }
-    }
-}
-
 struct Ratios {
     float x;
     float y;
@@ -120,7 +91,8 @@ bool has_pixels(const RealImage *image) { return image->width != 0 && image->hei
 
 template <class Cursor> void fill(const RealImage *image, RealImage *result, const Ratios &ratios) {
     if (has_pixels(image) && has_pixels(result)) {
-        sample(image, result, Cursor(image->width, result->width, ratios.x), Cursor(image->height, result->height, ratios.y));
+        sample(image, result, result->width, result->height, Cursor(image->width, result->width, ratios.x),
+               Cursor(image->height, result->height, ratios.y));
     }
 }
 

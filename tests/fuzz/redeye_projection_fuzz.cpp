@@ -1,0 +1,10 @@
+// The red-eye correction with any bytes as the model's projection.
+#include "redeye_case.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
+    ko_fuzz::start();
+    ko_fuzz::ModelFiles model;
+    model.projection = ko_fuzz::text_of(data, size);
+    ko_fuzz::correct_eye(model);
+    return 0;
+}

@@ -137,14 +137,14 @@ struct SideLimits {
 // The second filter: what it needs beside the labelling of the first image.
 struct Refinement {
     Tables local;
-    Block<float> sums;
+    Block<double> sums;
     Block<uint32_t> overlap;
     Block<uint8_t> mask;
     Block<uint8_t> done;
 
     bool make(uint64_t width, uint64_t height) {
         const uint64_t entries = label_capacity(width, height) + 1;
-        sums.reset(allocate_clear<float>(entries));
+        sums.reset(allocate_clear<double>(entries));
         overlap.reset(allocate_clear<uint32_t>(entries));
         mask.reset(allocate_clear<uint8_t>(width * height));
         done.reset(allocate_clear<uint8_t>(entries));
@@ -163,7 +163,7 @@ bool is_kept(const BlobInfo &found, const BlobInfo &blob, float low, float high)
 bool refine(const RealImage *second, const Tables &first, uint32_t root, float low, float high, Refinement *work) {
     const BlobInfo &blob = first.blobs[root];
     const Window window = window_around(blob, second->width, second->height);
-    const auto threshold = static_cast<float>(static_cast<double>(work->sums[root]) * 0.25 / static_cast<double>(blob.area));
+    const auto threshold = static_cast<float>(work->sums[root] * 0.25 / static_cast<double>(blob.area));
     const Tables &local = work->local;
     const uint32_t count = KoConCompRealSubImage(second, threshold, local.labels.get(), local.table.get(), window.x0, window.x1,
                                                  window.y0, window.y1);
@@ -298,7 +298,7 @@ uint32_t KoBlobDetectionTestSizeStep2(const RealImage *first, RealImage *second)
     uint64_t pixel = 0;
     for (uint64_t y = 0; y < first->height; ++y) {
         for (uint64_t x = 0; x < first->width; ++x) {
-            work.sums[tables.labelling().root(pixel++)] += first->rows[y][x];
+            work.sums[tables.labelling().root(pixel++)] += static_cast<double>(first->rows[y][x]);
         }
     }
     const float smaller = static_cast<float>(std::min(first->width, first->height));

@@ -47,16 +47,6 @@ int32_t allocate_patch(RedEyePatch *patch, uint32_t channels, uint32_t feature_l
     return KO_OK;
 }
 
-// The blocks of the picture that belong to the cells of the map, in one direction.
-int32_t allocate_blocks(uint64_t small, uint64_t large, uint32_t **counts, uint64_t **starts) {
-    *starts = allocate<uint64_t>(small);
-    *counts = allocate<uint32_t>(small);
-    if (*starts == nullptr || *counts == nullptr) {
-        return KoErrorGetLastError();
-    }
-    return _KoGetUpsampleD(small, large, *counts, *starts);
-}
-
 } // namespace
 
 int32_t KoRedEyeImageParamInit(RedEyeImageParam *param, ColorImage *image) {
@@ -136,13 +126,17 @@ int32_t KoRedEyeImageParamFreeSubMatrix(RedEyeImageParam *param) {
 }
 
 int32_t KoRedEyeImageParamAllocateCls(RedEyeImageParam *param, uint32_t channels, uint32_t feature_length) {
-    int32_t status =
-        allocate_blocks(param->col_map->width, KoColorImageGetWidth(param->image), &param->x_counts, &param->x_starts);
-    if (status == KO_OK) {
-        status =
-            allocate_blocks(param->col_map->height, KoColorImageGetHeight(param->image), &param->y_counts, &param->y_starts);
+    const RealImage *map = param->col_map;
+    param->x_starts = allocate<uint64_t>(map->width);
+    param->x_counts = allocate<uint32_t>(map->width);
+    param->y_starts = allocate<uint64_t>(map->height);
+    param->y_counts = allocate<uint32_t>(map->height);
+    if (param->x_starts == nullptr || param->x_counts == nullptr || param->y_starts == nullptr || param->y_counts == nullptr) {
+        return KoErrorGetLastError();
     }
-    return status == KO_OK ? _KoRedEyeImageParamAllocatePatchTab(param, channels, feature_length) : status;
+    _KoGetUpsampleD(map->width, KoColorImageGetWidth(param->image), param->x_counts, param->x_starts);
+    _KoGetUpsampleD(map->height, KoColorImageGetHeight(param->image), param->y_counts, param->y_starts);
+    return _KoRedEyeImageParamAllocatePatchTab(param, channels, feature_length);
 }
 
 int32_t _KoRedEyeImageParamAllocatePatchTab(RedEyeImageParam *param, uint32_t channels, uint32_t feature_length) {

@@ -20,6 +20,9 @@ constexpr float red_lum_weights[] = {1.75f, -1.6f, -1.15f};
 void KoRedEyeNormalizeMap(RealImage *map) { KoRealImageDivideValue(map, KoRealImageGetMax(map), &map); }
 
 int32_t make_map(const ColorImage *image, const float *weights, bool normalize, RealImage **map) {
+    if (image == nullptr) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
+    }
     OwnedImage fresh;
     const int32_t status = KoColorImageToRealImage(image, fresh.receive(), weights);
     if (status != KO_OK) {

@@ -26,6 +26,12 @@ template <class T> void free_and_null(T *&block) {
     block = nullptr;
 }
 
+// Takes a new table for one that a stage may have left there before.
+template <class T> void renew(T *&table, T *fresh) {
+    KoFree(table);
+    table = fresh;
+}
+
 uint64_t patch_slots(const RedEyeImageParam *param) {
     return param->blob_count > 0 ? static_cast<uint64_t>(param->blob_count) : 0;
 }
@@ -93,8 +99,8 @@ int32_t KoRedEyeImageParamDelete(RedEyeImageParam *param) {
 }
 
 int32_t KoRedEyeImageParamAllocateMatrix(RedEyeImageParam *param, uint64_t pixels, uint64_t labels) {
-    param->labels = allocate<int32_t>(pixels);
-    param->label_table = allocate<uint32_t>(labels + 1);
+    renew(param->labels, allocate<int32_t>(pixels));
+    renew(param->label_table, allocate<uint32_t>(labels + 1));
     return KoErrorGetLastError();
 }
 
@@ -106,13 +112,13 @@ int32_t KoRedEyeImageParamFreeMatrix(RedEyeImageParam *param) {
 }
 
 int32_t KoRedEyeImageParamAllocateSubMatrix(RedEyeImageParam *param, uint64_t pixels, uint64_t labels, uint64_t blobs) {
-    param->local_blob_info = allocate_clear<BlobInfo>(labels + 1);
-    param->local_labels = allocate<int32_t>(pixels);
-    param->local_label_table = allocate<uint32_t>(labels + 1);
-    param->root_done = allocate_clear<uint32_t>(blobs + 1);
-    param->overlap = allocate_clear<uint64_t>(labels + 1);
-    param->blob_mask = allocate_clear<uint32_t>(pixels);
-    param->final_blobs = allocate_clear<BlobInfo>(blobs + 1);
+    renew(param->local_blob_info, allocate_clear<BlobInfo>(labels + 1));
+    renew(param->local_labels, allocate<int32_t>(pixels));
+    renew(param->local_label_table, allocate<uint32_t>(labels + 1));
+    renew(param->root_done, allocate_clear<uint32_t>(blobs + 1));
+    renew(param->overlap, allocate_clear<uint64_t>(labels + 1));
+    renew(param->blob_mask, allocate_clear<uint32_t>(pixels));
+    renew(param->final_blobs, allocate_clear<BlobInfo>(blobs + 1));
     return KoErrorGetLastError();
 }
 
@@ -127,10 +133,10 @@ int32_t KoRedEyeImageParamFreeSubMatrix(RedEyeImageParam *param) {
 
 int32_t KoRedEyeImageParamAllocateCls(RedEyeImageParam *param, uint32_t channels, uint32_t feature_length) {
     const RealImage *map = param->col_map;
-    param->x_starts = allocate<uint64_t>(map->width);
-    param->x_counts = allocate<uint32_t>(map->width);
-    param->y_starts = allocate<uint64_t>(map->height);
-    param->y_counts = allocate<uint32_t>(map->height);
+    renew(param->x_starts, allocate<uint64_t>(map->width));
+    renew(param->x_counts, allocate<uint32_t>(map->width));
+    renew(param->y_starts, allocate<uint64_t>(map->height));
+    renew(param->y_counts, allocate<uint32_t>(map->height));
     if (param->x_starts == nullptr || param->x_counts == nullptr || param->y_starts == nullptr || param->y_counts == nullptr) {
         return KoErrorGetLastError();
     }

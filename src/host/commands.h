@@ -8,6 +8,8 @@
 namespace host {
 
 void enhance_pictures(const Options &options, Report &report);
+void repair_pictures(const Options &options, Report &report);
+void improve_pictures(const Options &options, Report &report);
 void judge_pictures(const Options &options, Report &report);
 void save_curves(const Options &options, Report &report);
 void apply_grid(const Options &options, Report &report);

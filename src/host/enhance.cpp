@@ -26,6 +26,17 @@ Answer ask_for_curves(const codec::Picture &picture, const Grid &grid, const Tun
 
 } // namespace
 
+const char *shown(Decision decision) {
+    switch (decision) {
+    case Decision::enhanced:
+        return "enhanced";
+    case Decision::turned_down:
+        return "left as it is";
+    default:
+        return "unchanged";
+    }
+}
+
 Enhancement enhance(codec::Picture &picture, const Tuning &tuning, const Judging &judging, codec::Notices &notices,
                     const RowsDone &rows_done) {
     KoStatusClear();

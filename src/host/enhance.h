@@ -21,6 +21,9 @@ struct Enhancement {
     std::string reason; // of a picture that is turned down
 };
 
+// A decision as it is told.
+const char *shown(Decision decision);
+
 // Enhances a picture in place, unless the judgement turns it down. A grid with tiles too small for the picture is reduced,
 // which is told. Throws LibraryError if a call of the library fails; the pixels are then as they were.
 Enhancement enhance(codec::Picture &picture, const Tuning &tuning, const Judging &judging, codec::Notices &notices,

@@ -8,17 +8,6 @@ namespace host {
 
 namespace {
 
-const char *shown(Decision decision) {
-    switch (decision) {
-    case Decision::enhanced:
-        return "enhanced";
-    case Decision::turned_down:
-        return "left as it is";
-    default:
-        return "unchanged";
-    }
-}
-
 void enhance_file(const Job &job, const Options &options, Report &report) {
     Source source = read_picture(job.input);
     report.at(Stage::curves);

@@ -31,9 +31,9 @@ bool is_there(const fs::path &path) {
 
 bool names_folder(const fs::path &output) { return !output.has_filename() || is_folder(output); }
 
-void make_folder(const fs::path &folder) {
+void make_folder(const fs::path &folder, const std::string &who) {
     if (is_there(folder) && !is_folder(folder)) {
-        throw FileError(folder.string() + ": not a folder, but several pictures need one");
+        throw FileError(folder.string() + ": not a folder, but " + who + " need one");
     }
     std::error_code error;
     fs::create_directories(folder, error);
@@ -107,6 +107,11 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     return std::nullopt;
 }
 
+void prepare_folder(const fs::path &folder, const std::string &who) {
+    make_folder(folder, who);
+    check_folder(folder);
+}
+
 std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output,
                               const std::vector<std::string> &also_read) {
     std::vector<Job> jobs;
@@ -114,8 +119,7 @@ std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std:
         check_folder(fs::path(output).parent_path());
         jobs.push_back({inputs.front(), output, format_of_extension(output), ""});
     } else {
-        make_folder(output);
-        check_folder(output);
+        prepare_folder(output, "several pictures");
         for (const std::string &input : inputs) {
             jobs.push_back({input, output / fs::path(input).filename(), std::nullopt, ""});
         }

@@ -21,6 +21,9 @@ struct Job {
 // The format that a name promises; none for one without a well-known extension.
 std::optional<codec::Format> format_of_extension(const std::filesystem::path &path);
 
+// Makes a folder if it is missing. Throws FileError, in which who are those that need it, if it can take no file.
+void prepare_folder(const std::filesystem::path &folder, const std::string &who);
+
 // Lays out the jobs. Several inputs, and one whose output is a folder, keep their names in the folder, which is made if it is
 // missing. No job writes what another one reads or writes, nor a file of also_read. Throws FileError if the output can take no
 // picture at all.

@@ -40,6 +40,8 @@ using ColorImagePtr = std::unique_ptr<ColorImage, Deleter<KoColorImageDelete>>;
 using RealImagePtr = std::unique_ptr<RealImage, Deleter<KoRealImageDelete>>;
 using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
 using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
+using RedEyeCorrectionPtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
+using RedEyeImageParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
 using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
 
 } // namespace host

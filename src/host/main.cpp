@@ -16,6 +16,10 @@ void run_command(const Options &options, Report &report) {
     switch (options.command) {
     case Command::enhance:
         return enhance_pictures(options, report);
+    case Command::redeye:
+        return repair_pictures(options, report);
+    case Command::improve:
+        return improve_pictures(options, report);
     case Command::judge:
         return judge_pictures(options, report);
     case Command::curves:

@@ -170,10 +170,8 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
 constexpr const char *about_files = "PNG and JPEG are told apart by content; a file whose extension is neither gets its\n"
                                     "input's format. Exif data, ICC profile, density and alpha are carried over.\n";
 
-void add_enhance(CLI::App &app, Options &options) {
-    CLI::App &command = add_command(app, options, Command::enhance, "enhance", "Open up the shadows of photographs");
-    add_inputs(command, options);
-    add_output(command, options, picture_output);
+// All that a caller may say of the judgement and the curves.
+void add_enhancement(CLI::App &command, Options &options) {
     add_choice(command, "--policy", options.judging.policy, policies, "which pictures are enhanced; see ko judge");
     command
         .add_flag_callback(
@@ -182,10 +180,59 @@ void add_enhance(CLI::App &app, Options &options) {
     add_score(command, options.judging);
     add_tuning(command, options.tuning);
     add_ratio(command, options.tuning);
+}
+
+void add_enhance(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::enhance, "enhance", "Open up the shadows of photographs");
+    add_inputs(command, options);
+    add_output(command, options, picture_output);
+    add_enhancement(command, options);
     add_quality(command, options);
     add_style(command, options);
     command.footer("One line per picture tells its name, size, the decision and the time. A picture that would not gain is\n"
                    "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
+                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
+}
+
+std::string refuse_empty(const std::string &name) { return name.empty() ? "an empty name" : ""; }
+
+CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::string &text) {
+    return command.add_option("--model", choices.model, text)->type_name("CONFIG")->check(refuse_empty);
+}
+
+void add_repair(CLI::App &command, RedEyeChoices &choices) {
+    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model says of it");
+    command.add_flag("--log", choices.log, "show the library's progress on the standard error stream");
+}
+
+void add_redeye(CLI::App &app, Options &options) {
+    RedEyeChoices &choices = options.red_eyes;
+    CLI::App &command = add_command(app, options, Command::redeye, "redeye", "Repair red eyes in photographs");
+    add_inputs(command, options);
+    add_output(command, options, picture_output);
+    add_model(command, choices, "the configuration of the model that tells eyes from other things")->required();
+    add_repair(command, choices);
+    command.add_flag("--frames", choices.frames, "draw frames: green is accepted, yellow undecided, red rejected");
+    command.add_option("--dump", choices.dump, "a folder for files with what the model saw, made if it is missing")
+        ->type_name("DIR")
+        ->check(refuse_empty);
+    add_quality(command, options);
+    add_style(command, options);
+    command.footer("One line per picture tells how many places the model accepted, left undecided and rejected; what is\n"
+                   "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
+                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
+}
+
+void add_auto(CLI::App &app, Options &options) {
+    CLI::App &command = add_command(app, options, Command::improve, "auto", "Repair red eyes, then open up the shadows");
+    add_inputs(command, options);
+    add_output(command, options, picture_output);
+    add_model(command, options.red_eyes, "the configuration of the red-eye model; without one red eyes stay");
+    add_repair(command, options.red_eyes);
+    add_enhancement(command, options);
+    add_quality(command, options);
+    add_style(command, options);
+    command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
                    std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
 }
 
@@ -195,7 +242,7 @@ void add_judge(CLI::App &app, Options &options) {
     add_score(command, options.judging);
     command.add_option("--scores", options.scores, "a file for the scores of all blocks, of one input")
         ->type_name("FILE")
-        ->check([](const std::string &name) { return name.empty() ? "an empty name" : std::string(); });
+        ->check(refuse_empty);
     add_gain(command, options.tuning);
     add_json(command, options);
     command.footer(
@@ -271,6 +318,8 @@ CommandLine read_command_line(int argc, const char *const *argv) {
     app.set_version_flag("--version", "ko " KO_VERSION);
     app.require_subcommand(0, 1);
     add_enhance(app, options);
+    add_redeye(app, options);
+    add_auto(app, options);
     add_judge(app, options);
     add_curves(app, options);
     add_apply(app, options);

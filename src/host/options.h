@@ -13,7 +13,7 @@
 
 namespace host {
 
-enum class Command { enhance, judge, curves, apply };
+enum class Command { enhance, redeye, improve, judge, curves, apply };
 
 struct Options {
     Command command = Command::enhance;
@@ -23,6 +23,7 @@ struct Options {
     std::string scores;    // judge: the score file, or ""
     Tuning tuning;
     Judging judging;
+    RedEyeChoices red_eyes;
     GridForm form = GridForm::text;
     bool draw = false; // curves: a picture instead of a grid
     int quality = codec::default_quality;

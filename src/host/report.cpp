@@ -22,8 +22,8 @@ struct StageEntry {
     double start; // share of a picture's time that is over when the stage begins
 };
 
-constexpr std::array<StageEntry, 6> stages = {
-    {{"reading", 0.0}, {"judging", 0.1}, {"curves", 0.1}, {"applying", 0.65}, {"writing", 0.8}, {"", 1.0}}};
+constexpr std::array<StageEntry, 7> stages = {
+    {{"reading", 0.0}, {"red eyes", 0.1}, {"judging", 0.1}, {"curves", 0.1}, {"applying", 0.65}, {"writing", 0.8}, {"", 1.0}}};
 
 constexpr size_t bar_cells = 24;
 constexpr size_t longest_name = 30;
@@ -88,6 +88,17 @@ void Report::notice(const std::string &text) {
     }
 }
 
+void Report::remark(const std::string &text) {
+    if (style_ != Style::quiet) {
+        message(("ko: notice: " + text).c_str());
+    }
+}
+
+std::FILE *Report::log() {
+    message(("ko: " + name_ + ": progress:").c_str());
+    return stderr;
+}
+
 void Report::error(const std::string &text) {
     any_failed_ = true;
     message(("ko: " + text).c_str());
@@ -107,8 +118,8 @@ bool Report::good() {
 
 void Report::print_line(const Result &result) const {
     const std::string why = result.reason.empty() ? "" : ": " + result.reason;
-    std::printf("%s: %u x %u, %s%s, %.2f s\n", name_.c_str(), result.width, result.height, result.decision.c_str(), why.c_str(),
-                seconds());
+    const std::string said = result.said.empty() ? result.decision + why : result.said;
+    std::printf("%s: %u x %u, %s, %.2f s\n", name_.c_str(), result.width, result.height, said.c_str(), seconds());
 }
 
 void Report::print_object(const Result &result) const {
@@ -120,6 +131,7 @@ void Report::print_object(const Result &result) const {
     if (!result.reason.empty()) {
         object["reason"] = result.reason;
     }
+    object.update(result.members);
     object["seconds"] = std::round(seconds() * 100.0) / 100.0;
     std::puts(line_of(object).c_str());
 }

@@ -9,9 +9,11 @@
 #include <cstdio>
 #include <string>
 
+#include "json.h"
+
 namespace host {
 
-enum class Stage { reading, judging, curves, applying, writing };
+enum class Stage { reading, red_eyes, judging, curves, applying, writing };
 
 enum class Style { lines, json, quiet };
 
@@ -19,9 +21,11 @@ enum class Style { lines, json, quiet };
 struct Result {
     uint32_t width = 0;
     uint32_t height = 0;
-    std::string output;   // path of what was written
-    std::string decision; // such as "enhanced"
-    std::string reason;   // why the decision is no, otherwise ""
+    std::string output;            // path of what was written
+    std::string decision;          // such as "enhanced"
+    std::string reason;            // why the decision is no, otherwise ""
+    std::string said = "";         // what a line says in place of the two, or ""
+    Json members = Json::object(); // further members of an object
 };
 
 class Report {
@@ -50,6 +54,13 @@ class Report {
 
     // About the picture at work.
     void notice(const std::string &text);
+
+    // A notice that concerns no single picture.
+    void remark(const std::string &text);
+
+    // Where the library may write of its progress with the picture at work, which is named there. The bar is away until the
+    // next stage.
+    std::FILE *log();
 
     // An error that concerns no single picture.
     void error(const std::string &text);

@@ -1,8 +1,9 @@
-// What a user may choose about the enhancement, with the values that serve most photographs.
+// What a user may choose about the enhancement and the repair of red eyes, with the values that serve most photographs.
 #ifndef KO_HOST_TUNING_H
 #define KO_HOST_TUNING_H
 
 #include <cstdint>
+#include <string>
 
 namespace host {
 
@@ -31,6 +32,14 @@ inline constexpr float no_score = -1.0f;
 struct Judging {
     Policy policy = Policy::standard;
     float score = no_score;
+};
+
+struct RedEyeChoices {
+    std::string model;   // the model's configuration, or ""
+    bool full = false;   // repair every patch entirely, whatever its label
+    bool frames = false; // draw a frame around each patch
+    std::string dump;    // a folder for the patch files, or ""
+    bool log = false;    // show the library's progress
 };
 
 } // namespace host

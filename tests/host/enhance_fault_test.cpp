@@ -1,5 +1,6 @@
 // The program's use of the library when memory is short: each failure is told, and nothing is left over or half done.
 #include <algorithm>
+#include <filesystem>
 
 #include <gtest/gtest.h>
 
@@ -7,11 +8,13 @@
 #include "host/enhance.h"
 #include "host/files.h"
 #include "host/grid_file.h"
+#include "host/redeye.h"
 #include "host/scores.h"
 
 #include "faults.h"
 #include "files.h"
 #include "pictures.h"
+#include "red_eye_pictures.h"
 
 namespace {
 
@@ -164,6 +167,72 @@ TEST_P(PictureFaults, OfTheDrawingAreTold) {
         const host::TileTrcPtr curves = host::make_curves(*features, *image, few_tiles(), forced);
         return pixels_of(host::draw_curves(picture_, *curves, *features->luminance));
     });
+}
+
+codec::Picture picture_with_eyes() {
+    codec::Picture picture;
+    picture.width = eyes_width;
+    picture.height = eyes_height;
+    picture.channels = 3;
+    picture.pixels = std::make_unique<uint8_t[]>(picture.area() * 3);
+    uint8_t *byte = picture.pixels.get();
+    for (uint32_t y = 0; y < eyes_height; ++y) {
+        for (uint32_t x = 0; x < eyes_width; ++x) {
+            for (uint32_t c = 0; c < 3; ++c) {
+                *byte++ = static_cast<uint8_t>(skin_sample(four_eyes, x, y, c));
+            }
+        }
+    }
+    return picture;
+}
+
+class RedEyeFaults : public testing::Test {
+  protected:
+    RedEyeFaults() {
+        std::filesystem::create_directory(folder_.path());
+        model_ = put_model(folder_.path() + "/model");
+    }
+
+    const host::Library library_;
+    const TemporaryFile folder_{"model"};
+    std::string model_;
+};
+
+TEST_F(RedEyeFaults, AreToldAndLeaveThePictureAlone) {
+    for (const bool full : {false, true}) {
+        const host::RedEyeChoices choices = {.model = model_, .full = full, .frames = true, .dump = folder_.path()};
+        codec::Picture reference = picture_with_eyes();
+        const std::vector<uint8_t> before = pixels_of(reference);
+        const host::RedEyes usual = host::repair_red_eyes(reference, choices, "eyes", nullptr);
+        ASSERT_TRUE(usual.changed);
+        ASSERT_EQ(usual.patches(), 3u);
+        const int faults = sweep_faults([&] {
+            codec::Picture picture = picture_with_eyes();
+            try {
+                const host::RedEyes eyes = host::repair_red_eyes(picture, choices, "eyes", nullptr);
+                EXPECT_EQ(eyes.patches(), 3u) << "a failure that was taken for an answer";
+                EXPECT_EQ(pixels_of(picture), pixels_of(reference)) << "a failure that was not told";
+            } catch (const host::LibraryError &error) {
+                EXPECT_EQ(pixels_of(picture), before);
+                expect_allocator_in(error);
+            }
+        });
+        EXPECT_GT(faults, 30);
+    }
+}
+
+TEST_F(RedEyeFaults, OfOnePictureAreForgottenAtTheNext) {
+    const auto fail = [] { EXPECT_THROW(host::try_model("missing"), host::LibraryError); };
+    fail();
+    EXPECT_NE(KoErrorGetLastError(), KO_OK);
+    EXPECT_EQ(host::try_model(model_).size(), 4u);
+    fail();
+    codec::Picture picture = picture_with_eyes();
+    EXPECT_EQ(host::repair_red_eyes(picture, {.model = model_, .dump = ""}, "eyes", nullptr).patches(), 3u);
+}
+
+TEST_F(RedEyeFaults, OfTheTrialAreTold) {
+    expect_told([&] { return host::try_model(model_); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, PictureFaults, testing::Values(1u, 3u));

@@ -1,0 +1,199 @@
+// Every picture has a record of its own: one that has met too many blobs looks at no further picture.
+#include "redeye.h"
+
+#include <algorithm>
+#include <cmath>
+#include <filesystem>
+#include <system_error>
+
+#include "curves.h"
+#include "files.h"
+
+namespace host {
+
+namespace {
+
+RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log) {
+    RedEyeCorrectionPtr correction(KoRedEyeCorrectionNew());
+    check(correction != nullptr, "the red-eye repair cannot be set up");
+    KoRedEyeCorrectionEnableHistogramChannel(correction.get(), 1, 1, 1);
+    check(KoRedEyeCorrectionSetCategorizerConfig(correction.get(), model.c_str(), nullptr, nullptr) == KO_OK,
+          "the path of the model is too long");
+    correction->log_stream = log;
+    return correction;
+}
+
+RedEyeImageParamPtr process(RedEyeCorrection &correction, ColorImage &image, const char *what) {
+    RedEyeImageParamPtr found(KoRedEyeImageParamNew(&image));
+    check(found != nullptr, "the red-eye repair cannot be set up");
+    check(KoRedEyeCorrectionProcessImage(&correction, found.get(), &image) == KO_OK, what);
+    return found;
+}
+
+// ---- what was found
+
+std::vector<Blob> blobs_of(const RedEyeImageParam &found) {
+    std::vector<Blob> blobs;
+    for (int32_t i = 1; i <= found.blob_count; ++i) {
+        const BlobInfo &blob = found.final_blobs[i];
+        blobs.push_back({{blob.min_x, blob.min_y, blob.max_x + 1, blob.max_y + 1}, blob.area, std::nullopt});
+    }
+    return blobs;
+}
+
+// Without an object no model was read, and nothing classified.
+uint32_t patch_count(const RedEyeCorrection &correction) {
+    const OrientationHistogram *histogram = correction.orientation_histogram;
+    return histogram != nullptr ? static_cast<uint32_t>(histogram->patch_count) : 0;
+}
+
+void add_patches(const RedEyeCorrection &correction, const RedEyeImageParam &found, std::vector<Blob> &blobs) {
+    for (uint32_t i = 0; i < patch_count(correction); ++i) {
+        const RedEyePatch &patch = found.patches[i];
+        blobs[patch.blob - 1].patch = {{patch.x0, patch.y0, patch.x1, patch.y1}, patch.fe_score, patch.be_score, patch.label};
+    }
+}
+
+RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &found, const RedEyeChoices &choices) {
+    RedEyes eyes;
+    eyes.scale = found.scale > 0.0f ? found.scale : 1.0f;
+    eyes.limit = correction.blob_limits[2];
+    eyes.blobs = blobs_of(found);
+    add_patches(correction, found, eyes.blobs);
+    const uint64_t to_repair = eyes.patches() - (choices.full ? 0 : eyes.patches(KO_PATCH_REJECTED));
+    if (correction.too_many_blobs != 0) {
+        eyes.decision = RedEyeDecision::too_many;
+    } else if (to_repair > 0) {
+        eyes.decision = RedEyeDecision::repaired;
+    }
+    eyes.changed = to_repair > 0 || (choices.frames && eyes.patches() > 0);
+    return eyes;
+}
+
+// ---- what is done beside the repair by labels
+
+// The full repair starts from the picture as it came: on top of the other one it would round twice.
+void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const codec::Picture &picture, ColorImage &image) {
+    check(KoColorImageFromByteArray(&image, picture.pixels.get(), 0, picture.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
+          "the picture cannot be handed over");
+    check(KoRedEyeCorrectionApply(&correction, &found, 1, &image) == KO_OK, "the red eyes cannot be repaired");
+}
+
+void draw_frames(RedEyeCorrection &correction, RedEyeImageParam &found, ColorImage &image) {
+    constexpr uint64_t frames_in_a_side = 300;
+    std::array<int32_t, labels.size()> colours{};
+    colours[KO_PATCH_UNDECIDED] = 0xFFFF00;
+    colours[KO_PATCH_ACCEPTED] = 0x00FF00;
+    colours[KO_PATCH_REJECTED] = 0xFF0000;
+    const uint64_t shorter = std::min(KoColorImageGetWidth(&image), KoColorImageGetHeight(&image));
+    check(KoRedEyeCorrectionAddPatchBoundingBoxes(&correction, &found, &image,
+                                                  std::max(shorter / frames_in_a_side, uint64_t{1}), colours.data(),
+                                                  static_cast<uint32_t>(colours.size())) == KO_OK,
+          "the frames cannot be drawn");
+}
+
+// The binary one is written last: if it is whole, there was room for all.
+bool dump_is_whole(const OrientationHistogram &histogram, const std::string &stem) {
+    constexpr uint64_t header_words = 3;
+    constexpr uint64_t place_words = 3;
+    const uint64_t features = 3 * static_cast<uint64_t>(histogram.layout->feature_length);
+    const uint64_t words = header_words + static_cast<uint64_t>(histogram.patch_count) * (features + place_words);
+    std::error_code missing;
+    return std::filesystem::file_size(stem + "_feats.par", missing) == words * sizeof(uint32_t) && !missing;
+}
+
+// The name is the file's own with its extension, and the suffix the same for all: a picture's files are replaced by its next
+// run, whatever other pictures it runs with, and by no other picture's.
+void dump_patches(const RedEyeCorrection &correction, const RedEyeImageParam &found, const std::string &folder,
+                  const std::string &name) {
+    const std::string start = folder + "/";
+    const std::string suffix = "patches";
+    if (KoOrientationHistogramDumpPatches(correction.orientation_histogram, found.patches, patch_count(correction),
+                                          start.c_str(), name.c_str(), suffix.c_str()) != 0 ||
+        !dump_is_whole(*correction.orientation_histogram, start + name + "_" + suffix)) {
+        throw FileError("the patch files cannot be written to " + folder);
+    }
+}
+
+// ---- a picture to try a model on
+
+constexpr uint32_t trial_side = 200;
+constexpr double trial_radius = 6.0;
+
+// A red disc in the middle of something like skin, within the sizes that are looked for.
+codec::Picture trial_picture() {
+    constexpr std::array<uint8_t, 3> skin = {200, 150, 130};
+    constexpr std::array<uint8_t, 3> red = {190, 30, 40};
+    codec::Picture picture;
+    picture.width = picture.height = trial_side;
+    picture.channels = skin.size();
+    picture.pixels.reset(new uint8_t[picture.area() * picture.channels]);
+    uint8_t *pixel = picture.pixels.get();
+    for (uint32_t y = 0; y < trial_side; ++y) {
+        for (uint32_t x = 0; x < trial_side; ++x) {
+            const double distance = std::hypot(x - trial_side / 2.0, y - trial_side / 2.0);
+            pixel = std::copy_n(distance < trial_radius ? red.data() : skin.data(), picture.channels, pixel);
+        }
+    }
+    return picture;
+}
+
+} // namespace
+
+uint64_t RedEyes::patches() const {
+    return static_cast<uint64_t>(
+        std::count_if(blobs.begin(), blobs.end(), [](const Blob &blob) { return blob.patch.has_value(); }));
+}
+
+uint64_t RedEyes::patches(int32_t label) const {
+    return static_cast<uint64_t>(
+        std::count_if(blobs.begin(), blobs.end(), [=](const Blob &blob) { return blob.patch && blob.patch->label == label; }));
+}
+
+const char *name_of_label(int32_t label) {
+    switch (label) {
+    case KO_PATCH_ACCEPTED:
+        return "accepted";
+    case KO_PATCH_REJECTED:
+        return "rejected";
+    default:
+        return "undecided";
+    }
+}
+
+std::vector<std::string> try_model(const std::string &model) {
+    KoStatusClear();
+    const RedEyeCorrectionPtr correction = make_correction(model, nullptr);
+    const ColorImagePtr image = image_of(trial_picture());
+    process(*correction, *image, "the model cannot be used");
+    const std::string stem = correction->classifier_path;
+    return {correction->config_path, correction->projection_path, stem + "_RE_FE", stem + "_RE_BE"};
+}
+
+RedEyes repair_red_eyes(codec::Picture &picture, const RedEyeChoices &choices, const std::string &input, std::FILE *log) {
+    if (picture.channels == 1) {
+        return {.decision = RedEyeDecision::gray, .blobs = {}};
+    }
+    KoStatusClear();
+    const RedEyeCorrectionPtr correction = make_correction(choices.model, log);
+    const ColorImagePtr image = image_of(picture);
+    const RedEyeImageParamPtr found = process(*correction, *image, "the red eyes cannot be repaired");
+    RedEyes eyes = red_eyes_of(*correction, *found, choices);
+    if (!choices.dump.empty() && eyes.patches() > 0) {
+        dump_patches(*correction, *found, choices.dump, std::filesystem::path(input).filename().string());
+    }
+    if (choices.full && eyes.changed) {
+        repair_fully(*correction, *found, picture, *image);
+    }
+    if (choices.frames) {
+        draw_frames(*correction, *found, *image);
+    }
+    if (eyes.changed) {
+        check(KoColorImageToByteArray(image.get(), picture.pixels.get(), 0, picture.height, KO_BYTE_LAYOUT_INTERLEAVED) ==
+                  KO_OK,
+              "the picture cannot be taken back");
+    }
+    return eyes;
+}
+
+} // namespace host

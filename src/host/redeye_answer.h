@@ -1,0 +1,26 @@
+// What is told of a picture's red eyes.
+#ifndef KO_HOST_REDEYE_ANSWER_H
+#define KO_HOST_REDEYE_ANSWER_H
+
+#include <string>
+
+#include "json.h"
+#include "redeye.h"
+
+namespace host {
+
+// Such as "red eyes repaired".
+const char *shown(RedEyeDecision decision);
+
+// Why nothing was repaired, "" if nothing is red enough.
+std::string reason_of(const RedEyes &eyes);
+
+// Decision, counts of patches by label, and reason in a line.
+std::string line_about(const RedEyes &eyes);
+
+// Counts, blobs, boxes, scores and labels. A picture that was not looked at has none.
+Json members_of(const RedEyes &eyes);
+
+} // namespace host
+
+#endif

@@ -86,9 +86,12 @@ void repair_patch(const RedEyeImageParam *param, const RealImage *map, const Red
     }
 }
 
-// The patches that a picture has slots for, at most as many as the last reading of a model counted.
-uint32_t patches_of(const RedEyeImageParam *param, int32_t patch_count) {
-    return param->patches != nullptr ? static_cast<uint32_t>(std::max(0, std::min(patch_count, param->blob_count))) : 0;
+// The patches that were labelled in this picture, at most as many as the last reading of a model counted: that count may be
+// another picture's, and a slot behind them may hold what is left of a blob that got no patch.
+uint64_t patches_of(const RedEyeImageParam *param, int32_t patch_count) {
+    const uint64_t labelled = param->accepted_count + param->rejected_count + param->undecided_count;
+    const int32_t slots = param->patches != nullptr ? std::max(0, std::min(patch_count, param->blob_count)) : 0;
+    return std::min(static_cast<uint64_t>(slots), labelled);
 }
 
 // ---- frames
@@ -136,7 +139,7 @@ int32_t KoRedEyeCorrectBlobs(const RedEyeImageParam *param, const RealImage *map
     if (!across || !down) {
         return KoErrorGetLastError();
     }
-    for (uint32_t p = 0; p < patches_of(param, patch_count); ++p) {
+    for (uint64_t p = 0; p < patches_of(param, patch_count); ++p) {
         repair_patch(param, map, param->patches[p], across, down, full_strength, image);
     }
     return KO_OK;
@@ -154,7 +157,7 @@ int32_t KoRedEyeCorrectionAddPatchBoundingBoxes(RedEyeCorrection *rec, RedEyeIma
     if (KoColorImageGetImage(image, 2) == nullptr) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
-    for (uint32_t p = 0; p < patches_of(param, rec->orientation_histogram->patch_count); ++p) {
+    for (uint64_t p = 0; p < patches_of(param, rec->orientation_histogram->patch_count); ++p) {
         const RedEyePatch &patch = param->patches[p];
         if (patch.label >= 0 && static_cast<uint32_t>(patch.label) < colour_count) {
             KoRedEyeDrawFrame(patch, thickness, unpacked(colours[patch.label]), image);

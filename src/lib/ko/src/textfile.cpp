@@ -21,7 +21,7 @@ int32_t TextReader::next() {
     if (std::fgets(line_, sizeof(line_), file_.get()) != nullptr) {
         return KO_OK;
     }
-    std::fprintf(stderr, "[ERROR] \"%s\", line %d: %s\n", path_, line_number_, "can't read file");
+    tell("can't read file");
     return report();
 }
 
@@ -39,11 +39,24 @@ bool TextReader::scan(const char *format, int count, uint32_t *numbers) const {
 }
 
 int32_t TextReader::reject(const char *why) const {
-    std::fprintf(stderr, "[ERROR] \"%s\", line %d: \"%s\": %s\n", path_, line_number_, line_, why);
+    if (bad_line_ == BadLine::numbered) {
+        tell(why);
+    } else {
+        std::fprintf(stderr, "[ERROR] \"%s\", line %d: \"%s\": %s\n", path_, line_number_, line_, why);
+    }
     return report();
 }
 
+void TextReader::tell(const char *why) const {
+    std::fprintf(stderr, "[ERROR] \"%s\", line %d: %s\n", path_, line_number_, why);
+}
+
 int32_t TextReader::report() const { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_LINE, path_, line_number_); }
+
+int32_t read_word(TextReader *reader, const char *word, const char *why_not_word) {
+    const int32_t status = reader->next();
+    return status != KO_OK || reader->begins_with(word) ? status : reader->reject(why_not_word);
+}
 
 int32_t read_bits(TextReader *reader, uint64_t *size) {
     const int32_t status = reader->next();
@@ -72,11 +85,8 @@ int32_t read_numbers(TextReader *reader, const char *why_not_number, uint32_t *n
 }
 
 int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size) {
-    const int32_t status = reader->next();
-    if (status != KO_OK) {
-        return status;
-    }
-    return reader->begins_with(word) ? read_bits(reader, size) : reader->reject(why_not_word);
+    const int32_t status = read_word(reader, word, why_not_word);
+    return status == KO_OK ? read_bits(reader, size) : status;
 }
 
 int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, File *file) {

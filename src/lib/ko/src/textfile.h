@@ -12,11 +12,14 @@ namespace ko {
 void close_file(FILE *file);
 using File = Owned<FILE, close_file>;
 
+// How a reader tells of a bad line on the standard error stream: with the line's text, or by its number alone.
+enum class BadLine { quoted, numbered };
+
 // Reads a file line by line into a buffer of 1000 characters; a longer line arrives in pieces. There are no comments and no
 // blank lines: every line counts, from 1.
 class TextReader {
   public:
-    explicit TextReader(const char *path) : path_(path) {}
+    explicit TextReader(const char *path, BadLine bad_line = BadLine::quoted) : path_(path), bad_line_(bad_line) {}
 
     // Gives KO_OK, or reports KO_ERR_OPEN_READ.
     [[nodiscard]] int32_t open(const char *mode);
@@ -37,9 +40,11 @@ class TextReader {
     int32_t reject(const char *why) const;
 
   private:
+    void tell(const char *why) const;
     int32_t report() const;
 
     const char *path_;
+    BadLine bad_line_;
     File file_;
     int line_number_ = 0;
     char line_[1000];
@@ -47,6 +52,9 @@ class TextReader {
 
 // The size that a header's bits stand for: a 32-bit shift, its count taken modulo 32.
 constexpr uint64_t size_of_bits(uint32_t bits) { return uint64_t{1} << (bits % 32); }
+
+// Reads a line that begins with word. Gives KO_OK, or the status of a failure; why_not_word tells what a bad one should be.
+[[nodiscard]] int32_t read_word(TextReader *reader, const char *word, const char *why_not_word);
 
 // Reads the line "bits" with a number. Gives KO_OK with the size that the bits stand for, or the status of a failure.
 [[nodiscard]] int32_t read_bits(TextReader *reader, uint64_t *size);

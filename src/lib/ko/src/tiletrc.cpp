@@ -1,9 +1,8 @@
 // TileTRC: the grid of tone curves, tile access, comparison, and the drawing of the curves over a picture. Its files are in
 // tiletrc_file.cpp.
-#include "tiletrc.h"
+#include "ko/tiletrc.h"
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstring>
 
@@ -11,22 +10,8 @@
 #include "convert.h"
 #include "report.h"
 #include "textfile.h"
+#include "tilegrid.h"
 #include "trc.h"
-
-namespace ko {
-
-uint64_t grid_entries(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    uint64_t entries = 1;
-    for (const uint64_t factor : {size, strips_x, strips_y}) {
-        if (factor == 0) {
-            return 0;
-        }
-        entries = entries > UINT64_MAX / factor ? UINT64_MAX : entries * factor;
-    }
-    return entries;
-}
-
-} // namespace ko
 
 namespace {
 
@@ -40,22 +25,12 @@ constexpr uint64_t drawn_levels = 256;
 // Where the picture is this bright, curves are drawn in black.
 constexpr uint8_t bright = 129;
 
-// Allocates the cleared curves of a grid; null without a failure when a strip count is 0.
-uint32_t *make_curves(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    return strips_x != 0 && strips_y != 0 ? allocate_clear<uint32_t>(grid_entries(size, strips_x, strips_y)) : nullptr;
-}
-
 struct Rectangle {
     uint64_t left;
     uint64_t top;
     uint64_t width;
     uint64_t height;
 };
-
-// Quotient and rounding in single precision.
-uint64_t drawn_tile_size(uint64_t pixels, uint64_t strips) {
-    return static_cast<uint64_t>(std::floor(static_cast<float>(pixels) / static_cast<float>(strips) + 0.5f));
-}
 
 void copy_bytes(const RealImage *image, RealImage *result) {
     for (uint64_t y = 0; y < image->height; ++y) {
@@ -86,7 +61,7 @@ void draw_curve(const uint32_t *curve, uint32_t size, const Rectangle &tile, Rea
 } // namespace
 
 int32_t KoTileTRCInit(TileTRC *tile_trc, uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    *tile_trc = {size, strips_x, strips_y, make_curves(size, strips_x, strips_y)};
+    *tile_trc = {size, strips_x, strips_y, make_curves({size, strips_x, strips_y})};
     return KO_OK;
 }
 
@@ -118,19 +93,7 @@ uint64_t KoTileTRCGetNumStripsY(const TileTRC *tile_trc) { return tile_trc->numS
 uint32_t KoTileTRCGetBits(const TileTRC *tile_trc) { return truncated_log2(tile_trc->size); }
 
 uint32_t *KoTileTRCGetTRC(const TileTRC *tile_trc, uint64_t x, uint64_t y) {
-    if (x >= tile_trc->numStripsX) {
-        report_index(x, tile_trc->numStripsX);
-        return nullptr;
-    }
-    if (y >= tile_trc->numStripsY) {
-        report_index(y, tile_trc->numStripsY);
-        return nullptr;
-    }
-    if (tile_trc->array == nullptr) {
-        KoMessageSetStatus(KO_ERR_NULL_POINTER);
-        return nullptr;
-    }
-    return tile_trc->array + (y * tile_trc->numStripsX + x) * tile_trc->size;
+    return curve_at(shape_of(tile_trc), tile_trc->array, x, y);
 }
 
 int32_t KoTileTRCSetTileFromArray(TileTRC *tile_trc, uint64_t x, uint64_t y, const uint32_t *source) {
@@ -153,22 +116,15 @@ int32_t KoTileTRCSetTileFromTRC(TileTRC *tile_trc, uint64_t x, uint64_t y, const
 }
 
 int32_t KoTileTRCCompare(const TileTRC *first, const TileTRC *second) {
-    if (first->size != second->size || first->numStripsX != second->numStripsX || first->numStripsY != second->numStripsY) {
-        return 0;
-    }
-    if (first->array == nullptr || second->array == nullptr) {
-        return first->array == second->array;
-    }
-    const uint64_t entries = grid_entries(first->size, first->numStripsX, first->numStripsY);
-    return std::memcmp(first->array, second->array, entries * sizeof(uint32_t)) == 0;
+    const GridShape shape = shape_of(first);
+    return shape == shape_of(second) && same_curves(shape, first->array, second->array);
 }
 
 int32_t KoTileTRCDraw(const TileTRC *tile_trc, const RealImage *image, RealImage **result) {
     if (tile_trc == nullptr) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
-    const bool has_tiles = tile_trc->size != 0 && tile_trc->numStripsX != 0 && tile_trc->numStripsY != 0;
-    if (has_tiles && tile_trc->array == nullptr) {
+    if (!has_curves(shape_of(tile_trc), tile_trc->array)) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
     }
     if (*result != nullptr && ((*result)->width != image->width || (*result)->height != image->height)) {
@@ -178,11 +134,11 @@ int32_t KoTileTRCDraw(const TileTRC *tile_trc, const RealImage *image, RealImage
         return KO_OK;
     }
     copy_bytes(image, *result);
-    if (!has_tiles) {
+    if (entries_of(shape_of(tile_trc)) == 0) {
         return KO_OK;
     }
-    const uint64_t width = drawn_tile_size(image->width, tile_trc->numStripsX);
-    const uint64_t height = drawn_tile_size(image->height, tile_trc->numStripsY);
+    const uint64_t width = rounded_tile_size(image->width, tile_trc->numStripsX);
+    const uint64_t height = rounded_tile_size(image->height, tile_trc->numStripsY);
     const auto size = static_cast<uint32_t>(tile_trc->size);
     for (uint64_t y = 0; y < tile_trc->numStripsY; ++y) {
         for (uint64_t x = 0; x < tile_trc->numStripsX; ++x) {

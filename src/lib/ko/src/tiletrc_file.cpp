@@ -3,9 +3,10 @@
 #include <cstdio>
 
 #include "alloc.h"
+#include "ko/tiletrc.h"
 #include "report.h"
 #include "textfile.h"
-#include "tiletrc.h"
+#include "tilegrid.h"
 #include "trccompress.h"
 
 namespace {
@@ -32,7 +33,7 @@ const char *word_of(int32_t number) {
 // Calls each(curve, room) for the curves in file order, room being the entries from the curve to the end of the grid, until one
 // gives false. A grid of no tiles has no curves, whatever its other strip count.
 template <class Each> void for_each_curve(const TileTRC *tile_trc, Each each) {
-    const uint64_t entries = grid_entries(tile_trc->size, tile_trc->numStripsX, tile_trc->numStripsY);
+    const uint64_t entries = entries_of(shape_of(tile_trc));
     for (uint64_t at = 0; at < entries; at += tile_trc->size) {
         if (!each(tile_trc->array + at, entries - at)) {
             return;
@@ -86,34 +87,6 @@ int32_t read_form(TextReader *reader, int32_t *number) {
     return reader->reject("Invalid value, must be GrayLinear or GrayLinearEncoded");
 }
 
-// Makes the grid fit the counts of a header. What cannot be had leaves the grid as it was.
-int32_t fit_to_header(TileTRC *tile_trc, uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    const bool same = tile_trc->size == size && tile_trc->numStripsX == strips_x && tile_trc->numStripsY == strips_y;
-    if (same && tile_trc->array != nullptr) {
-        return KO_OK;
-    }
-    TileTRC fresh;
-    KoTileTRCInit(&fresh, size, strips_x, strips_y);
-    if (fresh.array == nullptr && grid_entries(size, strips_x, strips_y) != 0) {
-        return KoErrorGetLastError();
-    }
-    KoTileTRCFree(tile_trc);
-    *tile_trc = fresh;
-    return KO_OK;
-}
-
-int32_t read_counts(TextReader *reader, TileTRC *tile_trc) {
-    const int32_t status = reader->next();
-    if (status != KO_OK) {
-        return status;
-    }
-    uint32_t numbers[3] = {};
-    if (!reader->scan("bits %llu %llu %llu", 3, numbers)) {
-        return reader->reject("Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>");
-    }
-    return fit_to_header(tile_trc, size_of_bits(numbers[0]), numbers[1], numbers[2]);
-}
-
 // A byte is a signed step from the entry before, so steps of -128 to 127 come back.
 int32_t read_binary(uint32_t *curve, uint64_t size, FILE *stream, const char *path) {
     uint32_t value = 0;
@@ -146,7 +119,7 @@ int32_t read_curves(TextReader *reader, int32_t form, const TileTRC *tile_trc, c
 } // namespace
 
 int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t form, int32_t overwrite) {
-    if (tile_trc->array == nullptr && grid_entries(tile_trc->size, tile_trc->numStripsX, tile_trc->numStripsY) != 0) {
+    if (!has_curves(shape_of(tile_trc), tile_trc->array)) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
     }
     Owned<TRCCompress, KoTRCCompressDelete> compress; // before the file is touched: what cannot be had must not cost a file
@@ -174,8 +147,12 @@ int32_t KoTileTRCLoad(TileTRC *tile_trc, const char *path) {
     if (status == KO_OK) {
         status = read_form(&reader, &form);
     }
+    GridShape shape = {};
     if (status == KO_OK) {
-        status = read_counts(&reader, tile_trc);
+        status = read_shape(&reader, &shape);
+    }
+    if (status == KO_OK) {
+        status = fit_to_shape(tile_trc, shape, &TileTRC::array, KoTileTRCInit, KoTileTRCFree);
     }
     return status == KO_OK ? read_curves(&reader, form, tile_trc, path) : status;
 }

@@ -1,0 +1,279 @@
+// TileColorTRCApply: the application of a grid of three-channel curves to the bytes of a picture, row chunk by row chunk.
+//
+// A row is a sequence of runs: one before the first tile centre, one between each pair of centres, one behind the last. Rows
+// between tile centres form bands. The rows of a chunk that lie in one band are a block; it is walked run by run, all its rows
+// each, so that the curves of one run stay at hand. The rules to know before changing anything here: nothing is allocated, and
+// a weight is a running sum in single precision, from its run's first pixel and from its band's first row, wherever chunks,
+// blocks and pieces begin.
+#include "ko/tilecolortrcapply.h"
+
+#include <algorithm>
+#include <cstddef>
+
+#include "alloc.h"
+#include "convert.h"
+#include "ko/byteimageiterator.h"
+#include "ko/colorspace.h"
+#include "ko/tiletrcapply.h"
+#include "report.h"
+#include "tilegrid.h"
+
+namespace {
+
+using namespace ko;
+
+#define KO_AT(field, offset) (offsetof(TileColorTRCApply, field) == (offset))
+static_assert(sizeof(TileColorTRCApply) == 88 && KO_AT(tileColorTRC, 0) && KO_AT(width, 8) && KO_AT(height, 16) &&
+              KO_AT(layout, 24) && KO_AT(tileWidth, 32) && KO_AT(tileHeight, 40) && KO_AT(rowsDone, 48) && KO_AT(band, 56) &&
+              KO_AT(bandEnd, 64) && KO_AT(debugFlags, 72) && KO_AT(xStep, 76) && KO_AT(yStep, 80));
+#undef KO_AT
+
+constexpr uint32_t channels = 3;
+constexpr uint64_t byte_levels = 256;
+
+// Pixels of a run that are processed at a time, through arrays that stay in the first-level cache.
+constexpr uint64_t piece = 256;
+
+// A number for each of the four neighbouring curves, in the order in which a blend adds their products.
+struct Corners {
+    float right_upper;
+    float left_upper;
+    float left_lower;
+    float right_lower;
+};
+
+// The weights of a run's pixels in one row: those of the first pixel, and what each pixel adds to those before it.
+struct RowWeights {
+    Corners first;
+    Corners step;
+    bool horizontal; // the right upper weight is what the left upper one leaves of 1
+};
+
+// The bytes of the three channels of a row, from some pixel on.
+struct Row {
+    uint8_t *channel[channels];
+    uint64_t step; // from a pixel to the next
+};
+
+Row row_of(const ByteImageIterator &iterator) {
+    return {{iterator.red, iterator.green, iterator.blue}, iterator.pixel_increment};
+}
+
+// ---- a run of pixels
+
+// Writes the weights of some pixels and leaves those of the next pixel in the row's first.
+void take_weights(RowWeights *row, uint64_t count, Corners *weights) {
+    Corners now = row->first;
+    for (uint64_t x = 0; x < count; ++x) {
+        weights[x] = now;
+        now.right_upper += row->step.right_upper;
+        now.left_upper += row->step.left_upper;
+        now.left_lower += row->step.left_lower;
+        now.right_lower += row->step.right_lower;
+        if (row->horizontal) {
+            now.right_upper = 1.0f - now.left_upper;
+        }
+    }
+    row->first = now;
+}
+
+void blend(const Corners *entries, const Corners *weights, uint64_t count, const uint8_t *in, uint8_t *out, uint64_t step) {
+    Corners products[piece];
+    for (uint64_t x = 0; x < count; ++x) {
+        const Corners &entry = entries[in[x * step]];
+        products[x].right_upper = entry.right_upper * weights[x].right_upper;
+        products[x].left_upper = entry.left_upper * weights[x].left_upper;
+        products[x].left_lower = entry.left_lower * weights[x].left_lower;
+        products[x].right_lower = entry.right_lower * weights[x].right_lower;
+    }
+    int32_t levels[piece];
+    for (uint64_t x = 0; x < count; ++x) {
+        const Corners &product = products[x];
+        levels[x] = truncate_32(((product.right_upper + product.left_upper) + product.left_lower) + product.right_lower);
+    }
+    for (uint64_t x = 0; x < count; ++x) {
+        out[x * step] = static_cast<uint8_t>(levels[x]);
+    }
+}
+
+void blend_run(const Corners (*entries)[byte_levels], RowWeights weights, uint64_t pixels, const Row &in, const Row &out) {
+    Corners piece_weights[piece];
+    for (uint64_t start = 0; start < pixels; start += piece) {
+        const uint64_t count = std::min(piece, pixels - start);
+        take_weights(&weights, count, piece_weights);
+        for (uint32_t c = 0; c < channels; ++c) {
+            blend(entries[c], piece_weights, count, in.channel[c] + start * in.step, out.channel[c] + start * out.step,
+                  in.step);
+        }
+    }
+}
+
+void look_up_run(const KoTRCMatrix *matrices, uint64_t pixels, const Row &in, const Row &out) {
+    for (uint32_t c = 0; c < channels; ++c) {
+        const uint32_t *curve = matrices[c][1];
+        for (uint64_t x = 0; x < pixels; ++x) {
+            out.channel[c][x * out.step] = static_cast<uint8_t>(curve[in.channel[c][x * in.step]]);
+        }
+    }
+}
+
+// ---- blocks
+
+// The entries of the neighbouring curves of one channel, level by level; 0 where there is no curve.
+void fill_entries(const KoTRCMatrix &matrix, Corners *entries) {
+    for (uint64_t level = 0; level < byte_levels; ++level) {
+        const auto entry = [=](const uint32_t *curve) { return curve != nullptr ? static_cast<float>(curve[level]) : 0.0f; };
+        entries[level] = {entry(matrix[1]), entry(matrix[0]), entry(matrix[2]), entry(matrix[3])};
+    }
+}
+
+bool is_edge(const TileColorTRCApply *apply) { return apply->band == 0 || apply->band == apply->tileColorTRC->numStripsY; }
+
+// The weight of the upper curves at the first row of a block of an inner band.
+float upper_weight(const TileColorTRCApply *apply) {
+    float weight = 1.0f;
+    for (uint64_t row = apply->bandEnd - apply->tileHeight; row < apply->rowsDone; ++row) {
+        weight -= apply->yStep;
+    }
+    return weight;
+}
+
+RowWeights row_weights(const TileColorTRCApply *apply, bool outer, float upper) {
+    const float lower = 1.0f - upper;
+    if (is_edge(apply)) {
+        return {{0.0f, 1.0f, 0.0f, 0.0f}, {0.0f, -apply->xStep, 0.0f, 0.0f}, true};
+    }
+    if (outer) {
+        return {{upper, 0.0f, 0.0f, lower}, {}, false};
+    }
+    const float upper_step = apply->xStep * upper;
+    const float lower_step = apply->xStep * lower;
+    return {{0.0f, upper, lower, 0.0f}, {upper_step, -upper_step, -lower_step, lower_step}, false};
+}
+
+void process_strip(const TileColorTRCApply *apply, const KoTRCMatrix *matrices, bool outer, uint64_t pixels, uint64_t rows,
+                   ByteImageIterator in, ByteImageIterator out) {
+    const bool blends = !outer || !is_edge(apply);
+    Corners entries[channels][byte_levels];
+    for (uint32_t c = 0; c < channels && blends; ++c) {
+        fill_entries(matrices[c], entries[c]);
+    }
+    float upper = is_edge(apply) ? 1.0f : upper_weight(apply);
+    for (uint64_t row = 0; row < rows; ++row, upper -= apply->yStep) {
+        if (blends) {
+            blend_run(entries, row_weights(apply, outer, upper), pixels, row_of(in), row_of(out));
+        } else {
+            look_up_run(matrices, pixels, row_of(in), row_of(out));
+        }
+        KoByteImageIteratorNextLine(&in);
+        KoByteImageIteratorNextLine(&out);
+    }
+}
+
+const uint32_t *curve_of(const TileColorTRC *grid, uint32_t channel, uint64_t x, uint64_t y) {
+    switch (channel) {
+    case 0:
+        return KoTileColorTRCGetRedTRC(grid, x, y);
+    case 1:
+        return KoTileColorTRCGetGreenTRC(grid, x, y);
+    default:
+        return KoTileColorTRCGetBlueTRC(grid, x, y);
+    }
+}
+
+void process_block(const TileColorTRCApply *apply, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+    const TileColorTRC *grid = apply->tileColorTRC;
+    const uint64_t upper = apply->band == 0 ? 0 : apply->band - 1;
+    KoTRCMatrix matrices[channels];
+    uint64_t left = apply->width;
+    for (uint64_t strip = 0; strip <= grid->numStripsX && left != 0; ++strip) {
+        const bool outer = strip == 0 || strip == grid->numStripsX;
+        for (uint32_t c = 0; c < channels && strip != grid->numStripsX; ++c) {
+            const auto move = strip == 0 ? KoTRCMatrixInit : KoTRCMatrixMoveRight;
+            move(matrices[c], curve_of(grid, c, strip, upper),
+                 is_edge(apply) ? nullptr : curve_of(grid, c, strip, apply->band));
+        }
+        const uint64_t pixels = std::min(outer ? apply->tileWidth >> 1 : apply->tileWidth, left);
+        process_strip(apply, matrices, outer, pixels, rows, in, out);
+        KoByteImageIteratorNextTile(&in, pixels);
+        KoByteImageIteratorNextTile(&out, pixels);
+        left -= pixels;
+    }
+}
+
+void finish_rows(TileColorTRCApply *apply, uint64_t rows) {
+    apply->rowsDone += rows;
+    if (apply->rowsDone == apply->bandEnd) {
+        ++apply->band;
+        apply->bandEnd = apply->band != apply->tileColorTRC->numStripsY ? apply->bandEnd + apply->tileHeight : apply->height;
+    }
+}
+
+// True for a grid that has the entry of every byte at every tile.
+bool serves(const TileColorTRC *grid) {
+    return grid != nullptr && grid->redArray != nullptr && grid->size >= byte_levels && entries_of(shape_of(grid)) != 0;
+}
+
+} // namespace
+
+int32_t KoTileColorTRCApplyInit(TileColorTRCApply *apply, const TileColorTRC *tile_trc, uint64_t width, uint64_t height,
+                                int32_t layout) {
+    *apply = {};
+    apply->width = width;
+    apply->height = height;
+    apply->layout = static_cast<uint32_t>(layout);
+    if (!serves(tile_trc) || apply->layout >= KO_BYTE_LAYOUT_3_PLANES) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    apply->tileWidth = rounded_tile_size(width, tile_trc->numStripsX);
+    apply->tileHeight = rounded_tile_size(height, tile_trc->numStripsY);
+    if (apply->tileWidth == 0 || apply->tileHeight == 0) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    apply->tileColorTRC = tile_trc;
+    apply->bandEnd = (apply->tileHeight >> 1) + 1;
+    apply->xStep = 1.0f / static_cast<float>(apply->tileWidth);
+    apply->yStep = 1.0f / static_cast<float>(apply->tileHeight);
+    return KO_OK;
+}
+
+TileColorTRCApply *KoTileColorTRCApplyNew(const TileColorTRC *tile_trc, uint64_t width, uint64_t height, int32_t layout) {
+    return make_object<TileColorTRCApply>(
+        "TileColorTRCApply",
+        [=](TileColorTRCApply *apply) {
+            if (tile_trc == nullptr) {
+                *apply = {};
+                return static_cast<int32_t>(KO_OK);
+            }
+            return KoTileColorTRCApplyInit(apply, tile_trc, width, height, layout);
+        },
+        KoTileColorTRCApplyFree);
+}
+
+int32_t KoTileColorTRCApplyFree(TileColorTRCApply *) { return KO_OK; }
+
+int32_t KoTileColorTRCApplyDelete(TileColorTRCApply *apply) {
+    KoFree(apply);
+    return KO_OK;
+}
+
+int32_t KoTileColorTRCApplyToByteChunk(TileColorTRCApply *apply, uint64_t rows, const uint8_t *input, uint8_t *output) {
+    if (apply->tileColorTRC == nullptr) {
+        return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
+    }
+    const auto layout = static_cast<int32_t>(apply->layout);
+    ByteImageIterator in;
+    ByteImageIterator out;
+    KoByteImageIteratorInit(&in, apply->width, apply->height, layout, KO_COLORSPACE_RGB, const_cast<uint8_t *>(input));
+    KoByteImageIteratorInit(&out, apply->width, apply->height, layout, KO_COLORSPACE_RGB, output);
+    uint64_t left = std::min(rows, apply->height - apply->rowsDone);
+    while (left != 0) {
+        const uint64_t now = std::min(left, apply->bandEnd - apply->rowsDone);
+        process_block(apply, now, in, out);
+        KoByteImageIteratorNextLines(&in, now);
+        KoByteImageIteratorNextLines(&out, now);
+        finish_rows(apply, now);
+        left -= now;
+    }
+    return KO_OK;
+}

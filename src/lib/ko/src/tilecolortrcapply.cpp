@@ -61,49 +61,56 @@ Row row_of(const ByteImageIterator &iterator) {
 
 // ---- a run of pixels
 
-// Writes the weights of some pixels and leaves those of the next pixel in the row's first.
-void take_weights(RowWeights *row, uint64_t count, Corners *weights) {
+// The weights of a piece's pixels, curve by curve.
+struct PieceWeights {
+    float right_upper[piece];
+    float left_upper[piece];
+    float left_lower[piece];
+    float right_lower[piece];
+};
+
+// Takes the weights of the next pixels: those of the pixel behind them become the row's first.
+void take_weights(RowWeights *row, uint64_t count, PieceWeights *weights) {
     Corners now = row->first;
     for (uint64_t x = 0; x < count; ++x) {
-        weights[x] = now;
-        now.right_upper += row->step.right_upper;
+        weights->right_upper[x] = now.right_upper;
+        weights->left_upper[x] = now.left_upper;
+        weights->left_lower[x] = now.left_lower;
+        weights->right_lower[x] = now.right_lower;
         now.left_upper += row->step.left_upper;
         now.left_lower += row->step.left_lower;
         now.right_lower += row->step.right_lower;
-        if (row->horizontal) {
-            now.right_upper = 1.0f - now.left_upper;
-        }
+        now.right_upper = row->horizontal ? 1.0f - now.left_upper : now.right_upper + row->step.right_upper;
     }
     row->first = now;
 }
 
-void blend(const Corners *entries, const Corners *weights, uint64_t count, const uint8_t *in, uint8_t *out, uint64_t step) {
-    Corners products[piece];
+// One channel of a piece. Its bytes are read before the first is written, so the buffers may be the same.
+void blend(const Corners *entries, const PieceWeights &weights, uint64_t count, const uint8_t *in, uint8_t *out,
+           uint64_t step) {
+    Corners neighbours[piece];
     for (uint64_t x = 0; x < count; ++x) {
-        const Corners &entry = entries[in[x * step]];
-        products[x].right_upper = entry.right_upper * weights[x].right_upper;
-        products[x].left_upper = entry.left_upper * weights[x].left_upper;
-        products[x].left_lower = entry.left_lower * weights[x].left_lower;
-        products[x].right_lower = entry.right_lower * weights[x].right_lower;
+        neighbours[x] = entries[in[x * step]];
     }
     int32_t levels[piece];
     for (uint64_t x = 0; x < count; ++x) {
-        const Corners &product = products[x];
-        levels[x] = truncate_32(((product.right_upper + product.left_upper) + product.left_lower) + product.right_lower);
+        const Corners &entry = neighbours[x];
+        levels[x] = truncate_32(((entry.right_upper * weights.right_upper[x] + entry.left_upper * weights.left_upper[x]) +
+                                 entry.left_lower * weights.left_lower[x]) +
+                                entry.right_lower * weights.right_lower[x]);
     }
     for (uint64_t x = 0; x < count; ++x) {
         out[x * step] = static_cast<uint8_t>(levels[x]);
     }
 }
 
-void blend_run(const Corners (*entries)[byte_levels], RowWeights weights, uint64_t pixels, const Row &in, const Row &out) {
-    Corners piece_weights[piece];
+void blend_run(const Corners (*entries)[byte_levels], RowWeights row, uint64_t pixels, const Row &in, const Row &out) {
+    PieceWeights weights;
     for (uint64_t start = 0; start < pixels; start += piece) {
         const uint64_t count = std::min(piece, pixels - start);
-        take_weights(&weights, count, piece_weights);
+        take_weights(&row, count, &weights);
         for (uint32_t c = 0; c < channels; ++c) {
-            blend(entries[c], piece_weights, count, in.channel[c] + start * in.step, out.channel[c] + start * out.step,
-                  in.step);
+            blend(entries[c], weights, count, in.channel[c] + start * in.step, out.channel[c] + start * out.step, in.step);
         }
     }
 }
@@ -117,9 +124,38 @@ void look_up_run(const KoTRCMatrix *matrices, uint64_t pixels, const Row &in, co
     }
 }
 
+// ---- the weights of a row
+
+// Between two tile centres of an edge band.
+RowWeights horizontal_weights(const TileColorTRCApply *apply) {
+    return {{0.0f, 1.0f, 0.0f, 0.0f}, {0.0f, -apply->xStep, 0.0f, 0.0f}, true};
+}
+
+// Before the first tile centre of an inner band, and behind the last; upper is the weight of the upper curves in the row.
+RowWeights vertical_weights(float upper) { return {{upper, 0.0f, 0.0f, 1.0f - upper}, {}, false}; }
+
+// Between four tile centres.
+RowWeights four_weights(const TileColorTRCApply *apply, float upper) {
+    const float lower = 1.0f - upper;
+    const float upper_step = apply->xStep * upper;
+    const float lower_step = apply->xStep * lower;
+    return {{0.0f, upper, lower, 0.0f}, {upper_step, -upper_step, -lower_step, lower_step}, false};
+}
+
 // ---- blocks
 
-// The entries of the neighbouring curves of one channel, level by level; 0 where there is no curve.
+bool is_edge(const TileColorTRCApply *apply) { return apply->band == 0 || apply->band == apply->tileColorTRC->numStripsY; }
+
+// The weight of the upper curves in the next row: a running sum from the first row of an inner band, unused in an edge band.
+float upper_weight(const TileColorTRCApply *apply) {
+    float weight = 1.0f;
+    for (uint64_t row = apply->bandEnd - apply->tileHeight; !is_edge(apply) && row < apply->rowsDone; ++row) {
+        weight -= apply->yStep;
+    }
+    return weight;
+}
+
+// The entries of a channel's neighbouring curves, level by level; 0 where there is no curve.
 void fill_entries(const KoTRCMatrix &matrix, Corners *entries) {
     for (uint64_t level = 0; level < byte_levels; ++level) {
         const auto entry = [=](const uint32_t *curve) { return curve != nullptr ? static_cast<float>(curve[level]) : 0.0f; };
@@ -127,74 +163,64 @@ void fill_entries(const KoTRCMatrix &matrix, Corners *entries) {
     }
 }
 
-bool is_edge(const TileColorTRCApply *apply) { return apply->band == 0 || apply->band == apply->tileColorTRC->numStripsY; }
-
-// The weight of the upper curves at the first row of a block of an inner band.
-float upper_weight(const TileColorTRCApply *apply) {
-    float weight = 1.0f;
-    for (uint64_t row = apply->bandEnd - apply->tileHeight; row < apply->rowsDone; ++row) {
-        weight -= apply->yStep;
-    }
-    return weight;
-}
-
-RowWeights row_weights(const TileColorTRCApply *apply, bool outer, float upper) {
-    const float lower = 1.0f - upper;
-    if (is_edge(apply)) {
-        return {{0.0f, 1.0f, 0.0f, 0.0f}, {0.0f, -apply->xStep, 0.0f, 0.0f}, true};
-    }
-    if (outer) {
-        return {{upper, 0.0f, 0.0f, lower}, {}, false};
-    }
-    const float upper_step = apply->xStep * upper;
-    const float lower_step = apply->xStep * lower;
-    return {{0.0f, upper, lower, 0.0f}, {upper_step, -upper_step, -lower_step, lower_step}, false};
-}
-
-void process_strip(const TileColorTRCApply *apply, const KoTRCMatrix *matrices, bool outer, uint64_t pixels, uint64_t rows,
-                   ByteImageIterator in, ByteImageIterator out) {
-    const bool blends = !outer || !is_edge(apply);
-    Corners entries[channels][byte_levels];
-    for (uint32_t c = 0; c < channels && blends; ++c) {
-        fill_entries(matrices[c], entries[c]);
-    }
-    float upper = is_edge(apply) ? 1.0f : upper_weight(apply);
-    for (uint64_t row = 0; row < rows; ++row, upper -= apply->yStep) {
-        if (blends) {
-            blend_run(entries, row_weights(apply, outer, upper), pixels, row_of(in), row_of(out));
-        } else {
-            look_up_run(matrices, pixels, row_of(in), row_of(out));
-        }
+// A run that no blend changes, in all rows of a block.
+void look_up_rows(const KoTRCMatrix *matrices, uint64_t pixels, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+    for (uint64_t row = 0; row < rows; ++row) {
+        look_up_run(matrices, pixels, row_of(in), row_of(out));
         KoByteImageIteratorNextLine(&in);
         KoByteImageIteratorNextLine(&out);
     }
 }
 
-const uint32_t *curve_of(const TileColorTRC *grid, uint32_t channel, uint64_t x, uint64_t y) {
-    switch (channel) {
-    case 0:
-        return KoTileColorTRCGetRedTRC(grid, x, y);
-    case 1:
-        return KoTileColorTRCGetGreenTRC(grid, x, y);
-    default:
-        return KoTileColorTRCGetBlueTRC(grid, x, y);
+// A run between tile centres, in all rows of a block; outer runs have them above and below alone.
+void blend_rows(const TileColorTRCApply *apply, const KoTRCMatrix *matrices, bool outer, float upper, uint64_t pixels,
+                uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+    Corners entries[channels][byte_levels];
+    for (uint32_t c = 0; c < channels; ++c) {
+        fill_entries(matrices[c], entries[c]);
+    }
+    for (uint64_t row = 0; row < rows; ++row, upper -= apply->yStep) {
+        const RowWeights weights = is_edge(apply) ? horizontal_weights(apply)
+                                   : outer        ? vertical_weights(upper)
+                                                  : four_weights(apply, upper);
+        blend_run(entries, weights, pixels, row_of(in), row_of(out));
+        KoByteImageIteratorNextLine(&in);
+        KoByteImageIteratorNextLine(&out);
     }
 }
 
-void process_block(const TileColorTRCApply *apply, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+// Slides the curves of the three channels to those around run column of the present band; the last run keeps its neighbour's.
+void move_right(const TileColorTRCApply *apply, uint64_t column, KoTRCMatrix *matrices) {
+    using GetCurve = uint32_t *(const TileColorTRC *, uint64_t, uint64_t);
+    constexpr GetCurve *get_curve[channels] = {KoTileColorTRCGetRedTRC, KoTileColorTRCGetGreenTRC, KoTileColorTRCGetBlueTRC};
     const TileColorTRC *grid = apply->tileColorTRC;
-    const uint64_t upper = apply->band == 0 ? 0 : apply->band - 1;
+    if (column == grid->numStripsX) {
+        return;
+    }
+    const uint64_t upper_row = apply->band == 0 ? 0 : apply->band - 1;
+    for (uint32_t c = 0; c < channels; ++c) {
+        const uint32_t *upper = get_curve[c](grid, column, upper_row);
+        const uint32_t *lower = is_edge(apply) ? nullptr : get_curve[c](grid, column, apply->band);
+        const auto place = column == 0 ? KoTRCMatrixInit : KoTRCMatrixMoveRight;
+        place(matrices[c], upper, lower);
+    }
+}
+
+// The next rows, all in one band, run by run. Rounded tiles may reach past the row's end: no run does.
+void process_block(const TileColorTRCApply *apply, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+    const uint64_t last = apply->tileColorTRC->numStripsX;
+    const float upper = upper_weight(apply);
     KoTRCMatrix matrices[channels];
     uint64_t left = apply->width;
-    for (uint64_t strip = 0; strip <= grid->numStripsX && left != 0; ++strip) {
-        const bool outer = strip == 0 || strip == grid->numStripsX;
-        for (uint32_t c = 0; c < channels && strip != grid->numStripsX; ++c) {
-            const auto move = strip == 0 ? KoTRCMatrixInit : KoTRCMatrixMoveRight;
-            move(matrices[c], curve_of(grid, c, strip, upper),
-                 is_edge(apply) ? nullptr : curve_of(grid, c, strip, apply->band));
-        }
+    for (uint64_t column = 0; column <= last && left != 0; ++column) {
+        const bool outer = column == 0 || column == last;
         const uint64_t pixels = std::min(outer ? apply->tileWidth >> 1 : apply->tileWidth, left);
-        process_strip(apply, matrices, outer, pixels, rows, in, out);
+        move_right(apply, column, matrices);
+        if (outer && is_edge(apply)) {
+            look_up_rows(matrices, pixels, rows, in, out);
+        } else {
+            blend_rows(apply, matrices, outer, upper, pixels, rows, in, out);
+        }
         KoByteImageIteratorNextTile(&in, pixels);
         KoByteImageIteratorNextTile(&out, pixels);
         left -= pixels;

@@ -1,5 +1,5 @@
-// What the files of the red-eye correction share: the maps (redeye_maps.cpp), the model (redeye_model.cpp), the repair
-// (redeye_repair.cpp), and the log.
+// What the files of the red-eye correction share: the patches (redeyeimageparam.cpp), the maps (redeye_maps.cpp), the model
+// (redeye_model.cpp), the repair (redeye_repair.cpp), and the log.
 #ifndef KO_SRC_REDEYE_H
 #define KO_SRC_REDEYE_H
 
@@ -15,6 +15,9 @@ template <class... Argument> void log_line(const RedEyeCorrection *rec, const ch
         std::fprintf(rec->log_stream, format, arguments...);
     }
 }
+
+// Ends the patches of a picture. They are as many as blob_count says: whoever changes that ends them first.
+void free_patches(RedEyeImageParam *param);
 
 // The colour maps of Reddish and RedLum: the weighted sum of the channels where it is above 0. normalize scales to a maximum
 // of 1; a map without a positive pixel becomes NaN.

@@ -138,6 +138,7 @@ int32_t KoRedEyeRefineBlobs(RedEyeCorrection *rec, RedEyeImageParam *param, cons
     }
     const Block<float> sums(KoRedEyeSumMapPerBlob(param, map));
     if (sums) {
+        free_patches(param);
         param->blob_count = 0;
         for (uint32_t i = 1; i <= param->label_count; ++i) {
             KoRedEyeRefineBlob(param, map, sums.get(), i);

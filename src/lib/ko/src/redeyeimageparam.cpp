@@ -4,7 +4,7 @@
 #include <initializer_list>
 
 #include "alloc.h"
-#include "ko/redeyecorrection.h"
+#include "redeye.h"
 
 namespace {
 
@@ -55,6 +55,14 @@ int32_t allocate_patch(RedEyePatch *patch, uint32_t channels, uint32_t feature_l
 
 } // namespace
 
+void ko::free_patches(RedEyeImageParam *param) {
+    for (uint64_t i = 0; param->patches != nullptr && i < patch_slots(param); ++i) {
+        KoFree(param->patches[i].features);
+        KoFree(param->patches[i].projected);
+    }
+    free_and_null(param->patches);
+}
+
 int32_t KoRedEyeImageParamInit(RedEyeImageParam *param, ColorImage *image) {
     *param = {};
     param->image = image;
@@ -79,14 +87,10 @@ int32_t KoRedEyeImageParamFree(RedEyeImageParam *param) {
     KoRealImageDelete(param->col_map);
     KoRedEyeImageParamFreeMatrix(param);
     KoRedEyeImageParamFreeSubMatrix(param);
-    for (uint64_t i = 0; param->patches != nullptr && i < patch_slots(param); ++i) {
-        KoFree(param->patches[i].features);
-        KoFree(param->patches[i].projected);
-    }
+    free_patches(param);
     for (void *table :
          {static_cast<void *>(param->blob_mask), static_cast<void *>(param->final_blobs), static_cast<void *>(param->x_starts),
-          static_cast<void *>(param->x_counts), static_cast<void *>(param->y_starts), static_cast<void *>(param->y_counts),
-          static_cast<void *>(param->patches)}) {
+          static_cast<void *>(param->x_counts), static_cast<void *>(param->y_starts), static_cast<void *>(param->y_counts)}) {
         KoFree(table);
     }
     return KO_OK;

@@ -1,5 +1,6 @@
 #include "support.h"
 
+#include <cmath>
 #include <cstring>
 
 namespace ko_bench {
@@ -22,6 +23,14 @@ RealImagePtr photograph_plane(Size size) {
 ColorImagePtr color_planes(Size size, const std::vector<uint8_t> &bytes) {
     return ColorImagePtr(
         KoColorImageNewFromByteArray(size.width, size.height, KO_COLORSPACE_RGB, bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
+}
+
+void make_shadow_curve(uint32_t *curve, uint64_t levels, uint64_t amount) {
+    const double exponent = 0.5 + 0.05 * static_cast<double>(amount % 11);
+    const double top = static_cast<double>(levels - 1);
+    for (uint64_t level = 0; level < levels; ++level) {
+        curve[level] = static_cast<uint32_t>(top * std::pow(static_cast<double>(level) / top, exponent));
+    }
 }
 
 // The buffers differ and are not 0, so that no two pages of them can be one.

@@ -25,6 +25,7 @@ using ko_test::Deleter;
 using ko_test::FeaturesPtr;
 using ko_test::GaussianPtr;
 using ko_test::RealImagePtr;
+using ko_test::TileColorTrcPtr;
 using ko_test::TileTrcPtr;
 using ko_test::TrcPtr;
 
@@ -43,6 +44,23 @@ RealImagePtr photograph_plane(Size size);
 
 // Interleaved RGB as planes of floats; null if memory is short.
 ColorImagePtr color_planes(Size size, const std::vector<uint8_t> &bytes);
+
+// Fills a tone curve with one that opens the shadows, by one of eleven amounts.
+void make_shadow_curve(uint32_t *curve, uint64_t levels, uint64_t amount);
+
+// Hands a picture over in chunks of rows: apply(rows, input, output) for each, from its first byte on, true on success. The
+// picture is interleaved or has one channel.
+template <class Apply>
+bool apply_in_chunks(Size size, uint64_t chunk_rows, const std::vector<uint8_t> &input, std::vector<uint8_t> &output,
+                     Apply &&apply) {
+    const uint64_t row_bytes = input.size() / size.height;
+    bool good = true;
+    for (uint64_t row = 0; good && row < size.height; row += chunk_rows) {
+        const uint64_t offset = row * row_bytes;
+        good = apply(chunk_rows, input.data() + offset, output.data() + offset);
+    }
+    return good;
+}
 
 // The least traffic of a job: what it has to read and write per item, which is a pixel of a picture or an entry of a curve.
 struct Job {

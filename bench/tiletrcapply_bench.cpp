@@ -1,6 +1,4 @@
 // The application of a grid of curves to the bytes of a picture, from the making of the record to its end.
-#include <cmath>
-
 #include "support.h"
 
 namespace {
@@ -17,11 +15,7 @@ TileTrcPtr make_curves() {
     TileTrcPtr curves(KoTileTRCNew(levels, grid, grid));
     for (uint64_t y = 0; curves && y < grid; ++y) {
         for (uint64_t x = 0; x < grid; ++x) {
-            const double exponent = 0.5 + 0.05 * static_cast<double>((3 * x + 5 * y) % 11);
-            uint32_t *curve = KoTileTRCGetTRC(curves.get(), x, y);
-            for (uint64_t level = 0; level < levels; ++level) {
-                curve[level] = static_cast<uint32_t>(255.0 * std::pow(static_cast<double>(level) / 255.0, exponent));
-            }
+            make_shadow_curve(KoTileTRCGetTRC(curves.get(), x, y), levels, 3 * x + 5 * y);
         }
     }
     return curves;
@@ -31,13 +25,9 @@ bool apply_curves(const TileTRC *curves, int32_t color_space, uint64_t chunk_row
                   std::vector<uint8_t> &output) {
     const ApplyPtr apply(
         KoTileTRCApplyNew(curves, ratio_weight, nullptr, size.width, size.height, KO_BYTE_LAYOUT_INTERLEAVED, color_space));
-    const uint64_t row_bytes = input.size() / size.height;
-    bool good = apply != nullptr;
-    for (uint64_t row = 0; good && row < size.height; row += chunk_rows) {
-        const uint64_t offset = row * row_bytes;
-        good = KoTileTRCApplyToByteChunk(apply.get(), chunk_rows, input.data() + offset, output.data() + offset) == KO_OK;
-    }
-    return good;
+    return apply && apply_in_chunks(size, chunk_rows, input, output, [&](uint64_t rows, const uint8_t *in, uint8_t *out) {
+               return KoTileTRCApplyToByteChunk(apply.get(), rows, in, out) == KO_OK;
+           });
 }
 
 void tile_application(benchmark::State &state, int32_t color_space, uint64_t chunk_rows, double limit) {

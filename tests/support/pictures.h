@@ -15,6 +15,7 @@ template <auto Delete> struct Deleter {
     template <class T> void operator()(T *object) const { Delete(object); }
 };
 
+using VectorPtr = std::unique_ptr<Vector, Deleter<KoVectorDelete>>;
 using MatrixFloatPtr = std::unique_ptr<MatrixFloat, Deleter<KoMatrixFloatDelete>>;
 using MatrixIntegerPtr = std::unique_ptr<MatrixInteger, Deleter<KoMatrixIntegerDelete>>;
 using RealImagePtr = std::unique_ptr<RealImage, Deleter<KoRealImageDelete>>;
@@ -23,6 +24,7 @@ using LinePtr = std::unique_ptr<RealImageLineIterator, Deleter<KoRealImageLineIt
 using TrcPtr = std::unique_ptr<TRC, Deleter<KoTRCDelete>>;
 using ColorTrcPtr = std::unique_ptr<ColorTRC, Deleter<KoColorTRCDelete>>;
 using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
+using TileColorTrcPtr = std::unique_ptr<TileColorTRC, Deleter<KoTileColorTRCDelete>>;
 using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
 using GaussianPtr = std::unique_ptr<KernelGaussian, Deleter<KoKernelGaussianDelete>>;
 using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;

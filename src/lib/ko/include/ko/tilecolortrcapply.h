@@ -25,7 +25,7 @@ typedef struct TileColorTRCApply {
     uint64_t tileWidth;               /* width / numStripsX, rounded, pixels */
     uint64_t tileHeight;              /* height / numStripsY, rounded, rows */
     uint64_t rowsDone;                /* rows of the picture finished so far */
-    uint64_t band;                    /* index of the present band, 0 to numStripsY */
+    uint64_t band;                    /* index of the present band, 0 to numStripsY; one more behind the last row */
     uint64_t bandEnd;                 /* row of the picture at which the band ends */
     uint32_t debugFlags;              /* always 0 */
     float xStep;                      /* 1 / tileWidth: what a pixel to the right takes from the weight of the left curves */

@@ -110,6 +110,28 @@ class GridSubject : public Subject {
     TileTrcPtr grid_{KoTileTRCNew(4, 3, 1)};
 };
 
+// The entries are those of an index, red, green and blue, for every index of every tile.
+class ColorGridSubject : public Subject {
+  public:
+    int32_t load(const char *path) override { return KoTileColorTRCLoad(grid_.get(), path); }
+    std::vector<uint64_t> counts() const override { return {grid_->size, grid_->numStripsX, grid_->numStripsY}; }
+    uint64_t entries() const override {
+        const bool none = grid_->numStripsX == 0 || grid_->numStripsY == 0;
+        for (uint64_t c = 0; c < 3; ++c) {
+            EXPECT_EQ(plane(c) == nullptr, none) << "plane " << c;
+        }
+        return none ? 0 : 3 * grid_->size * grid_->numStripsX * grid_->numStripsY;
+    }
+    uint32_t get(uint64_t i) const override { return plane(i % 3)[i / 3]; }
+    void set(uint64_t i, uint32_t value) override { plane(i % 3)[i / 3] = value; }
+
+  private:
+    uint32_t *plane(uint64_t c) const {
+        return std::array<uint32_t *, 3>{grid_->redArray, grid_->greenArray, grid_->blueArray}[c];
+    }
+    TileColorTrcPtr grid_{KoTileColorTRCNew(4, 3, 1)};
+};
+
 // The caller's stream and curve: the counts are the size and the place in the stream, the entries all of the curve's room.
 template <uint64_t size> class TokenSubject : public Subject {
   public:
@@ -218,10 +240,14 @@ constexpr uint64_t largest_block = 0x7FFFFFFF;
 
 using Reader = std::function<Expected(const std::string &path, const Subject &before)>;
 
+// Whether the line that is wrong is shown, or only its number.
+enum class Telling { line, number };
+
 // A file read with fgets into 1000 characters; a line that does not fit is told in expected.
 class Lines {
   public:
-    Lines(const std::string &path, Expected *expected) : path_(path), expected_(expected) {}
+    Lines(const std::string &path, Expected *expected, Telling telling = Telling::line)
+        : path_(path), expected_(expected), telling_(telling) {}
     ~Lines() {
         if (stream_ != nullptr) {
             std::fclose(stream_);
@@ -248,7 +274,9 @@ class Lines {
         std::transform(scanned, scanned + count, numbers, [](unsigned long long n) { return static_cast<uint32_t>(n); });
         return true;
     }
-    bool reject(const std::string &words) { return fail(std::string("\"").append(line_).append("\": ").append(words)); }
+    bool reject(const std::string &words) {
+        return fail(telling_ == Telling::number ? words : std::string("\"").append(line_).append("\": ").append(words));
+    }
     std::FILE *stream() const { return stream_; }
 
   private:
@@ -260,6 +288,7 @@ class Lines {
 
     std::string path_;
     Expected *expected_;
+    Telling telling_;
     std::FILE *stream_ = nullptr;
     char line_[1000] = {};
     int number_ = 0;
@@ -430,6 +459,27 @@ Expected read_grid(const std::string &path, const Subject &before) {
     } else {
         read_rows(&lines, counts[0] * tiles, 1, "Invalid value, <GRAY>", &expected);
     }
+    return expected;
+}
+
+Expected read_color_grid(const std::string &path, const Subject &before) {
+    Expected expected;
+    expected.counts = before.counts();
+    Lines lines(path, &expected, Telling::number);
+    std::vector<uint64_t> counts;
+    if (!lines.open("r") || !lines.next()) {
+        return expected;
+    }
+    if (!lines.begins_with("RGBLinear")) {
+        lines.reject("Invalid value, must be RGBLinear");
+        return expected;
+    }
+    if (!read_grid_header(&lines, &counts, &expected)) {
+        return expected;
+    }
+    expected.rest = counts == expected.counts ? sentinel : 0;
+    expected.counts = counts;
+    read_rows(&lines, counts[0] * counts[1] * counts[2], 3, "Invalid value, <RED> <GREEN> <BLUE>", &expected);
     return expected;
 }
 
@@ -612,18 +662,22 @@ const std::string token_forms = bytes({0x38, 0x10, 0xFF, 0x43, 0x0E, 0x05, 0x1C,
 const std::string long_tokens =
     bytes({0xFE, 1, 2, 3, 4, 5, 6, 7, 8, 0xFC, 0x1B, 0xE4, 0x00, 0xFF, 0x55, 0xAA, 0x39, 0x93, 0xFF});
 
+void add_absurd_grids(std::vector<std::string> *texts, const std::string &word, const std::string &body) {
+    for (const char *bits : {"0", "2", "31", "-1"}) {
+        for (const std::string &strips : absurd_strips) {
+            texts->push_back(word + "\nbits " + bits + " " + strips + "\n" + body);
+        }
+    }
+    for (const std::string &bits : absurd_bits) {
+        texts->push_back(word + "\nbits " + bits + " 1 1\n" + body);
+    }
+}
+
 std::vector<std::string> absurd_grids() {
     std::vector<std::string> texts;
     const std::string body = rows_of_one + rows_of_one + token_forms;
     for (const char *word : {"GrayLinear", "GrayLinearBinary", "GrayLinearEncoded"}) {
-        for (const char *bits : {"0", "2", "31", "-1"}) {
-            for (const std::string &strips : absurd_strips) {
-                texts.push_back(std::string(word) + "\nbits " + bits + " " + strips + "\n" + body);
-            }
-        }
-        for (const std::string &bits : absurd_bits) {
-            texts.push_back(std::string(word) + "\nbits " + bits + " 1 1\n" + body);
-        }
+        add_absurd_grids(&texts, word, body);
     }
     for (const char *word : {"GrayLinearBinaryX", "GrayLinearEncodedX", "GrayLinearX", "grayLinear", "RGBLinear", ""}) {
         texts.push_back(std::string(word) + "\nbits 2 3 1\n" + body);
@@ -644,6 +698,33 @@ Kind grid_kind() {
             .enormous = {"GrayLinear\nbits 28 1 1\n5\n", "GrayLinearBinary\nbits 20 16 16\n5",
                          "GrayLinearEncoded\nbits 28 1 1\n\x38", "GrayLinearEncoded\nbits 0 65536 4096\n\x38",
                          "GrayLinearEncoded\nbits 31 0 4294967295\n"}};
+}
+
+std::vector<std::string> absurd_color_grids() {
+    std::vector<std::string> texts;
+    const std::string body = rows_of_three + rows_of_three + rows_of_three;
+    add_absurd_grids(&texts, "RGBLinear", body);
+    for (const char *word : {"RGBLinearX", "RGBLinea", "rgbLinear", " RGBLinear", "GrayLinear", "GrayLinearBinary", ""}) {
+        texts.push_back(std::string(word) + "\nbits 2 3 1\n" + body);
+    }
+    // Lines that hold too little, too much, or other things than decimal numbers.
+    for (const std::string &row : parts("|1|1 2|1 2 |1 2 x|x 2 3|1 2 3 4|1,2,3|1 2,3|- 1 2|1.5 2.5 3.5|0x1 0x2 0x3|1e3 2 3|"
+                                        "99999999999999999999 18446744073709551616 -18446744073709551615|%s %n %lu")) {
+        texts.push_back("RGBLinear\nbits 1 2 1\n" + row + "\n" + rows_of_three);
+        texts.push_back("RGBLinear\nbits 2 3 1\n" + rows_of_three + row + "\n" + rows_of_three + rows_of_three);
+    }
+    return texts;
+}
+
+Kind color_grid_kind() {
+    const std::string start = "RGBLinear\n";
+    return {.name = "ColorGrid",
+            .make = make_subject<ColorGridSubject>,
+            .read = read_color_grid,
+            .seeds = {start + "bits 2 3 1\n" + rows_of_three + rows_of_three + rows_of_three,
+                      start + "bits 1 1 2\n" + rows_of_three},
+            .absurd = absurd_color_grids(),
+            .enormous = {start + "bits 28 1 1\n5 6 7\n", start + "bits 0 65536 4096\n", start + "bits 31 0 4294967295\n"}};
 }
 
 // Every first byte, before bytes enough and before too few.
@@ -690,6 +771,7 @@ std::vector<Kind> kinds() {
             color_curve_kind(),
             histogram_kind(),
             grid_kind(),
+            color_grid_kind(),
             token_kind<0>(),
             token_kind<1>(),
             token_kind<100>(),
@@ -957,6 +1039,18 @@ TEST_F(HostileGrid, FourBillionRowsOfNoStripsLoadAtOnce) {
             EXPECT_EQ(grid->array, nullptr);
             EXPECT_EQ(KoTileTRCGetNumStripsX(grid.get()) + KoTileTRCGetNumStripsY(grid.get()), 4294967295u);
         }
+    }
+}
+
+TEST_F(HostileGrid, FourBillionRowsOfNoStripsLoadAtOnceInColor) {
+    for (const std::string strips : {" 0 4294967295", " 4294967295 0"}) {
+        const TemporaryFile file("grid.txt", "RGBLinear\nbits 8" + strips + "\n");
+        const TileColorTrcPtr grid(KoTileColorTRCNew(4, 1, 1));
+        const std::clock_t begin = std::clock();
+        expect_success([&] { return KoTileColorTRCLoad(grid.get(), file.c_str()); });
+        EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC) << strips; // counting to four billion takes longer
+        EXPECT_EQ(grid->redArray, nullptr);
+        EXPECT_EQ(KoTileColorTRCGetNumStripsX(grid.get()) + KoTileColorTRCGetNumStripsY(grid.get()), 4294967295u);
     }
 }
 

@@ -2,6 +2,7 @@
 // is by one element and that a failed growth gives the block up.
 #include "ko/vector.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
@@ -29,8 +30,8 @@ int32_t grow(Vector *vector, uint64_t count) {
     return vector->data != nullptr ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
 }
 
-// The elements that can be reached: none once a growth has failed.
-uint64_t reachable(const Vector *vector) { return vector->data != nullptr ? vector->size : 0; }
+// The elements that can be reached: once a growth has failed, the capacity may be less than the size.
+uint64_t reachable(const Vector *vector) { return std::min(vector->size, vector->capacity); }
 
 char *element_at(const Vector *vector, uint64_t index) {
     return static_cast<char *>(vector->data) + index * vector->element_size;
@@ -105,7 +106,7 @@ int32_t KoVectorGetElement(const Vector *vector, uint64_t index, void *element) 
 
 int32_t KoVectorSort(Vector *vector, int (*compare)(const void *first, const void *second)) {
     if (reachable(vector) != 0) {
-        std::qsort(vector->data, vector->size, vector->element_size, compare);
+        std::qsort(vector->data, reachable(vector), vector->element_size, compare);
     }
     return 0;
 }

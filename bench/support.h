@@ -20,6 +20,7 @@
 namespace ko_bench {
 
 using ko_test::ApplyPtr;
+using ko_test::ColorApplyPtr;
 using ko_test::ColorImagePtr;
 using ko_test::Deleter;
 using ko_test::FeaturesPtr;

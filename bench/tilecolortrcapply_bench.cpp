@@ -1,13 +1,9 @@
 // The application of a grid of three-channel curves to the bytes of a picture, from the making of the record to its end.
-#include <memory>
-
 #include "support.h"
 
 namespace {
 
 using namespace ko_bench;
-
-using ColorApplyPtr = std::unique_ptr<TileColorTRCApply, Deleter<KoTileColorTRCApplyDelete>>;
 
 constexpr Size size{6000, 4000};
 constexpr uint64_t grid = 8;

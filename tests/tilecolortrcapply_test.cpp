@@ -14,7 +14,6 @@ namespace {
 
 using namespace ko_test;
 
-using ColorApplyPtr = std::unique_ptr<TileColorTRCApply, Deleter<KoTileColorTRCApplyDelete>>;
 using TileColorTRCApplyTest = LibraryTest;
 
 constexpr int32_t interleaved = KO_BYTE_LAYOUT_INTERLEAVED;

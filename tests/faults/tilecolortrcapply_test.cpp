@@ -1,5 +1,4 @@
 // The application of a grid of three-channel curves when memory runs out: only the making of the record allocates.
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -13,8 +12,6 @@
 namespace {
 
 using namespace ko_test;
-
-using ColorApplyPtr = std::unique_ptr<TileColorTRCApply, Deleter<KoTileColorTRCApplyDelete>>;
 
 constexpr uint64_t width = 40;
 constexpr uint64_t height = 30;

@@ -26,6 +26,7 @@ using ColorTrcPtr = std::unique_ptr<ColorTRC, Deleter<KoColorTRCDelete>>;
 using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
 using TileColorTrcPtr = std::unique_ptr<TileColorTRC, Deleter<KoTileColorTRCDelete>>;
 using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
+using ColorApplyPtr = std::unique_ptr<TileColorTRCApply, Deleter<KoTileColorTRCApplyDelete>>;
 using GaussianPtr = std::unique_ptr<KernelGaussian, Deleter<KoKernelGaussianDelete>>;
 using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
 

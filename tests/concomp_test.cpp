@@ -81,6 +81,16 @@ std::vector<int32_t> labels_of(const RealImage *image, float threshold, std::vec
     return labels;
 }
 
+// The summary of a labelling, a record for each entry of the table; it must have found so many components.
+std::vector<BlobInfo> summary_of(uint32_t width, uint32_t height, const std::vector<int32_t> &labels,
+                                 const std::vector<uint32_t> &table, uint32_t components) {
+    std::vector<BlobInfo> info(table.size(), BlobInfo{});
+    EXPECT_EQ(KoConCompRealImageInfo(width, height, labels.data(), table.data(), info.data()), components);
+    return info;
+}
+
+constexpr std::pair<uint64_t, uint64_t> sizes_without_pixels[] = {{0, 0}, {0, 5}, {5, 0}};
+
 uint32_t random_below(Noise &noise, uint32_t limit) { return (noise.next() >> 4) % limit; }
 
 // Kinds of maps, by their seed.
@@ -269,30 +279,25 @@ TEST_F(ConcompTest, EveryWindowOfASmallMap) {
 // Labels, tables and merges, seen by eye.
 
 TEST_F(ConcompTest, ANotchMergesTheRightLabelIntoTheLeft) {
-    const RealImagePtr image = drawn({"#.#", "###"});
     std::vector<uint32_t> table;
-    const std::vector<int32_t> labels = labels_of(image.get(), 0.5f, &table);
+    const std::vector<int32_t> labels = labels_of(drawn({"#.#", "###"}).get(), 0.5f, &table);
     EXPECT_EQ(labels, (std::vector<int32_t>{1, 0, 2, 1, 1, 1}));
     EXPECT_EQ(table, (std::vector<uint32_t>{0, 1, 1}));
-    std::vector<BlobInfo> info(3, BlobInfo{});
-    EXPECT_EQ(KoConCompRealImageInfo(3, 2, labels.data(), table.data(), info.data()), 1u);
+    const std::vector<BlobInfo> info = summary_of(3, 2, labels, table, 1);
     EXPECT_EQ(numbers(info[1]), (std::vector<uint32_t>{0, 2, 0, 1, 5}));
     EXPECT_EQ(info[2].area, 0u);
 }
 
 // The neighbour to the left comes first, although its label is the younger one.
 TEST_F(ConcompTest, TheLeftNeighboursLabelWinsOverOlderOnes) {
-    const RealImagePtr image = drawn({"..#", "##."});
     std::vector<uint32_t> table;
-    const std::vector<int32_t> labels = labels_of(image.get(), 0.5f, &table);
-    EXPECT_EQ(labels, (std::vector<int32_t>{0, 0, 1, 2, 2, 0}));
+    EXPECT_EQ(labels_of(drawn({"..#", "##."}).get(), 0.5f, &table), (std::vector<int32_t>{0, 0, 1, 2, 2, 0}));
     EXPECT_EQ(table, (std::vector<uint32_t>{0, 2, 2}));
 }
 
 TEST_F(ConcompTest, TheUpperLeftNeighbourWinsOverTheUpperRight) {
-    const RealImagePtr image = drawn({"#.#", ".#."});
     std::vector<uint32_t> table;
-    EXPECT_EQ(labels_of(image.get(), 0.5f, &table), (std::vector<int32_t>{1, 0, 2, 0, 1, 0}));
+    EXPECT_EQ(labels_of(drawn({"#.#", ".#."}).get(), 0.5f, &table), (std::vector<int32_t>{1, 0, 2, 0, 1, 0}));
     EXPECT_EQ(table, (std::vector<uint32_t>{0, 1, 1}));
 }
 
@@ -301,9 +306,7 @@ TEST_F(ConcompTest, CornersConnect) {
         std::vector<uint32_t> table;
         const std::vector<int32_t> labels = labels_of(drawn(map).get(), 0.5f, &table);
         EXPECT_EQ(table, (std::vector<uint32_t>{0, 1}));
-        std::vector<BlobInfo> info(2, BlobInfo{});
-        EXPECT_EQ(KoConCompRealImageInfo(2, 2, labels.data(), table.data(), info.data()), 1u);
-        EXPECT_EQ(numbers(info[1]), (std::vector<uint32_t>{0, 1, 0, 1, 2}));
+        EXPECT_EQ(numbers(summary_of(2, 2, labels, table, 1)[1]), (std::vector<uint32_t>{0, 1, 0, 1, 2}));
     }
 }
 
@@ -343,7 +346,7 @@ TEST_F(ConcompTest, WithoutLitPixelsThereAreNoLabels) {
 }
 
 TEST_F(ConcompTest, AnImageWithoutPixelsHasNoLabels) {
-    for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{0, 0}, {0, 5}, {5, 0}}) {
+    for (const auto &[width, height] : sizes_without_pixels) {
         const RealImagePtr image(KoRealImageNew(width, height));
         int32_t label = 7;
         uint32_t table[2] = {7, 7};
@@ -356,12 +359,11 @@ TEST_F(ConcompTest, AnImageWithoutPixelsHasNoLabels) {
 TEST_F(ConcompTest, TheSummaryGoesByTheTableAndSkipsItsZeros) {
     const std::vector<int32_t> labels = {1, 2, 3, 0, 3, 2, 1, 4, 4};
     const std::vector<uint32_t> table = {0, 3, 0, 3, 4};
-    std::vector<BlobInfo> info(5, BlobInfo{});
-    EXPECT_EQ(KoConCompRealImageInfo(3, 3, labels.data(), table.data(), info.data()), 2u);
-    EXPECT_EQ(numbers(info), (std::vector<std::vector<uint32_t>>{
-                                 {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 2, 0, 2, 4}, {1, 2, 2, 2, 2}}));
-    EXPECT_EQ(KoConCompRealImageInfo(3, 0, labels.data(), table.data(), info.data()), 0u);
-    EXPECT_EQ(KoConCompRealImageInfo(0, 3, labels.data(), table.data(), info.data()), 0u);
+    EXPECT_EQ(numbers(summary_of(3, 3, labels, table, 2)),
+              (std::vector<std::vector<uint32_t>>{
+                  {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 0, 0, 0, 0}, {0, 2, 0, 2, 4}, {1, 2, 2, 2, 2}}));
+    summary_of(3, 0, labels, table, 0);
+    summary_of(0, 3, labels, table, 0);
 }
 
 TEST_F(ConcompTest, NothingIsReported) {
@@ -397,9 +399,7 @@ TEST_F(ConcompTest, ALongChainDownAZigzagIsLabelledInGoodTime) {
             const int32_t expected[] = {label, label, 0, 0, 0, label};
             ASSERT_TRUE(std::equal(expected, expected + 6, &labels[3 * y])) << "row " << y;
         }
-        std::vector<BlobInfo> info(count + 1, BlobInfo{});
-        EXPECT_EQ(KoConCompRealImageInfo(3, static_cast<uint32_t>(height), labels.data(), table.data(), info.data()), 1u);
-        EXPECT_EQ(numbers(info[count]),
+        EXPECT_EQ(numbers(summary_of(3, static_cast<uint32_t>(height), labels, table, 1)[count]),
                   (std::vector<uint32_t>{0, 2, 0, static_cast<uint32_t>(height) - 1, static_cast<uint32_t>(height / 2 * 3)}));
     }
 }
@@ -422,8 +422,7 @@ TEST_F(ConcompTest, ALongChainAlongARowIsLabelledInGoodTime) {
         EXPECT_EQ(table[0], 0u);
         EXPECT_TRUE(std::all_of(table.begin() + 1, table.end() - 1, [&](uint32_t root) { return root == count - 1; }));
         EXPECT_EQ(table[count], count);
-        std::vector<BlobInfo> info(count + 1, BlobInfo{});
-        EXPECT_EQ(KoConCompRealImageInfo(static_cast<uint32_t>(4 * teeth), 5, labels.data(), table.data(), info.data()), 2u);
+        const std::vector<BlobInfo> info = summary_of(static_cast<uint32_t>(4 * teeth), 5, labels, table, 2);
         EXPECT_EQ(info[count].area, 2u);
         EXPECT_EQ(info[count - 1].area, static_cast<uint32_t>(11 * teeth) - 2);
     }
@@ -439,6 +438,13 @@ uint32_t expect_step_1(const RealImage *image, float threshold, float fraction) 
     EXPECT_EQ(KoBlobDetectionTestSizeStep1(actual.get(), threshold, fraction), kept);
     EXPECT_TRUE(same_floats(pixels(expected.get()), pixels(actual.get())));
     EXPECT_TRUE(padding_is_zero(actual.get()));
+    return kept;
+}
+
+// The same, and then the image itself is filtered.
+uint32_t filter_by_step_1(RealImage *image, float threshold, float fraction) {
+    const uint32_t kept = expect_step_1(image, threshold, fraction);
+    EXPECT_EQ(KoBlobDetectionTestSizeStep1(image, threshold, fraction), kept);
     return kept;
 }
 
@@ -536,8 +542,7 @@ TEST_F(ConcompTest, Step1KeepsAQuarterOfTheBox) {
 
 TEST_F(ConcompTest, Step1ClearsEverythingElse) {
     const RealImagePtr image = make_image(100, 100, [](uint64_t x, uint64_t) { return x % 3 == 0 ? not_a_number : -4.0f; });
-    EXPECT_EQ(expect_step_1(image.get(), 0.5f, 0.05f), 0u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep1(image.get(), 0.5f, 0.05f), 0u);
+    EXPECT_EQ(filter_by_step_1(image.get(), 0.5f, 0.05f), 0u);
     EXPECT_TRUE(same_floats(std::vector<float>(10000, 0.0f), pixels(image.get())));
     const RealImagePtr two = make_image(100, 100, [](uint64_t, uint64_t) { return 0.5f; });
     add_box(two.get(), 10, 10, 8, 8, 3.0f);
@@ -560,8 +565,7 @@ TEST_F(ConcompTest, Step1JudgesABlobOfManyLabelsOnce) {
     }
     add_box(image.get(), 20, 28, 9, 1);
     add_box(image.get(), 60, 28, 9, 1);
-    EXPECT_EQ(expect_step_1(image.get(), 0.5f, 0.05f), 1u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep1(image.get(), 0.5f, 0.05f), 1u);
+    EXPECT_EQ(filter_by_step_1(image.get(), 0.5f, 0.05f), 1u);
     EXPECT_EQ(image->rows[20][20], 1.0f);
     EXPECT_EQ(image->rows[14][60], 0.0f);
 }
@@ -587,7 +591,7 @@ TEST_F(ConcompTest, TheFiltersHaveRoomForAlternatingPixels) {
 }
 
 TEST_F(ConcompTest, TheFiltersTakeImagesWithoutPixels) {
-    for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{0, 0}, {0, 5}, {5, 0}}) {
+    for (const auto &[width, height] : sizes_without_pixels) {
         const RealImagePtr first(KoRealImageNew(width, height));
         const RealImagePtr second(KoRealImageNew(width, height));
         EXPECT_EQ(KoBlobDetectionTestSizeStep1(first.get(), 0.5f, 0.1f), 0u);
@@ -606,6 +610,13 @@ uint32_t expect_step_2(const RealImage *first, const RealImage *second) {
     EXPECT_EQ(KoBlobDetectionTestSizeStep2(first, actual.get()), kept);
     EXPECT_TRUE(same_floats(pixels(expected.get()), pixels(actual.get())));
     EXPECT_TRUE(same_floats(before, pixels(first)));
+    return kept;
+}
+
+// The same, and then the second image itself is filtered.
+uint32_t filter_by_step_2(const RealImage *first, RealImage *second) {
+    const uint32_t kept = expect_step_2(first, second);
+    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first, second), kept);
     return kept;
 }
 
@@ -714,8 +725,7 @@ TEST_F(ConcompTest, Step2AddsUpInDoublePrecision) {
 TEST_F(ConcompTest, Step2WithoutACommonPixelKeepsNothing) {
     const RealImagePtr first = box_at(50, 50, 4, 4);
     const RealImagePtr second = box_at(54, 50, 4, 4);
-    EXPECT_EQ(expect_step_2(first.get(), second.get()), 0u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first.get(), second.get()), 0u);
+    EXPECT_EQ(filter_by_step_2(first.get(), second.get()), 0u);
     EXPECT_EQ(pixels(second.get()), std::vector<float>(10000, 0.0f));
 }
 
@@ -734,8 +744,7 @@ TEST_F(ConcompTest, Step2SeesNothingOutsideOfTheWindow) {
     const RealImagePtr first = box_at(50, 50, 3, 3); // window 44 to 58
     const RealImagePtr second = dark(100, 100);
     add_box(second.get(), 52, 51, 40, 4);
-    EXPECT_EQ(expect_step_2(first.get(), second.get()), 1u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first.get(), second.get()), 1u);
+    EXPECT_EQ(filter_by_step_2(first.get(), second.get()), 1u);
     const RealImagePtr expected = dark(100, 100);
     add_box(expected.get(), 52, 51, 7, 4);
     EXPECT_EQ(pixels(expected.get()), pixels(second.get()));
@@ -757,8 +766,7 @@ TEST_F(ConcompTest, Step2CountsEachBlobsPixelsAfresh) {
     add_box(first.get(), 60, 60, 8, 3);
     add_box(second.get(), 60, 60, 2, 3);
     add_box(second.get(), 64, 60, 4, 3);
-    EXPECT_EQ(expect_step_2(first.get(), second.get()), 2u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first.get(), second.get()), 2u);
+    EXPECT_EQ(filter_by_step_2(first.get(), second.get()), 2u);
     EXPECT_EQ(second->rows[60][60], 0.0f);
     EXPECT_EQ(second->rows[60][64], 1.0f);
 }
@@ -767,8 +775,7 @@ TEST_F(ConcompTest, Step2GivesATieToTheFirstOfTwo) {
     const RealImagePtr first = box_at(50, 50, 8, 3);
     const RealImagePtr second = box_at(50, 50, 3, 3);
     add_box(second.get(), 55, 50, 3, 3);
-    EXPECT_EQ(expect_step_2(first.get(), second.get()), 1u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first.get(), second.get()), 1u);
+    EXPECT_EQ(filter_by_step_2(first.get(), second.get()), 1u);
     EXPECT_EQ(second->rows[51][50], 1.0f);
     EXPECT_EQ(second->rows[51][55], 0.0f);
 }
@@ -783,8 +790,7 @@ TEST_F(ConcompTest, Step2GivesATieToTheFirstEntryAndNotToTheLowerRoot) {
             second->rows[50 + y][50 + x] = rows[y][x] == '#' ? 1.0f : 0.0f;
         }
     }
-    EXPECT_EQ(expect_step_2(first.get(), second.get()), 1u);
-    EXPECT_EQ(KoBlobDetectionTestSizeStep2(first.get(), second.get()), 1u);
+    EXPECT_EQ(filter_by_step_2(first.get(), second.get()), 1u);
     EXPECT_EQ(second->rows[52][50], 1.0f);
     EXPECT_EQ(second->rows[50][55], 0.0f);
 }

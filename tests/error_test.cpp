@@ -15,9 +15,11 @@
 
 #include "capture.h"
 #include "ko/lifecycle.h"
+#include "library_test.h"
 
 namespace {
 
+using ko_test::expect_status;
 using ko_test::PrintCapture;
 using ko_test::StderrCapture;
 using Texts = std::vector<std::string>;
@@ -109,8 +111,7 @@ TEST_F(Error, CatalogTexts) {
         EXPECT_EQ(row.code, row.number);
         EXPECT_EQ(row.text, row.expected) << "code " << row.number;
     }
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "");
+    expect_status(0, "");
 }
 
 std::string unknown_code_text(int32_t code) { return "Unknown error code " + std::to_string(code); }
@@ -120,8 +121,7 @@ class UnknownCode : public Error, public testing::WithParamInterface<int32_t> {}
 TEST_P(UnknownCode, StandsTwiceInTheChainAndIsReturned) {
     const std::string text = unknown_code_text(GetParam());
     EXPECT_EQ(KoMsg(GetParam()), GetParam());
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_UNKNOWN_CODE);
-    EXPECT_EQ(chain(), text + "\n-> " + text);
+    expect_status(KO_ERR_UNKNOWN_CODE, text + "\n-> " + text);
 }
 
 // The text of an unknown code is the chain as its own report left it, older entries included.
@@ -136,8 +136,7 @@ TEST_P(UnknownCode, FormattingReportsItAndGivesTheChain) {
     const std::string text = unknown_code_text(GetParam());
     KoMsg(KO_ERR_NULL_POINTER);
     EXPECT_EQ(KoErrorFormatMessage(GetParam()), text + "\n-> Null pointer error");
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_UNKNOWN_CODE);
-    EXPECT_EQ(chain(), text + "\n-> Null pointer error");
+    expect_status(KO_ERR_UNKNOWN_CODE, text + "\n-> Null pointer error");
 }
 
 INSTANTIATE_TEST_SUITE_P(Codes, UnknownCode,
@@ -153,11 +152,9 @@ class MainStatus : public Error, public testing::WithParamInterface<SetStatus> {
 
 TEST_P(MainStatus, SetsStatusAndHeadsTheChain) {
     EXPECT_EQ(GetParam()(KO_ERR_ALLOC, 56), KO_ERR_ALLOC);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_ALLOC);
-    EXPECT_EQ(chain(), "Cannot allocate 56 bytes");
+    expect_status(KO_ERR_ALLOC, "Cannot allocate 56 bytes");
     EXPECT_EQ(GetParam()(KO_ERR_CREATE_OBJECT, "RealImage"), KO_ERR_CREATE_OBJECT);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
-    EXPECT_EQ(chain(), "Cannot create object \"RealImage\"\n-> Cannot allocate 56 bytes");
+    expect_status(KO_ERR_CREATE_OBJECT, "Cannot create object \"RealImage\"\n-> Cannot allocate 56 bytes");
 }
 
 TEST_P(MainStatus, OfZeroLeavesTheChain) {
@@ -165,8 +162,7 @@ TEST_P(MainStatus, OfZeroLeavesTheChain) {
     EXPECT_EQ(chain(), "");
     GetParam()(KO_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(GetParam()(KO_OK), 0);
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "Invalid argument");
+    expect_status(0, "Invalid argument");
     GetParam()(KO_ERR_FATAL);
     EXPECT_EQ(chain(), "Fatal Error. Cannot continue\n-> Invalid argument");
 }
@@ -187,15 +183,13 @@ class CatalogStatus : public Error, public testing::WithParamInterface<SetCatalo
 
 TEST_P(CatalogStatus, TakesTheTextOfItsOwnCatalog) {
     EXPECT_EQ(GetParam()(&catalog_, 1, "x"), 1);
-    EXPECT_EQ(KoErrorGetLastError(), 1);
-    EXPECT_EQ(chain(), "column x");
+    expect_status(1, "column x");
 }
 
 TEST_P(CatalogStatus, OfZeroStaysOutOfTheChain) {
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(GetParam()(&catalog_, 0, 3, 4), 0);
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+    expect_status(0, "Fatal Error. Cannot continue");
 }
 
 // The main catalog has texts for 10 and 3, the given one has not.
@@ -204,8 +198,7 @@ TEST_P(CatalogStatus, UnknownCodesAreThoseOfTheGivenCatalog) {
         KoStatusClear();
         const std::string text = unknown_code_text(code);
         EXPECT_EQ(GetParam()(&catalog_, code), code);
-        EXPECT_EQ(KoErrorGetLastError(), KO_ERR_UNKNOWN_CODE);
-        EXPECT_EQ(chain(), text + "\n-> " + text);
+        expect_status(KO_ERR_UNKNOWN_CODE, text + "\n-> " + text);
     }
 }
 
@@ -214,8 +207,7 @@ TEST_P(CatalogStatus, ZeroWithoutATextIsReportedOnce) {
     const char *const none[] = {nullptr};
     const MessageCatalog catalog = {1, none};
     EXPECT_EQ(GetParam()(&catalog, 0), 0);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_UNKNOWN_CODE);
-    EXPECT_EQ(chain(), "Unknown error code 0");
+    expect_status(KO_ERR_UNKNOWN_CODE, "Unknown error code 0");
 }
 
 INSTANTIATE_TEST_SUITE_P(Names, CatalogStatus, testing::Values(&KoCatMsg, &KoMessageCatalogSetStatus));
@@ -224,8 +216,7 @@ TEST_F(Error, CatalogFormatTakesTheGivenCatalog) {
     const char *const texts[] = {"row %d of %d", nullptr};
     const MessageCatalog catalog = {2, texts};
     EXPECT_STREQ(KoMessageCatalogFormatMessage(&catalog, 0, 3, 4), "row 3 of 4");
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "");
+    expect_status(0, "");
     EXPECT_STREQ(KoMessageCatalogFormatMessage(&catalog, 1), "Unknown error code 1");
     EXPECT_STREQ(KoMessageCatalogFormatMessage(&catalog, 2), "Unknown error code 2\n-> Unknown error code 1");
     EXPECT_EQ(KoErrorGetLastError(), KO_ERR_UNKNOWN_CODE);
@@ -300,8 +291,7 @@ TEST_P(Level, AboveInfoDecoratesTheHeadAndElseRemovesIt) {
     KoMsg(KO_ERR_ALLOC, 56);
     apply_level(GetParam(), KoMsg(KO_ERR_CREATE_OBJECT, "RealImage"));
     const std::string head = GetParam() > KO_LEVEL_INFO ? decoration() + "Cannot create object \"RealImage\"" : "";
-    EXPECT_EQ(chain(), head + "\n-> Cannot allocate 56 bytes");
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
+    expect_status(KO_ERR_CREATE_OBJECT, head + "\n-> Cannot allocate 56 bytes");
 }
 
 TEST_P(Level, OnTheOnlyEntry) {
@@ -314,8 +304,7 @@ TEST_P(Level, LeavesTheChainWhileTheRecordsStatusIsZero) {
     PrintCapture printed("debug");
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(apply_level(GetParam(), 10 + KoMsg(KO_OK)), 10);
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+    expect_status(0, "Fatal Error. Cannot continue");
     EXPECT_EQ(printed.texts(), Texts(GetParam() > 0 ? 1 : 0, decoration() + "No error"));
 }
 
@@ -325,8 +314,7 @@ TEST_P(Level, RewritesTheChainWhateverStatusIsHandedThrough) {
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(apply_level(GetParam(), 0), 0);
     const std::string head = GetParam() > KO_LEVEL_INFO ? decoration() + "Fatal Error. Cannot continue" : "";
-    EXPECT_EQ(chain(), head + "\n-> Cannot allocate 1 bytes");
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
+    expect_status(KO_ERR_FATAL, head + "\n-> Cannot allocate 1 bytes");
 }
 
 TEST_P(Level, AddedToAnyTextLeavesTheRecord) {
@@ -338,8 +326,7 @@ TEST_P(Level, AddedToAnyTextLeavesTheRecord) {
         const std::string expected = decoration() + text;
         EXPECT_EQ(KoErrorAddLevel(GetParam(), text.c_str(), "somewhere.cpp", 7), expected);
         EXPECT_EQ(printed.texts(), Texts(verbosity > cut(GetParam()) ? 0 : 1, expected));
-        EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
-        EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+        expect_status(KO_ERR_FATAL, "Fatal Error. Cannot continue");
     }
 }
 
@@ -432,8 +419,7 @@ TEST_F(Error, WarningThatDoesNotStopTheWork) {
     EXPECT_EQ(chain(), "");
     apply_level(KO_LEVEL_WARNING, KoCatMsg(&catalog, 1, 6));
     KoMsg(0);
-    EXPECT_EQ(chain(), "[WARNING] second 6");
-    EXPECT_EQ(KoErrorGetLastError(), 0);
+    expect_status(0, "[WARNING] second 6");
     EXPECT_EQ(printed.texts(), (Texts{"[WARNING] first 5", "[WARNING] second 6"}));
 }
 
@@ -443,8 +429,7 @@ TEST_F(Error, ClearLeavesNeitherStatusNorMessage) {
     KoMsg(KO_ERR_FATAL);
     KoMsg(KO_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(KoStatusClear(), 0);
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "");
+    expect_status(0, "");
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
 }
@@ -453,8 +438,7 @@ TEST_F(Error, ClearMessageKeepsTheStatus) {
     KoMsg(KO_ERR_FATAL);
     KoMsg(KO_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(KoStatusClearMessage(), 0);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(chain(), "");
+    expect_status(KO_ERR_INVALID_ARGUMENT, "");
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
 }
@@ -535,8 +519,7 @@ TEST_F(Verbosity, NullWordDoesNothing) {
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(KoErrorSetVerboseLevel(nullptr), 0);
     EXPECT_EQ(KoErrorGetVerboseLevel(), 2);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
-    EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+    expect_status(KO_ERR_FATAL, "Fatal Error. Cannot continue");
 }
 
 TEST_F(Verbosity, OtherWordsAreAnInternalErrorAtAnySetting) {
@@ -546,8 +529,7 @@ TEST_F(Verbosity, OtherWordsAreAnInternalErrorAtAnySetting) {
             KoStatusClear();
             EXPECT_EQ(KoErrorSetVerboseLevel(word), KO_ERR_INVALID_ARGUMENT) << word;
             EXPECT_EQ(KoErrorGetVerboseLevel(), verbosity);
-            EXPECT_EQ(KoErrorGetLastError(), KO_ERR_INVALID_ARGUMENT);
-            EXPECT_EQ(chain(), "[INTERNAL ERROR] Invalid argument");
+            expect_status(KO_ERR_INVALID_ARGUMENT, "[INTERNAL ERROR] Invalid argument");
             EXPECT_EQ(printed.texts(), Texts{"[INTERNAL ERROR] Invalid argument"});
         }
     }
@@ -566,8 +548,7 @@ TEST_F(Error, NewThreadStartsWithNothing) {
         EXPECT_EQ(chain(), "Null pointer error");
         KoStatusClear();
     });
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
-    EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+    expect_status(KO_ERR_FATAL, "Fatal Error. Cannot continue");
 }
 
 TEST_F(Error, ThreadsDoNotSeeEachOthersReports) {
@@ -610,16 +591,14 @@ TEST_F(Error, PrintFunctionRunsOnTheReportingThread) {
 TEST_F(Error, StartingTheServiceAgainKeepsTheRecord) {
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(KoErrorClassInit(), 0);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
-    EXPECT_EQ(chain(), "Fatal Error. Cannot continue");
+    expect_status(KO_ERR_FATAL, "Fatal Error. Cannot continue");
 }
 
 TEST_F(Error, EndedServiceStartsAfresh) {
     KoMsg(KO_ERR_FATAL);
     EXPECT_EQ(KoErrorClassRelease(), 0);
     EXPECT_EQ(KoErrorClassInit(), 0);
-    EXPECT_EQ(KoErrorGetLastError(), 0);
-    EXPECT_EQ(chain(), "");
+    expect_status(0, "");
     KoMsg(KO_ERR_NULL_POINTER);
     EXPECT_EQ(chain(), "Null pointer error");
 }

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <functional>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -24,14 +25,14 @@ using ko_test::StderrCapture;
 
 class Memory : public ko_test::LibraryTest {};
 
+using Bytes = std::vector<uint8_t>;
+
 void fill(void *block, uint8_t value, size_t size) { std::fill_n(static_cast<uint8_t *>(block), size, value); }
 
-std::vector<uint8_t> bytes(const void *block, size_t size) {
+Bytes bytes(const void *block, size_t size) {
     const auto *first = static_cast<const uint8_t *>(block);
     return {first, first + size};
 }
-
-using Bytes = std::vector<uint8_t>;
 
 // A block of size bytes that is given back full of junk, so that a later block of that size may be the same one.
 void leave_junk(int32_t size) {
@@ -40,19 +41,25 @@ void leave_junk(int32_t size) {
     KoFree(block);
 }
 
+// Each block must be there and be writable to its end; it is given back.
+void use_up(std::initializer_list<void *> blocks, size_t size) {
+    SCOPED_TRACE(testing::Message() << size << " bytes");
+    for (void *block : blocks) {
+        ASSERT_NE(block, nullptr);
+        fill(block, 0x5a, size);
+        EXPECT_EQ(bytes(block, size), Bytes(size, 0x5a));
+        KoFree(block);
+    }
+}
+
 // Good requests.
 
 TEST_F(Memory, BlocksAreWritableToTheirEnd) {
     for (const int32_t size : {1, 7, 16, 1000, 65536, 5000000}) {
-        const auto length = static_cast<size_t>(size);
-        for (void *block : {KoMalloc(size), KoCalloc(size), KoRealloc(nullptr, size), KoAllocElements(size, 1),
-                            KoAllocElements(1, size), KoAllocClearElements(size, 1), KoReallocElements(nullptr, 1, size),
-                            KoReallocClearElements(nullptr, 0, 1, size)}) {
-            ASSERT_NE(block, nullptr) << size;
-            fill(block, 0x5a, length);
-            EXPECT_EQ(bytes(block, length), Bytes(length, 0x5a));
-            KoFree(block);
-        }
+        use_up({KoMalloc(size), KoCalloc(size), KoRealloc(nullptr, size), KoAllocElements(size, 1), KoAllocElements(1, size),
+                KoAllocClearElements(size, 1), KoReallocElements(nullptr, 1, size),
+                KoReallocClearElements(nullptr, 0, 1, size)},
+               static_cast<size_t>(size));
     }
     expect_status(0, "");
 }
@@ -61,14 +68,12 @@ TEST_F(Memory, ClearedBlocksHoldZeroOnly) {
     for (int32_t size = 6; size <= 60000; size += size / 2) {
         const int32_t count = size / 6;
         const auto length = static_cast<size_t>(count) * 6;
-        leave_junk(count * 6);
-        void *block = KoCalloc(count * 6);
-        EXPECT_EQ(bytes(block, length), Bytes(length, 0)) << size;
-        KoFree(block);
-        leave_junk(count * 6);
-        block = KoAllocClearElements(count, 6);
-        EXPECT_EQ(bytes(block, length), Bytes(length, 0)) << size;
-        KoFree(block);
+        for (const bool as_elements : {false, true}) {
+            leave_junk(count * 6);
+            void *block = as_elements ? KoAllocClearElements(count, 6) : KoCalloc(count * 6);
+            EXPECT_EQ(bytes(block, length), Bytes(length, 0)) << size;
+            KoFree(block);
+        }
     }
 }
 
@@ -106,34 +111,30 @@ TEST_F(Memory, ReallocClearClearsFromTheOldCountOn) {
     }
 }
 
-// The old count says what is cleared, not how large the block was.
-TEST_F(Memory, ReallocClearTrustsTheOldCount) {
+// Eight elements of 4 bytes, 0x77 each, as they are after the call that is told such counts.
+Bytes eight_elements_after(int32_t old_count, int32_t new_count) {
     void *block = KoAllocElements(8, 4);
     fill(block, 0x77, 32);
-    block = KoReallocClearElements(block, 4, 8, 4);
-    EXPECT_EQ(bytes(block, 16), Bytes(16, 0x77));
-    EXPECT_EQ(bytes(static_cast<uint8_t *>(block) + 16, 16), Bytes(16, 0));
+    block = KoReallocClearElements(block, old_count, new_count, 4);
+    Bytes left = bytes(block, static_cast<size_t>(new_count) * 4);
     KoFree(block);
+    return left;
+}
+
+// The old count says what is cleared, not how large the block was.
+TEST_F(Memory, ReallocClearTrustsTheOldCount) {
+    Bytes half_cleared(32, 0);
+    fill(half_cleared.data(), 0x77, 16);
+    EXPECT_EQ(eight_elements_after(4, 8), half_cleared);
 }
 
 TEST_F(Memory, ReallocClearOfFewerOrEquallyManyClearsNothing) {
-    void *block = KoAllocElements(8, 4);
-    fill(block, 0x77, 32);
-    block = KoReallocClearElements(block, 8, 8, 4);
-    EXPECT_EQ(bytes(block, 32), Bytes(32, 0x77));
-    block = KoReallocClearElements(block, 8, 4, 4);
-    EXPECT_EQ(bytes(block, 16), Bytes(16, 0x77));
-    KoFree(block);
+    EXPECT_EQ(eight_elements_after(8, 8), Bytes(32, 0x77));
+    EXPECT_EQ(eight_elements_after(8, 4), Bytes(16, 0x77));
 }
 
 // The counts are compared, not the products: the old one here is that of a single element.
-TEST_F(Memory, ReallocClearComparesCounts) {
-    void *block = KoAllocElements(8, 4);
-    fill(block, 0x77, 32);
-    block = KoReallocClearElements(block, 0x40000001, 8, 4);
-    EXPECT_EQ(bytes(block, 32), Bytes(32, 0x77));
-    KoFree(block);
-}
+TEST_F(Memory, ReallocClearComparesCounts) { EXPECT_EQ(eight_elements_after(0x40000001, 8), Bytes(32, 0x77)); }
 
 TEST_F(Memory, ReallocClearOfNullClearsAll) {
     leave_junk(48);
@@ -144,23 +145,18 @@ TEST_F(Memory, ReallocClearOfNullClearsAll) {
 
 TEST_F(Memory, RequestOfNoBytesIsNoFailure) {
     StderrCapture capture;
-    for (void *block :
-         {KoMalloc(0), KoCalloc(0), KoRealloc(nullptr, 0), KoAllocElements(0, 8), KoAllocElements(8, 0),
-          KoAllocClearElements(0, 0), KoReallocElements(nullptr, 0, 4), KoReallocClearElements(nullptr, 0, 0, 4)}) {
-        EXPECT_NE(block, nullptr);
-        KoFree(block);
-    }
+    use_up({KoMalloc(0), KoCalloc(0), KoRealloc(nullptr, 0), KoAllocElements(0, 8), KoAllocElements(8, 0),
+            KoAllocClearElements(0, 0), KoReallocElements(nullptr, 0, 4), KoReallocClearElements(nullptr, 0, 0, 4)},
+           0);
     EXPECT_EQ(capture.stop(), "");
     expect_status(0, "");
 }
 
 TEST_F(Memory, ShrinkingToNoBytesIsNoFailure) {
     StderrCapture capture;
-    for (void *block : {KoRealloc(KoMalloc(40), 0), KoReallocElements(KoMalloc(40), 0, 4),
-                        KoReallocElements(KoMalloc(40), 4, 0), KoReallocClearElements(KoMalloc(40), 10, 0, 4)}) {
-        EXPECT_NE(block, nullptr);
-        KoFree(block);
-    }
+    use_up({KoRealloc(KoMalloc(40), 0), KoReallocElements(KoMalloc(40), 0, 4), KoReallocElements(KoMalloc(40), 4, 0),
+            KoReallocClearElements(KoMalloc(40), 10, 0, 4)},
+           0);
     EXPECT_EQ(capture.stop(), "");
     expect_status(0, "");
 }
@@ -176,13 +172,11 @@ TEST_F(Memory, ProductsWrapAt32Bits) {
     } rows[] = {{65536, 65536, 0}, {65536, 65537, 65536}, {3, 0x55555556, 2}, {-1, -1, 1}, {-2, -8, 16}, {0x40000001, 4, 4}};
     StderrCapture capture;
     for (const auto &row : rows) {
-        for (void *block : {KoAllocElements(row.count, row.element_size), KoAllocClearElements(row.count, row.element_size),
-                            KoReallocElements(nullptr, row.count, row.element_size),
-                            KoReallocElements(KoMalloc(1), row.count, row.element_size)}) {
-            ASSERT_NE(block, nullptr) << row.count << " * " << row.element_size;
-            fill(block, 0x5a, row.size);
-            KoFree(block);
-        }
+        SCOPED_TRACE(testing::Message() << row.count << " * " << row.element_size);
+        use_up({KoAllocElements(row.count, row.element_size), KoAllocClearElements(row.count, row.element_size),
+                KoReallocElements(nullptr, row.count, row.element_size),
+                KoReallocElements(KoMalloc(1), row.count, row.element_size)},
+               row.size);
     }
     EXPECT_EQ(capture.stop(), "");
     expect_status(0, "");

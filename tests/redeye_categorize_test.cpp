@@ -29,14 +29,12 @@ class RedEyeCategorizeTest : public LibraryTest {};
 
 // Runs the stage with a log and compares all that it leaves with the plain judgement. Gives its status.
 int32_t expect_stage(RedEyeCorrection *rec, RedEyeImageParam *param) {
-    const Planes before = planes_of(param->image);
+    const RedEyePlanes before = planes_of(param->image);
     const ReferenceJudgement expected(*rec, *param, before);
-    const Log log;
-    rec->log_stream = log.stream();
+    const RedEyeLog log(*rec);
     KoStatusClear();
     const PrintCapture printed;
     const int32_t status = KoRedEyeCorrectionCategorizeBlobs(rec, param);
-    rec->log_stream = nullptr;
     expect_judged(expected, *rec, *param, status);
     if (!expected.model.hostile) {
         expect_status(expected.last_status, expected.chain);
@@ -146,10 +144,8 @@ TEST_F(RedEyeCategorizeTest, APictureWithoutBlobsReadsTheModelAllTheSame) {
     const ModelFiles files(make_model(3, 1));
     const RedEyePtr rec = make_correction(files.configuration(), 3);
     const RedEyeParamPtr param = scene.param(false);
-    const Log log;
-    rec->log_stream = log.stream();
+    const RedEyeLog log(*rec);
     expect_success([&] { return KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()); });
-    rec->log_stream = nullptr;
     EXPECT_EQ(log.text(), "-> patch classification results: 0 accepted, 0 rejected, and 0 undecided patches \n");
     ASSERT_NE(rec->orientation_histogram, nullptr);
     EXPECT_EQ(rec->orientation_histogram->patch_count, 0);
@@ -455,8 +451,7 @@ TEST_F(RedEyeCategorizeTest, MissingFilesAreTold) {
 TEST_F(RedEyeCategorizeTest, AFailedReadingLogsAllTheSame) {
     const OneBlob scene;
     const RedEyePtr rec = make_correction("no such file", 3);
-    const Log log;
-    rec->log_stream = log.stream();
+    const RedEyeLog log(*rec);
     EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), scene.param(true).get()), KO_ERR_OPEN_READ);
     EXPECT_EQ(log.text(), "-> patch classification results: 0 accepted, 0 rejected, and 0 undecided patches \n");
 }
@@ -599,7 +594,7 @@ int32_t status_with(const OneBlob &scene, const std::vector<std::pair<size_t, st
     files.write_configuration(join(lines));
     const RedEyePtr rec = make_correction(files.configuration(), 2);
     const RedEyeParamPtr param = scene.param(true);
-    const Planes before = planes_of(scene.picture.get());
+    const RedEyePlanes before = planes_of(scene.picture.get());
     const StderrCapture swallowed;
     const PrintCapture unprinted;
     const int32_t status = KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get());
@@ -977,10 +972,8 @@ TEST_F(RedEyeCategorizeTest, TheLogNamesAcceptedAndUndecidedPatches) {
         const ModelFiles files(model);
         const RedEyePtr rec = make_correction(files.configuration(), 1);
         const RedEyeParamPtr param = make_param(picture.get(), boxes);
-        const Log log;
-        rec->log_stream = log.stream();
+        const RedEyeLog log(*rec);
         EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_OK);
-        rec->log_stream = nullptr;
         return log.text();
     };
     EXPECT_EQ(log_of(-1.0f), "-> patch classification results: 2 accepted, 0 rejected, and 0 undecided patches \n"

@@ -10,7 +10,7 @@
 #include "ko.h"
 #include "library_test.h"
 #include "pictures.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
 #include "reference_redeye.h"
 #include "same_floats.h"
 

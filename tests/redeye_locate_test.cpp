@@ -13,7 +13,7 @@
 #include "ko.h"
 #include "library_test.h"
 #include "pictures.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
 #include "reference_redeye.h"
 #include "same_floats.h"
 
@@ -88,9 +88,9 @@ ReferenceRedEye expect_location(ReferenceRedEye eye) {
     records.param.min_blob_size = eye.min_blob_size;
     records.param.map_max = eye.map_max;
     reference_locate(eye);
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     expect_success([&] { return KoRedEyeCorrectionLocateBlobs(&records.rec, &records.param); });
-    EXPECT_EQ(log.stop(), eye.log);
+    EXPECT_EQ(log.text(), eye.log);
     expect_located(eye, records);
     return eye;
 }
@@ -251,10 +251,10 @@ TEST_F(RedEyeLocateTest, AMegapixelTakesBlobsBelowAHundred) {
     records.param.col_map = image_of(map).release();
     records.param.red_lum_map = image_of(map).release();
     records.param.min_blob_size = 3;
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     expect_success([&] { return KoRedEyeCorrectionLocateBlobs(&records.rec, &records.param); });
     EXPECT_EQ(records.param.max_blob_size, 100u);
-    EXPECT_EQ(log.stop(), log_lines(3, 2, 1));
+    EXPECT_EQ(log.text(), log_lines(3, 2, 1));
     EXPECT_EQ(numbers(records.param.final_blobs[1]), box_of({600, 600, 99, 99}));
 }
 
@@ -439,11 +439,11 @@ TEST_F(RedEyeLocateTest, AnOldStatusEndsTheStageEarly) {
     records.param.red_lum_map = image_of(squares(5)).release();
     records.param.min_blob_size = 3;
     records.param.map_max = 0.75f;
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     KoMsg(KO_ERR_INVALID_ARGUMENT);
     EXPECT_EQ(KoRedEyeCorrectionLocateBlobs(&records.rec, &records.param), KO_ERR_INVALID_ARGUMENT);
     expect_status(KO_ERR_INVALID_ARGUMENT, "Invalid argument");
-    EXPECT_EQ(log.stop(), "");
+    EXPECT_EQ(log.text(), "");
     EXPECT_EQ(records.param.max_blob_size, 10u);
     EXPECT_EQ(records.param.blob_count, 0);
     EXPECT_EQ(records.param.blob_mask, nullptr);
@@ -558,14 +558,14 @@ ReferenceRedEye expect_search(ReferenceRedEye eye, const RedEyePlanes &planes) {
     RedEyeImageParam *param = &records.param;
     give_settings(eye, *rec);
     reference_search(eye, planes);
-    RedEyeLog log(*rec);
+    const RedEyeLog log(*rec);
     expect_success([&] { return KoRedEyeCorrectionDownsample(rec, param); });
     expect_success([&] { return KoRedEyeCorrectionReddishProbability(rec, param, 1); });
     expect_success([&] { return KoRedEyeCorrectionRedLumProbability(rec, param, 1); });
     expect_success([&] { return KoRedEyeCorrectionColProbability(rec, param); });
     expect_success([&] { return KoRedEyeCorrectionCircularity(rec, param); });
     expect_success([&] { return KoRedEyeCorrectionLocateBlobs(rec, param); });
-    EXPECT_EQ(log.stop(), eye.log);
+    EXPECT_EQ(log.text(), eye.log);
     EXPECT_TRUE(same_float(eye.scale, param->scale));
     EXPECT_TRUE(same_floats(eye.reddish.pixels, pixels(param->reddish_map)));
     expect_located(eye, records);

@@ -9,7 +9,7 @@
 #include "ko.h"
 #include "library_test.h"
 #include "pictures.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
 #include "reference_redeye.h"
 #include "same_floats.h"
 
@@ -61,10 +61,10 @@ void expect_downsample(const Budget &budget) {
     records.rec.max_image_size = budget.max_image_size;
     records.rec.min_blob_size = budget.smallest_side;
     records.rec.min_blob_size_floor = budget.smallest_side_floor;
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     expect_success([&] { return KoRedEyeCorrectionDownsample(&records.rec, &records.param); });
     expect_working(expected, records.param);
-    EXPECT_EQ(log.stop(), expected.log);
+    EXPECT_EQ(log.text(), expected.log);
     EXPECT_EQ(records.param.working_image == picture.get(), expected.log.empty());
 }
 
@@ -73,12 +73,12 @@ TEST_F(RedEyeMapsTest, APictureWithinTheBudgetIsTheWorkingImageItself) {
     for (const uint64_t budget : {200u, 201u, 1000000u}) {
         RedEyeRecords records(picture.get());
         records.rec.max_image_size = budget;
-        RedEyeLog log(records.rec);
+        const RedEyeLog log(records.rec);
         expect_success([&] { return KoRedEyeCorrectionDownsample(&records.rec, &records.param); });
         EXPECT_EQ(records.param.working_image, picture.get());
         EXPECT_EQ(records.param.scale, 0.0f);
         EXPECT_EQ(records.param.min_blob_size, 3u);
-        EXPECT_EQ(log.stop(), "");
+        EXPECT_EQ(log.text(), "");
     }
 }
 
@@ -86,7 +86,7 @@ TEST_F(RedEyeMapsTest, OnePixelMoreGivesACopyOfFullSize) {
     const ColorImagePtr picture = picture_of(random_planes(67, 3, 1));
     RedEyeRecords records(picture.get());
     records.rec.max_image_size = 200;
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     expect_success([&] { return KoRedEyeCorrectionDownsample(&records.rec, &records.param); });
     ASSERT_NE(records.param.working_image, picture.get());
     EXPECT_EQ(records.param.scale, 1.0f);
@@ -94,7 +94,7 @@ TEST_F(RedEyeMapsTest, OnePixelMoreGivesACopyOfFullSize) {
     EXPECT_EQ(KoColorImageGetWidth(records.param.working_image), 67u);
     EXPECT_EQ(KoColorImageGetHeight(records.param.working_image), 3u);
     EXPECT_EQ(KoColorImageGetColorSpace(records.param.working_image), KO_COLORSPACE_RGB);
-    EXPECT_EQ(log.stop(), "resizing with scale factor 1.000000 \n");
+    EXPECT_EQ(log.text(), "resizing with scale factor 1.000000 \n");
     expect_downsample({67, 3, 200});
 }
 
@@ -103,13 +103,13 @@ TEST_F(RedEyeMapsTest, FourMillionPixelsAreHalved) {
     KoColorImageClear(picture.get());
     KoRealImageSetPixel(KoColorImageGetImage(picture.get(), 0), 1999, 1, 77.0f);
     RedEyeRecords records(picture.get());
-    RedEyeLog log(records.rec);
+    const RedEyeLog log(records.rec);
     expect_success([&] { return KoRedEyeCorrectionDownsample(&records.rec, &records.param); });
     EXPECT_EQ(records.param.scale, 2.0f);
     EXPECT_EQ(records.param.min_blob_size, 2u);
     EXPECT_EQ(KoColorImageGetWidth(records.param.working_image), 1000u);
     EXPECT_EQ(KoRealImageGetPixel(KoColorImageGetImage(records.param.working_image, 0), 999, 0), 77.0f);
-    EXPECT_EQ(log.stop(), "resizing with scale factor 2.000000 \n");
+    EXPECT_EQ(log.text(), "resizing with scale factor 2.000000 \n");
 }
 
 // The factor has two decimal places, and the smallest side is a ceiling with a floor.

@@ -24,7 +24,7 @@ using namespace ko_test;
 
 class RedEyePipelineTest : public LibraryTest {};
 
-const std::vector<Disc> eyes = {{100, 80, 5}, {180, 82, 9}, {60, 200, 13}, {290, 150, 7}};
+const std::vector<Pupil> eyes = {{100, 80, 5}, {180, 82, 9}, {60, 200, 13}, {290, 150, 7}};
 
 ColorImagePtr portrait(uint32_t seed = 1) { return eye_picture(400, 300, eyes, seed); }
 
@@ -49,12 +49,10 @@ struct Road {
     explicit Road(RedEyeCorrection *rec, ColorImage *picture, const std::string &resizing = "")
         : param(KoRedEyeImageParamNew(nullptr)) {
         const RedEyeCorrection before = *rec;
-        Planes planes = planes_of(picture);
-        const Log log;
-        rec->log_stream = log.stream();
+        RedEyePlanes planes = planes_of(picture);
+        const RedEyeLog log(*rec);
         KoStatusClear();
         status = KoRedEyeCorrectionProcessImage(rec, param.get(), picture);
-        rec->log_stream = nullptr;
         const int32_t last_status = KoErrorGetLastError();
         const std::string chain = KoErrorGetLastErrorMessage();
         const ReferenceJudgement expected(before, *param, planes);
@@ -104,7 +102,7 @@ TEST_F(RedEyePipelineTest, AnAcceptedEyeIsNoLongerRed) {
     const ColorImagePtr picture = portrait();
     const Road run(rec.get(), picture.get());
     EXPECT_EQ(run.param->accepted_count, 4u);
-    for (const Disc &eye : eyes) {
+    for (const Pupil &eye : eyes) {
         const auto x = static_cast<uint64_t>(eye.x);
         const auto y = static_cast<uint64_t>(eye.y);
         EXPECT_LT(picture->planes[0].rows[y][x], 100.0f);
@@ -112,9 +110,9 @@ TEST_F(RedEyePipelineTest, AnAcceptedEyeIsNoLongerRed) {
 }
 
 TEST_F(RedEyePipelineTest, LargeEyesAndEyesNearTheEdges) {
-    const std::vector<Disc> discs = {{320, 240, 15}, {120, 100, 12}, {9, 200, 6},    {630, 300, 6}, {300, 9, 6},
-                                     {400, 471, 6},  {3, 3, 8},      {500, 120, 10}, {512, 128, 9}, {20, 400, 5}};
-    const ColorImagePtr picture = eye_picture(640, 480, discs, 3);
+    const std::vector<Pupil> pupils = {{320, 240, 15}, {120, 100, 12}, {9, 200, 6},    {630, 300, 6}, {300, 9, 6},
+                                       {400, 471, 6},  {3, 3, 8},      {500, 120, 10}, {512, 128, 9}, {20, 400, 5}};
+    const ColorImagePtr picture = eye_picture(640, 480, pupils, 3);
     const ModelFiles files(make_model(3, 4));
     const RedEyePtr rec = make_correction(files.configuration(), 3);
     const Road run(rec.get(), picture.get());
@@ -124,11 +122,11 @@ TEST_F(RedEyePipelineTest, LargeEyesAndEyesNearTheEdges) {
 }
 
 TEST_F(RedEyePipelineTest, AReducedPictureIsRepairedAtFullSize) {
-    const std::vector<Disc> discs = {{320, 240, 15}, {120, 300, 12}, {700, 500, 10}, {500, 121, 13}, {12, 600, 11}};
+    const std::vector<Pupil> pupils = {{320, 240, 15}, {120, 300, 12}, {700, 500, 10}, {500, 121, 13}, {12, 600, 11}};
     ModelConfiguration configuration;
     configuration.fe_reject = configuration.be_reject = 0.0; // all are repaired
     for (uint32_t seed = 1; seed <= 2; ++seed) {
-        const ColorImagePtr picture = eye_picture(1000, 740, discs, seed);
+        const ColorImagePtr picture = eye_picture(1000, 740, pupils, seed);
         const ModelFiles files(make_model(3, seed, configuration));
         const RedEyePtr rec = make_correction(files.configuration(), 3);
         rec->max_image_size = 118400;
@@ -169,12 +167,10 @@ TEST_F(RedEyePipelineTest, APictureWithoutRedIsLeftAlone) {
     const ColorImagePtr black =
         make_color_image(200, 150, KO_COLORSPACE_RGB, [](uint32_t, uint64_t, uint64_t) { return 0.0f; });
     for (ColorImage *image : {picture.get(), black.get()}) {
-        const Log log;
-        rec->log_stream = log.stream();
+        const RedEyeLog log(*rec);
         const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
-        const Planes before = planes_of(image);
+        const RedEyePlanes before = planes_of(image);
         expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), image); });
-        rec->log_stream = nullptr;
         EXPECT_TRUE(same_planes(before, planes_of(image)));
         EXPECT_EQ(log.text(), "-> 0 blobs detected \n-> reduced to 0 blobs after first test \n"
                               "-> reduced to 0 final blobs after 2nd test \n"
@@ -238,13 +234,13 @@ TEST_F(RedEyePipelineTest, TheRepairCanBeRepeatedAndFramed) {
     run.param->patches[1].label = KO_PATCH_ACCEPTED;
     run.param->patches[2].label = KO_PATCH_UNDECIDED;
     for (const int32_t full_strength : {0, 0, 1}) {
-        Planes expected = planes_of(picture.get());
+        RedEyePlanes expected = planes_of(picture.get());
         reference_repair(expected, *run.param, run.patches, full_strength != 0);
         expect_success([&] { return KoRedEyeCorrectionApply(rec.get(), run.param.get(), full_strength, picture.get()); });
         EXPECT_TRUE(same_planes(expected, planes_of(picture.get())));
     }
     const std::vector<int32_t> colours = {0x0000ff, 0x00ff00, 0xff0000};
-    Planes expected = planes_of(picture.get());
+    RedEyePlanes expected = planes_of(picture.get());
     reference_frames(expected, *run.param, run.patches, 2, colours);
     EXPECT_EQ(KoRedEyeCorrectionAddPatchBoundingBoxes(rec.get(), run.param.get(), picture.get(), 2, colours.data(), 3), KO_OK);
     EXPECT_TRUE(same_planes(expected, planes_of(picture.get())));
@@ -281,11 +277,11 @@ TEST_F(RedEyePipelineTest, AnImageRecordCanBeUsedAgainOnceFreed) {
 // ---- too many blobs ----
 
 ColorImagePtr grid_of_eyes(int32_t count) {
-    std::vector<Disc> discs;
+    std::vector<Pupil> pupils;
     for (int32_t i = 0; i < count; ++i) {
-        discs.push_back({40 + i % 10 * 60, 40 + i / 10 * 60, 5});
+        pupils.push_back({40.0 + i % 10 * 60, 40.0 + i / 10 * 60, 5.0});
     }
-    return eye_picture(640, 480, discs, 9);
+    return eye_picture(640, 480, pupils, 9);
 }
 
 TEST_F(RedEyePipelineTest, FiftyBlobsAreJudgedAndFiftyOneAreNot) {
@@ -300,12 +296,10 @@ TEST_F(RedEyePipelineTest, FiftyBlobsAreJudgedAndFiftyOneAreNot) {
     EXPECT_EQ(rec->too_many_blobs, 0u);
 
     const ColorImagePtr more = grid_of_eyes(51);
-    const Planes before = planes_of(more.get());
+    const RedEyePlanes before = planes_of(more.get());
     const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
-    const Log log;
-    rec->log_stream = log.stream();
+    const RedEyeLog log(*rec);
     expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), more.get()); });
-    rec->log_stream = nullptr;
     EXPECT_EQ(param->blob_count, 51);
     EXPECT_EQ(rec->too_many_blobs, 1u);
     EXPECT_EQ(param->patches, nullptr);
@@ -324,12 +318,10 @@ TEST_F(RedEyePipelineTest, ARecordThatMetTooManyBlobsLeavesAllLaterPicturesAlone
     const ColorImagePtr many = portrait();
     const ColorImagePtr one = eye_picture(300, 200, {{100, 80, 6}}, 2);
     for (ColorImage *picture : {many.get(), one.get(), many.get(), one.get()}) {
-        const Planes before = planes_of(picture);
+        const RedEyePlanes before = planes_of(picture);
         const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
-        const Log log;
-        rec->log_stream = log.stream();
+        const RedEyeLog log(*rec);
         expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture); });
-        rec->log_stream = nullptr;
         EXPECT_EQ(rec->too_many_blobs, 1u);
         EXPECT_EQ(param->blob_count, picture == many.get() ? 4 : 1);
         EXPECT_TRUE(same_planes(before, planes_of(picture)));
@@ -352,7 +344,7 @@ TEST_F(RedEyePipelineTest, OnlyTheThirdLimitCounts) {
 // ---- failures ----
 
 void expect_failure(RedEyeCorrection *rec, ColorImage *picture, int32_t code, const std::string &text) {
-    const Planes before = planes_of(picture);
+    const RedEyePlanes before = planes_of(picture);
     const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
     expect_error(code, text, [&] { return KoRedEyeCorrectionProcessImage(rec, param.get(), picture); });
     EXPECT_TRUE(same_planes(before, planes_of(picture)));
@@ -405,7 +397,7 @@ TEST_F(RedEyePipelineTest, AnOldStatusEndsTheRoad) {
     const ModelFiles files(make_model(3, 3));
     const RedEyePtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
     KoMessageSetStatus(KO_ERR_FATAL);
     EXPECT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture.get()), KO_ERR_FATAL);

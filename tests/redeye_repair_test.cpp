@@ -35,13 +35,13 @@ struct Judged {
         }
     }
     void expect_repair(ColorImage *image, int32_t full_strength) const {
-        Planes expected = planes_of(image);
+        RedEyePlanes expected = planes_of(image);
         reference_repair(expected, *param, slots, full_strength != 0);
         expect_success([&] { return KoRedEyeCorrectionApply(rec.get(), param.get(), full_strength, image); });
         EXPECT_TRUE(same_planes(expected, planes_of(image)));
     }
     void expect_frames(ColorImage *image, uint64_t thickness, const std::vector<int32_t> &colours) const {
-        Planes expected = planes_of(image);
+        RedEyePlanes expected = planes_of(image);
         reference_frames(expected, *param, slots, thickness, colours);
         expect_success([&] {
             return KoRedEyeCorrectionAddPatchBoundingBoxes(rec.get(), param.get(), image, thickness, colours.data(),
@@ -75,7 +75,7 @@ TEST_F(RedEyeRepairTest, EachLabelHasItsStrength) {
 
 TEST_F(RedEyeRepairTest, RejectedPatchesKeepTheirValues) {
     const ColorImagePtr picture = ground(110, 90);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const Judged judged(make_param(picture.get(), four_boxes));
     judged.set_labels(std::vector<int32_t>(4, KO_PATCH_REJECTED));
     judged.expect_repair(picture.get(), 0);
@@ -180,7 +180,7 @@ TEST_F(RedEyeRepairTest, AnotherPictureOfTheSameProportionsCanBeRepaired) {
     const ColorImagePtr picture = ground(110, 90);
     const Judged judged(make_param(picture.get(), four_boxes));
     judged.set_labels(all_labels);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     for (const uint32_t factor : {1u, 2u, 3u}) {
         const ColorImagePtr other = ground(110 * factor, 90 * factor);
         judged.expect_repair(other.get(), 0);
@@ -212,15 +212,15 @@ TEST_F(RedEyeRepairTest, ABlobWithoutPatchIsNotRepaired) {
     const ColorImagePtr picture = ground(110, 90);
     const Judged judged(make_param(picture.get(), {{1, 7, 20, 25}, {50, 57, 22, 30}, {103, 109, 60, 66}}));
     ASSERT_EQ(judged.slots, 1);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     judged.expect_repair(picture.get(), 1);
-    EXPECT_EQ(picture->planes[0].rows[22][4], before.at(0, 4, 22));
-    EXPECT_NE(picture->planes[0].rows[26][53], before.at(0, 53, 26));
+    EXPECT_EQ(picture->planes[0].rows[22][4], before[0].at(4, 22));
+    EXPECT_NE(picture->planes[0].rows[26][53], before[0].at(53, 26));
 }
 
 TEST_F(RedEyeRepairTest, WithoutPatchesThePictureStays) {
     const ColorImagePtr picture = ground(110, 90);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const Judged none(make_param(picture.get(), {}));
     none.expect_repair(picture.get(), 1);
     none.expect_frames(picture.get(), 3, {1, 2, 3});
@@ -238,7 +238,7 @@ TEST_F(RedEyeRepairTest, WithoutPatchesThePictureStays) {
 
 TEST_F(RedEyeRepairTest, BeforeAModelWasReadNothingIsDone) {
     const ColorImagePtr picture = ground(110, 90);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const RedEyePtr rec = make_correction("", 1);
     const RedEyeParamPtr param = make_param(picture.get(), four_boxes);
     constexpr int32_t colours[] = {1, 2, 3};
@@ -256,7 +256,7 @@ TEST_F(RedEyeRepairTest, TheCountOfTheLastPictureRules) {
     const RedEyeParamPtr one = make_param(picture.get(), {{50, 57, 22, 30}});
     ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(many.rec.get(), one.get()), KO_OK);
     const ColorImagePtr copy = copy_of(picture.get());
-    Planes expected = planes_of(picture.get());
+    RedEyePlanes expected = planes_of(picture.get());
     reference_repair(expected, *many.param, 1, true);
     EXPECT_EQ(KoRedEyeCorrectionApply(many.rec.get(), many.param.get(), 1, copy.get()), KO_OK);
     EXPECT_TRUE(same_planes(expected, planes_of(copy.get())));
@@ -278,7 +278,7 @@ TEST_F(RedEyeRepairTest, TheCountOfTheLastPictureRules) {
 // After a failed judgement the count is 1, and there may be no patch at all.
 TEST_F(RedEyeRepairTest, AFailedJudgementLeavesNothingToRepair) {
     const ColorImagePtr picture = ground(110, 90);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const ModelFiles files(make_model(1, 1, tiny_configuration()));
     write_bytes(files.be(), "x");
     const RedEyePtr rec = make_correction(files.configuration(), 1);
@@ -308,12 +308,12 @@ TEST_F(RedEyeRepairTest, OneFrameToTheLetter) {
     const ColorImagePtr picture = ground(110, 90);
     const Judged judged(make_param(picture.get(), {{40, 44, 50, 53}})); // a window of 36..48, 45..57
     judged.set_labels({KO_PATCH_ACCEPTED});
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     judged.expect_frames(picture.get(), 2, {0, 0x0a141e});
     const auto framed = [&](uint64_t x, uint64_t y) {
         const bool set = picture->planes[0].rows[y][x] == 10.0f && picture->planes[1].rows[y][x] == 20.0f &&
                          picture->planes[2].rows[y][x] == 30.0f;
-        EXPECT_TRUE(set || picture->planes[0].rows[y][x] == before.at(0, x, y));
+        EXPECT_TRUE(set || picture->planes[0].rows[y][x] == before[0].at(x, y));
         return set;
     };
     EXPECT_TRUE(framed(36, 45));
@@ -342,7 +342,7 @@ TEST_F(RedEyeRepairTest, APatchWhoseLabelHasNoColourGetsNoFrame) {
         judged.expect_frames(copy_of(picture.get()).get(), 2, std::vector<int32_t>(count, 0x808080));
     }
     judged.set_labels({-1, INT32_MIN, 3, INT32_MAX});
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     judged.expect_frames(picture.get(), 2, {1, 2, 3});
     EXPECT_TRUE(same_planes(before, planes_of(picture.get())));
 }
@@ -382,7 +382,7 @@ TEST_F(RedEyeRepairTest, FramesOnAnotherPicture) {
 // A model that was refused leaves a count of 1 over slots that no patch has filled.
 TEST_F(RedEyeRepairTest, ARefusedModelLeavesNothingToRepair) {
     const ColorImagePtr picture = ground(110, 90);
-    const Planes before = planes_of(picture.get());
+    const RedEyePlanes before = planes_of(picture.get());
     const ModelFiles files(make_model(2, 1, tiny_configuration()));
     const RedEyePtr rec = make_correction(files.configuration(), 1);
     const RedEyeParamPtr param = make_param(picture.get(), four_boxes);

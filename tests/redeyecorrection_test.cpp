@@ -12,7 +12,7 @@
 #include "ko.h"
 #include "library_test.h"
 #include "pictures.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
 
 namespace {
 

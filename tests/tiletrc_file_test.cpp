@@ -6,6 +6,7 @@
 #include <iterator>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,6 +28,8 @@ using namespace ko_test;
 using Entries = std::vector<uint32_t>;
 
 class TileTrcFileTest : public LibraryTest {};
+
+constexpr std::pair<uint64_t, uint64_t> counts_without_curves[] = {{0, 4}, {3, 0}, {0, 0}};
 
 constexpr int32_t all_forms[] = {KO_TILETRC_TEXT, KO_TILETRC_BINARY, KO_TILETRC_ENCODED};
 
@@ -165,7 +168,7 @@ TEST_F(TileTrcFileTest, SaveRefusesAGridWithoutCurves) {
 
 // Without strips there are no curves to miss.
 TEST_F(TileTrcFileTest, AGridWithoutStripsIsAHeader) {
-    for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {3, 0}, {0, 0}}) {
+    for (const auto &[x, y] : counts_without_curves) {
         const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
         const std::string bits = "\nbits 8 " + std::to_string(x) + " " + std::to_string(y) + "\n";
         EXPECT_EQ(saved(tiles.get(), KO_TILETRC_TEXT), "GrayLinear" + bits);
@@ -209,11 +212,15 @@ TEST_F(TileTrcFileTest, AFullDeviceIsReportedOnceACurve) {
 
 // ---- round trips ----
 
+void load(TileTRC *tiles, const std::string &bytes) {
+    const TemporaryFile file("grid.trc", bytes);
+    expect_success([&] { return KoTileTRCLoad(tiles, file.c_str()); });
+}
+
 // Loads bytes into a grid of other counts.
 TileTrcPtr loaded(const std::string &bytes) {
-    const TemporaryFile file("grid.trc", bytes);
     TileTrcPtr tiles = filled_grid(2, 1, 1, 777);
-    expect_success([&] { return KoTileTRCLoad(tiles.get(), file.c_str()); });
+    load(tiles.get(), bytes);
     return tiles;
 }
 
@@ -268,7 +275,7 @@ TEST_F(TileTrcFileTest, AShortCurveComesBackWrongFromEncoded) {
 }
 
 TEST_F(TileTrcFileTest, AGridWithoutStripsComesBack) {
-    for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {3, 0}, {0, 0}}) {
+    for (const auto &[x, y] : counts_without_curves) {
         const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
         for (const int32_t form : all_forms) {
             const TileTrcPtr back = loaded(saved(tiles.get(), form));
@@ -295,29 +302,26 @@ TEST_P(TileTrcForms, AreReadInGridOrder) {
 
 // The same counts overwrite the entries where they are.
 TEST_P(TileTrcForms, KeepAnArrayThatFits) {
-    const TemporaryFile file("grid.trc", GetParam().bytes);
     const TileTrcPtr tiles = filled_grid(2, 2, 1, 777);
     const uint32_t *array = tiles->array;
-    expect_success([&] { return KoTileTRCLoad(tiles.get(), file.c_str()); });
+    load(tiles.get(), GetParam().bytes);
     EXPECT_EQ(tiles->array, array);
     EXPECT_EQ(entries_of(tiles.get()), GetParam().entries);
 }
 
 TEST_P(TileTrcForms, ReplaceAGridOfOtherCounts) {
-    const TemporaryFile file("grid.trc", GetParam().bytes);
     for (const auto &[size, x, y] : std::vector<std::tuple<uint64_t, uint64_t, uint64_t>>{
              {4, 1, 1}, {1, 2, 2}, {2, 1, 2}, {2, 2, 2}, {256, 8, 8}, {2, 0, 1}}) {
         const TileTrcPtr tiles(KoTileTRCNew(size, x, y));
-        expect_success([&] { return KoTileTRCLoad(tiles.get(), file.c_str()); });
+        load(tiles.get(), GetParam().bytes);
         expect_grid(tiles.get(), 2, 2, 1, GetParam().entries);
     }
 }
 
 TEST_P(TileTrcForms, FillAGridWithoutCurves) {
-    const TemporaryFile file("grid.trc", GetParam().bytes);
     const TileTrcPtr tiles(KoTileTRCNew(2, 2, 1));
     KoTileTRCFree(tiles.get());
-    expect_success([&] { return KoTileTRCLoad(tiles.get(), file.c_str()); });
+    load(tiles.get(), GetParam().bytes);
     ASSERT_NE(tiles->array, nullptr);
     EXPECT_EQ(entries_of(tiles.get()), GetParam().entries);
 }
@@ -396,13 +400,39 @@ TEST_F(TileTrcFileTest, LoadOfNoiseIsAPlainReading) {
     }
 }
 
+// Loading the file fails in a line, and tells so on the standard error stream.
+void expect_bad_line(TileTRC *tiles, const TemporaryFile &file, int line, const std::string &told) {
+    const std::string place = "\"" + file.path() + "\", line " + std::to_string(line);
+    StderrCapture captured;
+    expect_error(KO_ERR_READ_LINE, "Read error in file " + place, [&] { return KoTileTRCLoad(tiles, file.c_str()); });
+    EXPECT_EQ(captured.stop(), "[ERROR] " + place + ": " + told + "\n");
+}
+
+// Loading the file fails behind its lines, of which nothing is told on the standard error stream.
+void expect_bad_curves(TileTRC *tiles, const TemporaryFile &file) {
+    StderrCapture captured;
+    expect_error(KO_ERR_READ_FILE, "Cannot read file \"" + file.path() + "\"",
+                 [&] { return KoTileTRCLoad(tiles, file.c_str()); });
+    EXPECT_EQ(captured.stop(), "");
+}
+
+std::string bad_word(const std::string &line) {
+    return "\"" + line + "\n\": Invalid value, must be GrayLinear or GrayLinearEncoded";
+}
+
+std::string bad_counts(const std::string &line) {
+    return "\"" + line + "\n\": Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>";
+}
+
 struct BadFile {
     const char *name;
     std::string bytes;
     int line;         // 0 for a failure without one
-    const char *told; // behind the place, on the standard error stream
+    std::string told; // behind the place, on the standard error stream
     Entries kept;     // of a grid of two curves of two entries, 77 each
 };
+
+const Entries untouched(4, 77);
 
 class TileTrcBadFiles : public TileTrcFileTest, public testing::WithParamInterface<BadFile> {};
 
@@ -410,15 +440,10 @@ TEST_P(TileTrcBadFiles, AreToldAndKeepWhatWasRead) {
     const BadFile &bad = GetParam();
     const TemporaryFile file("grid.trc", bad.bytes);
     const TileTrcPtr tiles = filled_grid(2, 2, 1, 77);
-    const std::string place = "\"" + file.path() + "\", line " + std::to_string(bad.line);
-    const auto load = [&] { return KoTileTRCLoad(tiles.get(), file.c_str()); };
-    StderrCapture captured;
     if (bad.line == 0) {
-        expect_error(KO_ERR_READ_FILE, "Cannot read file \"" + file.path() + "\"", load);
-        EXPECT_EQ(captured.stop(), "");
+        expect_bad_curves(tiles.get(), file);
     } else {
-        expect_error(KO_ERR_READ_LINE, "Read error in file " + place, load);
-        EXPECT_EQ(captured.stop(), "[ERROR] " + place + ": " + bad.told + "\n");
+        expect_bad_line(tiles.get(), file, bad.line, bad.told);
     }
     EXPECT_EQ(entries_of(tiles.get()), bad.kept);
 }
@@ -426,40 +451,20 @@ TEST_P(TileTrcBadFiles, AreToldAndKeepWhatWasRead) {
 INSTANTIATE_TEST_SUITE_P(
     ByHand, TileTrcBadFiles,
     testing::Values(
-        BadFile{"Empty", "", 1, "can't read file", {77, 77, 77, 77}},
-        BadFile{"Word",
-                "GrayLinea\nbits 1 2 1\n",
-                1,
-                "\"GrayLinea\n\": Invalid value, must be GrayLinear or GrayLinearEncoded",
-                {77, 77, 77, 77}},
-        BadFile{"OtherWord",
-                "RGBLinear\nbits 1 2 1\n",
-                1,
-                "\"RGBLinear\n\": Invalid value, must be GrayLinear or GrayLinearEncoded",
-                {77, 77, 77, 77}},
-        BadFile{"NoBits", "GrayLinear\n", 2, "can't read file", {77, 77, 77, 77}},
-        BadFile{"NoStrips",
-                "GrayLinear\nbits 1\n",
-                2,
-                "\"bits 1\n\": Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>",
-                {77, 77, 77, 77}},
-        BadFile{"OneStripCount",
-                "GrayLinearBinary\nbits 1 2\n",
-                2,
-                "\"bits 1 2\n\": Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>",
-                {77, 77, 77, 77}},
-        BadFile{"BadStrips",
-                "GrayLinearEncoded\nbits 1 2 x\n",
-                2,
-                "\"bits 1 2 x\n\": Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>",
-                {77, 77, 77, 77}},
-        BadFile{"TextMissing", "GrayLinear\nbits 1 2 1\n", 3, "can't read file", {77, 77, 77, 77}},
+        BadFile{"Empty", "", 1, "can't read file", untouched},
+        BadFile{"Word", "GrayLinea\nbits 1 2 1\n", 1, bad_word("GrayLinea"), untouched},
+        BadFile{"OtherWord", "RGBLinear\nbits 1 2 1\n", 1, bad_word("RGBLinear"), untouched},
+        BadFile{"NoBits", "GrayLinear\n", 2, "can't read file", untouched},
+        BadFile{"NoStrips", "GrayLinear\nbits 1\n", 2, bad_counts("bits 1"), untouched},
+        BadFile{"OneStripCount", "GrayLinearBinary\nbits 1 2\n", 2, bad_counts("bits 1 2"), untouched},
+        BadFile{"BadStrips", "GrayLinearEncoded\nbits 1 2 x\n", 2, bad_counts("bits 1 2 x"), untouched},
+        BadFile{"TextMissing", "GrayLinear\nbits 1 2 1\n", 3, "can't read file", untouched},
         BadFile{"TextShort", "GrayLinear\nbits 1 2 1\n5\n6\n7\n", 6, "can't read file", {5, 6, 7, 77}},
         BadFile{"TextBad", "GrayLinear\nbits 1 2 1\n5\n6\nseven\n8\n", 5, "\"seven\n\": Invalid value, <GRAY>", {5, 6, 77, 77}},
         BadFile{"TextBlank", "GrayLinear\nbits 1 2 1\n5\n\n7\n8\n", 4, "\"\n\": Invalid value, <GRAY>", {5, 77, 77, 77}},
-        BadFile{"BinaryMissing", "GrayLinearBinary\nbits 1 2 1\n", 0, "", {77, 77, 77, 77}},
+        BadFile{"BinaryMissing", "GrayLinearBinary\nbits 1 2 1\n", 0, "", untouched},
         BadFile{"BinaryShort", "GrayLinearBinary\nbits 1 2 1\n\x05\x06\x07", 0, "", {5, 11, 7, 77}},
-        BadFile{"EncodedMissing", "GrayLinearEncoded\nbits 1 2 1\n", 0, "", {77, 77, 77, 77}},
+        BadFile{"EncodedMissing", "GrayLinearEncoded\nbits 1 2 1\n", 0, "", untouched},
         BadFile{"EncodedShort", "GrayLinearEncoded\nbits 1 2 1\n\x58\x68\x78", 0, "", {5, 11, 7, 77}},
         BadFile{"EncodedCutToken", "GrayLinearEncoded\nbits 1 2 1\n\x58\x10", 0, "", {5, 77, 77, 77}},
         BadFile{"NewCounts", "GrayLinear\nbits 2 1 1\n5\n6\n", 5, "can't read file", {5, 6, 0, 0}}),
@@ -472,10 +477,7 @@ TEST_F(TileTrcFileTest, ATextOf4By3CurvesNeeds3072Lines) {
     }
     const TemporaryFile file("grid.trc", text);
     const TileTrcPtr tiles = filled_grid(256, 4, 3, 77);
-    const std::string place = "\"" + file.path() + "\", line 3074";
-    StderrCapture captured;
-    expect_error(KO_ERR_READ_LINE, "Read error in file " + place, [&] { return KoTileTRCLoad(tiles.get(), file.c_str()); });
-    EXPECT_EQ(captured.stop(), "[ERROR] " + place + ": can't read file\n");
+    expect_bad_line(tiles.get(), file, 3074, "can't read file");
     EXPECT_EQ(tiles->array[3070], 70u);
     EXPECT_EQ(tiles->array[3071], 77u);
     write_bytes(file.path(), text + "5\n");

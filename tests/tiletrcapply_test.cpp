@@ -10,6 +10,7 @@
 
 #include "capture.h"
 #include "ko.h"
+#include "library_test.h"
 #include "pictures.h"
 #include "same_floats.h"
 
@@ -20,12 +21,7 @@ using namespace ko_test;
 constexpr int32_t rgb = KO_COLORSPACE_RGB;
 constexpr int32_t gray = KO_COLORSPACE_GRAY;
 
-class TileTRCApplyTest : public testing::Test {
-  protected:
-    static void SetUpTestSuite() { KoInit(nullptr, nullptr); }
-    static void TearDownTestSuite() { KoRelease(); }
-    void SetUp() override { KoStatusClear(); }
-};
+using TileTRCApplyTest = LibraryTest;
 
 // A byte picture in any layout. Three blocks are kept apart, so that a step beyond one is a fault.
 struct Picture {
@@ -117,6 +113,11 @@ ColorTrcPtr make_curves(uint64_t size, const std::function<uint32_t(uint64_t c, 
 ColorTrcPtr noise_curves(uint64_t size, uint32_t seed) {
     Noise noise(seed);
     return make_curves(size, [&](uint64_t, uint64_t) { return (noise.next() >> 7) % static_cast<uint32_t>(size); });
+}
+
+// Twice as many entries as levels: each level becomes half a level more.
+ColorTrcPtr half_curves() {
+    return make_curves(512, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 1); });
 }
 
 // Position in one direction: the strips on both sides and, inside an interpolating run, the index in it.
@@ -349,6 +350,12 @@ void expect_reference(const Tones &tones, Picture input) {
     expect_same(expected, input, "in place");
 }
 
+void expect_reference_in_every_layout(const Tones &tones, uint64_t width, uint64_t height, int32_t space, uint32_t seed) {
+    for (int32_t layout = 0; layout < 4; ++layout) {
+        expect_reference(tones, noise_picture(width, height, layout, space, seed));
+    }
+}
+
 bool fits(uint64_t pixels, uint64_t strips) { return strips < 2 || pixels / strips >= 2; }
 
 TEST_F(TileTRCApplyTest, ManySizesAndGrids) {
@@ -380,11 +387,9 @@ TEST_F(TileTRCApplyTest, AllLayoutsCurveSizesAndRatios) {
         for (const uint64_t color_size : {0u, 256u, 300u, 512u, 1024u, 65536u}) {
             const ColorTrcPtr curves = color_size > 0 ? noise_curves(color_size, static_cast<uint32_t>(color_size)) : nullptr;
             for (const float ratio : {0.0f, 0.5f, 1.0f}) {
-                for (int32_t layout = 0; layout < 4; ++layout) {
-                    const Tones tones{grid.get(), curves.get(), ratio};
-                    expect_reference(tones, noise_picture(23, 13, layout, rgb, 5));
-                    expect_reference(tones, noise_picture(23, 13, layout, gray, 5));
-                }
+                const Tones tones{grid.get(), curves.get(), ratio};
+                expect_reference_in_every_layout(tones, 23, 13, rgb, 5);
+                expect_reference_in_every_layout(tones, 23, 13, gray, 5);
                 if (HasFailure()) {
                     return;
                 }
@@ -638,8 +643,7 @@ TEST_F(TileTRCApplyTest, NoGridCopies) {
 }
 
 TEST_F(TileTRCApplyTest, CurvesAloneAreTruncatedToTheirLowByte) {
-    // Twice as many entries as levels: odd entries are halves, which are cut off, not rounded.
-    const ColorTrcPtr halves = make_curves(512, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 1); });
+    const ColorTrcPtr halves = half_curves(); // cut off, not rounded
     const Picture input = noise_picture(19, 7, 0, rgb, 3);
     expect_same(input, applied({nullptr, halves.get()}, input), "halves");
     // Beyond a byte the low 8 bits stay, without a limit.
@@ -648,9 +652,7 @@ TEST_F(TileTRCApplyTest, CurvesAloneAreTruncatedToTheirLowByte) {
     EXPECT_EQ(+*output.at(0, 4, 2), (*Picture(input).at(0, 4, 2) + 300) & 255);
     for (const uint64_t size : {256u, 300u, 512u, 1024u, 65536u}) {
         const ColorTrcPtr curves = noise_curves(size, 9);
-        for (int32_t layout = 0; layout < 4; ++layout) {
-            expect_reference({nullptr, curves.get()}, noise_picture(19, 7, layout, rgb, 3));
-        }
+        expect_reference_in_every_layout({nullptr, curves.get()}, 19, 7, rgb, 3);
     }
 }
 
@@ -664,9 +666,7 @@ TEST_F(TileTRCApplyTest, ASingleCurveScalesAColorPicture) {
     for (const uint64_t size : {256u, 300u, 512u, 65536u}) {
         const TileTrcPtr grid = noise_grid(size, 1, 1, static_cast<uint32_t>(size));
         for (const float ratio : {0.0f, 0.5f, 1.0f}) {
-            for (int32_t layout = 0; layout < 4; ++layout) {
-                expect_reference({grid.get(), nullptr, ratio}, noise_picture(19, 17, layout, rgb, 3));
-            }
+            expect_reference_in_every_layout({grid.get(), nullptr, ratio}, 19, 17, rgb, 3);
         }
         const ColorTrcPtr curves = noise_curves(1024, 9);
         expect_reference({grid.get(), curves.get()}, noise_picture(19, 17, 0, rgb, 3));
@@ -685,7 +685,7 @@ TEST_F(TileTRCApplyTest, ASingleCurveIsReadWithoutItsStep) {
 TEST_F(TileTRCApplyTest, AnUnchangedLevelKeepsTheFractionOutWithoutRounding) {
     // Identity, one curve: L' equals L, so the channels of the ColorTRC (x.5) are truncated, not rounded.
     const TileTrcPtr grid = identity_grid(256, 1, 1);
-    const ColorTrcPtr halves = make_curves(512, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 1); });
+    const ColorTrcPtr halves = half_curves();
     const Picture input = noise_picture(19, 7, 0, rgb, 3);
     expect_same(input, applied({grid.get(), halves.get()}, input), "halves");
 }
@@ -757,29 +757,31 @@ TEST_F(TileTRCApplyTest, EnormousColorCurvesStayInsideTheCurves) {
 // What Init refuses, with its report; New makes it the failure of the object.
 void expect_refused(const TileTRC *grid, const ColorTRC *curves, uint64_t width, uint64_t height, int32_t layout,
                     int32_t space) {
-    const PrintCapture printed("error");
     TileTRCApply apply;
-    KoStatusClear();
-    EXPECT_EQ(KoTileTRCApplyInit(&apply, grid, 0.5f, curves, width, height, layout, space), KO_ERR_INVALID_ARGUMENT);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_INVALID_ARGUMENT);
-    EXPECT_STREQ(KoErrorGetLastErrorMessage(), "[ERROR] Invalid argument");
-    EXPECT_EQ(printed.texts(), std::vector<std::string>{"[ERROR] Invalid argument"});
-
-    KoStatusClear();
+    expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
+                 [&] { return KoTileTRCApplyInit(&apply, grid, 0.5f, curves, width, height, layout, space); });
+    const PrintCapture printed("error");
     EXPECT_EQ(ApplyPtr(KoTileTRCApplyNew(grid, 0.5f, curves, width, height, layout, space)), nullptr);
-    EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
-    EXPECT_STREQ(KoErrorGetLastErrorMessage(), "Cannot create object \"TileTRCApplyNew\"\n-> [ERROR] Invalid argument");
+    expect_status(KO_ERR_CREATE_OBJECT, "Cannot create object \"TileTRCApplyNew\"\n-> [ERROR] Invalid argument");
+    EXPECT_EQ(printed.texts(), std::vector<std::string>{"[ERROR] Invalid argument"});
+}
+
+// The same for a grid of so many entries a curve and strips.
+void expect_grid_refused(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint64_t width, uint64_t height, int32_t space) {
+    SCOPED_TRACE(testing::Message() << strips_x << " by " << strips_y << " curves of " << size << ", " << width << " by "
+                                    << height << ", space " << space);
+    expect_refused(noise_grid(size, strips_x, strips_y, 1).get(), nullptr, width, height, KO_BYTE_LAYOUT_INTERLEAVED, space);
 }
 
 TEST_F(TileTRCApplyTest, MoreStripsThanPixelsAreRefused) {
-    expect_refused(noise_grid(256, 9, 1, 1).get(), nullptr, 8, 20, 0, rgb);
-    expect_refused(noise_grid(256, 1, 21, 1).get(), nullptr, 8, 20, 0, gray);
-    expect_refused(noise_grid(256, 2, 2, 1).get(), nullptr, 1, 1, 0, rgb);
+    expect_grid_refused(256, 9, 1, 8, 20, rgb);
+    expect_grid_refused(256, 1, 21, 8, 20, gray);
+    expect_grid_refused(256, 2, 2, 1, 1, rgb);
 }
 
 TEST_F(TileTRCApplyTest, TilesOfOnePixelBesideAnotherAreRefused) {
-    expect_refused(noise_grid(256, 8, 1, 1).get(), nullptr, 15, 20, 0, rgb);
-    expect_refused(noise_grid(256, 2, 15, 1).get(), nullptr, 15, 20, 0, gray);
+    expect_grid_refused(256, 8, 1, 15, 20, rgb);
+    expect_grid_refused(256, 2, 15, 15, 20, gray);
     const TileTrcPtr beside_nothing = noise_grid(256, 1, 2, 1); // one strip of one pixel is in order
     expect_reference({beside_nothing.get()}, noise_picture(1, 20, 0, rgb, 1));
     const TileTrcPtr above_nothing = noise_grid(256, 2, 1, 1);
@@ -787,15 +789,15 @@ TEST_F(TileTRCApplyTest, TilesOfOnePixelBesideAnotherAreRefused) {
 }
 
 TEST_F(TileTRCApplyTest, StripsInOneDirectionOnlyAreRefused) {
-    expect_refused(noise_grid(256, 0, 2, 1).get(), nullptr, 15, 20, 0, rgb);
-    expect_refused(noise_grid(256, 3, 0, 1).get(), nullptr, 15, 20, 0, gray);
+    expect_grid_refused(256, 0, 2, 15, 20, rgb);
+    expect_grid_refused(256, 3, 0, 15, 20, gray);
 }
 
 TEST_F(TileTRCApplyTest, CurvesOfFewerThan256EntriesAreRefused) {
     const TileTrcPtr grid = noise_grid(256, 2, 2, 1);
-    expect_refused(noise_grid(255, 2, 2, 1).get(), nullptr, 15, 20, 0, rgb);
-    expect_refused(noise_grid(255, 2, 2, 1).get(), nullptr, 15, 20, 0, gray);
-    expect_refused(noise_grid(128, 1, 1, 1).get(), nullptr, 15, 20, 0, rgb);
+    expect_grid_refused(255, 2, 2, 15, 20, rgb);
+    expect_grid_refused(255, 2, 2, 15, 20, gray);
+    expect_grid_refused(128, 1, 1, 15, 20, rgb);
     expect_refused(grid.get(), noise_curves(255, 1).get(), 15, 20, 0, rgb);
     expect_refused(nullptr, noise_curves(64, 1).get(), 15, 20, 0, rgb);
 }

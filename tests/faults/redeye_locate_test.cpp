@@ -11,7 +11,8 @@
 #include "faults.h"
 #include "ko.h"
 #include "pictures.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
+#include "reference_redeye.h"
 #include "same_floats.h"
 
 namespace {
@@ -136,18 +137,15 @@ template <class Check> int sweep_stage(size_t stage, bool reduced, const Check &
         set_limits(records.rec, reduced);
         KoStatusClear();
         EXPECT_EQ(run(records, 0, stage), KO_OK);
-        const TemporaryFile log("redeye.log");
-        FILE *stream = std::fopen(log.c_str(), "w");
-        records.rec.log_stream = stream;
+        const RedEyeLog log(records.rec);
         KoTestFailAllocation(faults + 1);
         const int32_t status = stages[stage](&records.rec, &records.param);
         struck = KoTestFaultStruck() != 0;
         KoTestFailAllocation(0);
-        std::fclose(stream);
         EXPECT_EQ(status != KO_OK, struck);
         EXPECT_EQ(status, KoErrorGetLastError());
         if (struck) {
-            check(records, read_text(log.path()), ++faults);
+            check(records, log.text(), ++faults);
         }
     }
     KoStatusClear();

@@ -25,10 +25,10 @@ class RedEyePipelineFaultTest : public testing::Test {
     static void TearDownTestSuite() { KoRelease(); }
 };
 
-void restore(ColorImage *picture, const Planes &planes) {
+void restore(ColorImage *picture, const RedEyePlanes &planes) {
     for (uint32_t c = 0; c < 3; ++c) {
-        for (uint64_t y = 0; y < planes.height; ++y) {
-            KoRealImageSetRow(&picture->planes[c], y, planes.values[c].data() + y * planes.width);
+        for (uint64_t y = 0; y < planes[c].height; ++y) {
+            KoRealImageSetRow(&picture->planes[c], y, planes[c].pixels.data() + y * planes[c].width);
         }
     }
 }
@@ -42,8 +42,8 @@ ModelConfiguration lenient_configuration() {
 
 // A picture, its model, and what an undisturbed run makes of them.
 struct Case {
-    Case(uint32_t width, uint32_t height, const std::vector<Disc> &discs, uint64_t budget)
-        : files(make_model(2, 1, lenient_configuration())), picture(eye_picture(width, height, discs, 1)),
+    Case(uint32_t width, uint32_t height, const std::vector<Pupil> &pupils, uint64_t budget)
+        : files(make_model(2, 1, lenient_configuration())), picture(eye_picture(width, height, pupils, 1)),
           max_image_size(budget), before(planes_of(picture.get())) {
         RedEyeImageParam param;
         const RedEyePtr rec = make();
@@ -77,8 +77,8 @@ struct Case {
     ModelFiles files;
     ColorImagePtr picture;
     uint64_t max_image_size;
-    Planes before;
-    Planes after;
+    RedEyePlanes before;
+    RedEyePlanes after;
     int32_t patches = 0;
 };
 
@@ -194,8 +194,7 @@ TEST_F(RedEyePipelineFaultTest, APatchThatFailedIsLoggedAsUndecided) {
         if (param == nullptr) {
             return;
         }
-        const Log log;
-        rec->log_stream = log.stream();
+        const RedEyeLog log(*rec);
         const int32_t status = KoRedEyeCorrectionProcessImage(rec.get(), param.get(), whole.picture.get());
         restore(whole.picture.get(), whole.before);
         const std::string text = log.text();

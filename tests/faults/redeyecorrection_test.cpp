@@ -6,7 +6,7 @@
 #include "allocation_sweep.h"
 #include "faults.h"
 #include "ko.h"
-#include "redeye_pictures.h"
+#include "redeye_scene.h"
 
 namespace {
 

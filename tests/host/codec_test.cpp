@@ -91,6 +91,12 @@ TEST(Recognise, TellsFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of(jpeg_file({}, mixed))), Format::jpeg);
     EXPECT_EQ(codec::recognise(bytes_of("")), std::nullopt);
     EXPECT_EQ(codec::recognise(bytes_of("\x89PNG\r\n\x1a")), std::nullopt);
+    EXPECT_EQ(codec::recognise(bytes_of("\x89PNG\r\n\x1a\n")), Format::png) << "the whole signature and nothing behind it";
+    EXPECT_EQ(codec::recognise(bytes_of("\xff\xd8")), std::nullopt);
+    EXPECT_EQ(codec::recognise(bytes_of("\xff\xd8\x01\x02")), std::nullopt);
+    EXPECT_EQ(codec::recognise(bytes_of("\xff\xd8\xff")), Format::jpeg);
+    EXPECT_STREQ(codec::name(Format::png), "PNG");
+    EXPECT_STREQ(codec::name(Format::jpeg), "JPEG");
     EXPECT_EQ(error_of("just a text"), "neither a PNG nor a JPEG file");
     EXPECT_EQ(error_of(""), "the file is empty");
 }
@@ -106,14 +112,16 @@ class PngDepths : public testing::TestWithParam<PngCase> {};
 
 TEST_P(PngDepths, BecomeBytesWithAlphaBesideThem) {
     const auto &[name, depth, colour, interlaced] = GetParam();
-    PngRecipe recipe{13, 11, depth, colour, interlaced, {}, {}};
+    const PngRecipe recipe{13, 11, depth, colour, interlaced, {}, {}};
     const uint32_t top = (1u << depth) - 1;
     const Sample sample =
         depth == 16 ? Sample(mixed_16) : Sample([top](uint32_t x, uint32_t y, uint32_t c) { return mixed(x, y, c) & top; });
     const Sample expected = [&](uint32_t x, uint32_t y, uint32_t c) {
         return depth == 16 ? reduced(sample(x, y, c)) : sample(x, y, c) * 255 / top;
     };
-    const Picture picture = decode(png_file(recipe, sample));
+    Notices notices;
+    const Picture picture = codec::decode(bytes_of(png_file(recipe, sample)), notices);
+    EXPECT_EQ(notices, depth == 16 ? Notices{"16 bits a channel reduced to 8"} : Notices{});
     const uint32_t channels = (colour & 2) != 0 ? 3 : 1;
     EXPECT_EQ(picture.format, Format::png);
     EXPECT_EQ(picture.width, 13u);
@@ -134,11 +142,6 @@ INSTANTIATE_TEST_SUITE_P(Codec, PngDepths,
                                          PngCase{"rgb8_interlaced", 8, png_rgb, true},
                                          PngCase{"rgba16_interlaced", 16, png_rgba, true}),
                          [](const auto &test) { return std::string(test.param.name); });
-
-TEST(PngReader, NoticesThatSixteenBitsAreReduced) {
-    EXPECT_EQ(notices_of(png_file({.depth = 16}, mixed_16)), Notices{"16 bits a channel reduced to 8"});
-    EXPECT_EQ(notices_of(png_file({}, mixed)), Notices{});
-}
 
 std::string palette() {
     std::string entries;
@@ -200,6 +203,12 @@ TEST(PngMetadata, SurvivesInEveryPlace) {
     }
 }
 
+TEST(PngMetadata, KeepsADensityWithoutAUnit) {
+    const std::string shape = big_endian(2) + big_endian(1) + std::string(1, '\0');
+    const std::string file = png_file({.before = {{"pHYs", shape}}}, mixed);
+    EXPECT_EQ(png_chunk_data(through(file, Format::png), "pHYs"), shape);
+}
+
 TEST(PngMetadata, KeepsColours) {
     const std::string gamma = big_endian(100000);
     std::string chromaticities;
@@ -212,7 +221,9 @@ TEST(PngMetadata, KeepsColours) {
     EXPECT_EQ(png_chunk_data(plain, "sRGB"), "");
     const std::string standard = through(png_file({.before = {{"sRGB", "\2"}}}, mixed), Format::png);
     EXPECT_EQ(png_chunk_data(standard, "sRGB"), "\2");
-    EXPECT_EQ(png_chunk_data(standard, "iCCP"), "");
+    for (const char *own : {"iCCP", "gAMA", "cHRM"}) {
+        EXPECT_EQ(png_chunk_data(standard, own), "") << own << ": the file had none of its own";
+    }
 }
 
 TEST(PngMetadata, ColoursChangeNoPixel) {
@@ -238,6 +249,11 @@ TEST(JpegReader, GivesThePixelsOfEveryKind) {
     }
 }
 
+TEST(JpegReader, RefusesColoursThatItDoesNotKnow) {
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::two_unknown}, soft)),
+              "neither gray nor RGB: 2 channels of unknown colours");
+}
+
 TEST(JpegReader, RefusesCmyk) {
     EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "CMYK pictures are not supported");
     EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "CMYK pictures are not supported");
@@ -254,6 +270,48 @@ TEST(JpegWriter, KeepsColourSampling) {
     EXPECT_EQ(jpeg_sampling(through(png_file({}, mixed), Format::jpeg)), "11 11 11") << "a PNG file has full colour";
 }
 
+// What counts is the ratio of luminance to colour; one that is no whole number, or that the format has not, is full colour.
+TEST(JpegWriter, TakesRatiosOfSampling) {
+    const struct {
+        int x, y, colour_x, colour_y;
+        std::string expected;
+    } cases[] = {{2, 2, 1, 2, "21 11 11"}, {2, 2, 2, 1, "12 11 11"}, {2, 1, 2, 1, "11 11 11"},
+                 {1, 2, 2, 1, "12 11 11"}, {3, 1, 1, 1, "11 11 11"}, {3, 2, 1, 1, "11 11 11"},
+                 {1, 4, 1, 1, "14 11 11"}, {4, 2, 1, 1, "42 11 11"}, {2, 4, 1, 1, "24 11 11"}};
+    for (const auto &[x, y, colour_x, colour_y, expected] : cases) {
+        JpegRecipe recipe{.width = 40, .height = 40, .sampling_x = x, .sampling_y = y};
+        recipe.colour_sampling_x = colour_x;
+        recipe.colour_sampling_y = colour_y;
+        const std::string file = jpeg_file(recipe, soft);
+        EXPECT_EQ(jpeg_sampling(through(file, Format::jpeg)), expected) << jpeg_sampling(file);
+    }
+}
+
+TEST(JpegWriter, WritesFullColourWhereTheFormatHasNoRoom) {
+    Picture picture = decode(png_file({}, mixed));
+    picture.subsampling = {4, 4}; // sixteen blocks of luminance in a unit
+    EXPECT_EQ(jpeg_sampling(encode(picture, Format::jpeg)), "11 11 11");
+    Picture gray = decode(png_file({.colour = png_gray}, mixed));
+    gray.subsampling = {2, 2};
+    EXPECT_EQ(jpeg_sampling(encode(gray, Format::jpeg)), "11");
+}
+
+TEST(JpegWriter, MakesItsTablesToMeasure) {
+    const std::string file = encode(decode(png_file({100, 100, 8, png_rgb, false, {}, {}}, soft)), Format::jpeg);
+    EXPECT_LT(file.size(), jpeg_file({.width = 100, .height = 100, .density_unit = 0}, soft).size());
+}
+
+// The bytes leave in rooms of 65536.
+TEST(JpegWriter, WritesFilesOfManyRooms) {
+    const std::vector<uint8_t> noise = noise_bytes(300 * 300, 5);
+    const Sample sample = [&](uint32_t x, uint32_t y, uint32_t) { return noise[y * 300 + x]; };
+    const std::string file = encode(decode(png_file({300, 300, 8, png_gray, false, {}, {}}, sample)), Format::jpeg, 100);
+    EXPECT_GT(file.size(), 70000u);
+    EXPECT_EQ(jpeg_pixels(file),
+              jpeg_pixels(jpeg_file({.width = 300, .height = 300, .colour = JpegColour::gray, .quality = 100}, sample)));
+    EXPECT_TRUE(file.ends_with("\xff\xd9")) << "nothing behind the end of the picture";
+}
+
 TEST(JpegWriter, HasTheQualityAskedFor) {
     const Picture picture = decode(png_file({40, 40, 8, png_rgb, false, {}, {}}, soft));
     for (const int quality : {1, 50, 92, 100}) {
@@ -268,6 +326,21 @@ TEST(JpegWriter, TellsThatAlphaIsLeftOut) {
     const Picture picture = decode(png_file({.colour = png_rgba}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file has no room for alpha, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
+    for (const int opaque : {png_gray, png_rgb}) {
+        EXPECT_EQ(encoding_notices(decode(png_file({.colour = opaque}, mixed)), Format::jpeg), Notices{});
+    }
+}
+
+TEST(JpegWriter, TellsThatGammaIsLeftOut) {
+    const std::string gamma = big_endian(45455);
+    Picture picture = decode(png_file({.before = {{"gAMA", gamma}}}, mixed));
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg),
+              Notices{"a JPEG file has no room for the PNG file's gamma, which is left out"});
+    EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
+    const std::string profile = icc_profile("RGB ", 300);
+    picture.metadata.icc_profile.assign(profile.begin(), profile.end());
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{}) << "the profile says more than the gamma";
+    EXPECT_EQ(encoding_notices(decode(png_file({}, mixed)), Format::jpeg), Notices{});
 }
 
 TEST(JpegWriter, RefusesSidesThatTheFormatCannotSay) {
@@ -301,6 +374,59 @@ TEST(JpegMetadata, SurvivesInJpeg) {
     EXPECT_EQ(jpeg_icc_profile(again), profile);
     EXPECT_EQ(jpeg_segment(again, 0xe2, "MPF"), "") << "its offsets point into the old file";
     EXPECT_EQ(jpeg_segment(again, 0xe0), jpeg_segment(jpeg_file(recipe, soft), 0xe0)) << "density";
+    EXPECT_EQ(notices_of(again), Notices{});
+}
+
+// The application segments, which stand before all others.
+std::vector<Segment> application_segments(const std::string &file) {
+    std::vector<Segment> segments = jpeg_segments(file);
+    segments.erase(std::find_if(segments.begin(), segments.end(), [](const Segment &segment) { return segment.first < 0xe0; }),
+                   segments.end());
+    return segments;
+}
+
+// A file with the given segments and no density, read and written again.
+std::vector<Segment> segments_through(const std::vector<Segment> &segments) {
+    return application_segments(through(jpeg_file({.density_unit = -1, .segments = segments}, soft), Format::jpeg));
+}
+
+TEST(JpegMetadata, ExifComesFirstAndTheRestInItsOrder) {
+    const Segment exif = {0xe1, exif_segment(exif_block(40))};
+    const Segment captions = {0xed, "captions"};
+    const Segment xmp = {0xe1, "http://ns.adobe.com/xap/1.0/"};
+    const Segment other = {0xe2, std::string("FPXR\0", 5) + "more"};
+    EXPECT_EQ(segments_through({captions, other, xmp, exif}), (std::vector<Segment>{exif, captions, other, xmp}));
+}
+
+// The first block is the one that other formats get too.
+TEST(JpegMetadata, ASecondExifBlockStaysASegment) {
+    const Segment first = {0xe1, exif_segment(exif_block(40))};
+    const Segment second = {0xe1, exif_segment(exif_block(41))};
+    EXPECT_EQ(segments_through({first, second}), (std::vector<Segment>{first, second}));
+    const std::string file = jpeg_file({.segments = {first, second}}, soft);
+    EXPECT_EQ(png_chunk_data(through(file, Format::png), "eXIf"), exif_block(40));
+}
+
+TEST(JpegMetadata, MarksCountInTheirOwnSegmentsAlone) {
+    const std::vector<Segment> segments = {{0xed, exif_segment(exif_block(40))},
+                                           {0xed, icc_segments(icc_profile("RGB ", 200))[0].second},
+                                           {0xed, std::string("MPF\0", 4) + "offsets"},
+                                           {0xe1, std::string("MPF\0", 4) + "offsets"}};
+    const std::string file = jpeg_file({.density_unit = 0, .segments = segments}, soft);
+    std::vector<Segment> written = application_segments(through(file, Format::jpeg));
+    written.erase(written.begin()); // density
+    EXPECT_EQ(written, segments);
+    EXPECT_EQ(png_chunk_data(through(file, Format::png), "eXIf"), "");
+    EXPECT_EQ(notices_of(file), Notices{});
+}
+
+TEST(JpegMetadata, PartsOfMarksAreNoMarks) {
+    const Segment exif = {0xe1, exif_segment(exif_block(40))};
+    const std::vector<Segment> parts = {
+        exif, {0xe1, std::string("Exif\0", 5)}, {0xe1, ""}, {0xe2, "MPF"}, {0xe2, "ICC_PROFILE"}};
+    EXPECT_EQ(segments_through(parts), parts);
+    const std::vector<Segment> bare = {{0xe1, exif_segment("")}, {0xe2, std::string("MPF\0", 4)}, exif};
+    EXPECT_EQ(segments_through(bare), std::vector<Segment>{exif}) << "marks with nothing behind them";
 }
 
 TEST(JpegMetadata, SurvivesIntoPngAndBack) {
@@ -331,6 +457,44 @@ TEST(JpegMetadata, KeepsEveryUnitOfDensity) {
     }
 }
 
+// A JFIF segment as a file without a density has it.
+std::string plain_density() { return jpeg_segment(jpeg_file({.density_unit = 0}, soft), 0xe0); }
+
+TEST(JpegMetadata, HasAPlainHeaderWithoutADensity) {
+    EXPECT_EQ(jpeg_segment(through(png_file({}, mixed), Format::jpeg), 0xe0), plain_density());
+    EXPECT_EQ(jpeg_segment(through(jpeg_file({}, soft), Format::jpeg), 0xe0), plain_density());
+}
+
+TEST(JpegMetadata, ADensityOfZeroIsNone) {
+    for (const auto &[x, y] : {std::pair{0, 0}, {0, 300}, {300, 0}}) {
+        const std::string file = jpeg_file({.density_unit = 1, .density_x = x, .density_y = y}, soft);
+        EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe0), plain_density());
+        EXPECT_EQ(png_chunk_data(through(file, Format::png), "pHYs"), "");
+    }
+}
+
+// A JPEG file has sixteen bits for a density, and no 0.
+TEST(JpegMetadata, ADensityThatDoesNotFitIsLeftOut) {
+    const auto header = [](uint32_t x, uint32_t y) {
+        const std::string density = big_endian(x) + big_endian(y) + "\1";
+        return jpeg_segment(through(png_file({.before = {{"pHYs", density}}}, mixed), Format::jpeg), 0xe0);
+    };
+    const std::string most = jpeg_segment(jpeg_file({.density_unit = 1, .density_x = 65535, .density_y = 1}, soft), 0xe0);
+    EXPECT_EQ(header(2580118, 20), most);
+    EXPECT_EQ(header(2580158, 20), plain_density());
+    EXPECT_EQ(header(20, 2580158), plain_density());
+    EXPECT_EQ(header(19, 3000), plain_density());
+    EXPECT_EQ(header(3000, 19), plain_density());
+}
+
+TEST(PngMetadata, HasRoomForTheGreatestDensities) {
+    const std::string file = jpeg_file({.density_unit = 1, .density_x = 65535, .density_y = 65535}, soft);
+    EXPECT_EQ(png_chunk_data(through(file, Format::png), "pHYs"), big_endian(2580118) + big_endian(2580118) + "\1");
+    Picture picture = decode(png_file({}, mixed));
+    picture.metadata.density = {codec::Density::Unit::inch, 0xffffffff, 1};
+    EXPECT_EQ(png_chunk_data(encode(picture, Format::png), "pHYs"), big_endian(0x7fffffff) + big_endian(39) + "\1");
+}
+
 TEST(JpegMetadata, HasNoDensityOfItsOwnBesideExif) {
     const std::string file = jpeg_file({.segments = {{0xe1, exif_segment(exif_block(50))}}}, soft);
     EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe0), "");
@@ -345,11 +509,24 @@ TEST(JpegMetadata, TellsWhatDoesNotFit) {
     EXPECT_EQ(jpeg_segment(encode(fitting, Format::jpeg), 0xe1).size(), 65533u);
 }
 
+// A profile is spread over at most 255 segments.
+TEST(JpegMetadata, TellsOfAProfileThatDoesNotFit) {
+    constexpr size_t most = 255 * 65519;
+    Picture picture = decode(png_file({}, mixed));
+    picture.metadata.icc_profile.assign(most, 7);
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{});
+    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), std::string(most, '\7'));
+    picture.metadata.icc_profile.push_back(7);
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"the ICC profile is too large for a JPEG file and left out"});
+    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "");
+}
+
 TEST(JpegMetadata, TellsOfADamagedProfile) {
     std::vector<Segment> segments = icc_segments(icc_profile("RGB ", 100000));
     segments.pop_back();
     const Notices notices = notices_of(jpeg_file({.segments = segments}, soft));
     EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile is damaged and left out"), notices.end());
+    EXPECT_EQ(notices_of(jpeg_file({.segments = icc_segments(icc_profile("RGB ", 100000))}, soft)), Notices{});
 }
 
 TEST(PngMetadata, TellsOfAProfileThatDoesNotSuit) {
@@ -357,6 +534,7 @@ TEST(PngMetadata, TellsOfAProfileThatDoesNotSuit) {
     const Notices notices = encoding_notices(picture, Format::png);
     EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile does not suit a PNG file and is left out"),
               notices.end());
+    EXPECT_EQ(notices.size(), 2u) << "and why";
     EXPECT_EQ(png_chunk_data(encode(picture, Format::png), "iCCP"), "");
     EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "no profile at all") << "JPEG carries it as it is";
 }
@@ -364,8 +542,21 @@ TEST(PngMetadata, TellsOfAProfileThatDoesNotSuit) {
 TEST(PngMetadata, KeepsGrayProfiles) {
     const std::string profile = icc_profile("GRAY", 400);
     const Picture picture = decode(jpeg_file({.colour = JpegColour::gray, .segments = icc_segments(profile)}, soft));
-    const Picture again = decode(encode(picture, Format::png));
-    EXPECT_EQ(text_of(again.metadata.icc_profile), profile);
+    const std::string png = encode(picture, Format::png);
+    EXPECT_EQ(text_of(decode(png).metadata.icc_profile), profile);
+    EXPECT_TRUE(png_chunk_data(png, "iCCP").starts_with(std::string("ICC profile\0\0", 13))) << "its name and its packing";
+}
+
+// A profile that calls itself a well-known one, and is not, is as good as any other.
+TEST(PngMetadata, ProfilesAreNotCompared) {
+    std::string profile = icc_profile("RGB ", 3048);
+    profile.replace(84, 16, big_endian(0x29f83dde) + big_endian(0xaff255ae) + big_endian(0x7842fae4) + big_endian(0xca83390d));
+    const Picture picture = decode(jpeg_file({.segments = icc_segments(profile)}, soft));
+    EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
+    const std::string png = encode(picture, Format::png);
+    EXPECT_EQ(notices_of(png), Notices{});
+    EXPECT_EQ(text_of(decode(png).metadata.icc_profile), profile);
+    EXPECT_EQ(png_chunk_data(png, "sRGB"), "");
 }
 
 // Every beginning of a file is an error, and none a crash or a picture.
@@ -394,7 +585,9 @@ TEST(Truncated, JpegIsAnError) {
 
 TEST(Truncated, SaysSo) {
     const std::string png = png_file({64, 64, 8, png_rgb, false, {}, {}}, mixed_16);
-    EXPECT_EQ(error_of(png.substr(0, png.size() / 2)), "truncated PNG file");
+    for (size_t size = 8; size < png.size(); ++size) {
+        EXPECT_EQ(error_of(png.substr(0, size)), "truncated PNG file") << size << " of " << png.size() << " bytes";
+    }
     const std::string jpeg = jpeg_file({.width = 64, .height = 64}, mixed);
     EXPECT_EQ(error_of(jpeg.substr(0, jpeg.size() / 2)), "premature end of JPEG file");
 }
@@ -420,7 +613,44 @@ TEST(Damaged, NeverCrashes) {
 TEST(Damaged, PngWithAWrongChecksum) {
     std::string file = png_file({}, mixed);
     file[file.size() - 14] = static_cast<char>(~file[file.size() - 14]); // in the checksum of the pixels
-    EXPECT_NE(error_of(file), "no error");
+    EXPECT_EQ(error_of(file), "IDAT: CRC error");
+}
+
+// A PNG file with chunks of these types behind its header whose checksums are wrong.
+std::string with_wrong_chunks(const std::vector<std::string> &types) {
+    std::string chunks;
+    for (const std::string &type : types) {
+        chunks += png_chunk(type, "anything");
+        chunks.back() = static_cast<char>(~chunks.back());
+    }
+    std::string file = png_file({}, mixed);
+    return file.insert(png_header(1, 1, 8, png_rgb, 0).size(), chunks);
+}
+
+TEST(Damaged, PngWithoutHarmToItsPixelsIsReadAndToldOf) {
+    const std::string file = with_wrong_chunks({"tEXt", "teXa", "tEXt"});
+    EXPECT_EQ(notices_of(file), (Notices{"tEXt: CRC error", "teXa: CRC error"})) << "each text once";
+    EXPECT_EQ(pixels_of(decode(file)), samples(8, 8, 0, 2, mixed));
+}
+
+TEST(Damaged, EightNoticesAreEnough) {
+    std::vector<std::string> types;
+    for (char letter = 'a'; letter <= 'z'; ++letter) {
+        types.push_back(std::string("teX") + letter);
+    }
+    const Notices notices = notices_of(with_wrong_chunks(types));
+    ASSERT_EQ(notices.size(), 8u);
+    EXPECT_EQ(notices.front(), "teXa: CRC error");
+    EXPECT_EQ(notices.back(), "teXh: CRC error");
+}
+
+TEST(Hostile, LargePicturesAreTakenUpToTheMost) {
+    const auto promised = [](uint32_t width, uint32_t height) {
+        return error_of(png_header(width, height, 8, png_gray, 0) + png_chunk("IDAT", ""));
+    };
+    EXPECT_EQ(promised(15625, 16000), "truncated PNG file");
+    EXPECT_EQ(promised(15625, 16001), "too large: 15625 x 16001 pixels, at most 250000000 can be worked on");
+    EXPECT_EQ(promised(15626, 16000), "too large: 15626 x 16000 pixels, at most 250000000 can be worked on");
 }
 
 TEST(Hostile, EnormousPicturesAreRefused) {
@@ -452,7 +682,8 @@ std::string with_repeated_scan(int times) {
 }
 
 TEST(Hostile, ManyScansAreRefused) {
-    EXPECT_EQ(error_of(with_repeated_scan(100)), "no error");
+    EXPECT_EQ(error_of(with_repeated_scan(498)), "no error"); // beside the two of the picture
+    EXPECT_EQ(error_of(with_repeated_scan(499)), "too many scans");
     EXPECT_EQ(error_of(with_repeated_scan(600)), "too many scans");
 }
 
@@ -462,6 +693,27 @@ TEST(JpegReader, TellsOfBytesThatDoNotBelong) {
     const Notices notices = notices_of(file);
     ASSERT_EQ(notices.size(), 1u);
     EXPECT_NE(notices[0].find("extraneous bytes"), std::string::npos);
+}
+
+// A header of a later version is read as far as it is known.
+TEST(JpegReader, TellsOfAHeaderOfAnotherVersion) {
+    std::string file = jpeg_file({.density_unit = 1, .density_x = 300, .density_y = 200}, mixed);
+    const std::vector<uint8_t> expected = jpeg_pixels(file).bytes;
+    file[file.find(std::string("JFIF\0", 5)) + 5] = '\2';
+    const Notices notices = notices_of(file);
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_NE(notices[0].find("JFIF revision"), std::string::npos) << notices[0];
+    EXPECT_EQ(pixels_of(decode(file)), expected);
+}
+
+TEST(JpegReader, TellsOfAnUnknownTransformOfColours) {
+    std::string file = jpeg_file({.colour = JpegColour::rgb}, mixed);
+    const size_t mark = file.find("Adobe");
+    ASSERT_NE(mark, std::string::npos);
+    file[mark + 11] = '\7';
+    const Notices notices = notices_of(file);
+    ASSERT_EQ(notices.size(), 1u);
+    EXPECT_NE(notices[0].find("color transform code 7"), std::string::npos) << notices[0];
 }
 
 TEST(JpegReader, IgnoresWhatStandsBehindThePicture) {

@@ -104,6 +104,8 @@ J_COLOR_SPACE given_space(JpegColour colour) {
     case JpegColour::cmyk:
     case JpegColour::ycck:
         return JCS_CMYK;
+    case JpegColour::two_unknown:
+        return JCS_UNKNOWN;
     default:
         return JCS_RGB;
     }
@@ -120,19 +122,36 @@ J_COLOR_SPACE stored_space(JpegColour colour) {
     }
 }
 
+int given_components(J_COLOR_SPACE space) {
+    switch (space) {
+    case JCS_GRAYSCALE:
+        return 1;
+    case JCS_UNKNOWN:
+        return 2;
+    case JCS_CMYK:
+        return 4;
+    default:
+        return 3;
+    }
+}
+
 constexpr std::array<jpeg_scan_info, 2> two_scans = {{{1, {0, 0, 0, 0}, 0, 0, 0, 0}, {1, {0, 0, 0, 0}, 1, 63, 0, 0}}};
 
 void configure(jpeg_compress_struct &info, const JpegRecipe &recipe) {
     info.image_width = recipe.width;
     info.image_height = recipe.height;
     info.in_color_space = given_space(recipe.colour);
-    info.input_components = info.in_color_space == JCS_GRAYSCALE ? 1 : info.in_color_space == JCS_CMYK ? 4 : 3;
+    info.input_components = given_components(info.in_color_space);
     jpeg_set_defaults(&info);
     jpeg_set_colorspace(&info, stored_space(recipe.colour));
     jpeg_set_quality(&info, recipe.quality, TRUE);
     if (info.num_components == 3) {
         info.comp_info[0].h_samp_factor = recipe.sampling_x;
         info.comp_info[0].v_samp_factor = recipe.sampling_y;
+        for (const int colour : {1, 2}) {
+            info.comp_info[colour].h_samp_factor = recipe.colour_sampling_x;
+            info.comp_info[colour].v_samp_factor = recipe.colour_sampling_y;
+        }
     }
     if (recipe.progressive) {
         jpeg_simple_progression(&info);

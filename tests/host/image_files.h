@@ -57,14 +57,16 @@ Pixels png_pixels(const std::string &file);
 // Marker (0xe1 is APP1) and data of a JPEG segment.
 using Segment = std::pair<int, std::string>;
 
-enum class JpegColour { gray, ycc, rgb, cmyk, ycck };
+enum class JpegColour { gray, ycc, rgb, cmyk, ycck, two_unknown };
 
 struct JpegRecipe {
     uint32_t width = 16;
     uint32_t height = 16;
     JpegColour colour = JpegColour::ycc;
-    int sampling_x = 1;
+    int sampling_x = 1; // of the luminance
     int sampling_y = 1;
+    int colour_sampling_x = 1;
+    int colour_sampling_y = 1;
     int quality = 92;
     bool progressive = false;
     bool two_scans = false; // gray and progressive: final low frequencies first, then final high ones

@@ -14,18 +14,9 @@
 
 #include "ko/concomp.h"
 
+#include "redeye_scene.h"
+
 namespace ko_test {
-
-// A map without padding, row by row.
-struct RedEyeMap {
-    uint64_t width = 0;
-    uint64_t height = 0;
-    std::vector<float> pixels;
-
-    float at(uint64_t x, uint64_t y) const { return pixels[y * width + x]; }
-};
-
-using RedEyePlanes = std::array<RedEyeMap, 3>;
 
 struct ReferenceRedEye {
     // settings

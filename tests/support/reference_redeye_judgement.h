@@ -361,7 +361,7 @@ inline int32_t reference_label(const ReferenceModel &model, float fe, float be) 
 class ReferenceJudgement {
   public:
     // picture: as it was before its repair
-    ReferenceJudgement(const RedEyeCorrection &before, const RedEyeImageParam &located, const Planes &picture)
+    ReferenceJudgement(const RedEyeCorrection &before, const RedEyeImageParam &located, const RedEyePlanes &picture)
         : model(before), channel_count_(before.channel_count), picture_(picture) {
         status = model.status;
         last_status = model.last_status;
@@ -428,8 +428,8 @@ class ReferenceJudgement {
         uint64_t y0 = blob.min_y;
         uint64_t y1 = blob.max_y;
         if (located.scale > 1.0f) {
-            const ReferenceBlocks across = reference_blocks(located.col_map->width, picture_.width);
-            const ReferenceBlocks down = reference_blocks(located.col_map->height, picture_.height);
+            const ReferenceBlocks across = reference_blocks(located.col_map->width, picture_[0].width);
+            const ReferenceBlocks down = reference_blocks(located.col_map->height, picture_[0].height);
             x0 = across.starts.at(x0);
             x1 = across.starts.at(x1) + across.counts.at(x1);
             y0 = down.starts.at(y0);
@@ -449,7 +449,7 @@ class ReferenceJudgement {
         patch.x1 = static_cast<uint32_t>(center_x + half);
         patch.y0 = static_cast<uint32_t>(center_y - half);
         patch.y1 = static_cast<uint32_t>(center_y + half);
-        return patch.x1 < picture_.width && patch.y1 < picture_.height;
+        return patch.x1 < picture_[0].width && patch.y1 < picture_[0].height;
     }
 
     void compute_features(ReferencePatch &patch) {
@@ -457,7 +457,7 @@ class ReferenceJudgement {
         patch.features.assign(channels() * length(), 0.0f);
         for (uint32_t c = 0; c < channels() && status == KO_OK; ++c) {
             const RealImagePtr crop = make_image(
-                patch.size, patch.size, [&](uint64_t x, uint64_t y) { return picture_.at(c, patch.x0 + x, patch.y0 + y); });
+                patch.size, patch.size, [&](uint64_t x, uint64_t y) { return picture_[c].at(patch.x0 + x, patch.y0 + y); });
             const RealImagePtr rescaled(KoRealImageNew(side, side));
             RealImage *target = rescaled.get();
             KoStatusClear();
@@ -502,7 +502,7 @@ class ReferenceJudgement {
     }
 
     int32_t channel_count_;
-    Planes picture_;
+    RedEyePlanes picture_;
 };
 
 // The repair.
@@ -522,10 +522,10 @@ inline float reference_strength(const RedEyeImageParam &param, int32_t label, ui
     return v > 1.0f ? 1.0f : static_cast<float>(std::sqrt(static_cast<double>(v)));
 }
 
-inline void reference_repair_pixel(Planes &picture, uint64_t x, uint64_t y, float strength) {
-    float &red = picture.at(0, x, y);
-    float &green = picture.at(1, x, y);
-    float &blue = picture.at(2, x, y);
+inline void reference_repair_pixel(RedEyePlanes &picture, uint64_t x, uint64_t y, float strength) {
+    float &red = picture[0].at(x, y);
+    float &green = picture[1].at(x, y);
+    float &blue = picture[2].at(x, y);
     const float t = 1.0f - strength;
     const float mix = (blue * 4.0f + green) * 0.2f * strength;
     red = t * red + mix;
@@ -534,9 +534,9 @@ inline void reference_repair_pixel(Planes &picture, uint64_t x, uint64_t y, floa
 }
 
 // slots: the patches to repair, from the first on.
-inline void reference_repair(Planes &picture, const RedEyeImageParam &param, int32_t slots, bool full_strength) {
-    const ReferenceBlocks across = reference_blocks(param.red_lum_map->width, picture.width);
-    const ReferenceBlocks down = reference_blocks(param.red_lum_map->height, picture.height);
+inline void reference_repair(RedEyePlanes &picture, const RedEyeImageParam &param, int32_t slots, bool full_strength) {
+    const ReferenceBlocks across = reference_blocks(param.red_lum_map->width, picture[0].width);
+    const ReferenceBlocks down = reference_blocks(param.red_lum_map->height, picture[0].height);
     for (int32_t slot = 0; slot < slots; ++slot) {
         const RedEyePatch &patch = param.patches[slot];
         const BlobInfo &box = param.final_blobs[patch.blob];
@@ -560,22 +560,22 @@ inline void reference_repair(Planes &picture, const RedEyeImageParam &param, int
 
 // The frames.
 
-inline void reference_frame(Planes &picture, const RedEyePatch &patch, uint64_t thickness, uint32_t colour) {
+inline void reference_frame(RedEyePlanes &picture, const RedEyePatch &patch, uint64_t thickness, uint32_t colour) {
     const uint64_t tx = std::min<uint64_t>((patch.x1 - patch.x0) / 2, thickness);
     const uint64_t ty = std::min<uint64_t>((patch.y1 - patch.y0) / 2, thickness);
     for (uint64_t y = patch.y0; y < patch.y1; ++y) {
         for (uint64_t x = patch.x0; x < patch.x1; ++x) {
             const bool whole_row = y < patch.y0 + ty || y >= patch.y1 - ty;
             if (whole_row || x < patch.x0 + tx || x >= patch.x1 - tx) {
-                picture.at(0, x, y) = static_cast<float>(colour >> 16 & 255);
-                picture.at(1, x, y) = static_cast<float>(colour >> 8 & 255);
-                picture.at(2, x, y) = static_cast<float>(colour & 255);
+                picture[0].at(x, y) = static_cast<float>(colour >> 16 & 255);
+                picture[1].at(x, y) = static_cast<float>(colour >> 8 & 255);
+                picture[2].at(x, y) = static_cast<float>(colour & 255);
             }
         }
     }
 }
 
-inline void reference_frames(Planes &picture, const RedEyeImageParam &param, int32_t slots, uint64_t thickness,
+inline void reference_frames(RedEyePlanes &picture, const RedEyeImageParam &param, int32_t slots, uint64_t thickness,
                              const std::vector<int32_t> &colours) {
     for (int32_t slot = 0; slot < slots; ++slot) {
         const int32_t label = param.patches[slot].label;
@@ -588,9 +588,9 @@ inline void reference_frames(Planes &picture, const RedEyeImageParam &param, int
 
 // Comparisons.
 
-inline testing::AssertionResult same_planes(const Planes &expected, const Planes &actual) {
+inline testing::AssertionResult same_planes(const RedEyePlanes &expected, const RedEyePlanes &actual) {
     for (size_t c = 0; c < 3; ++c) {
-        if (const testing::AssertionResult same = same_floats(expected.values[c], actual.values[c]); !same) {
+        if (const testing::AssertionResult same = same_floats(expected[c].pixels, actual[c].pixels); !same) {
             return testing::AssertionFailure() << "plane " << c << ": " << same.message();
         }
     }

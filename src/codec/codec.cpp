@@ -69,15 +69,8 @@ void check_size(uint64_t width, uint64_t height) {
     }
 }
 
-Density per_inch(const Density &density) {
-    switch (density.unit) {
-    case Density::Unit::metre:
-        return scaled(density, Density::Unit::inch, inch);
-    case Density::Unit::centimetre:
-        return scaled(density, Density::Unit::inch, inch / centimetre);
-    default:
-        return density;
-    }
+Density for_jpeg(const Density &density) {
+    return density.unit == Density::Unit::metre ? scaled(density, Density::Unit::inch, inch) : density;
 }
 
 Density per_metre(const Density &density) {

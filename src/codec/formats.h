@@ -14,8 +14,9 @@ Bytes encode_jpeg(const Picture &picture, int quality, Notices &notices);
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);
 
-// The density in pixels per inch and per metre; without a unit it stays as it is.
-Density per_inch(const Density &density);
+// The density in a unit that JPEG has: one per metre becomes one per inch.
+Density for_jpeg(const Density &density);
+// The density in the unit that PNG has, per metre; without a unit it stays as it is.
 Density per_metre(const Density &density);
 
 // Adds bytes at the end. Returns false, and throws nothing, if memory is short: C code calls it.

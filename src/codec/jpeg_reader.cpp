@@ -4,6 +4,7 @@
 // Its warnings of lost data count as failures: a truncated picture is not passed on as a whole one.
 #include "codec/jpeg_common.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -81,15 +82,21 @@ class JpegReader {
         }
     }
 
-    // Ratios that are no whole numbers count as full colour, which loses nothing.
+    // Of two colour components that differ, the finer counts, and ratios that are no whole numbers count as full colour:
+    // neither loses anything.
     Subsampling subsampling() const {
         if (info_.num_components != 3) {
             return {};
         }
-        const jpeg_component_info &luminance = info_.comp_info[0];
-        const jpeg_component_info &colour = info_.comp_info[1];
-        const auto ratio = [](int samples, int fewer) { return samples % fewer == 0 ? samples / fewer : 1; };
-        return {ratio(luminance.h_samp_factor, colour.h_samp_factor), ratio(luminance.v_samp_factor, colour.v_samp_factor)};
+        const auto ratio = [this](int jpeg_component_info::*factor) {
+            const auto to = [=, this](int colour) {
+                const int samples = info_.comp_info[0].*factor;
+                const int fewer = info_.comp_info[colour].*factor;
+                return samples % fewer == 0 ? samples / fewer : 1;
+            };
+            return std::min(to(1), to(2));
+        };
+        return {ratio(&jpeg_component_info::h_samp_factor), ratio(&jpeg_component_info::v_samp_factor)};
     }
 
     void read_pixels(Picture &picture) {

@@ -132,12 +132,11 @@ class JpegWriter {
         if (!metadata.density) {
             return;
         }
-        const bool in_centimetres = metadata.density->unit == Density::Unit::centimetre;
-        const Density density = in_centimetres ? *metadata.density : per_inch(*metadata.density);
+        const Density density = for_jpeg(*metadata.density);
         if (std::max(density.x, density.y) > 0xffff || std::min(density.x, density.y) == 0) {
             return;
         }
-        info_.density_unit = density.unit == Density::Unit::none ? 0 : in_centimetres ? 2 : 1;
+        info_.density_unit = density.unit == Density::Unit::none ? 0 : density.unit == Density::Unit::inch ? 1 : 2;
         info_.X_density = static_cast<UINT16>(density.x);
         info_.Y_density = static_cast<UINT16>(density.y);
     }

@@ -280,11 +280,21 @@ TEST(JpegWriter, TakesRatiosOfSampling) {
                  {1, 4, 1, 1, "14 11 11"}, {4, 2, 1, 1, "42 11 11"}, {2, 4, 1, 1, "24 11 11"}};
     for (const auto &[x, y, colour_x, colour_y, expected] : cases) {
         JpegRecipe recipe{.width = 40, .height = 40, .sampling_x = x, .sampling_y = y};
-        recipe.colour_sampling_x = colour_x;
-        recipe.colour_sampling_y = colour_y;
+        recipe.colour_sampling_x = {colour_x, colour_x};
+        recipe.colour_sampling_y = {colour_y, colour_y};
         const std::string file = jpeg_file(recipe, soft);
         EXPECT_EQ(jpeg_sampling(through(file, Format::jpeg)), expected) << jpeg_sampling(file);
     }
+}
+
+TEST(JpegWriter, TakesTheFinerOfTwoColours) {
+    JpegRecipe recipe{.width = 40, .height = 40, .sampling_x = 2, .sampling_y = 2};
+    recipe.colour_sampling_x = {1, 2};
+    EXPECT_EQ(jpeg_sampling(through(jpeg_file(recipe, soft), Format::jpeg)), "12 11 11");
+    recipe.colour_sampling_x = {2, 1};
+    EXPECT_EQ(jpeg_sampling(through(jpeg_file(recipe, soft), Format::jpeg)), "12 11 11");
+    recipe.colour_sampling_y = {1, 2};
+    EXPECT_EQ(jpeg_sampling(through(jpeg_file(recipe, soft), Format::jpeg)), "11 11 11");
 }
 
 TEST(JpegWriter, WritesFullColourWhereTheFormatHasNoRoom) {

@@ -148,9 +148,9 @@ void configure(jpeg_compress_struct &info, const JpegRecipe &recipe) {
     if (info.num_components == 3) {
         info.comp_info[0].h_samp_factor = recipe.sampling_x;
         info.comp_info[0].v_samp_factor = recipe.sampling_y;
-        for (const int colour : {1, 2}) {
-            info.comp_info[colour].h_samp_factor = recipe.colour_sampling_x;
-            info.comp_info[colour].v_samp_factor = recipe.colour_sampling_y;
+        for (const size_t colour : {1, 2}) {
+            info.comp_info[colour].h_samp_factor = recipe.colour_sampling_x[colour - 1];
+            info.comp_info[colour].v_samp_factor = recipe.colour_sampling_y[colour - 1];
         }
     }
     if (recipe.progressive) {

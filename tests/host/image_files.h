@@ -3,6 +3,7 @@
 #ifndef KO_TESTS_HOST_IMAGE_FILES_H
 #define KO_TESTS_HOST_IMAGE_FILES_H
 
+#include <array>
 #include <cstdint>
 #include <functional>
 #include <iosfwd>
@@ -65,8 +66,8 @@ struct JpegRecipe {
     JpegColour colour = JpegColour::ycc;
     int sampling_x = 1; // of the luminance
     int sampling_y = 1;
-    int colour_sampling_x = 1;
-    int colour_sampling_y = 1;
+    std::array<int, 2> colour_sampling_x = {1, 1};
+    std::array<int, 2> colour_sampling_y = {1, 1};
     int quality = 92;
     bool progressive = false;
     bool two_scans = false; // gray and progressive: final low frequencies first, then final high ones

@@ -223,6 +223,22 @@ TEST_F(RedEyePipelineTest, TheStagesOneByOneGiveTheSame) {
     }
 }
 
+// The patches are as many as the blobs that they were made for, and a new location may find another number.
+TEST_F(RedEyePipelineTest, ANewLocationEndsThePatches) {
+    const ModelFiles files(make_model(3, 3));
+    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const ColorImagePtr picture = portrait();
+    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    ASSERT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture.get()), KO_OK);
+    ASSERT_EQ(param->blob_count, 4);
+    ASSERT_NE(param->patches, nullptr);
+    const RedEyePlanes repaired = planes_of(picture.get());
+    expect_success([&] { return KoRedEyeCorrectionLocateBlobs(rec.get(), param.get()); });
+    EXPECT_EQ(param->patches, nullptr);
+    expect_success([&] { return KoRedEyeCorrectionApply(rec.get(), param.get(), 1, picture.get()); });
+    EXPECT_TRUE(same_planes(repaired, planes_of(picture.get())));
+}
+
 TEST_F(RedEyePipelineTest, TheRepairCanBeRepeatedAndFramed) {
     const ModelFiles files(make_model(3, 3));
     const RedEyePtr rec = make_correction(files.configuration(), 3);

@@ -15,14 +15,14 @@ using namespace ko;
 
 using OwnedKernel = Owned<KernelGaussian, KoKernelGaussianDelete>;
 
-// What the levels share. The blurred strips have memory of their own: it stays in the cache, and nobody needs them later.
+// What the levels share.
 struct Frame {
     OwnedKernel kernel;
     OwnedImage weights;
     OwnedImage weighted;
     Block<float> row_work;
-    Block<float> weight_strip;
-    Block<float> weighted_strip;
+    ColumnBlur weight_columns;
+    ColumnBlur weighted_columns;
 
     [[nodiscard]] int32_t init(uint64_t width, uint64_t height) {
         const double shorter = static_cast<double>(std::min(width, height));
@@ -30,9 +30,9 @@ struct Frame {
         weights.reset(kernel ? KoRealImageNew(width, height) : nullptr);
         weighted.reset(weights ? KoRealImageNew(width, height) : nullptr);
         row_work.reset(weighted ? make_blur_work(width) : nullptr);
-        weight_strip.reset(row_work ? allocate<float>(height * blur_strip) : nullptr);
-        weighted_strip.reset(weight_strip ? allocate<float>(height * blur_strip) : nullptr);
-        return weighted_strip ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
+        const bool complete =
+            row_work && weight_columns.init(kernel.get(), width) && weighted_columns.init(kernel.get(), width);
+        return complete ? static_cast<int32_t>(KO_OK) : KoErrorGetLastError();
     }
 };
 
@@ -62,36 +62,40 @@ void weigh(const RealImage *image, float level, float step, uint64_t top, uint64
     }
 }
 
-// Adds the blurred strip of columns from left to right - 1 to the result, as far as a pixel lies near the level. A weight of
-// exactly 0 throws away what earlier levels left, on purpose.
-void accumulate(const RealImage *image, float level, float step, uint64_t left, uint64_t right, const Frame &frame,
-                RealImage *result) {
-    for (uint64_t y = 0; y < image->height; ++y) {
-        const float *row = image->rows[y] + left;
-        const float *weight = frame.weight_strip.get() + y * blur_strip;
-        const float *weighted = frame.weighted_strip.get() + y * blur_strip;
-        float *out = result->rows[y] + left;
-        for (uint64_t x = 0; x < right - left; ++x) {
-            const float d = distance(row[x], level, step);
-            const float t = 1.0f < d ? 1.0f : d;
-            const float sum = weighted[x] / weight[x] * (1.0f - t) + out[x];
-            out[x] = weight[x] != 0.0f ? sum : 0.0f;
-        }
+// Adds some blurred pixels of a row to the result, as far as a pixel lies near the level. A weight of exactly 0 throws away
+// what earlier levels left, on purpose.
+void accumulate(const float *pixels, float level, float step, uint64_t count, const float *weights, const float *weighted,
+                float *out) {
+    for (uint64_t x = 0; x < count; ++x) {
+        const float d = distance(pixels[x], level, step);
+        const float t = 1.0f < d ? 1.0f : d;
+        const float sum = weighted[x] / weights[x] * (1.0f - t) + out[x];
+        out[x] = weights[x] != 0.0f ? sum : 0.0f;
     }
 }
 
-// Rows are blurred as soon as they are weighed, and columns used as soon as they are blurred: they are still in the cache then.
-void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, const Frame &frame) {
-    const KernelGaussian *kernel = frame.kernel.get();
+// Rows are weighed, blurred along themselves and carried on down the columns while they are in the cache. On the way up they
+// are used as soon as they are blurred, and never stored.
+void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, Frame *frame) {
+    const KernelGaussian *kernel = frame->kernel.get();
+    RealImage *weights = frame->weights.get();
+    RealImage *weighted = frame->weighted.get();
     for (uint64_t y = 0; y < image->height; y += blur_group) {
-        weigh(image, level, step, y, std::min(y + blur_group, image->height), frame);
-        blur_row_group(kernel, frame.weights.get(), y, frame.weights.get(), frame.row_work.get());
-        blur_row_group(kernel, frame.weighted.get(), y, frame.weighted.get(), frame.row_work.get());
+        weigh(image, level, step, y, std::min(y + blur_group, image->height), *frame);
+        blur_row_group(kernel, weights, y, weights, frame->row_work.get());
+        frame->weight_columns.down(weights, y);
+        blur_row_group(kernel, weighted, y, weighted, frame->row_work.get());
+        frame->weighted_columns.down(weighted, y);
     }
-    for (uint64_t x = 0; x < image->width; x += blur_strip) {
-        blur_column_strip(kernel, frame.weights.get(), x, frame.weight_strip.get(), blur_strip);
-        blur_column_strip(kernel, frame.weighted.get(), x, frame.weighted_strip.get(), blur_strip);
-        accumulate(image, level, step, x, std::min(x + blur_strip, image->width), frame, result);
+    for (uint64_t y = image->height; y-- > 0;) {
+        for (uint64_t x = 0; x < image->width; x += blur_piece) {
+            float blurred_weights[blur_piece];
+            float blurred_weighted[blur_piece];
+            frame->weight_columns.up(weights, y, x, blurred_weights);
+            frame->weighted_columns.up(weighted, y, x, blurred_weighted);
+            accumulate(image->rows[y] + x, level, step, std::min(blur_piece, image->width - x), blurred_weights,
+                       blurred_weighted, result->rows[y] + x);
+        }
     }
 }
 
@@ -120,7 +124,7 @@ int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t lev
         return status;
     }
     for (uint64_t i = 0; i <= levels; ++i) {
-        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, frame);
+        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, &frame);
     }
     clamp(result, minimum, maximum);
     return KO_OK;

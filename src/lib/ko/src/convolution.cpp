@@ -9,7 +9,7 @@ namespace {
 
 using namespace ko;
 
-template <class Float> struct Vector {
+template <class Float> struct Strided {
     Float *elements;
     uint64_t size;
     uint64_t gap; // floats between neighbouring elements
@@ -17,7 +17,7 @@ template <class Float> struct Vector {
     Float &operator[](uint64_t i) const { return elements[i * (gap + 1)]; }
 };
 
-using Input = Vector<const float>;
+using Input = Strided<const float>;
 
 bool is_column(const RealImage *image) { return image->width == 1; }
 
@@ -49,7 +49,7 @@ int32_t KoConvolutionStrided(const Input &a, const Input &b, float **result, uin
             return KoErrorGetLastError();
         }
     }
-    const Vector<float> out{*result, size, result_gap};
+    const Strided<float> out{*result, size, result_gap};
     for (uint64_t k = 0; k < size; ++k) {
         out[k] = convolved(a, b, k);
     }

@@ -163,7 +163,7 @@ void fill_entries(const KoTRCMatrix &matrix, Corners *entries) {
     }
 }
 
-// A run that no blend changes, in all rows of a block.
+// A run with a single curve a channel, in all rows of a block.
 void look_up_rows(const KoTRCMatrix *matrices, uint64_t pixels, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
     for (uint64_t row = 0; row < rows; ++row) {
         look_up_run(matrices, pixels, row_of(in), row_of(out));

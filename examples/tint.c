@@ -36,7 +36,10 @@ static TileColorTRC *make_tints(void) {
     return tints;
 }
 
-/* Hands the rows over as a host would that has a few of them at a time. */
+/*
+ * Hands the rows over as a host would that has a few of them at a time. The last chunk may promise more rows than there are:
+ * what lies behind the picture is not touched. The tile is as wide as the picture and even, so that it covers every column.
+ */
 static int apply_tints(const TileColorTRC *tints, uint8_t *pixels) {
     TileColorTRCApply *apply = KoTileColorTRCApplyNew(tints, WIDTH, HEIGHT, KO_BYTE_LAYOUT_INTERLEAVED);
     int32_t status = apply != NULL ? KO_OK : KoErrorGetLastError();

@@ -115,7 +115,8 @@ int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t lev
     KoRealImageGetMinMax(image, &minimum, &maximum);
     const float step = (maximum - minimum) / static_cast<float>(levels);
     KoRealImageClear(result);
-    if (step == 0.0f) {
+    const bool has_pixels = image->width != 0 && image->height != 0;
+    if (step == 0.0f || !has_pixels) {
         return KO_OK; // a flat picture stays all 0, not its own value
     }
     Frame frame;

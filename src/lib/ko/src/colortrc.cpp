@@ -65,23 +65,6 @@ int32_t fit_to_header(ColorTRC *color_trc, uint64_t size) {
     return KO_OK;
 }
 
-int32_t read_entries(TextReader *reader, ColorTRC *color_trc, uint64_t size) {
-    for (uint64_t i = 0; i < size; ++i) {
-        const int32_t status = reader->next();
-        if (status != KO_OK) {
-            return status;
-        }
-        uint32_t entries[file_channels];
-        if (!reader->scan("%llu %llu %llu", file_channels, entries)) {
-            return reader->reject("Invalid value, <RED> <GREEN> <BLUE>");
-        }
-        for (uint32_t c = 0; c < file_channels; ++c) {
-            color_trc->curves[c]->array[i] = entries[c];
-        }
-    }
-    return KO_OK;
-}
-
 float value_at(const TRC *curve, float level) {
     return curve_value(curve->array, static_cast<uint32_t>(curve->size), curve_index(level));
 }
@@ -192,12 +175,16 @@ int32_t KoColorTRCLoad(ColorTRC *color_trc, const char *path) {
     int32_t status = reader.open("r");
     uint64_t size = 0;
     if (status == KO_OK) {
-        status = read_curve_header(&reader, "RGBLinear", "Invalid value, must be RGBLinear", &size);
+        status = read_curve_header(&reader, three_channel_word, not_three_channels, &size);
     }
     if (status == KO_OK) {
         status = fit_to_header(color_trc, size);
     }
-    return status == KO_OK ? read_entries(&reader, color_trc, size) : status;
+    if (status != KO_OK) {
+        return status;
+    }
+    TRC *const *curves = color_trc->curves;
+    return read_triples(&reader, curves[0]->array, curves[1]->array, curves[2]->array, size);
 }
 
 int32_t KoColorTRCSave(const ColorTRC *color_trc, const char *path, int32_t overwrite) {
@@ -215,7 +202,7 @@ int32_t KoColorTRCSave(const ColorTRC *color_trc, const char *path, int32_t over
         return status;
     }
     const uint64_t size = color_trc->curves[0]->size;
-    std::fprintf(file.get(), "RGBLinear\nbits %d\n", static_cast<int>(truncated_log2(size)));
+    std::fprintf(file.get(), "%s\nbits %d\n", three_channel_word, static_cast<int>(truncated_log2(size)));
     for (uint64_t i = 0; i < size; ++i) {
         int32_t entries[file_channels];
         for (uint32_t c = 0; c < file_channels; ++c) {

@@ -20,7 +20,8 @@ constexpr uint64_t blur_piece = 256;
 // the image has pixels.
 void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work);
 
-// The vertical pass over an image: down over groups of rows from the first to the last, then up row by row from the last.
+// The vertical pass over an image: down over groups of rows from the first to the last, then up row by row from the last. It
+// may serve images of one width one after the other.
 class ColumnBlur {
   public:
     // False if the memory cannot be had.

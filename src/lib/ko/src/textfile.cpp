@@ -84,6 +84,23 @@ int32_t read_numbers(TextReader *reader, const char *why_not_number, uint32_t *n
     return KO_OK;
 }
 
+int32_t read_triples(TextReader *reader, uint32_t *red, uint32_t *green, uint32_t *blue, uint64_t count) {
+    for (uint64_t i = 0; i < count; ++i) {
+        const int32_t status = reader->next();
+        if (status != KO_OK) {
+            return status;
+        }
+        uint32_t numbers[3];
+        if (!reader->scan("%llu %llu %llu", 3, numbers)) {
+            return reader->reject("Invalid value, <RED> <GREEN> <BLUE>");
+        }
+        red[i] = numbers[0];
+        green[i] = numbers[1];
+        blue[i] = numbers[2];
+    }
+    return KO_OK;
+}
+
 int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size) {
     const int32_t status = read_word(reader, word, why_not_word);
     return status == KO_OK ? read_bits(reader, size) : status;

@@ -67,6 +67,14 @@ constexpr uint64_t size_of_bits(uint32_t bits) { return uint64_t{1} << (bits % 3
 // KO_OK with the size that the bits stand for, or the status of the line that failed.
 [[nodiscard]] int32_t read_curve_header(TextReader *reader, const char *word, const char *why_not_word, uint64_t *size);
 
+// The files of three channels begin with this word.
+constexpr char three_channel_word[] = "RGBLinear";
+constexpr char not_three_channels[] = "Invalid value, must be RGBLinear";
+
+// Reads count lines of three numbers each into three arrays. Gives KO_OK, or the status of the line that failed; numbers read
+// so far stay.
+[[nodiscard]] int32_t read_triples(TextReader *reader, uint32_t *red, uint32_t *green, uint32_t *blue, uint64_t count);
+
 // Opens a file for writing. Gives KO_OK, or reports KO_ERR_FILE_EXISTS (overwrite is 0 and the path exists) or
 // KO_ERR_OPEN_WRITE.
 [[nodiscard]] int32_t open_for_writing(const char *path, const char *mode, int32_t overwrite, File *file);

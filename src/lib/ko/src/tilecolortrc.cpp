@@ -22,9 +22,6 @@ static_assert(sizeof(TileColorTRC) == 48 && offsetof(TileColorTRC, size) == 0 &&
               offsetof(TileColorTRC, numStripsY) == 16 && offsetof(TileColorTRC, redArray) == 24 &&
               offsetof(TileColorTRC, greenArray) == 32 && offsetof(TileColorTRC, blueArray) == 40);
 
-// The file's first line.
-constexpr char file_word[] = "RGBLinear";
-
 // The planes are there together or not at all, so one answers for all.
 bool has_curves(const TileColorTRC *tile_trc) { return has_curves(shape_of(tile_trc), tile_trc->redArray); }
 
@@ -40,24 +37,6 @@ void compose(uint32_t *curve, const uint32_t *second, uint64_t size, uint32_t *s
 int32_t header_bits(uint64_t size) {
     const double bits = static_cast<double>(size) / std::log(2.0);
     return bits < 2147483647.0 ? static_cast<int32_t>(bits) : INT32_MAX;
-}
-
-int32_t read_entries(TextReader *reader, const TileColorTRC *tile_trc) {
-    const uint64_t entries = entries_of(shape_of(tile_trc));
-    for (uint64_t i = 0; i < entries; ++i) {
-        const int32_t status = reader->next();
-        if (status != KO_OK) {
-            return status;
-        }
-        uint32_t numbers[3];
-        if (!reader->scan("%llu %llu %llu", 3, numbers)) {
-            return reader->reject("Invalid value, <RED> <GREEN> <BLUE>");
-        }
-        tile_trc->redArray[i] = numbers[0];
-        tile_trc->greenArray[i] = numbers[1];
-        tile_trc->blueArray[i] = numbers[2];
-    }
-    return KO_OK;
 }
 
 } // namespace
@@ -175,8 +154,8 @@ int32_t KoTileColorTRCSave(const TileColorTRC *tile_trc, const char *path, int32
     if (status != KO_OK) {
         return status;
     }
-    std::fprintf(file.get(), "%s\nbits %d %d %d\n", file_word, header_bits(tile_trc->size), message_int(tile_trc->numStripsX),
-                 message_int(tile_trc->numStripsY));
+    std::fprintf(file.get(), "%s\nbits %d %d %d\n", three_channel_word, header_bits(tile_trc->size),
+                 message_int(tile_trc->numStripsX), message_int(tile_trc->numStripsY));
     const uint64_t entries = entries_of(shape_of(tile_trc));
     for (uint64_t i = 0; i < entries; ++i) {
         std::fprintf(file.get(), "%d %d %d\n", message_int(tile_trc->redArray[i]), message_int(tile_trc->greenArray[i]),
@@ -190,7 +169,7 @@ int32_t KoTileColorTRCLoad(TileColorTRC *tile_trc, const char *path) {
     GridShape shape = {};
     int32_t status = reader.open("r");
     if (status == KO_OK) {
-        status = read_word(&reader, file_word, "Invalid value, must be RGBLinear");
+        status = read_word(&reader, three_channel_word, not_three_channels);
     }
     if (status == KO_OK) {
         status = read_shape(&reader, &shape);
@@ -198,5 +177,9 @@ int32_t KoTileColorTRCLoad(TileColorTRC *tile_trc, const char *path) {
     if (status == KO_OK) {
         status = fit_to_shape(tile_trc, shape, &TileColorTRC::redArray, KoTileColorTRCInit, KoTileColorTRCFree);
     }
-    return status == KO_OK ? read_entries(&reader, tile_trc) : status;
+    if (status != KO_OK) {
+        return status;
+    }
+    const uint64_t entries = entries_of(shape);
+    return read_triples(&reader, tile_trc->redArray, tile_trc->greenArray, tile_trc->blueArray, entries);
 }

@@ -1,11 +1,11 @@
 // Grids of curves, whatever stands at a tile: see tilegrid.h.
 #include "tilegrid.h"
 
-#include <cmath>
 #include <cstring>
 #include <initializer_list>
 
 #include "alloc.h"
+#include "convert.h"
 #include "report.h"
 
 namespace ko {
@@ -51,7 +51,7 @@ bool same_curves(const GridShape &shape, const uint32_t *first, const uint32_t *
 }
 
 uint64_t rounded_tile_size(uint64_t pixels, uint64_t strips) {
-    return static_cast<uint64_t>(std::floor(static_cast<float>(pixels) / static_cast<float>(strips) + 0.5f));
+    return static_cast<uint64_t>(truncate_64(static_cast<float>(pixels) / static_cast<float>(strips) + 0.5f));
 }
 
 int32_t read_shape(TextReader *reader, GridShape *shape) {

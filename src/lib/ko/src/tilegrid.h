@@ -26,7 +26,7 @@ uint64_t entries_of(const GridShape &shape);
 // A plane of cleared curves; null without a failure when a strip count is 0.
 [[nodiscard]] uint32_t *make_curves(const GridShape &shape);
 
-// True unless memory was short when the plane was made.
+// True if the plane is there, or has no entries.
 bool has_curves(const GridShape &shape, const uint32_t *plane);
 
 // The curve of tile (x, y). An index out of the grid is reported, and a plane that is not there; both give null.

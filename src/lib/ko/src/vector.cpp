@@ -105,7 +105,7 @@ int32_t KoVectorGetElement(const Vector *vector, uint64_t index, void *element) 
 }
 
 int32_t KoVectorSort(Vector *vector, int (*compare)(const void *first, const void *second)) {
-    if (reachable(vector) != 0) {
+    if (reachable(vector) != 0 && vector->element_size != 0) { // elements of no bytes have no order
         std::qsort(vector->data, reachable(vector), vector->element_size, compare);
     }
     return 0;

@@ -47,8 +47,8 @@ KO_API float KoFunctionDivideImage(void *data, float a, float b);
 /** Colour functions of two sources, channel by channel up to depth: |a - b| and a - b. Return 0, also for a count of 0. */
 KO_API int32_t KoFunctionDiffColorImage(void *data, int64_t count, uint64_t depth, const float *first, const float *second,
                                         uint64_t result_depth, float *result);
-KO_API int32_t KoFunctionSubstractColorImage(void *data, int64_t count, uint64_t depth, const float *first,
-                                             const float *second, uint64_t result_depth, float *result);
+KO_API int32_t KoFunctionSubstractColorImage(void *data, int64_t count, uint64_t depth, const float *first, const float *second,
+                                             uint64_t result_depth, float *result);
 
 /**
  * Runs a colour function over a picture.

@@ -16,7 +16,8 @@ KO_BEGIN_C
  *                  freed
  *   levels   in    intervals of the intensity, at least 1; 0 gives NaN
  * Returns KO_OK; a flat picture gives all 0, not its own value, which is meant. A result that cannot be had leaves null there
- * and returns KO_OK, with KO_ERR_ALLOC on the thread. A work image that cannot be had returns its status, with null at result.
+ * and returns KO_OK, with KO_ERR_CREATE_OBJECT on the thread. Work memory that cannot be had returns its status, with null at
+ * result.
  */
 KO_API int32_t KoFilterBLFApplyToRealImage(const RealImage *image, RealImage **result, uint64_t levels);
 

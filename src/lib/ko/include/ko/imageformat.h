@@ -95,8 +95,8 @@ KO_API int32_t KoRealImageSaveTXT(const RealImage *image, const char *path, floa
  * Reads three text pictures, path with ".R", ".G" and ".B" behind it, into the first three planes; the colour space stays. If
  * there is no ".R" file, the image becomes a GRAY one and the path itself is read into its plane. The gamma values are not
  * used. Returns KO_OK, the first failing plane's status (the planes before it are loaded), KO_ERR_INVALID_ARGUMENT for an image
- * of fewer than three planes, or KO_ERR_READ_FILE if the files differ in size. However the call ends, planes of another size than
- * plane 0 are replaced by cleared ones of its size.
+ * of fewer than three planes, or KO_ERR_READ_FILE if the files differ in size. However the call ends, planes of another size
+ * than plane 0 are replaced by cleared ones of its size.
  */
 KO_API int32_t KoColorImageLoadTXT(ColorImage *image, const char *path, double gamma_a, double gamma_b);
 

@@ -11,21 +11,22 @@
 KO_BEGIN_C
 
 typedef struct KernelGaussian {
-    float sigma;                  /* standard deviation, pixels */
-    uint64_t width;               /* number of finite coefficients, odd; 0 for the recursive form */
-    void *storage;                /* owned: block of width + 8 floats and room for alignment; null for the recursive form */
-    float *coefficients;          /* into storage, 16-byte aligned; the 8 floats behind the last coefficient are 0 */
-    int32_t mode;                 /* under 1: finite; 1 and above: recursive */
-    double a3, a2, a1;            /* feedback weights of the forward pass */
-    double scale;                 /* 1 - a1 - a2 - a3 */
+    float sigma;                   /* standard deviation, pixels */
+    uint64_t width;                /* number of finite coefficients, odd; 0 for the recursive form */
+    void *storage;                 /* owned: block of width + 8 floats and room for alignment; null for the recursive form */
+    float *coefficients;           /* into storage, 16-byte aligned; the 8 floats behind the last coefficient are 0 */
+    int32_t mode;                  /* under 1: finite; 1 and above: recursive */
+    double a3, a2, a1;             /* feedback weights of the forward pass */
+    double scale;                  /* 1 - a1 - a2 - a3 */
     double backA1, backA2, backA3; /* feedback weights of the backward pass */
-    double boundary[9];           /* the 3 by 3 matrix of the end of the signal, row by row */
+    double boundary[9];            /* the 3 by 3 matrix of the end of the signal, row by row */
 } KernelGaussian;
 
 /** Makes a new finite kernel, truncated at truncation times sigma. Returns null with KO_ERR_CREATE_OBJECT "KernelGaussian". */
 KO_API KernelGaussian *KoKernelGaussianNew(float sigma, float truncation);
 
-/** Makes a new kernel of the form that mode says; the recursive form ignores truncation. Returns null as KoKernelGaussianNew. */
+/** Makes a new kernel of the form that mode says; the recursive form ignores truncation. Returns null as KoKernelGaussianNew.
+ */
 KO_API KernelGaussian *KoKernelGaussianNewTune(float sigma, float truncation, int32_t mode);
 
 /**
@@ -54,8 +55,9 @@ KO_API void KoKernelGaussianPrint(const KernelGaussian *kernel, FILE *stream);
  * border, and one narrower or lower than the kernel comes out black; the recursive form keeps a constant picture constant.
  *   result   in/out   address of an image pointer. The finite form fills an image that is there and makes one for null; the
  *                     recursive form always stores a new image and does not free what stood there. Owned by the caller.
- * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for a given image of another size (finite form); the status of a work image that
- * cannot be had, with null at result. A recursive result that cannot be had leaves null there and returns KO_OK.
+ * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for a given image of another size (finite form); the status of work memory that cannot
+ * be had: a given image is as it was then, and a new one is not made. A recursive result that cannot be had leaves null there
+ * and returns KO_OK.
  */
 KO_API int32_t KoKernelGaussianConvolution(const KernelGaussian *kernel, const RealImage *image, RealImage **result);
 

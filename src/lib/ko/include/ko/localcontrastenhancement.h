@@ -33,30 +33,30 @@ typedef struct DecisionMechanismThreshold {
 } DecisionMechanismThreshold;
 
 typedef struct LocalContrastEnhancementImageFeatures {
-    uint64_t trcSize;                          /* entries of every tile curve */
-    uint64_t numBlocksX;                       /* tile columns of the result */
-    uint64_t numBlocksY;                       /* tile rows of the result */
-    ColorImage *yiqImage;                      /* owned: the picture in YIQ; null for a GRAY picture */
-    RealImage *luminance;                      /* borrowed: plane 0 of yiqImage or of the caller's GRAY picture */
-    RealImage *enhanced;                       /* owned: luminance after the gain curve */
-    RealImage *chroma;                         /* borrowed: plane 2 of yiqImage; null for a GRAY picture */
-    RealImage *background;                     /* owned: the smooth picture that drives the gain curve */
-    float gainStrength;                        /* numerator of the curve between knee and limit */
-    float maxGain;                             /* gain under the knee */
-    float gainLimit;                           /* background level from which on the gain is 1 */
-    float gainKnee;                            /* background level under which the gain is maxGain */
-    float gainOffset;                          /* constant term of the curve between knee and limit */
-    float detailThreshold;                     /* a block under this is low in detail */
-    float noiseThreshold;                      /* a block over this is noisy */
-    float entropyThreshold;                    /* a block under this is low in entropy */
-    float *detailScores;                       /* owned: 64 floats, row by row; null until computed */
-    float *noiseScores;                        /* owned: 64 floats; null until computed */
-    float *entropyScores;                      /* owned: 64 floats; null until computed */
-    DecisionMechanismThreshold dmValues;       /* what was measured for this picture */
-    int32_t keepScoring;                       /* non-zero runs every measure even after the decision has fallen */
-    int32_t proceed;                           /* non-zero while the enhancement is to go ahead */
+    uint64_t trcSize;                           /* entries of every tile curve */
+    uint64_t numBlocksX;                        /* tile columns of the result */
+    uint64_t numBlocksY;                        /* tile rows of the result */
+    ColorImage *yiqImage;                       /* owned: the picture in YIQ; null for a GRAY picture */
+    RealImage *luminance;                       /* borrowed: plane 0 of yiqImage or of the caller's GRAY picture */
+    RealImage *enhanced;                        /* owned: luminance after the gain curve */
+    RealImage *chroma;                          /* borrowed: plane 2 of yiqImage; null for a GRAY picture */
+    RealImage *background;                      /* owned: the smooth picture that drives the gain curve */
+    float gainStrength;                         /* numerator of the curve between knee and limit */
+    float maxGain;                              /* gain under the knee */
+    float gainLimit;                            /* background level from which on the gain is 1 */
+    float gainKnee;                             /* background level under which the gain is maxGain */
+    float gainOffset;                           /* constant term of the curve between knee and limit */
+    float detailThreshold;                      /* a block under this is low in detail */
+    float noiseThreshold;                       /* a block over this is noisy */
+    float entropyThreshold;                     /* a block under this is low in entropy */
+    float *detailScores;                        /* owned: 64 floats, row by row; null until computed */
+    float *noiseScores;                         /* owned: 64 floats; null until computed */
+    float *entropyScores;                       /* owned: 64 floats; null until computed */
+    DecisionMechanismThreshold dmValues;        /* what was measured for this picture */
+    int32_t keepScoring;                        /* non-zero runs every measure even after the decision has fallen */
+    int32_t proceed;                            /* non-zero while the enhancement is to go ahead */
     DecisionMechanismThreshold dmThresholds[5]; /* limits by configuration number; 1, 2 and 3 are filled and used */
-    float cubeRootTable[1024];                 /* entry i is the cube root of i / 4 */
+    float cubeRootTable[1024];                  /* entry i is the cube root of i / 4 */
 } LocalContrastEnhancementImageFeatures;
 
 /** The configurations' names by number: "Disabled", "Conservative", "Default", "Risky", "Always". */
@@ -64,7 +64,7 @@ extern KO_API const char *const KoLceDecisionMechanismConfigName[5];
 
 /** Makes a new record, owned by the caller. Returns null with KO_ERR_CREATE_OBJECT if memory is short. */
 KO_API LocalContrastEnhancementImageFeatures *KoLocalContrastEnhancementNew(uint64_t trc_size, uint64_t blocks_x,
-                                                                           uint64_t blocks_y);
+                                                                            uint64_t blocks_y);
 
 /**
  * Fills a record that the caller owns; ended with KoLocalContrastEnhancementFree.
@@ -122,13 +122,11 @@ KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImag
  *   limit_fraction   in       share of the full scale 255 from which on nothing changes
  *   blf_levels       in       levels of the bilateral filter, at least 1
  *   score            in       the caller's score for the decision, -1 for none
- *   configuration    in       0, or less, never and 4 always enhances, without a measure; 1 to 3 judge the picture by the limits
- *                             of all configurations up to this one
- *   tile_trc         in/out   address of a grid pointer: null there makes a new grid, owned by the caller; a grid that is there
- *                             is overwritten tile by tile, with the curve size that it declares
- * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number
- * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid
- * made.
+ *   configuration    in       0, or less, never and 4 always enhances, without a measure; 1 to 3 judge the picture by the
+ * limits of all configurations up to this one tile_trc         in/out   address of a grid pointer: null there makes a new grid,
+ * owned by the caller; a grid that is there is overwritten tile by tile, with the curve size that it declares Returns KO_OK;
+ * the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number above 4, a grid
+ * of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid made.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                         float max_gain, float strength, float limit_fraction,

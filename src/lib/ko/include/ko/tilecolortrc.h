@@ -16,13 +16,15 @@ typedef struct TileColorTRC {
     uint64_t numStripsX;  /* tiles per grid row */
     uint64_t numStripsY;  /* grid rows */
     uint32_t *redArray;   /* owned: curve (x, y) begins at entry (y * numStripsX + x) * size; null when a strip count is 0 */
-    uint32_t *greenArray; /* the same for green */
+    uint32_t *greenArray; /* the same for green; the three are there together or not at all */
     uint32_t *blueArray;  /* the same for blue */
 } TileColorTRC;
 
 /**
- * Makes a grid of cleared curves in a record that the caller owns. Returns KO_OK, also when memory is short: all three arrays
- * are null then.
+ * Makes a grid of cleared curves in a record that the caller owns; ended with KoTileColorTRCFree.
+ *   size                 in   entries per curve; byte pictures need at least 256
+ *   strips_x, strips_y   in   tiles per grid row, and grid rows; if one is 0 the grid has no curves
+ * Returns KO_OK, also when memory is short: all three arrays are null then.
  */
 KO_API int32_t KoTileColorTRCInit(TileColorTRC *tile_trc, uint64_t size, uint64_t strips_x, uint64_t strips_y);
 
@@ -48,7 +50,11 @@ KO_API uint32_t *KoTileColorTRCGetRedTRC(const TileColorTRC *tile_trc, uint64_t 
 KO_API uint32_t *KoTileColorTRCGetGreenTRC(const TileColorTRC *tile_trc, uint64_t x, uint64_t y);
 KO_API uint32_t *KoTileColorTRCGetBlueTRC(const TileColorTRC *tile_trc, uint64_t x, uint64_t y);
 
-/** Copies size entries into each curve of tile (x, y). Returns KO_OK, or the status that KoTileColorTRCGetRedTRC leaves. */
+/**
+ * Copies entries into the curves of tile (x, y).
+ *   red, green, blue   in   size entries each; not null
+ * Returns KO_OK, or the status that KoTileColorTRCGetRedTRC leaves.
+ */
 KO_API int32_t KoTileColorTRCSetTileFromArray(TileColorTRC *tile_trc, uint64_t x, uint64_t y, const uint32_t *red,
                                               const uint32_t *green, const uint32_t *blue);
 
@@ -76,9 +82,9 @@ KO_API int32_t KoTileColorTRCCompare(const TileColorTRC *first, const TileColorT
 /**
  * Writes the grid to a text file: "RGBLinear", "bits" with a number and the strip counts, and a line of red, green and blue for
  * every entry. The number is the size over the natural logarithm of 2, by design: before such a file can be loaded, the base-2
- * logarithm of the size must be put in its place.
+ * logarithm of the size must be put in its place. Curves of a size that is no power of two cannot be loaded at all.
  *   overwrite   in   0 refuses to replace a file
- * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, or KO_ERR_NULL_POINTER for a grid whose curves could not be had.
+ * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, or KO_ERR_NULL_POINTER for a grid that has tiles but no curves.
  * Failed writes are not told.
  */
 KO_API int32_t KoTileColorTRCSave(const TileColorTRC *tile_trc, const char *path, int32_t overwrite);

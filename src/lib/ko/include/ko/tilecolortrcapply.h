@@ -25,8 +25,8 @@ typedef struct TileColorTRCApply {
     uint64_t tileWidth;               /* width / numStripsX, rounded, pixels */
     uint64_t tileHeight;              /* height / numStripsY, rounded, rows */
     uint64_t rowsDone;                /* rows of the picture finished so far */
-    uint64_t band;                    /* index of the present band, 0 to numStripsY; one more behind the last row */
-    uint64_t bandEnd;                 /* row of the picture at which the band ends */
+    uint64_t band;                    /* index of the present band, 0 to numStripsY; counts on when that one ends */
+    uint64_t bandEnd;                 /* row at which the band ends, which may lie behind the picture */
     uint32_t debugFlags;              /* always 0 */
     float xStep;                      /* 1 / tileWidth: what a pixel to the right takes from the weight of the left curves */
     float yStep;                      /* 1 / tileHeight: what a row down takes from the weight of the upper curves */
@@ -56,11 +56,12 @@ KO_API int32_t KoTileColorTRCApplyFree(TileColorTRCApply *apply);
 KO_API int32_t KoTileColorTRCApplyDelete(TileColorTRCApply *apply);
 
 /**
- * Processes the next rows. Columns that the rounded tiles leave over at the right stay as the output had them.
- *   rows     in    rows of this chunk; rows past the picture's height are ignored
- *   input    in    the chunk's first row in the picture's layout
- *   output   out   the same for the result; may be the input
- * Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for a record without a grid.
+ * Processes the next rows. The runs of a row reach to numStripsX * tileWidth, one less if tileWidth is odd, or to the row's
+ * end: columns behind them stay as the output had them. A chunk that begins inside a band takes a subtraction for each row of
+ * the band before it. rows     in    rows of this chunk; rows past the picture's height are ignored input    in    the chunk's
+ * first row in the picture's layout; the planes of KO_BYTE_LAYOUT_PLANAR are width * height bytes apart, as in the whole
+ * picture output   out   the same for the result; may be the input Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for a record
+ * without a grid.
  */
 KO_API int32_t KoTileColorTRCApplyToByteChunk(TileColorTRCApply *apply, uint64_t rows, const uint8_t *input, uint8_t *output);
 

@@ -16,34 +16,34 @@
 KO_BEGIN_C
 
 typedef struct TileTRCApply {
-    const TileTRC *tileTRC;      /* not owned; null means no tone change */
-    const uint32_t *redCurve;    /* not owned: entries of channel 0 of the ColorTRC, or null */
-    const uint32_t *greenCurve;  /* the same of channel 1 */
-    const uint32_t *blueCurve;   /* the same of channel 2 */
-    float ratioWeight;           /* weight of the ratio rule in the colour transfer */
-    float additiveWeight;        /* 1 - ratioWeight */
-    uint64_t width;              /* pixels of the whole picture */
-    uint64_t height;             /* rows of the whole picture */
-    uint32_t layout;             /* KO_BYTE_LAYOUT_... */
-    uint32_t color_space;        /* KO_COLORSPACE_GRAY means one channel, any other three */
-    uint64_t tileWidth;          /* width / numStripsX, pixels */
-    uint64_t tileHeight;         /* height / numStripsY, rows */
-    uint64_t tilePixels;         /* their product */
-    uint64_t tileStep;           /* entries of the grid's curves a level: their size >> 8 */
-    uint64_t colorStep;          /* entries of the ColorTRC a level: its size >> 8; 1 without a ColorTRC */
-    uint64_t groupsPerTile;      /* groups of four pixels in a tile's width */
-    uint64_t firstRun;           /* pixels in a row before the first interpolation */
-    uint64_t lastRun;            /* pixels in a row after the last one */
-    uint64_t rowsDone;           /* rows of the picture finished so far */
-    uint64_t bandRow;            /* row inside the present interpolating band */
-    uint64_t band;               /* index of the present band, 0 to numStripsY */
-    uint64_t bandEnd;            /* row of the picture at which the band ends */
-    uint32_t debugFlags;         /* always 0 */
-    void *rowScratchBlock;       /* owned: raw block behind rowScratch; null when nothing is interpolated */
-    float *rowScratch;           /* work memory of a row; 16-byte aligned */
-    void *weightTableBlock;      /* owned: raw block behind weightTable; null when nothing is interpolated */
-    float *weightTable;          /* tileHeight * groupsPerTile groups of 16 floats: left upper, left lower, right upper and
-                                    right lower weights of four pixels; 16-byte aligned */
+    const TileTRC *tileTRC;     /* not owned; null means no tone change */
+    const uint32_t *redCurve;   /* not owned: entries of channel 0 of the ColorTRC, or null */
+    const uint32_t *greenCurve; /* the same of channel 1 */
+    const uint32_t *blueCurve;  /* the same of channel 2 */
+    float ratioWeight;          /* weight of the ratio rule in the colour transfer */
+    float additiveWeight;       /* 1 - ratioWeight */
+    uint64_t width;             /* pixels of the whole picture */
+    uint64_t height;            /* rows of the whole picture */
+    uint32_t layout;            /* KO_BYTE_LAYOUT_... */
+    uint32_t color_space;       /* KO_COLORSPACE_GRAY means one channel, any other three */
+    uint64_t tileWidth;         /* width / numStripsX, pixels */
+    uint64_t tileHeight;        /* height / numStripsY, rows */
+    uint64_t tilePixels;        /* their product */
+    uint64_t tileStep;          /* entries of the grid's curves a level: their size >> 8 */
+    uint64_t colorStep;         /* entries of the ColorTRC a level: its size >> 8; 1 without a ColorTRC */
+    uint64_t groupsPerTile;     /* groups of four pixels in a tile's width */
+    uint64_t firstRun;          /* pixels in a row before the first interpolation */
+    uint64_t lastRun;           /* pixels in a row after the last one */
+    uint64_t rowsDone;          /* rows of the picture finished so far */
+    uint64_t bandRow;           /* row inside the present interpolating band */
+    uint64_t band;              /* index of the present band, 0 to numStripsY */
+    uint64_t bandEnd;           /* row of the picture at which the band ends */
+    uint32_t debugFlags;        /* always 0 */
+    void *rowScratchBlock;      /* owned: raw block behind rowScratch; null when nothing is interpolated */
+    float *rowScratch;          /* work memory of a row; 16-byte aligned */
+    void *weightTableBlock;     /* owned: raw block behind weightTable; null when nothing is interpolated */
+    float *weightTable;         /* tileHeight * groupsPerTile groups of 16 floats: left upper, left lower, right upper and
+                                   right lower weights of four pixels; 16-byte aligned */
 } TileTRCApply;
 
 /** The sliding 2 by 2 neighbourhood of curves in a row: left upper, right upper, left lower, right lower; not owned. */
@@ -78,9 +78,9 @@ KO_API int32_t KoTileTRCApplyDelete(TileTRCApply *apply);
  * Processes the next rows.
  *   rows                              in    rows of this chunk; rows past the picture's height are ignored
  *   first, second, third              in    the chunk's first row in the picture's layout; the last two are read for
- *                                           KO_BYTE_LAYOUT_3_PLANES only
- *   first_out, second_out, third_out  out   the same for the result; may be the input's buffers
- * Returns KO_OK.
+ *                                           KO_BYTE_LAYOUT_3_PLANES only. The planes of KO_BYTE_LAYOUT_PLANAR are width *
+ * height bytes apart, as in the whole picture first_out, second_out, third_out  out   the same for the result; may be the
+ * input's buffers Returns KO_OK.
  */
 KO_API int32_t KoTileTRCApplyToByteChunkNonInterlaced(TileTRCApply *apply, uint64_t rows, const uint8_t *first,
                                                       const uint8_t *second, const uint8_t *third, uint8_t *first_out,

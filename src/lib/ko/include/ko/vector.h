@@ -3,8 +3,8 @@
  * family uses it. No lock: one thread at a time.
  *
  * Bytes to allocate are formed in 32 bits, as KoReallocElements does: a count times element_size of 2^31 to 2^32 - 1 fails, and
- * nothing checks that it stays below 2^32. A failed growth leaves data null and capacity 0 and gives the elements up, by design:
- * the old block is not freed, and size stays. Such a vector is only to be freed.
+ * nothing checks that it stays below 2^32. A failed growth leaves data null and capacity 0 and gives the elements up, by
+ * design: the old block is not freed, and size stays. Such a vector is only to be freed.
  */
 #ifndef KO_VECTOR_H
 #define KO_VECTOR_H
@@ -52,7 +52,8 @@ KO_API int32_t KoVectorSetSize(Vector *vector, uint64_t count);
 
 /**
  * Copies element_size bytes in behind the last element. Growth is by one element, deliberately: every addition that reaches the
- * capacity reallocates, so a caller that knows the count reserves it first. element must not lie inside the vector.
+ * capacity reallocates, the first to the size that it has, so a caller that knows the count reserves one more. element must not
+ * lie inside the vector.
  * Returns KO_OK, or KO_ERR_ALLOC with the elements given up.
  */
 KO_API int32_t KoVectorAddElement(Vector *vector, const void *element);
@@ -67,7 +68,10 @@ KO_API int32_t KoVectorGetElement(const Vector *vector, uint64_t index, void *el
  */
 KO_API int32_t KoVectorSort(Vector *vector, int (*compare)(const void *first, const void *second));
 
-/** Return the first element and the end of the last; equal when there is none. They stay the vector's, until it grows. */
+/**
+ * Return the first element and the end of the last; equal when there is none. They stay the vector's, and end when it
+ * reallocates or is freed.
+ */
 KO_API void *KoVectorBegin(const Vector *vector);
 KO_API void *KoVectorEnd(const Vector *vector);
 

@@ -69,20 +69,20 @@ struct PieceWeights {
     float right_lower[piece];
 };
 
-// Takes the weights of the next pixels: those of the pixel behind them become the row's first.
-void take_weights(RowWeights *row, uint64_t count, PieceWeights *weights) {
-    Corners now = row->first;
+// Writes out the weights of the next pixels, and moves the first of rest to the pixel behind them.
+void take_weights(RowWeights *rest, uint64_t count, PieceWeights *weights) {
+    Corners now = rest->first;
     for (uint64_t x = 0; x < count; ++x) {
         weights->right_upper[x] = now.right_upper;
         weights->left_upper[x] = now.left_upper;
         weights->left_lower[x] = now.left_lower;
         weights->right_lower[x] = now.right_lower;
-        now.left_upper += row->step.left_upper;
-        now.left_lower += row->step.left_lower;
-        now.right_lower += row->step.right_lower;
-        now.right_upper = row->horizontal ? 1.0f - now.left_upper : now.right_upper + row->step.right_upper;
+        now.left_upper += rest->step.left_upper;
+        now.left_lower += rest->step.left_lower;
+        now.right_lower += rest->step.right_lower;
+        now.right_upper = rest->horizontal ? 1.0f - now.left_upper : now.right_upper + rest->step.right_upper;
     }
-    row->first = now;
+    rest->first = now;
 }
 
 // One channel of a piece. Its bytes are read before the first is written, so the buffers may be the same.
@@ -92,6 +92,7 @@ void blend(const Corners *entries, const PieceWeights &weights, uint64_t count, 
     for (uint64_t x = 0; x < count; ++x) {
         neighbours[x] = entries[in[x * step]];
     }
+    // The sums and their truncation are vectorised; bytes that lie apart are not.
     int32_t levels[piece];
     for (uint64_t x = 0; x < count; ++x) {
         const Corners &entry = neighbours[x];
@@ -104,20 +105,21 @@ void blend(const Corners *entries, const PieceWeights &weights, uint64_t count, 
     }
 }
 
-void blend_run(const Corners (*entries)[byte_levels], RowWeights row, uint64_t pixels, const Row &in, const Row &out) {
+void blend_run(const Corners (*entries)[byte_levels], RowWeights rest, uint64_t pixels, const Row &in, const Row &out) {
     PieceWeights weights;
     for (uint64_t start = 0; start < pixels; start += piece) {
         const uint64_t count = std::min(piece, pixels - start);
-        take_weights(&row, count, &weights);
+        take_weights(&rest, count, &weights);
         for (uint32_t c = 0; c < channels; ++c) {
             blend(entries[c], weights, count, in.channel[c] + start * in.step, out.channel[c] + start * out.step, in.step);
         }
     }
 }
 
-void look_up_run(const KoTRCMatrix *matrices, uint64_t pixels, const Row &in, const Row &out) {
+// A run with a single curve a channel.
+void look_up_run(const KoTRCMatrix *curves, uint64_t pixels, const Row &in, const Row &out) {
     for (uint32_t c = 0; c < channels; ++c) {
-        const uint32_t *curve = matrices[c][1];
+        const uint32_t *curve = curves[c][1];
         for (uint64_t x = 0; x < pixels; ++x) {
             out.channel[c][x * out.step] = static_cast<uint8_t>(curve[in.channel[c][x * in.step]]);
         }
@@ -149,60 +151,85 @@ bool is_edge(const TileColorTRCApply *apply) { return apply->band == 0 || apply-
 // The weight of the upper curves in the next row: a running sum from the first row of an inner band, unused in an edge band.
 float upper_weight(const TileColorTRCApply *apply) {
     float weight = 1.0f;
-    for (uint64_t row = apply->bandEnd - apply->tileHeight; !is_edge(apply) && row < apply->rowsDone; ++row) {
+    if (is_edge(apply)) {
+        return weight;
+    }
+    for (uint64_t row = apply->bandEnd - apply->tileHeight; row < apply->rowsDone; ++row) {
         weight -= apply->yStep;
     }
     return weight;
 }
 
-// The entries of a channel's neighbouring curves, level by level; 0 where there is no curve.
-void fill_entries(const KoTRCMatrix &matrix, Corners *entries) {
-    for (uint64_t level = 0; level < byte_levels; ++level) {
-        const auto entry = [=](const uint32_t *curve) { return curve != nullptr ? static_cast<float>(curve[level]) : 0.0f; };
-        entries[level] = {entry(matrix[1]), entry(matrix[0]), entry(matrix[2]), entry(matrix[3])};
+// A run in all rows of a block.
+struct Run {
+    const KoTRCMatrix *curves; // around it, one matrix a channel
+    bool outer;                // before the first tile centre or behind the last: no blend from left to right
+    uint64_t pixels;
+    uint64_t rows;
+};
+
+// The entries of neighbouring curves at a level; 0 where there is no curve.
+Corners corners_at(const KoTRCMatrix &curves, uint64_t level) {
+    const auto entry = [=](const uint32_t *curve) { return curve != nullptr ? static_cast<float>(curve[level]) : 0.0f; };
+    return {entry(curves[1]), entry(curves[0]), entry(curves[2]), entry(curves[3])};
+}
+
+// Lays the curves' entries side by side, level by level: all of them, or for a few pixels those alone that they look at.
+void fill_entries(const Run &run, ByteImageIterator in, Corners (*entries)[byte_levels]) {
+    if (run.pixels * run.rows >= byte_levels) {
+        for (uint32_t c = 0; c < channels; ++c) {
+            for (uint64_t level = 0; level < byte_levels; ++level) {
+                entries[c][level] = corners_at(run.curves[c], level);
+            }
+        }
+        return;
+    }
+    for (uint64_t row = 0; row < run.rows; ++row) {
+        const Row bytes = row_of(in);
+        for (uint32_t c = 0; c < channels; ++c) {
+            for (uint64_t x = 0; x < run.pixels; ++x) {
+                const uint8_t level = bytes.channel[c][x * bytes.step];
+                entries[c][level] = corners_at(run.curves[c], level);
+            }
+        }
+        KoByteImageIteratorNextLine(&in);
     }
 }
 
-// A run with a single curve a channel, in all rows of a block.
-void look_up_rows(const KoTRCMatrix *matrices, uint64_t pixels, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
-    for (uint64_t row = 0; row < rows; ++row) {
-        look_up_run(matrices, pixels, row_of(in), row_of(out));
+void look_up_rows(const Run &run, ByteImageIterator in, ByteImageIterator out) {
+    for (uint64_t row = 0; row < run.rows; ++row) {
+        look_up_run(run.curves, run.pixels, row_of(in), row_of(out));
         KoByteImageIteratorNextLine(&in);
         KoByteImageIteratorNextLine(&out);
     }
 }
 
-// A run between tile centres, in all rows of a block; outer runs have them above and below alone.
-void blend_rows(const TileColorTRCApply *apply, const KoTRCMatrix *matrices, bool outer, float upper, uint64_t pixels,
-                uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
+// upper is the weight of the upper curves in the first row.
+void blend_rows(const TileColorTRCApply *apply, const Run &run, float upper, ByteImageIterator in, ByteImageIterator out) {
     Corners entries[channels][byte_levels];
-    for (uint32_t c = 0; c < channels; ++c) {
-        fill_entries(matrices[c], entries[c]);
-    }
-    for (uint64_t row = 0; row < rows; ++row, upper -= apply->yStep) {
+    fill_entries(run, in, entries);
+    for (uint64_t row = 0; row < run.rows; ++row, upper -= apply->yStep) {
         const RowWeights weights = is_edge(apply) ? horizontal_weights(apply)
-                                   : outer        ? vertical_weights(upper)
+                                   : run.outer    ? vertical_weights(upper)
                                                   : four_weights(apply, upper);
-        blend_run(entries, weights, pixels, row_of(in), row_of(out));
+        blend_run(entries, weights, run.pixels, row_of(in), row_of(out));
         KoByteImageIteratorNextLine(&in);
         KoByteImageIteratorNextLine(&out);
     }
 }
 
-// Slides the curves of the three channels to those around run column of the present band; the last run keeps its neighbour's.
-void move_right(const TileColorTRCApply *apply, uint64_t column, KoTRCMatrix *matrices) {
+// Sets the right curves of all channels to those of a grid column, in the rows of the present band; what was right is left
+// then.
+void take_column(const TileColorTRCApply *apply, uint64_t column, KoTRCMatrix *curves) {
     using GetCurve = uint32_t *(const TileColorTRC *, uint64_t, uint64_t);
     constexpr GetCurve *get_curve[channels] = {KoTileColorTRCGetRedTRC, KoTileColorTRCGetGreenTRC, KoTileColorTRCGetBlueTRC};
     const TileColorTRC *grid = apply->tileColorTRC;
-    if (column == grid->numStripsX) {
-        return;
-    }
     const uint64_t upper_row = apply->band == 0 ? 0 : apply->band - 1;
     for (uint32_t c = 0; c < channels; ++c) {
         const uint32_t *upper = get_curve[c](grid, column, upper_row);
         const uint32_t *lower = is_edge(apply) ? nullptr : get_curve[c](grid, column, apply->band);
         const auto place = column == 0 ? KoTRCMatrixInit : KoTRCMatrixMoveRight;
-        place(matrices[c], upper, lower);
+        place(curves[c], upper, lower);
     }
 }
 
@@ -210,20 +237,22 @@ void move_right(const TileColorTRCApply *apply, uint64_t column, KoTRCMatrix *ma
 void process_block(const TileColorTRCApply *apply, uint64_t rows, ByteImageIterator in, ByteImageIterator out) {
     const uint64_t last = apply->tileColorTRC->numStripsX;
     const float upper = upper_weight(apply);
-    KoTRCMatrix matrices[channels];
+    KoTRCMatrix curves[channels];
     uint64_t left = apply->width;
     for (uint64_t column = 0; column <= last && left != 0; ++column) {
-        const bool outer = column == 0 || column == last;
-        const uint64_t pixels = std::min(outer ? apply->tileWidth >> 1 : apply->tileWidth, left);
-        move_right(apply, column, matrices);
-        if (outer && is_edge(apply)) {
-            look_up_rows(matrices, pixels, rows, in, out);
-        } else {
-            blend_rows(apply, matrices, outer, upper, pixels, rows, in, out);
+        if (column != last) { // the last run keeps the curves of the one before it
+            take_column(apply, column, curves);
         }
-        KoByteImageIteratorNextTile(&in, pixels);
-        KoByteImageIteratorNextTile(&out, pixels);
-        left -= pixels;
+        const bool outer = column == 0 || column == last;
+        const Run run = {curves, outer, std::min(outer ? apply->tileWidth >> 1 : apply->tileWidth, left), rows};
+        if (outer && is_edge(apply)) {
+            look_up_rows(run, in, out);
+        } else {
+            blend_rows(apply, run, upper, in, out);
+        }
+        KoByteImageIteratorNextTile(&in, run.pixels);
+        KoByteImageIteratorNextTile(&out, run.pixels);
+        left -= run.pixels;
     }
 }
 

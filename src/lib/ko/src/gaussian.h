@@ -8,6 +8,10 @@
 
 namespace ko {
 
+// Both blur an image as KoKernelGaussianConvolution does with a kernel of their form.
+[[nodiscard]] int32_t convolve_finite(const KernelGaussian *kernel, const RealImage *image, RealImage **result);
+[[nodiscard]] int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage **result);
+
 // Rows that are worked on together: carried side by side in the horizontal pass.
 constexpr uint64_t blur_group = 16;
 // Columns that are worked on together in the vertical pass.

@@ -90,6 +90,28 @@ TEST_F(BilateralFilterTest, WidthsAroundBlockSizes) {
     }
 }
 
+TEST_F(BilateralFilterTest, SizesAroundGroupsOfRowsAndPiecesOfColumns) {
+    for (const uint64_t height : {1u, 15u, 16u, 17u, 33u}) {
+        for (const uint64_t width : {1u, 255u, 256u, 257u, 513u}) {
+            expect_filter(noise_plane(width, height, static_cast<uint32_t>(height)), 3);
+        }
+    }
+}
+
+TEST_F(BilateralFilterTest, PicturesWithoutPixelsGiveSuch) {
+    for (const uint64_t levels : {0u, 5u}) {
+        for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{0, 40}, {40, 0}, {0, 0}}) {
+            const RealImagePtr image(KoRealImageNew(width, height));
+            RealImage *result = nullptr;
+            EXPECT_EQ(KoFilterBLFApplyToRealImage(image.get(), &result, levels), KO_OK);
+            const RealImagePtr made(result);
+            ASSERT_NE(made, nullptr);
+            EXPECT_EQ(made->width, width);
+            EXPECT_EQ(made->height, height);
+        }
+    }
+}
+
 TEST_F(BilateralFilterTest, LevelsFromOneToMany) {
     const Plane plane = photograph_plane(61, 53, 9);
     for (const uint64_t levels : {1u, 2u, 3u, 4u, 5u, 7u, 12u, 16u, 31u, 64u, 200u}) {

@@ -226,6 +226,29 @@ TEST_F(KernelGaussianTest, RecursiveFormAroundBlockSizes) {
     }
 }
 
+TEST_F(KernelGaussianTest, RecursiveFormAroundGroupsOfRowsAndPiecesOfColumns) {
+    for (const uint64_t height : {1u, 2u, 15u, 16u, 17u, 31u, 32u, 33u, 49u}) {
+        for (const uint64_t width : {1u, 255u, 256u, 257u, 511u, 512u, 513u, 769u}) {
+            expect_recursive(7.0f, width, height);
+        }
+    }
+}
+
+TEST_F(KernelGaussianTest, PicturesWithoutPixelsGiveSuch) {
+    for (const int32_t mode : {finite, recursive}) {
+        const GaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
+        for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{0, 40}, {40, 0}, {0, 0}}) {
+            const RealImagePtr image(KoRealImageNew(width, height));
+            RealImage *result = nullptr;
+            EXPECT_EQ(KoKernelGaussianConvolution(kernel.get(), image.get(), &result), KO_OK);
+            const RealImagePtr made(result);
+            ASSERT_NE(made, nullptr);
+            EXPECT_EQ(made->width, width);
+            EXPECT_EQ(made->height, height);
+        }
+    }
+}
+
 TEST_F(KernelGaussianTest, FiniteFormOnAllSmallSizes) {
     for (uint64_t width = 1; width <= 40; ++width) {
         for (uint64_t height = 1; height <= 40; ++height) {

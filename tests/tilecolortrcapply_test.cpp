@@ -594,6 +594,19 @@ TEST_F(TileColorTRCApplyTest, ATileWidthRoundedDownLeavesAColumn) {
     }
 }
 
+// The two outer runs are half a tile each, cut: an odd tile width leaves the last column even where the columns divide the
+// width.
+TEST_F(TileColorTRCApplyTest, AnOddTileWidthLeavesAColumn) {
+    for (const auto &[width, columns] : {std::pair<uint64_t, uint64_t>{1000, 8}, {56, 8}, {15, 1}, {3, 1}}) {
+        const TileColorTrcPtr grid = constant_grid(columns, 2, [](uint64_t, uint64_t, uint64_t) { return 60u; });
+        const BytePicture output = applied(grid.get(), flat_picture(width, 6, 9), flat_picture(width, 6, 222), {6});
+        for (uint64_t y = 0; y < 6; ++y) {
+            EXPECT_NE(+output.at(0, width - 2, y), 222) << width;
+            EXPECT_EQ(+output.at(0, width - 1, y), 222) << width;
+        }
+    }
+}
+
 TEST_F(TileColorTRCApplyTest, MiddleRunsEndAtTheRowsEnd) {
     // Tiles of 2 where 1.5 would fit: the eighth middle run is cut to no pixel, and the ones after it have none.
     const TileColorTrcPtr grid =

@@ -187,6 +187,9 @@ TEST_F(VectorTest, GetOfAnIndexPastTheSizeReportsIt) {
     const VectorPtr empty(KoVectorNew(4));
     expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, "Index out of bounds: 0 (0-0)",
                  [&] { return KoVectorGetElement(empty.get(), 0, &room); });
+    // The text shows the low 32 bits of an index, the test takes all of it.
+    expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, "Index out of bounds: 1 (0-3)",
+                 [&] { return KoVectorGetElement(vector.get(), (uint64_t{1} << 32) + 1, &room); });
     EXPECT_EQ(room, 77);
 }
 
@@ -345,6 +348,19 @@ TEST_F(VectorTest, SortTakesTheElementsInUse) {
     EXPECT_EQ(KoVectorSort(vector.get(), ascending), 0);
     KoVectorSetSize(vector.get(), 7);
     EXPECT_EQ(numbers_of(vector.get()), (std::vector<int32_t>{2, 3, 4, 5, 1, 0, -1}));
+}
+
+// Elements of no bytes are all the same: nothing is compared.
+TEST_F(VectorTest, SortOfElementsWithoutBytesDoesNothing) {
+    const VectorPtr vector(KoVectorNew(0));
+    KoVectorSetSize(vector.get(), 40);
+    expect_success([&] {
+        return KoVectorSort(vector.get(), [](const void *, const void *) {
+            ADD_FAILURE() << "compared";
+            return 0;
+        });
+    });
+    EXPECT_EQ(KoVectorGetSize(vector.get()), 40u);
 }
 
 struct Packed {

@@ -1,4 +1,6 @@
 // The bilateral filter when memory runs out: a status, or KO_OK without a result, and nothing left over.
+#include <string>
+
 #include <gtest/gtest.h>
 
 #include "faults.h"
@@ -40,6 +42,9 @@ TEST_F(BilateralFilterFaultTest, EveryFaultIsTold) {
         } else if (made != nullptr) {
             EXPECT_TRUE(same_floats(pixels(expected.get()), pixels(made.get())));
         } else {
+            EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
+            const std::string chain = KoErrorGetLastErrorMessage();
+            EXPECT_EQ(chain.find("Cannot create object \"RealImage\"\n-> Cannot allocate "), 0u) << chain;
             ++without_result;
         }
     });

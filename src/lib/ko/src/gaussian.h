@@ -1,5 +1,5 @@
-// What other filters use of the Gaussian beyond its public functions: the recursive blur group of rows by group of rows, so
-// that a filter can work on rows while they are in the cache.
+// The two blurs behind KoKernelGaussianConvolution, and what other filters use of the recursive one: it goes group of rows by
+// group of rows, so that a filter can work on rows while they are in the cache.
 #ifndef KO_SRC_GAUSSIAN_H
 #define KO_SRC_GAUSSIAN_H
 

@@ -25,8 +25,7 @@ typedef struct KernelGaussian {
 /** Makes a new finite kernel, truncated at truncation times sigma. Returns null with KO_ERR_CREATE_OBJECT "KernelGaussian". */
 KO_API KernelGaussian *KoKernelGaussianNew(float sigma, float truncation);
 
-/** Makes a new kernel of the form that mode says; the recursive form ignores truncation. Returns null as KoKernelGaussianNew.
- */
+/** Makes a new kernel of the form that mode says; the recursive one ignores truncation. Returns null as KoKernelGaussianNew. */
 KO_API KernelGaussian *KoKernelGaussianNewTune(float sigma, float truncation, int32_t mode);
 
 /**

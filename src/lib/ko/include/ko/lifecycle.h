@@ -12,11 +12,12 @@
 KO_BEGIN_C
 
 /**
- * Starts the library: the status record of the calling thread, the pool of the curve computation, the slots of the text format
- * (ko/imageformat.h), and the plug-in for image files (koio.dll on Windows, koio.so elsewhere) if the system's loader finds
- * one. first, second   in   two words that the library hands to the plug-in's KoIOInit unread; null is in order Returns on the
- * first call 0 without a plug-in and the plug-in's own result with one; on each further call the number of calls not yet
- * matched by KoRelease, at least 2. A missing plug-in is normal and reports nothing.
+ * Starts the library: the status record of the calling thread, the pool of the curve computation, the slots of the text
+ * format (ko/imageformat.h), and the plug-in for image files (koio.dll on Windows, koio.so elsewhere) if the system's loader
+ * finds one.
+ *   first, second   in   two words that the library hands to the plug-in's KoIOInit unread; null is in order
+ * Returns on the first call 0 without a plug-in and the plug-in's own result with one; on each further call the number of
+ * calls not yet matched by KoRelease, at least 2. A missing plug-in is normal and reports nothing.
  */
 KO_API int32_t KoInit(void *first, void *second);
 

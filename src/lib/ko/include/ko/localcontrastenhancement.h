@@ -123,10 +123,12 @@ KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImag
  *   blf_levels       in       levels of the bilateral filter, at least 1
  *   score            in       the caller's score for the decision, -1 for none
  *   configuration    in       0, or less, never and 4 always enhances, without a measure; 1 to 3 judge the picture by the
- * limits of all configurations up to this one tile_trc         in/out   address of a grid pointer: null there makes a new grid,
- * owned by the caller; a grid that is there is overwritten tile by tile, with the curve size that it declares Returns KO_OK;
- * the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number above 4, a grid
- * of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid made.
+ *                             limits of all configurations up to this one
+ *   tile_trc         in/out   address of a grid pointer: null there makes a new grid, owned by the caller; a grid that is
+ *                             there is overwritten tile by tile, with the curve size that it declares
+ * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number
+ * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid
+ * made.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                         float max_gain, float strength, float limit_fraction,

@@ -58,10 +58,12 @@ KO_API int32_t KoTileColorTRCApplyDelete(TileColorTRCApply *apply);
 /**
  * Processes the next rows. The runs of a row reach to numStripsX * tileWidth, one less if tileWidth is odd, or to the row's
  * end: columns behind them stay as the output had them. A chunk that begins inside a band takes a subtraction for each row of
- * the band before it. rows     in    rows of this chunk; rows past the picture's height are ignored input    in    the chunk's
- * first row in the picture's layout; the planes of KO_BYTE_LAYOUT_PLANAR are width * height bytes apart, as in the whole
- * picture output   out   the same for the result; may be the input Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for a record
- * without a grid.
+ * the band before it.
+ *   rows     in    rows of this chunk; rows past the picture's height are ignored
+ *   input    in    the chunk's first row in the picture's layout; the planes of KO_BYTE_LAYOUT_PLANAR are width * height bytes
+ *                  apart, as in the whole picture
+ *   output   out   the same for the result; may be the input
+ * Returns KO_OK, or KO_ERR_INVALID_ARGUMENT for a record without a grid.
  */
 KO_API int32_t KoTileColorTRCApplyToByteChunk(TileColorTRCApply *apply, uint64_t rows, const uint8_t *input, uint8_t *output);
 

@@ -78,9 +78,10 @@ KO_API int32_t KoTileTRCApplyDelete(TileTRCApply *apply);
  * Processes the next rows.
  *   rows                              in    rows of this chunk; rows past the picture's height are ignored
  *   first, second, third              in    the chunk's first row in the picture's layout; the last two are read for
- *                                           KO_BYTE_LAYOUT_3_PLANES only. The planes of KO_BYTE_LAYOUT_PLANAR are width *
- * height bytes apart, as in the whole picture first_out, second_out, third_out  out   the same for the result; may be the
- * input's buffers Returns KO_OK.
+ *                                           KO_BYTE_LAYOUT_3_PLANES only. The planes of KO_BYTE_LAYOUT_PLANAR are
+ *                                           width * height bytes apart, as in the whole picture
+ *   first_out, second_out, third_out  out   the same for the result; may be the input's buffers
+ * Returns KO_OK.
  */
 KO_API int32_t KoTileTRCApplyToByteChunkNonInterlaced(TileTRCApply *apply, uint64_t rows, const uint8_t *first,
                                                       const uint8_t *second, const uint8_t *third, uint8_t *first_out,

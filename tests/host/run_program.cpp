@@ -3,12 +3,12 @@
 #include <array>
 #include <csignal>
 #include <cstdlib>
-#include <filesystem>
 #include <sstream>
 
 #include <fcntl.h>
-#include <grp.h>
+#include <linux/capability.h>
 #include <pty.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -41,15 +41,11 @@ void send_to_file(int stream, const std::string &path) {
     close(file);
 }
 
-// True in a process that has become a user to whom nothing belongs, or that could not become any other user.
-bool give_up_powers() {
-    constexpr uid_t nobody = 65534;
-    return geteuid() != 0 || (setgroups(0, nullptr) == 0 && setgid(nobody) == 0 && setuid(nobody) == 0);
-}
+// True in a process whose programs may write only where permissions let them: what root gives up here none of them gets back.
+bool bind_by_permissions() { return geteuid() != 0 || prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) == 0; }
 
 [[noreturn]] void become_program(const std::vector<std::string> &arguments, const Surroundings &surroundings) {
-    const std::string program = surroundings.folder.empty() ? KO_PROGRAM : surroundings.folder + "/ko";
-    std::vector<char *> words{const_cast<char *>(program.c_str())};
+    std::vector<char *> words{const_cast<char *>(KO_PROGRAM)};
     for (const std::string &argument : arguments) {
         words.push_back(const_cast<char *>(argument.c_str()));
     }
@@ -58,12 +54,8 @@ bool give_up_powers() {
     limit(RLIMIT_FSIZE, surroundings.largest_file);
     limit(RLIMIT_AS, surroundings.address_space);
     setenv("TERM", "xterm", 1);
-    if (!surroundings.folder.empty()) {
-        setenv("LD_LIBRARY_PATH", surroundings.folder.c_str(), 1);
-        unsetenv("LSAN_OPTIONS"); // names a file of the checkout, which may be out of reach
-    }
-    if (!surroundings.powerless || give_up_powers()) {
-        execv(program.c_str(), words.data());
+    if (!surroundings.bound || bind_by_permissions()) {
+        execv(KO_PROGRAM, words.data());
     }
     _exit(127);
 }
@@ -96,23 +88,6 @@ Outcome run_on_terminal(const std::vector<std::string> &arguments, const Surroun
 
 std::vector<std::string> Outcome::out_lines() const { return lines_of(out); }
 std::vector<std::string> Outcome::err_lines() const { return lines_of(err); }
-
-bool install_for_all(const std::string &folder) {
-    namespace fs = std::filesystem;
-    constexpr fs::perms open_to_all =
-        fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec | fs::perms::others_read | fs::perms::others_exec;
-    fs::copy_file(KO_PROGRAM, folder + "/ko");
-    fs::copy_file(KO_LIBRARY, folder + "/" + fs::path(KO_LIBRARY).filename().string());
-    for (const std::string &path : {folder, folder + "/ko", folder + "/" + fs::path(KO_LIBRARY).filename().string()}) {
-        fs::permissions(path, open_to_all);
-    }
-    for (fs::path above = fs::canonical(folder); above != above.root_path(); above = above.parent_path()) {
-        if ((fs::status(above).permissions() & fs::perms::others_exec) == fs::perms::none) {
-            return false;
-        }
-    }
-    return true;
-}
 
 Outcome run_program(const std::vector<std::string> &arguments, const Surroundings &surroundings) {
     if (surroundings.terminal) {

@@ -12,8 +12,7 @@ struct Surroundings {
     bool terminal = false;      // the standard output and error stream are a terminal
     uint64_t largest_file = 0;  // a limit of the system on files that are written; 0 for none
     uint64_t address_space = 0; // a limit of the system on memory; 0 for none
-    std::string folder = "";    // where the program and its library are run from; "" for where they were built
-    bool powerless = false;     // as a user to whom nothing belongs, if this process may become any user
+    bool bound = false;         // the program writes only where permissions let it, even as root
 };
 
 struct Outcome {
@@ -25,10 +24,6 @@ struct Outcome {
     std::vector<std::string> out_lines() const;
     std::vector<std::string> err_lines() const;
 };
-
-// Copies the program and its library into a folder that is there, and makes them and the folder open to all users. Gives false
-// if a folder above is closed to them, so that the program could not be run from there.
-bool install_for_all(const std::string &folder);
 
 Outcome run_program(const std::vector<std::string> &arguments, const Surroundings &surroundings = {});
 

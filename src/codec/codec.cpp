@@ -27,6 +27,30 @@ Density scaled(const Density &density, Density::Unit unit, double factor) {
     return {unit, scale(density.x), scale(density.y)};
 }
 
+// Pixels in memory, handed out as they are asked for.
+class MemoryReader : public Reader {
+  public:
+    explicit MemoryReader(const Picture &picture) : picture_(picture) {
+        description_ = picture;
+        width_ = picture.width;
+        height_ = picture.height;
+    }
+
+    void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) override {
+        std::copy_n(picture_.pixels.get() + row_ * picture_.row_bytes(), rows * picture_.row_bytes(), pixels);
+        if (alpha != nullptr && picture_.alpha) {
+            std::copy_n(picture_.alpha.get() + row_ * picture_.width, size_t{rows} * picture_.width, alpha);
+        }
+        row_ += rows;
+    }
+
+    void finish(Notices &) override {}
+
+  private:
+    const Picture &picture_;
+    size_t row_ = 0;
+};
+
 constexpr double inch = 0.0254; // in metres
 constexpr double centimetre = 0.01;
 
@@ -44,19 +68,51 @@ std::optional<Format> recognise(std::span<const uint8_t> bytes) {
     return std::nullopt;
 }
 
-Picture decode(std::span<const uint8_t> bytes, Notices &notices) {
-    if (bytes.empty()) {
+std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
+    std::array<uint8_t, png_signature.size()> room{};
+    const std::optional<size_t> count = input.read(0, room);
+    if (!count) {
+        throw Error(input.failure());
+    }
+    if (*count == 0) {
         throw Error("the file is empty");
     }
-    const std::optional<Format> format = recognise(bytes);
+    const std::optional<Format> format = recognise({room.data(), *count});
     if (!format) {
         throw Error("neither a PNG nor a JPEG file");
     }
-    return *format == Format::png ? decode_png(bytes, notices) : decode_jpeg(bytes, notices);
+    return *format == Format::png ? open_png(input) : open_jpeg(input, reduction);
 }
 
-Bytes encode(const Picture &picture, Format format, int quality, Notices &notices) {
-    return format == Format::png ? encode_png(picture, notices) : encode_jpeg(picture, quality, notices);
+std::unique_ptr<Reader> rows_of(const Picture &picture) { return std::make_unique<MemoryReader>(picture); }
+
+Picture read(Input &input, Notices &notices) {
+    const std::unique_ptr<Reader> reader = open(input);
+    Picture picture{reader->description(), nullptr, nullptr};
+    picture.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area() * picture.channels);
+    picture.alpha = picture.has_alpha ? std::make_unique_for_overwrite<uint8_t[]>(picture.area()) : nullptr;
+    reader->read(picture.height, picture.pixels.get(), picture.alpha.get());
+    reader->finish(notices);
+    static_cast<Description &>(picture) = reader->description();
+    return picture;
+}
+
+Picture decode(std::span<const uint8_t> bytes, Notices &notices) {
+    MemoryInput input(bytes);
+    return read(input, notices);
+}
+
+std::unique_ptr<Writer> create(Output &output, const Description &picture, const Encoding &encoding, Notices &notices) {
+    return encoding.format == Format::png ? create_png(output, picture, notices)
+                                          : create_jpeg(output, picture, encoding.quality, notices);
+}
+
+Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices) {
+    MemoryOutput output;
+    const std::unique_ptr<Writer> writer = create(output, picture, encoding, notices);
+    writer->write(picture.height, picture.pixels.get(), picture.alpha.get());
+    writer->finish(notices);
+    return std::move(output.bytes());
 }
 
 void check_size(uint64_t width, uint64_t height) {
@@ -81,15 +137,6 @@ Density per_metre(const Density &density) {
         return scaled(density, Density::Unit::metre, 1.0 / centimetre);
     default:
         return density;
-    }
-}
-
-bool append(Bytes &bytes, const uint8_t *more, size_t count) noexcept {
-    try {
-        bytes.insert(bytes.end(), more, more + count);
-        return true;
-    } catch (...) {
-        return false;
     }
 }
 

@@ -1,8 +1,12 @@
-// PNG and JPEG bytes to a picture and back.
+// PNG and JPEG files to rows of pixels and back.
+//
+// A picture is read and written by rows, so that one of any height passes through little memory. Interlaced PNG files and
+// progressive JPEG files are the exceptions: their first row needs the whole file, and the reader holds what that takes.
 #ifndef KO_CODEC_CODEC_H
 #define KO_CODEC_CODEC_H
 
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <span>
 #include <stdexcept>
@@ -10,6 +14,7 @@
 #include <vector>
 
 #include "codec/picture.h"
+#include "codec/stream.h"
 
 namespace codec {
 
@@ -33,11 +38,85 @@ const char *name(Format format);
 // The format that the bytes begin as, whatever their file is called.
 std::optional<Format> recognise(std::span<const uint8_t> bytes);
 
-// Decodes a whole file. Truncated and damaged files, and colours other than gray and RGB, are errors.
+// ---- reading
+
+// The rows of one picture, from the top.
+class Reader {
+  public:
+    virtual ~Reader() = default;
+    Reader(const Reader &) = delete;
+    Reader &operator=(const Reader &) = delete;
+
+    // The picture. Its metadata is complete after finish().
+    const Description &description() const { return description_; }
+
+    // The size of the rows that are delivered: the picture's, or that of the reduced picture.
+    uint32_t width() const { return width_; }
+    uint32_t height() const { return height_; }
+
+    // Reads the next rows.
+    //   pixels   rows * width() * channels bytes
+    //   alpha    rows * width() bytes; null leaves alpha out
+    virtual void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) = 0;
+
+    // Reads the file to its end behind the last row, and adds what came up.
+    virtual void finish(Notices &notices) = 0;
+
+  protected:
+    Reader() = default;
+
+    Description description_;
+    uint32_t width_ = 0;
+    uint32_t height_ = 0;
+};
+
+// A picture that may be delivered reduced to a half, a quarter or an eighth of its size each way, the smallest that has at least
+// so many pixels each way. JPEG files are; they are decoded the faster for it.
+struct Reduction {
+    uint32_t width = UINT32_MAX;
+    uint32_t height = UINT32_MAX;
+};
+
+// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray and RGB,
+// are errors, here or later.
+std::unique_ptr<Reader> open(Input &input, const Reduction &reduction = {});
+
+// The rows of a picture in memory, which must outlive the reader.
+std::unique_ptr<Reader> rows_of(const Picture &picture);
+
+// Reads a whole picture.
+Picture read(Input &input, Notices &notices);
 Picture decode(std::span<const uint8_t> bytes, Notices &notices);
 
-// Encodes a picture. quality, 1 to 100, counts for JPEG alone; JPEG has no room for alpha, which is told.
-Bytes encode(const Picture &picture, Format format, int quality, Notices &notices);
+// ---- writing
+
+struct Encoding {
+    Format format = Format::png;
+    std::optional<int> quality; // JPEG, 1 to 100; without one that of the JPEG file that the picture came from, or the default
+};
+
+// Takes the rows of one picture, from the top.
+class Writer {
+  public:
+    virtual ~Writer() = default;
+    Writer(const Writer &) = delete;
+    Writer &operator=(const Writer &) = delete;
+
+    // Writes the next rows; without alpha, or where the format has none, alpha is not read.
+    virtual void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) = 0;
+
+    // Ends the file behind the last row, and adds what came up.
+    virtual void finish(Notices &notices) = 0;
+
+  protected:
+    Writer() = default;
+};
+
+// Begins to write a picture; output and description must outlive the writer. Adds what the format has no place for.
+std::unique_ptr<Writer> create(Output &output, const Description &picture, const Encoding &encoding, Notices &notices);
+
+// Writes a whole picture.
+Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices);
 
 } // namespace codec
 

@@ -6,10 +6,10 @@
 
 namespace codec {
 
-Picture decode_png(std::span<const uint8_t> bytes, Notices &notices);
-Picture decode_jpeg(std::span<const uint8_t> bytes, Notices &notices);
-Bytes encode_png(const Picture &picture, Notices &notices);
-Bytes encode_jpeg(const Picture &picture, int quality, Notices &notices);
+std::unique_ptr<Reader> open_png(Input &input);
+std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction);
+std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices);
+std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
 
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);
@@ -18,9 +18,6 @@ void check_size(uint64_t width, uint64_t height);
 Density for_jpeg(const Density &density);
 // The density in the unit that PNG has, per metre; without a unit it stays as it is.
 Density per_metre(const Density &density);
-
-// Adds bytes at the end. Returns false, and throws nothing, if memory is short: C code calls it.
-bool append(Bytes &bytes, const uint8_t *more, size_t count) noexcept;
 
 } // namespace codec
 

@@ -15,7 +15,7 @@ namespace codec {
 // What the C libraries' callbacks write to. They must not throw, so texts go into fixed rooms, cut if need be.
 class Trouble {
   public:
-    static constexpr size_t text_size = 200;
+    static constexpr size_t text_size = 512;
 
     // Leaves the step with this text; called with no object with a destructor between here and the step.
     [[noreturn]] void fail(const char *text) {

@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <jerror.h>
+
 #include "codec/formats.h"
 
 namespace codec {
@@ -24,27 +26,87 @@ bool begins_with(const jpeg_saved_marker_ptr marker, std::string_view mark) {
     return marker->data_length >= mark.size() && std::memcmp(marker->data, mark.data(), mark.size()) == 0;
 }
 
-class JpegReader {
-  public:
-    JpegReader() { info_.err = prepare(errors_); }
-    ~JpegReader() { jpeg_destroy_decompress(&info_); }
-    JpegReader(const JpegReader &) = delete;
-    JpegReader &operator=(const JpegReader &) = delete;
+// Takes the encoded bytes from an input, room by room.
+struct Supply {
+    jpeg_source_mgr manager; // first: libjpeg hands its address back
+    Input *input;
+    uint64_t offset; // in the input, behind the room
+    std::array<JOCTET, 1 << 16> room;
+};
 
-    Picture read(std::span<const uint8_t> bytes, Notices &notices) {
-        read_header(bytes);
+Supply &supply_of(j_decompress_ptr info) { return *reinterpret_cast<Supply *>(info->src); }
+
+// Behind the end of the file stands an end-of-image marker, so that libjpeg stops; the warning says why.
+boolean on_empty(j_decompress_ptr info) {
+    static constexpr std::array<JOCTET, 2> end = {0xff, JPEG_EOI};
+    Supply &supply = supply_of(info);
+    const std::optional<size_t> count = supply.input->read(supply.offset, supply.room);
+    if (!count) {
+        reinterpret_cast<JpegErrors *>(info->err)->trouble.fail(supply.input->failure());
+    }
+    supply.offset += *count;
+    if (*count == 0) {
+        WARNMS(info, JWRN_JPEG_EOF);
+        supply.manager.next_input_byte = end.data();
+        supply.manager.bytes_in_buffer = end.size();
+        return TRUE;
+    }
+    supply.manager.next_input_byte = supply.room.data();
+    supply.manager.bytes_in_buffer = *count;
+    return TRUE;
+}
+
+void on_skip(j_decompress_ptr info, long count) {
+    Supply &supply = supply_of(info);
+    const auto bytes = static_cast<size_t>(std::max(count, 0L));
+    const size_t here = std::min(bytes, supply.manager.bytes_in_buffer);
+    supply.manager.next_input_byte += here;
+    supply.manager.bytes_in_buffer -= here;
+    supply.offset += bytes - here;
+}
+
+void on_start(j_decompress_ptr) {}
+void on_end(j_decompress_ptr) {}
+
+// Ends with its scope, also where a constructor fails.
+struct Decompressor : jpeg_decompress_struct {
+    ~Decompressor() { jpeg_destroy_decompress(this); }
+};
+
+class JpegReader : public Reader {
+  public:
+    JpegReader(Input &input, const Reduction &reduction) {
+        info_.err = prepare(errors_);
+        supply_.manager = {nullptr, 0, on_start, on_empty, on_skip, jpeg_resync_to_restart, on_end};
+        supply_.input = &input;
+        supply_.offset = 0;
+        errors_.trouble.guarded([this] { read_header(); });
         check_size(info_.image_width, info_.image_height);
-        Picture picture;
-        picture.format = Format::jpeg;
-        picture.width = info_.image_width;
-        picture.height = info_.image_height;
-        picture.channels = channels();
-        picture.subsampling = subsampling();
-        picture.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area() * picture.channels);
-        read_pixels(picture);
-        read_metadata(picture.metadata, notices);
+        describe();
+        errors_.trouble.guarded([&] { start(reduction); });
+        width_ = info_.output_width;
+        height_ = info_.output_height;
+    }
+
+    void read(uint32_t rows, uint8_t *pixels, uint8_t *) override {
+        const size_t row_bytes = size_t{width_} * description_.channels;
+        errors_.trouble.guarded([&] {
+            for (uint32_t row = 0; row < rows; ++row) {
+                JSAMPROW to = pixels + row * row_bytes;
+                jpeg_read_scanlines(&info_, &to, 1);
+            }
+        });
+    }
+
+    void finish(Notices &notices) override {
+        // jpeg_finish_decompress frees the saved markers with it; here only the rest of the file is read.
+        errors_.trouble.guarded([this] {
+            while (jpeg_input_complete(&info_) == FALSE) {
+                jpeg_consume_input(&info_);
+            }
+        });
+        read_metadata(description_.metadata, notices);
         errors_.trouble.tell_warnings(notices);
-        return picture;
     }
 
   private:
@@ -54,17 +116,38 @@ class JpegReader {
         }
     }
 
-    void read_header(std::span<const uint8_t> bytes) {
-        errors_.trouble.guarded([&] {
-            jpeg_create_decompress(&info_);
-            progress_.progress_monitor = on_progress;
-            info_.progress = &progress_;
-            jpeg_mem_src(&info_, bytes.data(), static_cast<unsigned long>(bytes.size()));
-            for (const int marker : {app1, app2, app13}) {
-                jpeg_save_markers(&info_, marker, 0xffff);
+    // Runs inside a guarded step, like start.
+    void read_header() {
+        jpeg_create_decompress(&info_);
+        progress_.progress_monitor = on_progress;
+        info_.progress = &progress_;
+        info_.src = &supply_.manager;
+        for (const int marker : {app1, app2, app13}) {
+            jpeg_save_markers(&info_, marker, 0xffff);
+        }
+        jpeg_read_header(&info_, TRUE);
+    }
+
+    // The decoder has its fast ways for these sizes.
+    void start(const Reduction &reduction) {
+        info_.out_color_space = description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
+        for (info_.scale_denom = 8; info_.scale_denom > 1; info_.scale_denom /= 2) {
+            jpeg_calc_output_dimensions(&info_);
+            if (info_.output_width >= reduction.width && info_.output_height >= reduction.height) {
+                break;
             }
-            jpeg_read_header(&info_, TRUE);
-        });
+        }
+        jpeg_start_decompress(&info_);
+    }
+
+    void describe() {
+        description_.format = Format::jpeg;
+        description_.width = info_.image_width;
+        description_.height = info_.image_height;
+        description_.channels = channels();
+        description_.progressive = info_.progressive_mode != FALSE;
+        description_.subsampling = subsampling();
+        description_.quantisation = quantisation();
     }
 
     uint32_t channels() const {
@@ -99,19 +182,18 @@ class JpegReader {
         return {ratio(&jpeg_component_info::h_samp_factor), ratio(&jpeg_component_info::v_samp_factor)};
     }
 
-    void read_pixels(Picture &picture) {
-        errors_.trouble.guarded([&] {
-            info_.out_color_space = picture.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
-            jpeg_start_decompress(&info_);
-            while (info_.output_scanline < info_.output_height) {
-                JSAMPROW row = picture.pixels.get() + info_.output_scanline * picture.row_bytes();
-                jpeg_read_scanlines(&info_, &row, 1);
-            }
-            // jpeg_finish_decompress frees the saved markers with it; here only the rest of the file is read.
-            while (jpeg_input_complete(&info_) == FALSE) {
-                jpeg_consume_input(&info_);
-            }
-        });
+    // The tables that the header names; a file may bring them later or never.
+    std::optional<JpegQuantisation> quantisation() const {
+        const auto table = [this](int component) { return info_.quant_tbl_ptrs[info_.comp_info[component].quant_tbl_no & 3]; };
+        const JQUANT_TBL *luminance = table(0);
+        const JQUANT_TBL *colours = table(info_.num_components == 3 ? 1 : 0);
+        if (luminance == nullptr || colours == nullptr) {
+            return std::nullopt;
+        }
+        JpegQuantisation found;
+        std::copy_n(luminance->quantval, DCTSIZE2, found.luminance.begin());
+        std::copy_n(colours->quantval, DCTSIZE2, found.colours.begin());
+        return found;
     }
 
     void read_metadata(Metadata &metadata, Notices &notices) {
@@ -162,13 +244,16 @@ class JpegReader {
     }
 
     JpegErrors errors_{};
-    jpeg_decompress_struct info_{};
-    jpeg_progress_mgr progress_{};
+    Supply supply_;
     bool found_icc_ = false;
+    jpeg_progress_mgr progress_{};
+    Decompressor info_{}; // last, so that it goes first: it uses the others
 };
 
 } // namespace
 
-Picture decode_jpeg(std::span<const uint8_t> bytes, Notices &notices) { return JpegReader().read(bytes, notices); }
+std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction) {
+    return std::make_unique<JpegReader>(input, reduction);
+}
 
 } // namespace codec

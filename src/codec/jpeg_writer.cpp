@@ -1,11 +1,12 @@
-// JPEG files out: gray, or YCbCr with the colour sampling that the picture came with; baseline, with tables made to measure.
+// JPEG files out: gray, or YCbCr with the colour sampling, the quantisation and the form, baseline or progressive, that the
+// picture came with. A baseline file has the standard Huffman tables: tables made to measure would need all its coefficients at
+// once.
 //
 // libjpeg leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
 #include "codec/jpeg_common.h"
 
 #include <algorithm>
 #include <array>
-#include <utility>
 
 #include "codec/formats.h"
 
@@ -16,7 +17,7 @@ namespace {
 // Hands the encoded bytes over room by room.
 struct Destination {
     jpeg_destination_mgr manager; // first: libjpeg hands its address back
-    Bytes bytes;
+    Output *output;
     std::array<JOCTET, 1 << 16> room;
 };
 
@@ -30,8 +31,8 @@ void empty_room(j_compress_ptr info) {
 
 void flush(j_compress_ptr info, size_t count) {
     Destination &destination = destination_of(info);
-    if (!append(destination.bytes, destination.room.data(), count)) {
-        reinterpret_cast<JpegErrors *>(info->err)->trouble.fail("not enough memory");
+    if (!destination.output->write({destination.room.data(), count})) {
+        reinterpret_cast<JpegErrors *>(info->err)->trouble.fail(destination.output->failure());
     }
 }
 
@@ -44,26 +45,37 @@ boolean on_full(j_compress_ptr info) {
 
 void on_end(j_compress_ptr info) { flush(info, destination_of(info).room.size() - info->dest->free_in_buffer); }
 
-class JpegWriter {
+// Ends with its scope, also where a constructor fails.
+struct Compressor : jpeg_compress_struct {
+    ~Compressor() { jpeg_destroy_compress(this); }
+};
+
+class JpegWriter : public Writer {
   public:
-    explicit JpegWriter(const Picture &picture) : picture_(picture) {
+    JpegWriter(Output &output, const Description &picture, std::optional<int> quality, Notices &notices) : picture_(picture) {
         info_.err = prepare(errors_);
         destination_.manager = {nullptr, 0, empty_room, on_full, on_end};
-    }
-    ~JpegWriter() { jpeg_destroy_compress(&info_); }
-    JpegWriter(const JpegWriter &) = delete;
-    JpegWriter &operator=(const JpegWriter &) = delete;
-
-    Bytes write(int quality, Notices &notices) {
+        destination_.output = &output;
         tell_losses(notices);
         const Bytes exif = exif_segment();
         errors_.trouble.guarded([&] {
-            start(quality);
+            start(quality ? &*quality : nullptr);
             write_metadata(exif);
-            write_pixels();
         });
+    }
+
+    void write(uint32_t rows, const uint8_t *pixels, const uint8_t *) override {
+        errors_.trouble.guarded([&] {
+            for (uint32_t row = 0; row < rows; ++row) {
+                auto from = const_cast<JSAMPROW>(pixels + row * picture_.row_bytes()); // libjpeg does not write there
+                jpeg_write_scanlines(&info_, &from, 1);
+            }
+        });
+    }
+
+    void finish(Notices &notices) override {
+        errors_.trouble.guarded([this] { jpeg_finish_compress(&info_); });
         errors_.trouble.tell_warnings(notices);
-        return std::move(destination_.bytes);
     }
 
   private:
@@ -73,7 +85,7 @@ class JpegWriter {
     bool icc_profile_fits() const { return picture_.metadata.icc_profile.size() <= 255 * (largest_segment - 14); }
 
     void tell_losses(Notices &notices) const {
-        if (picture_.alpha) {
+        if (picture_.has_alpha) {
             notices.push_back("a JPEG file has no room for alpha, which is left out");
         }
         if (!exif_fits()) {
@@ -98,7 +110,7 @@ class JpegWriter {
         return segment;
     }
 
-    void start(int quality) {
+    void start(const int *quality) {
         jpeg_create_compress(&info_);
         info_.dest = &destination_.manager;
         info_.image_width = picture_.width;
@@ -106,11 +118,29 @@ class JpegWriter {
         info_.input_components = static_cast<int>(picture_.channels);
         info_.in_color_space = picture_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         jpeg_set_defaults(&info_);
-        jpeg_set_quality(&info_, quality, TRUE);
-        info_.optimize_coding = TRUE;
+        set_quality(quality);
         set_subsampling();
         set_density();
+        if (picture_.progressive) {
+            jpeg_simple_progression(&info_);
+        }
         jpeg_start_compress(&info_, TRUE);
+    }
+
+    // Quantised as finely as before, a picture loses least by another round.
+    void set_quality(const int *quality) {
+        if (quality == nullptr && picture_.quantisation) {
+            set_steps(0, picture_.quantisation->luminance);
+            set_steps(1, picture_.quantisation->colours);
+        } else {
+            jpeg_set_quality(&info_, quality != nullptr ? *quality : default_quality, TRUE);
+        }
+    }
+
+    void set_steps(int table, const std::array<uint16_t, DCTSIZE2> &steps) {
+        std::array<unsigned int, DCTSIZE2> values;
+        std::copy(steps.begin(), steps.end(), values.begin());
+        jpeg_add_quant_table(&info_, table, values.data(), 100, TRUE);
     }
 
     // The format allows ratios of 1, 2 and 4 and ten blocks in a unit; anything else is written in full colour.
@@ -158,22 +188,16 @@ class JpegWriter {
         }
     }
 
-    void write_pixels() {
-        while (info_.next_scanline < info_.image_height) {
-            JSAMPROW row = picture_.pixels.get() + info_.next_scanline * picture_.row_bytes();
-            jpeg_write_scanlines(&info_, &row, 1);
-        }
-        jpeg_finish_compress(&info_);
-    }
-
-    const Picture &picture_;
+    const Description &picture_;
     JpegErrors errors_{};
     Destination destination_;
-    jpeg_compress_struct info_{};
+    Compressor info_{}; // last, so that it goes first: it uses the others
 };
 
 } // namespace
 
-Bytes encode_jpeg(const Picture &picture, int quality, Notices &notices) { return JpegWriter(picture).write(quality, notices); }
+std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices) {
+    return std::make_unique<JpegWriter>(output, picture, quality, notices);
+}
 
 } // namespace codec

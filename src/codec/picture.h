@@ -1,4 +1,4 @@
-// A decoded picture: its pixels, and all that travels beside them from one file to the next.
+// A picture in a file: what it is, and all that travels beside its pixels from one file to the next.
 //
 // Pixels are bytes, gray or RGB, pixel by pixel and row by row without gaps. Alpha is a plane of its own, so that whoever works
 // on the pixels need not know of it. Metadata is carried, never interpreted: the blocks go out byte for byte as they came in.
@@ -56,18 +56,32 @@ struct Subsampling {
     int y = 1;
 };
 
-struct Picture {
+// How finely a JPEG file rounds: the 64 steps of luminance and of colours, row by row.
+struct JpegQuantisation {
+    std::array<uint16_t, 64> luminance{};
+    std::array<uint16_t, 64> colours{};
+};
+
+// A picture without its pixels.
+struct Description {
     Format format = Format::png; // of the file that it came from
     uint32_t width = 0;
     uint32_t height = 0;
     uint32_t channels = 0; // 1 is gray, 3 is RGB
-    Plane pixels;          // width * height * channels bytes
-    Plane alpha;           // width * height bytes, or null for a picture without alpha
+    bool has_alpha = false;
+    bool progressive = false; // JPEG: refined scan by scan
     Subsampling subsampling;
+    std::optional<JpegQuantisation> quantisation; // of a JPEG file
     Metadata metadata;
 
     size_t area() const { return size_t{width} * height; }
     size_t row_bytes() const { return size_t{width} * channels; }
+};
+
+// A picture with all its pixels.
+struct Picture : Description {
+    Plane pixels; // width * height * channels bytes
+    Plane alpha;  // width * height bytes, or null for a picture without alpha
 };
 
 } // namespace codec

@@ -4,7 +4,6 @@
 #include <png.h>
 
 #include <algorithm>
-#include <cstring>
 #include <new>
 
 #include "codec/formats.h"
@@ -14,41 +13,46 @@ namespace codec {
 
 namespace {
 
-class PngReader {
+// Ends with its scope, also where a constructor fails.
+struct Structures {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    ~Structures() { png_destroy_read_struct(&png, &info, nullptr); }
+};
+
+class PngReader : public Reader {
   public:
-    explicit PngReader(std::span<const uint8_t> bytes) : bytes_(bytes) {
+    explicit PngReader(Input &input) : input_(input) {
         png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
         info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
         if (info_ == nullptr) {
-            png_destroy_read_struct(&png_, nullptr, nullptr);
             throw std::bad_alloc();
         }
+        begin();
     }
-    ~PngReader() { png_destroy_read_struct(&png_, &info_, nullptr); }
-    PngReader(const PngReader &) = delete;
-    PngReader &operator=(const PngReader &) = delete;
 
-    Picture read(Notices &notices) {
-        read_header();
-        check_size(png_get_image_width(png_, info_), png_get_image_height(png_, info_));
-        const bool deep = png_get_bit_depth(png_, info_) == 16;
-        ask_for_bytes();
-        Picture picture;
-        picture.format = Format::png;
-        picture.width = png_get_image_width(png_, info_);
-        picture.height = png_get_image_height(png_, info_);
-        picture.pixels = read_pixels();
-        const uint32_t channels = png_get_channels(png_, info_);
-        picture.channels = channels < 3 ? 1 : 3;
-        if (channels != picture.channels) {
-            separate_alpha(picture);
+    void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) override {
+        if (interlaced_ && whole_ == nullptr) {
+            read_whole();
         }
-        picture.metadata = read_metadata();
+        for (uint32_t row = 0; row < rows; ++row) {
+            uint8_t *to = pixels + row * description_.row_bytes();
+            if (description_.has_alpha) {
+                const uint8_t *joined = next_row(joined_.data());
+                separate(joined, to, alpha != nullptr ? alpha + size_t{row} * width_ : nullptr);
+            } else if (const uint8_t *from = next_row(to); from != to) {
+                std::copy_n(from, description_.row_bytes(), to);
+            }
+        }
+    }
+
+    void finish(Notices &notices) override {
+        trouble_.guarded([this] { png_read_end(png_, info_); }); // metadata may stand behind the pixels
+        description_.metadata = read_metadata();
         trouble_.tell_warnings(notices);
-        if (deep) {
+        if (deep_) {
             notices.push_back("16 bits a channel reduced to 8");
         }
-        return picture;
     }
 
   private:
@@ -59,56 +63,76 @@ class PngReader {
 
     static void on_read(png_structp png, png_bytep out, size_t count) {
         auto &reader = *static_cast<PngReader *>(png_get_io_ptr(png));
-        if (count > reader.bytes_.size() - reader.position_) {
+        const std::optional<size_t> read = reader.input_.read(reader.position_, {out, count});
+        if (!read) {
+            png_error(png, reader.input_.failure());
+        }
+        if (*read < count) {
             png_error(png, "truncated PNG file");
         }
-        std::memcpy(out, reader.bytes_.data() + reader.position_, count);
         reader.position_ += count;
     }
 
-    void read_header() {
+    void begin() {
         trouble_.guarded([this] {
             png_set_read_fn(png_, this, on_read);
             // A profile is carried, not interpreted: no comparison with the well-known ones.
             png_set_option(png_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
             png_read_info(png_, info_);
         });
-    }
-
-    void ask_for_bytes() {
+        check_size(png_get_image_width(png_, info_), png_get_image_height(png_, info_));
+        deep_ = png_get_bit_depth(png_, info_) == 16;
+        interlaced_ = png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE;
         trouble_.guarded([this] {
             png_set_expand(png_); // palette to RGB, few bits to 8, a transparent colour to alpha
             png_set_scale_16(png_);
             png_set_interlace_handling(png_);
             png_read_update_info(png_, info_);
         });
+        describe();
     }
 
-    Plane read_pixels() {
+    void describe() {
+        const uint32_t channels = png_get_channels(png_, info_);
+        width_ = png_get_image_width(png_, info_);
+        height_ = png_get_image_height(png_, info_);
+        description_.format = Format::png;
+        description_.width = width_;
+        description_.height = height_;
+        description_.channels = channels < 3 ? 1 : 3;
+        description_.has_alpha = channels != description_.channels;
+        joined_.resize(description_.has_alpha && !interlaced_ ? size_t{width_} * channels : 0);
+    }
+
+    // The passes of an interlaced file need all of its rows.
+    void read_whole() {
         const size_t row_bytes = png_get_rowbytes(png_, info_);
-        const size_t height = png_get_image_height(png_, info_);
-        Plane pixels = std::make_unique_for_overwrite<uint8_t[]>(row_bytes * height);
-        std::vector<png_bytep> rows(height);
-        for (size_t y = 0; y < height; ++y) {
-            rows[y] = pixels.get() + y * row_bytes;
+        whole_ = std::make_unique_for_overwrite<uint8_t[]>(row_bytes * height_);
+        std::vector<png_bytep> rows(height_);
+        for (size_t y = 0; y < height_; ++y) {
+            rows[y] = whole_.get() + y * row_bytes;
         }
-        trouble_.guarded([&] {
-            png_read_image(png_, rows.data());
-            png_read_end(png_, info_); // metadata may stand behind the pixels
-        });
-        return pixels;
+        trouble_.guarded([&] { png_read_image(png_, rows.data()); });
     }
 
-    // Takes every last channel out of the interleaved pixels, which close up in place.
-    static void separate_alpha(Picture &picture) {
-        picture.alpha = std::make_unique_for_overwrite<uint8_t[]>(picture.area());
-        const uint8_t *from = picture.pixels.get();
-        uint8_t *to = picture.pixels.get();
-        for (size_t i = 0; i < picture.area(); ++i) {
-            for (uint32_t c = 0; c < picture.channels; ++c) {
-                *to++ = *from++;
+    // The next row, alpha and all: in room, or among the rows of an interlaced file.
+    const uint8_t *next_row(uint8_t *room) {
+        if (interlaced_) {
+            return whole_.get() + png_get_rowbytes(png_, info_) * row_++;
+        }
+        trouble_.guarded([&] { png_read_row(png_, room, nullptr); });
+        return room;
+    }
+
+    // Takes every last channel out of interleaved pixels.
+    void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
+        for (uint32_t x = 0; x < width_; ++x) {
+            pixels = std::copy_n(from, description_.channels, pixels);
+            from += description_.channels;
+            if (alpha != nullptr) {
+                alpha[x] = *from;
             }
-            picture.alpha[i] = *from++;
+            ++from;
         }
     }
 
@@ -167,15 +191,21 @@ class PngReader {
         return found;
     }
 
-    std::span<const uint8_t> bytes_;
-    size_t position_ = 0;
+    Input &input_;
+    uint64_t position_ = 0; // in the input
     Trouble trouble_;
-    png_structp png_ = nullptr;
-    png_infop info_ = nullptr;
+    Structures structures_;
+    png_structp &png_ = structures_.png;
+    png_infop &info_ = structures_.info;
+    bool deep_ = false;
+    bool interlaced_ = false;
+    Bytes joined_;   // a row with alpha
+    Plane whole_;    // the rows of an interlaced file, alpha and all
+    size_t row_ = 0; // the next of them
 };
 
 } // namespace
 
-Picture decode_png(std::span<const uint8_t> bytes, Notices &notices) { return PngReader(bytes).read(notices); }
+std::unique_ptr<Reader> open_png(Input &input) { return std::make_unique<PngReader>(input); }
 
 } // namespace codec

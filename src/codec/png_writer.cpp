@@ -4,7 +4,6 @@
 #include <png.h>
 
 #include <new>
-#include <utility>
 
 #include "codec/formats.h"
 #include "codec/guard.h"
@@ -13,28 +12,44 @@ namespace codec {
 
 namespace {
 
-class PngWriter {
+// Ends with its scope, also where a constructor fails.
+struct Structures {
+    png_structp png = nullptr;
+    png_infop info = nullptr;
+    ~Structures() { png_destroy_write_struct(&png, &info); }
+};
+
+class PngWriter : public Writer {
   public:
-    explicit PngWriter(const Picture &picture) : picture_(picture) {
+    PngWriter(Output &output, const Description &picture, Notices &notices)
+        : output_(output), picture_(picture), joined_(picture.has_alpha ? picture.row_bytes() + picture.width : 0) {
         png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
         info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
         if (info_ == nullptr) {
-            png_destroy_write_struct(&png_, nullptr);
             throw std::bad_alloc();
         }
-    }
-    ~PngWriter() { png_destroy_write_struct(&png_, &info_); }
-    PngWriter(const PngWriter &) = delete;
-    PngWriter &operator=(const PngWriter &) = delete;
-
-    Bytes write(Notices &notices) {
         write_header();
         if (!picture_.metadata.icc_profile.empty() && png_get_valid(png_, info_, PNG_INFO_iCCP) == 0) {
             notices.push_back("the ICC profile does not suit a PNG file and is left out");
         }
-        write_pixels();
+    }
+
+    void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) override {
+        trouble_.guarded([&] {
+            for (uint32_t row = 0; row < rows; ++row) {
+                const uint8_t *from = pixels + row * picture_.row_bytes();
+                if (picture_.has_alpha) {
+                    join(from, alpha + size_t{row} * picture_.width, joined_.data());
+                    from = joined_.data();
+                }
+                png_write_row(png_, from);
+            }
+        });
+    }
+
+    void finish(Notices &notices) override {
+        trouble_.guarded([this] { png_write_end(png_, nullptr); }); // all metadata stands before the pixels
         trouble_.tell_warnings(notices);
-        return std::move(bytes_);
     }
 
   private:
@@ -44,8 +59,9 @@ class PngWriter {
     }
 
     static void on_write(png_structp png, png_bytep data, size_t count) {
-        if (!append(static_cast<PngWriter *>(png_get_io_ptr(png))->bytes_, data, count)) {
-            png_error(png, "not enough memory");
+        Output &output = static_cast<PngWriter *>(png_get_io_ptr(png))->output_;
+        if (!output.write({data, count})) {
+            png_error(png, output.failure());
         }
     }
 
@@ -53,7 +69,7 @@ class PngWriter {
 
     int colour_type() const {
         const int colour = picture_.channels == 3 ? PNG_COLOR_MASK_COLOR : 0;
-        return colour | (picture_.alpha ? PNG_COLOR_MASK_ALPHA : 0);
+        return colour | (picture_.has_alpha ? PNG_COLOR_MASK_ALPHA : 0);
     }
 
     void write_header() {
@@ -100,21 +116,6 @@ class PngWriter {
         }
     }
 
-    void write_pixels() {
-        Bytes joined(picture_.alpha ? picture_.row_bytes() + picture_.width : 0);
-        trouble_.guarded([&] {
-            for (uint32_t y = 0; y < picture_.height; ++y) {
-                const uint8_t *row = picture_.pixels.get() + y * picture_.row_bytes();
-                if (picture_.alpha) {
-                    join(row, picture_.alpha.get() + size_t{y} * picture_.width, joined.data());
-                    row = joined.data();
-                }
-                png_write_row(png_, row);
-            }
-            png_write_end(png_, nullptr); // all metadata stands before the pixels
-        });
-    }
-
     void join(const uint8_t *pixels, const uint8_t *alpha, uint8_t *to) const {
         for (uint32_t x = 0; x < picture_.width; ++x) {
             for (uint32_t c = 0; c < picture_.channels; ++c) {
@@ -124,15 +125,19 @@ class PngWriter {
         }
     }
 
-    const Picture &picture_;
-    Bytes bytes_;
+    Output &output_;
+    const Description &picture_;
+    Bytes joined_; // a row with alpha
     Trouble trouble_;
-    png_structp png_ = nullptr;
-    png_infop info_ = nullptr;
+    Structures structures_;
+    png_structp &png_ = structures_.png;
+    png_infop &info_ = structures_.info;
 };
 
 } // namespace
 
-Bytes encode_png(const Picture &picture, Notices &notices) { return PngWriter(picture).write(notices); }
+std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices) {
+    return std::make_unique<PngWriter>(output, picture, notices);
+}
 
 } // namespace codec

@@ -5,23 +5,15 @@
 #include <optional>
 
 #include "enhance.h"
-#include "pictures.h"
 #include "redeye_answer.h"
+#include "repair.h"
+#include "workers.h"
 
 namespace host {
 
 namespace {
 
-std::optional<RedEyes> repair(const Job &job, codec::Picture &picture, const Options &options, Report &report) {
-    if (options.red_eyes.model.empty()) {
-        return std::nullopt;
-    }
-    report.at(Stage::red_eyes);
-    std::FILE *log = options.red_eyes.log ? report.log() : nullptr;
-    return repair_red_eyes(picture, options.red_eyes, job.input, log);
-}
-
-Json object_about(const std::optional<RedEyes> &eyes) {
+Json object_about(const std::optional<kohost::RedEyes> &eyes) {
     if (!eyes) {
         return nullptr;
     }
@@ -34,33 +26,36 @@ Json object_about(const std::optional<RedEyes> &eyes) {
     return object;
 }
 
-void tell_result(const Job &job, const codec::Picture &picture, const std::optional<RedEyes> &eyes,
-                 const Enhancement &enhancement, Report &report) {
+Result result_of(const Job &job, const Source &source, const std::optional<kohost::RedEyes> &eyes,
+                 const Enhancement &enhancement) {
     const std::string why = enhancement.reason.empty() ? "" : ": " + enhancement.reason;
     const std::string about_eyes = eyes ? line_about(*eyes) + ", " : "";
-    Result result{picture.width, picture.height, job.target.string(), shown(enhancement.decision), enhancement.reason};
+    Result result{source.size().width, source.size().height, job.target.string(), shown(enhancement.decision),
+                  enhancement.reason};
     result.said = about_eyes + result.decision + why;
     result.members["red_eyes"] = object_about(eyes);
-    report.done(result);
+    return result;
 }
 
-void improve_file(const Job &job, const Options &options, Report &report) {
-    Source source = read_picture(job.input);
-    codec::Picture &picture = source.picture;
-    const std::optional<RedEyes> eyes = repair(job, picture, options, report);
-    report.at(Stage::curves);
-    codec::Notices notices;
-    const Enhancement enhancement =
-        enhance(picture, options.tuning, options.judging, notices, [&](double share) { report.at(Stage::applying, share); });
-    report.at(Stage::writing);
-    if (enhancement.decision == Decision::enhanced || (eyes && eyes->changed)) {
-        write_picture(job, picture, options.quality, source.notices);
-    } else {
-        copy_picture(job, source, options.quality);
+void improve_file(const Job &job, const Options &options, Entry &entry) {
+    Source source(job.input);
+    std::optional<kohost::RedEyes> eyes;
+    if (!options.red_eyes.model.empty()) {
+        eyes = repair(job, source, options.red_eyes, entry);
     }
-    tell(notices, report);
-    tell(source.notices, report);
-    tell_result(job, picture, eyes, enhancement, report);
+    entry.at(Stage::reading);
+    const Enhancement enhancement =
+        plan(source.working_copy(options.tuning.working_area), options.tuning, options.judging, entry);
+    if (enhancement.curves != nullptr) {
+        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry);
+    } else if (eyes && eyes->changed) {
+        write_picture(job, source, options.quality, nullptr, entry);
+    } else {
+        copy_picture(job, source, options.quality, entry);
+    }
+    report_notices(enhancement.notices, entry);
+    report_notices(source.notices, entry);
+    entry.done(result_of(job, source, eyes, enhancement));
 }
 
 } // namespace
@@ -70,10 +65,10 @@ void improve_pictures(const Options &options, Report &report) {
     if (options.red_eyes.model.empty()) {
         report.remark("red eyes are left as they are without --model");
     } else {
-        model = try_model(options.red_eyes.model);
+        model = kohost::try_model(options.red_eyes.model);
     }
-    for_each_job(lay_out_jobs(options.inputs, options.output, model), report,
-                 [&](const Job &job) { improve_file(job, options, report); });
+    for_each_job(lay_out_jobs(options.inputs, options.output, model), options.jobs, report,
+                 [&](const Job &job, Entry &entry) { improve_file(job, options, entry); });
 }
 
 } // namespace host

@@ -1,41 +1,49 @@
 // `ko curves`: the curves of one picture, as a file or drawn over the picture. There is no judgement.
 #include "commands.h"
 
-#include "curves.h"
 #include "draw.h"
-#include "pictures.h"
+#include "enhance.h"
+#include "kohost/curves.h"
+#include "workers.h"
 
 namespace host {
 
 namespace {
 
-void make_file(const Job &job, const Options &options, Report &report) {
-    KoStatusClear();
-    Source source = read_picture(job.input);
-    report.at(Stage::curves);
-    const Grid grid = fitting_grid(options.tuning.grid, source.picture, source.notices);
-    const ColorImagePtr image = image_of(source.picture);
-    const FeaturesPtr features = make_features(options.tuning, grid);
-    const TileTrcPtr curves = make_curves(*features, *image, options.tuning, {Policy::always, no_score});
-    check(curves != nullptr, "the curves cannot be made");
-    report.at(Stage::writing);
-    std::string decision = "curves drawn";
-    if (options.draw) {
-        const codec::Picture drawn = draw_curves(source.picture, *curves, *features->luminance);
-        write_picture(job, drawn, options.quality, source.notices);
-    } else {
-        save_grid(*curves, options.form, job.target);
-        decision = std::string("curves saved as ") + name(options.form);
-    }
-    tell(source.notices, report);
-    report.done({source.picture.width, source.picture.height, job.target.string(), decision, ""});
+std::string draw(const Job &job, Source &source, const TileTRC &curves, std::optional<int> quality) {
+    codec::Notices notices;
+    const codec::Picture drawn = draw_curves(source.load(), curves);
+    Draft draft(job.target);
+    const auto writer = codec::create(draft, drawn, {target_format(job, drawn), quality}, notices);
+    writer->write(drawn.height, drawn.pixels.get(), nullptr);
+    writer->finish(notices);
+    draft.take_place();
+    return "curves drawn";
+}
+
+std::string save(const Job &job, GridForm form, const TileTRC &curves) {
+    save_grid(curves, form, job.target);
+    return std::string("curves saved as ") + name(form);
+}
+
+void make_file(const Job &job, const Options &options, Entry &entry) {
+    Source source(job.input);
+    const kohost::Image working_copy = source.working_copy(options.tuning.working_area);
+    entry.at(Stage::curves);
+    const kohost::Grid grid = fitting_grid(options.tuning.grid, working_copy.size, source.notices);
+    const kohost::TileTrcPtr curves = kohost::fit_curves(working_copy.pixels(), options.tuning, grid);
+    entry.at(Stage::writing);
+    const std::string decision =
+        options.draw ? draw(job, source, *curves, options.quality) : save(job, options.form, *curves);
+    report_notices(source.notices, entry);
+    entry.done({source.size().width, source.size().height, job.target.string(), decision, ""});
 }
 
 } // namespace
 
 void save_curves(const Options &options, Report &report) {
-    for_each_job({lay_out_file(options.inputs.front(), options.output)}, report,
-                 [&](const Job &job) { make_file(job, options, report); });
+    for_each_job({lay_out_file(options.inputs.front(), options.output)}, options.jobs, report,
+                 [&](const Job &job, Entry &entry) { make_file(job, options, entry); });
 }
 
 } // namespace host

@@ -1,21 +1,42 @@
 // The drawing is a picture of its own: what describes the colours of the first one would be wrong for it.
 #include "draw.h"
 
+#include "kohost/curves.h"
+
 namespace host {
 
-codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves, const RealImage &luminance) {
-    RealImage *image = nullptr;
-    const int32_t status = KoTileTRCDraw(&curves, &luminance, &image);
-    const RealImagePtr drawn(image);
-    check(status == KO_OK && drawn != nullptr, "the curves cannot be drawn");
+namespace {
+
+// Plane 0 of the picture, in YIQ if it has colours, is its luminance.
+kohost::ColorImagePtr luminance_of(const codec::Picture &picture) {
+    kohost::ColorImagePtr image =
+        kohost::image_of({picture.pixels.get(), {picture.width, picture.height}, picture.channels});
+    if (picture.channels == 3) {
+        image.reset(KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image.get()));
+        kohost::check(image != nullptr, "the luminance cannot be computed");
+    }
+    return image;
+}
+
+} // namespace
+
+codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves) {
+    KoStatusClear();
+    const kohost::ColorImagePtr image = luminance_of(picture);
+    RealImage *made = nullptr;
+    const int32_t status = KoTileTRCDraw(&curves, KoColorImageGetImage(image.get(), 0), &made);
+    const kohost::RealImagePtr drawn(made);
+    kohost::check(status == KO_OK && drawn != nullptr, "the curves cannot be drawn");
     codec::Picture result;
     result.format = picture.format;
     result.width = picture.width;
     result.height = picture.height;
     result.channels = 1;
-    result.pixels.reset(new uint8_t[picture.area()]);
-    check(KoRealImageToByteArray(drawn.get(), result.pixels.get(), 0, picture.height, 0) == KO_OK,
-          "the curves cannot be drawn");
+    result.progressive = picture.progressive;
+    result.quantisation = picture.quantisation;
+    result.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area());
+    kohost::check(KoRealImageToByteArray(drawn.get(), result.pixels.get(), 0, picture.height, 0) == KO_OK,
+                  "the curves cannot be drawn");
     result.metadata.exif = picture.metadata.exif;
     result.metadata.density = picture.metadata.density;
     return result;

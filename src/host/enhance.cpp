@@ -1,28 +1,14 @@
-// From a picture's bytes to a grid of curves, and from the curves back to the bytes.
+// From a working copy to a grid of curves, and from the curves to the whole picture.
 #include "enhance.h"
 
-#include "judgement.h"
+#include "kohost/curves.h"
+#include "kohost/scores.h"
 
 namespace host {
 
 namespace {
 
-// The curves, or why there are none.
-struct Answer {
-    TileTrcPtr curves;
-    std::string reason;
-};
-
-Answer ask_for_curves(const codec::Picture &picture, const Grid &grid, const Tuning &tuning, const Judging &judging) {
-    const ColorImagePtr image = image_of(picture);
-    const FeaturesPtr features = make_features(tuning, grid);
-    Answer answer{make_curves(*features, *image, tuning, judging), ""};
-    if (answer.curves == nullptr) {
-        const auto decided = deciding(judgement_of(*features), judging.policy);
-        answer.reason = decided ? text_of(*decided) : "no measure is over its limit, and yet the library says no";
-    }
-    return answer;
-}
+std::string shown(const kohost::Grid &grid) { return std::to_string(grid.columns) + "x" + std::to_string(grid.rows); }
 
 } // namespace
 
@@ -37,23 +23,36 @@ const char *shown(Decision decision) {
     }
 }
 
-Enhancement enhance(codec::Picture &picture, const Tuning &tuning, const Judging &judging, codec::Notices &notices,
-                    const RowsDone &rows_done) {
+kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices) {
+    const kohost::Grid grid = kohost::fitting_grid(wanted, size);
+    if (grid.columns != wanted.columns || grid.rows != wanted.rows) {
+        notices.push_back("grid " + shown(wanted) + " reduced to " + shown(grid) + " for so small a picture");
+    }
+    return grid;
+}
+
+Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry) {
+    Enhancement enhancement;
+    const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.size, enhancement.notices);
+    if (kohost::stays(working_copy.channels, grid)) {
+        enhancement.notices.push_back(why_it_stays);
+        enhancement.decision = Decision::unchanged;
+        return enhancement;
+    }
+    entry.at(Stage::judging);
+    if (const auto excess = kohost::reason_against(working_copy.pixels(), tuning, judging)) {
+        return {Decision::turned_down, kohost::text_of(*excess), nullptr, {}};
+    }
+    entry.at(Stage::curves);
+    enhancement.curves = kohost::fit_curves(working_copy.pixels(), tuning, grid);
+    return enhancement;
+}
+
+void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio, Entry &entry) {
     KoStatusClear();
-    codec::Notices about_grid;
-    const Grid grid = fitting_grid(tuning.grid, picture, about_grid);
-    if (stays(picture, grid)) {
-        notices.insert(notices.end(), about_grid.begin(), about_grid.end());
-        notices.push_back(why_it_stays);
-        return {Decision::unchanged, ""};
-    }
-    const Answer answer = ask_for_curves(picture, grid, tuning, judging);
-    if (answer.curves == nullptr) {
-        return {Decision::turned_down, answer.reason};
-    }
-    apply_curves(picture, *answer.curves, tuning.ratio, rows_done);
-    notices.insert(notices.end(), about_grid.begin(), about_grid.end());
-    return {Decision::enhanced, ""};
+    kohost::Application application(curves, ratio, source.size(), source.description().channels);
+    write_picture(
+        job, source, quality, [&](uint32_t rows, uint8_t *pixels) { application.apply(rows, pixels); }, entry);
 }
 
 } // namespace host

@@ -1,12 +1,12 @@
-// The enhancement of one picture by the library.
+// The enhancement of one picture.
 #ifndef KO_HOST_ENHANCE_H
 #define KO_HOST_ENHANCE_H
 
 #include <string>
 
-#include "codec/codec.h"
-#include "curves.h"
-#include "tuning.h"
+#include "kohost/library.h"
+#include "kohost/tuning.h"
+#include "pictures.h"
 
 namespace host {
 
@@ -18,16 +18,26 @@ enum class Decision {
 
 struct Enhancement {
     Decision decision = Decision::enhanced;
-    std::string reason; // of a picture that is turned down
+    std::string reason;         // of a picture that is turned down
+    kohost::TileTrcPtr curves;  // of one that is to be enhanced
+    codec::Notices notices;     // about the curves
 };
 
-// A decision as it is told.
+// A decision as a line reports it.
 const char *shown(Decision decision);
 
-// Enhances a picture in place, unless the judgement turns it down. A grid with tiles too small for the picture is reduced,
-// which is told. Throws LibraryError if a call of the library fails; the pixels are then as they were.
-Enhancement enhance(codec::Picture &picture, const Tuning &tuning, const Judging &judging, codec::Notices &notices,
-                    const RowsDone &rows_done);
+// Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a notice.
+// Throws LibraryError if a call of the library fails.
+Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry);
+
+// The grid for a working copy; adds a notice if it is smaller than the wanted one.
+kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices);
+
+// What is reported of a picture that no curve changes.
+inline constexpr const char *why_it_stays = "a gray picture stays as it is under a grid of 1x1";
+
+// Writes a picture under curves.
+void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio, Entry &entry);
 
 } // namespace host
 

@@ -2,35 +2,31 @@
 #include "commands.h"
 
 #include "enhance.h"
-#include "pictures.h"
+#include "workers.h"
 
 namespace host {
 
 namespace {
 
-void enhance_file(const Job &job, const Options &options, Report &report) {
-    Source source = read_picture(job.input);
-    report.at(Stage::curves);
-    codec::Notices notices;
-    const Enhancement enhancement = enhance(source.picture, options.tuning, options.judging, notices,
-                                            [&](double share) { report.at(Stage::applying, share); });
-    report.at(Stage::writing);
-    if (enhancement.decision == Decision::enhanced) {
-        write_picture(job, source.picture, options.quality, source.notices);
+void enhance_file(const Job &job, const Options &options, Entry &entry) {
+    Source source(job.input);
+    const Enhancement enhancement =
+        plan(source.working_copy(options.tuning.working_area), options.tuning, options.judging, entry);
+    if (enhancement.curves != nullptr) {
+        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry);
     } else {
-        copy_picture(job, source, options.quality);
+        copy_picture(job, source, options.quality, entry);
     }
-    tell(notices, report);
-    tell(source.notices, report);
-    report.done(
-        {source.picture.width, source.picture.height, job.target.string(), shown(enhancement.decision), enhancement.reason});
+    report_notices(enhancement.notices, entry);
+    report_notices(source.notices, entry);
+    entry.done({source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason});
 }
 
 } // namespace
 
 void enhance_pictures(const Options &options, Report &report) {
-    for_each_job(lay_out_jobs(options.inputs, options.output), report,
-                 [&](const Job &job) { enhance_file(job, options, report); });
+    for_each_job(lay_out_jobs(options.inputs, options.output), options.jobs, report,
+                 [&](const Job &job, Entry &entry) { enhance_file(job, options, entry); });
 }
 
 } // namespace host

@@ -14,9 +14,9 @@ namespace {
 
 constexpr uint64_t byte_levels = 256;
 
-TileTrcPtr empty_grid() {
-    TileTrcPtr grid(KoTileTRCNew(0, 0, 0));
-    check(grid != nullptr, "the curves cannot be read");
+kohost::TileTrcPtr empty_grid() {
+    kohost::TileTrcPtr grid(KoTileTRCNew(0, 0, 0));
+    kohost::check(grid != nullptr, "the curves cannot be read");
     return grid;
 }
 
@@ -24,10 +24,10 @@ bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoError
 
 // True if a file gives the curves back.
 bool holds(const fs::path &path, const TileTRC &curves) {
-    const TileTrcPtr again = empty_grid();
+    const kohost::TileTrcPtr again = empty_grid();
     const bool loaded = KoTileTRCLoad(again.get(), path.c_str()) == KO_OK;
     if (!loaded && short_of_memory()) {
-        throw LibraryError("the saved curves cannot be checked");
+        throw kohost::LibraryError("the saved curves cannot be checked");
     }
     KoStatusClear();
     return loaded && KoTileTRCCompare(again.get(), &curves) != 0;
@@ -53,7 +53,7 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
     write_file_by(
         target,
         [&](const fs::path &draft) {
-            check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK, "the curves cannot be saved");
+            kohost::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK, "the curves cannot be saved");
         },
         [&](const fs::path &draft) {
             if (!holds(draft, curves)) {
@@ -64,11 +64,11 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
         });
 }
 
-TileTrcPtr load_grid(const fs::path &path) {
+kohost::TileTrcPtr load_grid(const fs::path &path) {
     KoStatusClear();
-    TileTrcPtr grid = empty_grid();
+    kohost::TileTrcPtr grid = empty_grid();
     const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
-    check(loaded, short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read");
+    kohost::check(loaded, short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read");
     const uint64_t columns = KoTileTRCGetNumStripsX(grid.get());
     const uint64_t rows = KoTileTRCGetNumStripsY(grid.get());
     if (columns == 0 || rows == 0) {

@@ -5,7 +5,7 @@
 #include <array>
 #include <filesystem>
 
-#include "library.h"
+#include "kohost/library.h"
 
 namespace host {
 
@@ -21,7 +21,7 @@ inline constexpr std::array<GridForm, 3> grid_forms = {GridForm::text, GridForm:
 void save_grid(const TileTRC &curves, GridForm form, const std::filesystem::path &target);
 
 // Loads a grid of any form. It has tiles, and curves of at least the 256 entries that byte pictures need.
-TileTrcPtr load_grid(const std::filesystem::path &path);
+kohost::TileTrcPtr load_grid(const std::filesystem::path &path);
 
 // Throws if the grid has tiles too small for a picture of this size: several tiles in a direction need two pixels each.
 void check_fit(const TileTRC &curves, uint64_t width, uint64_t height);

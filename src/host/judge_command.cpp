@@ -1,11 +1,19 @@
 // `ko judge`: the measures of pictures, and what each policy makes of them.
 #include "commands.h"
 
+#include <array>
+
 #include "json.h"
+#include "kohost/scores.h"
 #include "pictures.h"
-#include "scores.h"
+#include "workers.h"
 
 namespace host {
+
+using kohost::Judgement;
+using kohost::Measure;
+using kohost::Policy;
+using kohost::Scores;
 
 namespace {
 
@@ -33,7 +41,7 @@ struct Verdict {
 
 Verdict verdict_of(const Judgement &judgement, Policy policy) {
     Verdict verdict{false, "", ""};
-    for (const Excess &excess : excesses(judgement, policy)) {
+    for (const kohost::Excess &excess : kohost::excesses(judgement, policy)) {
         verdict.reason += (verdict.reason.empty() ? "" : "; ") + text_of(excess);
     }
     const std::optional<Policy> first = verdict.reason.empty() ? policy : passing(judgement, policy);
@@ -52,12 +60,25 @@ std::string shown(const Verdict &verdict) {
                                   : "enhanced, within the limits of " + verdict.passes + "; over its own: " + verdict.reason;
 }
 
+// What a step prints to a stream.
+template <class Print> std::string printed(const Print &print) {
+    const std::unique_ptr<std::FILE, decltype([](std::FILE *file) { std::fclose(file); })> file(std::tmpfile());
+    if (file == nullptr) {
+        throw FileError("no temporary file can be made");
+    }
+    print(file.get());
+    std::string text(static_cast<size_t>(std::ftell(file.get())), ' ');
+    std::rewind(file.get());
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    return text;
+}
+
 std::string shown_counts(const DecisionMechanismThreshold &values) {
-    std::string text = "of " + std::to_string(judged_blocks) + " blocks: ";
+    std::string text = "of " + std::to_string(kohost::judged_blocks) + " blocks: ";
     for (const Measure measure : block_measures) {
         if (const auto count = value_of(values, measure)) {
             text +=
-                std::to_string(static_cast<int>(*count)) + " " + fault_of(measure) + (measure == Measure::noise ? "" : ", ");
+                std::to_string(static_cast<int>(*count)) + " " + kohost::fault_of(measure) + (measure == Measure::noise ? "" : ", ");
         } else {
             text += "noise is not measured in a gray picture";
         }
@@ -65,14 +86,14 @@ std::string shown_counts(const DecisionMechanismThreshold &values) {
     return text;
 }
 
-void print_page(const Job &job, const codec::Picture &picture, Scores &scores, std::FILE *stream) {
+std::string page_about(const Job &job, const Source &source, Scores &scores) {
     const Judgement judgement = scores.judgement();
-    std::fprintf(stream, "%s: %u x %u\n", job.input.c_str(), picture.width, picture.height);
-    scores.print(stream);
-    std::fprintf(stream, "%s\n", shown_counts(judgement.values).c_str());
-    for (const Policy policy : policies) {
-        std::fprintf(stream, "%s: %s\n", name(policy), shown(verdict_of(judgement, policy)).c_str());
+    std::string page = job.input + ": " + std::to_string(source.size().width) + " x " + std::to_string(source.size().height) +
+                       "\n" + printed([&](std::FILE *stream) { scores.print(stream); }) + shown_counts(judgement.values) + "\n";
+    for (const Policy policy : kohost::policies) {
+        page += std::string(name(policy)) + ": " + shown(verdict_of(judgement, policy)) + "\n";
     }
+    return page;
 }
 
 // A value of each measure; null for one that was not taken.
@@ -99,42 +120,37 @@ Json decision_object(const Judgement &judgement, Policy policy) {
     object["limits"] = nullptr;
     if (policy != Policy::always) {
         const DecisionMechanismThreshold &limits = judgement.limits[static_cast<size_t>(policy) - 1];
-        object["limits"] = by_measure(measures, [&](Measure measure) { return number(limits, measure); });
+        object["limits"] = by_measure(kohost::measures, [&](Measure measure) { return number(limits, measure); });
     }
     object["passes_as"] = verdict.enhanced ? Json(verdict.passes.empty() ? name(policy) : verdict.passes) : Json(nullptr);
     object["reason"] = verdict.reason.empty() ? Json(nullptr) : Json(verdict.reason);
     return object;
 }
 
-void print_object(const Job &job, const codec::Picture &picture, const Scores &scores, std::FILE *stream) {
+std::string object_about(const Job &job, const Source &source, const Scores &scores) {
     const Judgement judgement = scores.judgement();
-    Json object = {{"file", job.input}, {"width", picture.width}, {"height", picture.height}};
+    Json object = {{"file", job.input}, {"width", source.size().width}, {"height", source.size().height}};
     object["score"] = number(judgement.values, Measure::score).value_or(Json(nullptr));
     object["scores"] = by_measure(block_measures, [&](Measure measure) { return scores.of_blocks(measure); });
     object["block_thresholds"] =
         by_measure(block_measures, [&](Measure measure) { return std::optional(scores.block_threshold(measure)); });
     object["blocks_over"] = by_measure(block_measures, [&](Measure measure) { return number(judgement.values, measure); });
-    for (const Policy policy : policies) {
+    for (const Policy policy : kohost::policies) {
         object["decisions"].push_back(decision_object(judgement, policy));
     }
-    std::fprintf(stream, "%s\n", line_of(object).c_str());
+    return line_of(object) + "\n";
 }
 
-void judge_file(const Job &job, const Options &options, Report &report) {
-    Source source = read_picture(job.input);
-    report.at(Stage::judging);
-    Scores scores(source.picture, options.tuning, options.judging.score);
+void judge_file(const Job &job, const Options &options, Entry &entry) {
+    Source source(job.input);
+    const kohost::Image working_copy = source.working_copy(options.tuning.working_area);
+    entry.at(Stage::judging);
+    Scores scores(working_copy.pixels(), options.tuning, options.judging.score);
     if (!options.scores.empty()) {
-        scores.save(job.target);
+        write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.c_str()); });
     }
-    tell(source.notices, report);
-    report.answered([&](std::FILE *stream) {
-        if (options.style == Style::json) {
-            print_object(job, source.picture, scores, stream);
-        } else {
-            print_page(job, source.picture, scores, stream);
-        }
-    });
+    report_notices(source.notices, entry);
+    entry.answered(options.style == Style::json ? object_about(job, source, scores) : page_about(job, source, scores));
 }
 
 } // namespace
@@ -143,7 +159,7 @@ void judge_pictures(const Options &options, Report &report) {
     const std::vector<Job> jobs = options.scores.empty()
                                       ? lay_out_reading(options.inputs)
                                       : std::vector<Job>{lay_out_file(options.inputs.front(), options.scores)};
-    for_each_job(jobs, report, [&](const Job &job) { judge_file(job, options, report); });
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { judge_file(job, options, entry); });
 }
 
 } // namespace host

@@ -1,10 +1,9 @@
-// The program `ko`: photographs in, enhanced photographs out. One picture at a time; a picture that fails leaves the others
-// alone.
+// The program `ko`: photographs in, enhanced photographs out. A picture that fails leaves the others alone.
 #include <cstdio>
 #include <exception>
 
 #include "commands.h"
-#include "library.h"
+#include "kohost/library.h"
 #include "options.h"
 #include "report.h"
 
@@ -32,9 +31,9 @@ void run_command(const Options &options, Report &report) {
 void print(void *report, const char *text) { static_cast<Report *>(report)->message(text); }
 
 int run(const Options &options) {
-    Report report(options.style, options.inputs.size());
+    Report report(options.style, options.timings, options.inputs.size());
     try {
-        const Library library;
+        const kohost::Library library;
         KoErrorSetVerboseFunction(print, &report);
         run_command(options, report);
     } catch (const std::exception &error) {

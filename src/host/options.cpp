@@ -7,19 +7,30 @@
 #include <cmath>
 #include <iostream>
 #include <sstream>
+#include <thread>
 #include <type_traits>
 
 #include <CLI/CLI.hpp>
 
-#include "judgement.h"
+#include "kohost/judgement.h"
 
 namespace host {
+
+using kohost::Grid;
+using kohost::Judging;
+using kohost::name;
+using kohost::Policy;
+using kohost::RedEyeChoices;
+using kohost::Tuning;
 
 namespace {
 
 constexpr uint64_t most_strips = 256;
 constexpr uint64_t curve_step = 256;     // the library scales levels by whole numbers
 constexpr uint64_t largest_curve = 4096; // the time of the fit grows with the square
+constexpr unsigned most_jobs = 1024;
+constexpr double smallest_working_size = 0.01; // in megapixels
+constexpr double largest_working_size = 250.0;
 
 template <class Number> std::optional<Number> parse(std::string_view text) {
     Number value{};
@@ -33,19 +44,19 @@ template <class Number> std::optional<Number> parse(std::string_view text) {
 template <class Number> const char *kind() { return std::is_integral_v<Number> ? "a whole number" : "a number"; }
 
 // Adds an option whose value is a number from low to high; a NaN is in no range.
-template <class Number>
-void add_number(CLI::App &command, const std::string &name, Number &target, Number low, Number high, const std::string &shown,
+template <class Target, class Number>
+void add_number(CLI::App &command, const std::string &option, Target &target, Number low, Number high, const std::string &shown,
                 const std::string &text) {
     const auto read = [=, &target](const std::string &argument) {
         const std::optional<Number> value = parse<Number>(argument);
         if (!value || !(*value >= low && *value <= high)) {
             std::ostringstream message;
             message << "'" << argument << "' is not " << kind<Number>() << " from " << low << " to " << high;
-            throw CLI::ValidationError(name, message.str());
+            throw CLI::ValidationError(option, message.str());
         }
         target = *value;
     };
-    command.add_option_function<std::string>(name, read, text)->type_name("NUMBER")->default_str(shown);
+    command.add_option_function<std::string>(option, read, text)->type_name("NUMBER")->default_str(shown);
 }
 
 Grid parse_grid(const std::string &argument) {
@@ -105,6 +116,26 @@ void add_output(CLI::App &command, Options &options, const std::string &text) {
 constexpr const char *picture_output =
     "a file for one input, in the format of its extension; a folder for several, made if it is missing";
 
+uint64_t parse_working_area(const std::string &argument) {
+    if (argument == "full") {
+        return UINT64_MAX;
+    }
+    const auto megapixels = parse<double>(argument);
+    if (!megapixels || !(*megapixels >= smallest_working_size && *megapixels <= largest_working_size)) {
+        throw CLI::ValidationError("--working-size", "'" + argument + "' is neither a number from 0.01 to 250 nor 'full'");
+    }
+    return static_cast<uint64_t>(*megapixels * 1e6);
+}
+
+void add_working_size(CLI::App &command, Tuning &tuning) {
+    command
+        .add_option_function<std::string>(
+            "--working-size", [&tuning](const std::string &argument) { tuning.working_area = parse_working_area(argument); },
+            "size at which pictures are judged and their curves made; 'full' takes them as they are")
+        ->type_name("MEGAPIXELS")
+        ->default_str("0.5");
+}
+
 // The options of the gain, on which judgement and curves rest.
 void add_gain(CLI::App &command, Tuning &tuning) {
     add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows");
@@ -114,6 +145,7 @@ void add_gain(CLI::App &command, Tuning &tuning) {
                "share of full brightness from which on nothing changes");
     add_number(command, "--levels", tuning.levels, uint64_t{1}, uint64_t{255}, "5",
                "brightness levels of the edge-preserving blur");
+    add_working_size(command, tuning);
 }
 
 // The options of the curves.
@@ -130,6 +162,8 @@ void add_tuning(CLI::App &command, Tuning &tuning) {
             "entries of a tone curve, a multiple of 256")
         ->type_name("NUMBER")
         ->default_str("256");
+    add_number(command, "--max-slope", tuning.max_slope, 0u, 255u, "the gain, at least 3",
+               "most levels by which a curve rises at once; 0 leaves curves as they were fitted");
     add_gain(command, tuning);
 }
 
@@ -144,7 +178,16 @@ void add_score(CLI::App &command, Judging &judging) {
 }
 
 void add_quality(CLI::App &command, Options &options) {
-    add_number(command, "--quality", options.quality, 1, 100, std::to_string(codec::default_quality), "quality of JPEG output");
+    add_number(command, "--quality", options.quality, 1, 100, "the input's, or " + std::to_string(codec::default_quality),
+               "quality of JPEG output");
+}
+
+// The options of every command that works on many pictures.
+void add_run(CLI::App &command, Options &options) {
+    options.jobs = std::max(std::thread::hardware_concurrency(), 1u);
+    add_number(command, "-j,--jobs", options.jobs, 1u, most_jobs, "one a processor",
+               "pictures that are worked on at the same time");
+    command.add_flag("--timings", options.timings, "report how long each stage took");
 }
 
 CLI::Option *add_json(CLI::App &command, Options &options) {
@@ -154,6 +197,7 @@ CLI::Option *add_json(CLI::App &command, Options &options) {
 
 void add_style(CLI::App &command, Options &options) {
     CLI::Option *json = add_json(command, options);
+    add_run(command, options);
     command
         .add_flag_callback(
             "-q,--quiet", [&options] { options.style = Style::quiet; }, "write errors only")
@@ -172,7 +216,7 @@ constexpr const char *about_files = "PNG and JPEG are told apart by content; a f
 
 // All that a caller may say of the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {
-    add_choice(command, "--policy", options.judging.policy, policies, "which pictures are enhanced; see ko judge");
+    add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge");
     command
         .add_flag_callback(
             "--force", [&options] { options.judging.policy = Policy::always; }, "enhance every picture: --policy always")
@@ -245,6 +289,7 @@ void add_judge(CLI::App &app, Options &options) {
         ->check(refuse_empty);
     add_gain(command, options.tuning);
     add_json(command, options);
+    add_run(command, options);
     command.footer(
         "A picture is judged by 8 by 8 blocks. DET is the detail that a block would gain (under 5.6 is too little),\n"
         "NOI the colour noise where it is flat (over 1.0 is too noisy; not measured in a gray picture), ENT the\n"

@@ -9,7 +9,7 @@
 #include "codec/codec.h"
 #include "grid_file.h"
 #include "report.h"
-#include "tuning.h"
+#include "kohost/tuning.h"
 
 namespace host {
 
@@ -21,13 +21,15 @@ struct Options {
     std::string output;
     std::string grid_file; // apply: what is applied
     std::string scores;    // judge: the score file, or ""
-    Tuning tuning;
-    Judging judging;
-    RedEyeChoices red_eyes;
+    kohost::Tuning tuning;
+    kohost::Judging judging;
+    kohost::RedEyeChoices red_eyes;
     GridForm form = GridForm::text;
     bool draw = false; // curves: a picture instead of a grid
-    int quality = codec::default_quality;
+    std::optional<int> quality;
     Style style = Style::lines;
+    bool timings = false;
+    unsigned jobs = 1; // pictures that are worked on at the same time
 };
 
 struct CommandLine {

@@ -1,13 +1,28 @@
-// A job fails by an exception, whose text is the error's.
+// Rows go from decoder to encoder in bands that stay in the processor's cache, so that a picture of any height needs no more memory
+// than its working copy.
 #include "pictures.h"
 
-#include <new>
+#include <algorithm>
+#include <vector>
 
-#include "files.h"
+#include "kohost/working_copy.h"
 
 namespace host {
 
 namespace {
+
+constexpr uint64_t band_bytes = 1 << 18;
+
+uint32_t band_rows(uint64_t row_bytes) {
+    return static_cast<uint32_t>(std::clamp(band_bytes / row_bytes, uint64_t{1}, uint64_t{64}));
+}
+
+// Calls step(rows) for each band of a picture from the top.
+template <class Step> void for_each_band(uint32_t height, uint32_t rows, const Step &step) {
+    for (uint32_t row = 0; row < height; row += rows) {
+        step(std::min(rows, height - row));
+    }
+}
 
 void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
     if (format_of_extension(job.target) != format) {
@@ -15,52 +30,109 @@ void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
     }
 }
 
+// Half as many pixels again each way: averaged over whole pixels alone, some of the result would be sharper than others.
+codec::Reduction reduction_to(kohost::Size size) {
+    const auto enough = [](uint32_t pixels) { return static_cast<uint32_t>(uint64_t{pixels} * 3 / 2); };
+    return {enough(size.width), enough(size.height)};
+}
+
 } // namespace
 
-Source read_picture(const std::string &path) {
-    Source source;
-    source.file = read_file(path);
-    source.picture = codec::decode(source.file, source.notices);
-    return source;
+// Every pass reports the same.
+template <class Step> void Source::read_all(codec::Reader &reader, const Step &step) {
+    const size_t row_bytes = size_t{reader.width()} * reader.description().channels;
+    const uint32_t rows_at_once = band_rows(row_bytes);
+    codec::Bytes band(rows_at_once * row_bytes);
+    for_each_band(reader.height(), rows_at_once, [&](uint32_t rows) {
+        reader.read(rows, band.data(), nullptr);
+        step(rows, band.data());
+    });
+    codec::Notices found;
+    reader.finish(found);
+    if (!finished_) {
+        description_ = reader.description();
+        notices = std::move(found);
+        finished_ = true;
+    }
 }
 
-codec::Format target_format(const Job &job, const codec::Picture &source) { return job.format.value_or(source.format); }
+kohost::Image Source::working_copy(uint64_t area) {
+    std::unique_ptr<codec::Reader> reader = rows();
+    const codec::Description &picture = reader->description();
+    const uint32_t channels = picture.channels;
+    const kohost::Size size = kohost::working_size({picture.width, picture.height}, area);
+    if (!whole_ && size.area() < picture.area()) {
+        reader = codec::open(input_, reduction_to(size));
+    }
+    kohost::AreaAverage average({reader->width(), reader->height()}, size, channels);
+    read_all(*reader, [&](uint32_t rows, const uint8_t *pixels) { average.add(rows, pixels); });
+    return average.take();
+}
 
-void write_picture(const Job &job, const codec::Picture &picture, int quality, codec::Notices &notices) {
+void Source::scan() {
+    read_all(*codec::open(input_, {1, 1}), [](uint32_t, const uint8_t *) {});
+}
+
+codec::Picture &Source::load() {
+    if (!whole_) {
+        whole_ = codec::read(input_, notices);
+        description_ = *whole_;
+        finished_ = true;
+    }
+    return *whole_;
+}
+
+std::unique_ptr<codec::Reader> Source::rows() { return whole_ ? codec::rows_of(*whole_) : codec::open(input_); }
+
+codec::Format target_format(const Job &job, const codec::Description &source) { return job.format.value_or(source.format); }
+
+void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry) {
+    const codec::Description &picture = source.description();
     const codec::Format format = target_format(job, picture);
-    note_name(job, format, notices);
-    write_file(job.target, codec::encode(picture, format, quality, notices));
+    note_name(job, format, source.notices);
+    Draft draft(job.target);
+    const std::unique_ptr<codec::Reader> reader = source.rows();
+    if (reader->width() != picture.width || reader->height() != picture.height ||
+        reader->description().channels != picture.channels || reader->description().has_alpha != picture.has_alpha) {
+        throw FileError("the file was changed while it was read");
+    }
+    const std::unique_ptr<codec::Writer> writer = codec::create(draft, picture, {format, quality}, source.notices);
+    const uint32_t rows_at_once = band_rows(picture.row_bytes());
+    codec::Bytes band(rows_at_once * picture.row_bytes());
+    codec::Bytes alpha(picture.has_alpha ? size_t{rows_at_once} * picture.width : 0);
+    uint32_t done = 0;
+    for_each_band(picture.height, rows_at_once, [&](uint32_t rows) {
+        entry.at(Stage::applying, static_cast<double>(done) / picture.height);
+        entry.spend(Stage::reading);
+        reader->read(rows, band.data(), alpha.data());
+        if (step) {
+            entry.spend(Stage::applying);
+            step(rows, band.data());
+        }
+        entry.spend(Stage::writing);
+        writer->write(rows, band.data(), alpha.data());
+        done += rows;
+    });
+    codec::Notices known; // from the pass before
+    reader->finish(known);
+    writer->finish(source.notices);
+    draft.take_place();
 }
 
-void copy_picture(const Job &job, Source &source, int quality) {
-    if (target_format(job, source.picture) != source.picture.format) {
-        write_picture(job, source.picture, quality, source.notices);
+void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry) {
+    if (target_format(job, source.description()) != source.description().format) {
+        write_picture(job, source, quality, nullptr, entry);
         return;
     }
+    entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy
-    note_name(job, source.picture.format, source.notices);
-    write_file(job.target, source.file);
+    note_name(job, source.description().format, source.notices);
+    copy_file(source.input(), job.target);
 }
 
-void for_each_job(const std::vector<Job> &jobs, Report &report, const std::function<void(const Job &)> &step) {
-    for (const Job &job : jobs) {
-        report.begin(job.input);
-        try {
-            if (!job.refusal.empty()) {
-                throw FileError(job.refusal);
-            }
-            step(job);
-        } catch (const std::bad_alloc &) {
-            report.failed("not enough memory");
-        } catch (const std::exception &error) {
-            report.failed(error.what());
-        }
-    }
-}
-
-void tell(const codec::Notices &notices, Report &report) {
+void report_notices(const codec::Notices &notices, Entry &entry) {
     for (const std::string &notice : notices) {
-        report.notice(notice);
+        entry.notice(notice);
     }
 }
 

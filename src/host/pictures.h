@@ -1,40 +1,71 @@
-// What the commands do alike with the files of pictures.
+// A picture on its way through a command: from its file, by way of the working copy, to the target.
 #ifndef KO_HOST_PICTURES_H
 #define KO_HOST_PICTURES_H
 
+#include <cstdint>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
-#include <vector>
 
 #include "codec/codec.h"
+#include "files.h"
 #include "jobs.h"
+#include "kohost/pixels.h"
 #include "report.h"
 
 namespace host {
 
-// A picture and the file that it came from.
-struct Source {
-    codec::Bytes file;
-    codec::Picture picture;
-    codec::Notices notices; // of the decoding, then of the writing
+// A picture in a file. Its rows are decoded anew for each pass, unless the whole picture is in memory.
+class Source {
+  public:
+    explicit Source(const std::string &path) : input_(path) {}
+
+    // Reads the file to its end and gives the picture at the size at which it is judged. That of a picture of at most area pixels
+    // is the picture itself.
+    kohost::Image working_copy(uint64_t area);
+
+    // Reads the file to its end for nothing but its description.
+    void scan();
+
+    // Reads the whole picture into memory, to be changed there.
+    codec::Picture &load();
+
+    // The rows once more.
+    std::unique_ptr<codec::Reader> rows();
+
+    // What follows is valid after the file was read to its end.
+    const codec::Description &description() const { return description_; }
+    kohost::Size size() const { return {description_.width, description_.height}; }
+
+    codec::Input &input() { return input_; }
+
+    codec::Notices notices; // of the reading, then of the writing
+
+  private:
+    // Hands all rows of a reader to step(rows, pixels).
+    template <class Step> void read_all(codec::Reader &reader, const Step &step);
+
+    FileInput input_;
+    codec::Description description_;
+    std::optional<codec::Picture> whole_;
+    bool finished_ = false;
 };
 
-Source read_picture(const std::string &path);
-
 // The format that a job's picture is written in.
-codec::Format target_format(const Job &job, const codec::Picture &source);
+codec::Format target_format(const Job &job, const codec::Description &source);
 
-// Writes a picture to the target of a job.
-void write_picture(const Job &job, const codec::Picture &picture, int quality, codec::Notices &notices);
+// Changes rows in place on their way from one file to the next.
+using RowStep = std::function<void(uint32_t rows, uint8_t *pixels)>;
+
+// Writes a picture to the target of a job, row by row and each through a step, or as they are without one.
+void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry);
 
 // Writes a picture that was not changed: its file byte for byte if the format is the same.
-void copy_picture(const Job &job, Source &source, int quality);
+void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry);
 
-// Does a step for each job and tells of failures; one that fails leaves the others alone.
-void for_each_job(const std::vector<Job> &jobs, Report &report, const std::function<void(const Job &)> &step);
-
-// Tells what came up with a picture.
-void tell(const codec::Notices &notices, Report &report);
+// Reports what came up with a picture.
+void report_notices(const codec::Notices &notices, Entry &entry);
 
 } // namespace host
 

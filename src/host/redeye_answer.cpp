@@ -7,22 +7,22 @@ namespace {
 
 std::string shown_counts(const RedEyes &eyes) {
     std::string text;
-    for (const int32_t label : labels) {
-        text += (text.empty() ? "" : ", ") + std::to_string(eyes.patches(label)) + " " + name_of_label(label);
+    for (const int32_t label : kohost::labels) {
+        text += (text.empty() ? "" : ", ") + std::to_string(eyes.patches(label)) + " " + kohost::name_of_label(label);
     }
     return text;
 }
 
-Json json_of(const Box &box) { return Json::array({box.x0, box.y0, box.x1, box.y1}); }
+Json json_of(const kohost::Box &box) { return Json::array({box.x0, box.y0, box.x1, box.y1}); }
 
-Json json_of(const Patch &patch) {
+Json json_of(const kohost::Patch &patch) {
     return {{"box", json_of(patch.box)},
             {"fe_score", patch.fe_score},
             {"be_score", patch.be_score},
-            {"label", name_of_label(patch.label)}};
+            {"label", kohost::name_of_label(patch.label)}};
 }
 
-Json json_of(const Blob &blob) {
+Json json_of(const kohost::Blob &blob) {
     return {{"box", json_of(blob.box)}, {"area", blob.area}, {"patch", blob.patch ? json_of(*blob.patch) : Json(nullptr)}};
 }
 
@@ -58,12 +58,12 @@ std::string line_about(const RedEyes &eyes) {
 
 Json members_of(const RedEyes &eyes) {
     Json members = Json::object();
-    for (const int32_t label : labels) {
-        members[name_of_label(label)] = eyes.patches(label);
+    for (const int32_t label : kohost::labels) {
+        members[kohost::name_of_label(label)] = eyes.patches(label);
     }
     members["scale"] = eyes.scale;
     members["blobs"] = Json::array();
-    for (const Blob &blob : eyes.blobs) {
+    for (const kohost::Blob &blob : eyes.blobs) {
         members["blobs"].push_back(json_of(blob));
     }
     return members;

@@ -5,9 +5,12 @@
 #include <string>
 
 #include "json.h"
-#include "redeye.h"
+#include "kohost/redeye.h"
 
 namespace host {
+
+using kohost::RedEyeDecision;
+using kohost::RedEyes;
 
 // Such as "red eyes repaired".
 const char *shown(RedEyeDecision decision);

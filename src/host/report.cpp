@@ -1,17 +1,12 @@
-// The bar is the last line on the terminal: it is taken away before anything else is written and drawn anew at the next
-// step.
+// The bar is the last line on the terminal: it is taken away before anything else is written and drawn anew at the next step.
 #include "report.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 
 #include <unistd.h>
-
-#include "json.h"
 
 namespace host {
 
@@ -19,14 +14,23 @@ namespace {
 
 struct StageEntry {
     const char *name;
+    const char *key;
     double start; // share of a picture's time that is over when the stage begins
 };
 
-constexpr std::array<StageEntry, 7> stages = {
-    {{"reading", 0.0}, {"red eyes", 0.1}, {"judging", 0.1}, {"curves", 0.1}, {"applying", 0.65}, {"writing", 0.8}, {"", 1.0}}};
+constexpr std::array<StageEntry, stage_count + 1> stages = {{{"reading", "read", 0.0},
+                                                             {"red eyes", "red_eyes", 0.2},
+                                                             {"judging", "judge", 0.2},
+                                                             {"curves", "curves", 0.3},
+                                                             {"applying", "apply", 0.4},
+                                                             {"writing", "write", 0.4},
+                                                             {"", "", 1.0}}};
 
 constexpr size_t bar_cells = 24;
 constexpr size_t longest_name = 30;
+
+// The entry of the picture that this thread works on.
+thread_local Entry *present = nullptr;
 
 bool is_terminal() {
     const char *kind = std::getenv("TERM");
@@ -46,83 +50,93 @@ std::string cells(double share) {
     return text;
 }
 
+std::string shown(double seconds) {
+    std::array<char, 32> room;
+    std::snprintf(room.data(), room.size(), "%.2f s", seconds);
+    return room.data();
+}
+
+std::string content_of(std::FILE *file) {
+    std::string text;
+    std::array<char, 4096> room;
+    std::rewind(file);
+    while (const size_t count = std::fread(room.data(), 1, room.size(), file)) {
+        text.append(room.data(), count);
+    }
+    return text;
+}
+
+double rounded(double seconds) { return std::round(seconds * 10000.0) / 10000.0; }
+
 } // namespace
 
-Report::Report(Style style, size_t pictures)
-    : style_(style), bar_(style == Style::lines && is_terminal()), pictures_(pictures) {}
+// ---- one picture
 
-void Report::begin(const std::string &name) {
-    name_ = name;
-    start_ = std::chrono::steady_clock::now();
-    at(Stage::reading);
+Entry::Entry(Report &report, size_t number, std::string name) : report_(report), number_(number), name_(std::move(name)) {
+    present = this;
 }
 
-void Report::at(Stage stage, double share) {
-    const auto index = static_cast<size_t>(stage);
+Entry::~Entry() {
+    present = nullptr;
+    if (log_ != nullptr) {
+        print(stderr, "ko: " + name_ + ": progress:\n" + content_of(log_.get()));
+    }
+    report_.end(*this);
+}
+
+void Entry::at(Stage stage, double share) {
+    spend(stage);
+    report_.progress(number_, name_, stage, share);
+}
+
+void Entry::spend(Stage stage) {
+    const Clock::time_point now = Clock::now();
+    spent_[static_cast<size_t>(stage_)] += now - switched_;
+    switched_ = now;
     stage_ = stage;
-    progress_ = stages[index].start + share * (stages[index + 1].start - stages[index].start);
-    draw_bar();
 }
 
-void Report::done(const Result &result) {
-    if (style_ != Style::quiet) {
-        clear_bar();
-        style_ == Style::json ? print_object(result) : print_line(result);
-        std::fflush(stdout);
-    }
-    end_picture();
-}
-
-void Report::failed(const std::string &why) {
-    error(name_ + ": " + why);
-    if (style_ == Style::json) {
-        std::puts(line_of({{"file", name_}, {"error", why}}).c_str());
-        std::fflush(stdout);
-    }
-    end_picture();
-}
-
-void Report::notice(const std::string &text) {
-    if (style_ != Style::quiet) {
-        message(("ko: " + name_ + ": notice: " + text).c_str());
+void Entry::done(const Result &result) {
+    spend(stage_);
+    if (report_.style_ != Style::quiet) {
+        print(stdout, report_.style_ == Style::json ? object(result) : line(result));
     }
 }
 
-void Report::remark(const std::string &text) {
-    if (style_ != Style::quiet) {
-        message(("ko: notice: " + text).c_str());
+void Entry::failed(const std::string &why) {
+    report_.fail();
+    print(stderr, "ko: " + name_ + ": " + why + "\n");
+    if (report_.style_ == Style::json) {
+        print(stdout, line_of({{"file", name_}, {"error", why}}) + "\n");
     }
 }
 
-std::FILE *Report::log() {
-    message(("ko: " + name_ + ": progress:").c_str());
-    return stderr;
-}
-
-void Report::error(const std::string &text) {
-    any_failed_ = true;
-    message(("ko: " + text).c_str());
-}
-
-void Report::message(const char *text) {
-    clear_bar();
-    std::fprintf(stderr, "%s\n", text);
-}
-
-bool Report::good() {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-        error("the standard output cannot be written");
+void Entry::notice(const std::string &text) {
+    if (report_.style_ != Style::quiet) {
+        print(stderr, "ko: " + name_ + ": notice: " + text + "\n");
     }
-    return !any_failed_;
 }
 
-void Report::print_line(const Result &result) const {
+std::FILE *Entry::log() {
+    log_.reset(std::tmpfile());
+    return log_.get();
+}
+
+std::string Entry::line(const Result &result) const {
     const std::string why = result.reason.empty() ? "" : ": " + result.reason;
     const std::string said = result.said.empty() ? result.decision + why : result.said;
-    std::printf("%s: %u x %u, %s, %.2f s\n", name_.c_str(), result.width, result.height, said.c_str(), seconds());
+    std::string text = name_ + ": " + std::to_string(result.width) + " x " + std::to_string(result.height) + ", " + said + ", " +
+                       shown(seconds());
+    if (report_.timings_) {
+        for (size_t i = 0; i < stage_count; ++i) {
+            text += (i == 0 ? " (" : ", ") + std::string(stages[i].name) + " " + shown(seconds(static_cast<Stage>(i)));
+        }
+        text += ")";
+    }
+    return text + "\n";
 }
 
-void Report::print_object(const Result &result) const {
+std::string Entry::object(const Result &result) const {
     Json object = {{"file", name_},
                    {"output", result.output},
                    {"width", result.width},
@@ -133,23 +147,102 @@ void Report::print_object(const Result &result) const {
     }
     object.update(result.members);
     object["seconds"] = std::round(seconds() * 100.0) / 100.0;
-    std::puts(line_of(object).c_str());
+    object["timings"] = Json::object();
+    for (size_t i = 0; i < stage_count; ++i) {
+        object["timings"][stages[i].key] = rounded(seconds(static_cast<Stage>(i)));
+    }
+    return line_of(object) + "\n";
 }
 
-double Report::seconds() const { return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count(); }
+// ---- all of them
 
-void Report::end_picture() {
-    ++finished_;
-    progress_ = 0.0;
+Report::Report(Style style, bool timings, size_t pictures)
+    : style_(style), timings_(timings), bar_(style == Style::lines && is_terminal()), progress_(pictures), waiting_(pictures),
+      ended_(pictures) {}
+
+std::unique_ptr<Entry> Report::begin(size_t number, const std::string &name) {
+    std::unique_ptr<Entry> entry(new Entry(*this, number, name));
+    progress(number, name, Stage::reading, 0.0);
+    return entry;
 }
 
-void Report::draw_bar() {
-    if (!bar_ || finished_ == pictures_) {
+void Report::remark(const std::string &text) {
+    if (style_ != Style::quiet) {
+        const std::lock_guard<std::mutex> guard(lock_);
+        write(stderr, "ko: notice: " + text + "\n");
+    }
+}
+
+void Report::error(const std::string &text) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    any_failed_ = true;
+    write(stderr, "ko: " + text + "\n");
+}
+
+void Report::message(const char *text) {
+    if (present != nullptr) {
+        present->message(text);
         return;
     }
-    const double share = (static_cast<double>(finished_) + progress_) / static_cast<double>(pictures_);
-    const std::string line = cells(share) + " " + std::to_string(finished_ + 1) + "/" + std::to_string(pictures_) + " " +
-                             shortened(name_) + ": " + stages[static_cast<size_t>(stage_)].name;
+    const std::lock_guard<std::mutex> guard(lock_);
+    write(stderr, std::string(text) + "\n");
+}
+
+bool Report::good() {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+        error("the standard output cannot be written");
+    }
+    return !any_failed_;
+}
+
+void Report::set_progress(size_t number, double progress) {
+    total_progress_ += progress - progress_[number];
+    progress_[number] = progress;
+}
+
+void Report::progress(size_t number, const std::string &name, Stage stage, double share) {
+    if (!bar_) {
+        return;
+    }
+    const std::lock_guard<std::mutex> guard(lock_);
+    const StageEntry *entry = &stages[static_cast<size_t>(stage)];
+    set_progress(number, entry->start + share * (entry[1].start - entry->start));
+    draw_bar(name, stage);
+}
+
+// Entries that had to wait for this one are written behind it.
+void Report::end(Entry &entry) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    ++finished_;
+    set_progress(entry.number_, 1.0);
+    ended_[entry.number_] = true;
+    waiting_[entry.number_] = std::move(entry.said_);
+    for (; turn_ < ended_.size() && ended_[turn_]; ++turn_) {
+        for (const auto &[stream, text] : waiting_[turn_]) {
+            write(stream, text);
+        }
+        waiting_[turn_] = {};
+    }
+}
+
+void Report::fail() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    any_failed_ = true;
+}
+
+void Report::write(std::FILE *stream, const std::string &text) {
+    clear_bar();
+    std::fwrite(text.data(), 1, text.size(), stream);
+    std::fflush(stream);
+}
+
+void Report::draw_bar(const std::string &name, Stage stage) {
+    if (finished_ == progress_.size()) {
+        return;
+    }
+    const double share = total_progress_ / static_cast<double>(progress_.size());
+    const std::string line = cells(share) + " " + std::to_string(finished_ + 1) + "/" + std::to_string(progress_.size()) + " " +
+                             shortened(name) + ": " + stages[static_cast<size_t>(stage)].name;
     if (line != drawn_) {
         std::printf("\r\033[K%s", line.c_str());
         std::fflush(stdout);

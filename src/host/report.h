@@ -1,19 +1,28 @@
 // What the program says: one line per picture on the standard output, as text or as a JSON object, notices and errors on the
-// standard error stream, and a bar over pictures and stages when the output is a terminal.
+// standard error stream, and a bar over all pictures when the output is a terminal.
+//
+// Pictures may be worked on at the same time. Each has an entry, which keeps what is said of it; entries are written whole and in
+// the order of the inputs.
 #ifndef KO_HOST_REPORT_H
 #define KO_HOST_REPORT_H
 
+#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "json.h"
 
 namespace host {
 
 enum class Stage { reading, red_eyes, judging, curves, applying, writing };
+inline constexpr size_t stage_count = 6;
 
 enum class Style { lines, json, quiet };
 
@@ -28,66 +37,103 @@ struct Result {
     Json members = Json::object(); // further members of an object
 };
 
+class Report;
+
+// What is said of one picture. An entry belongs to the thread that works on the picture.
+class Entry {
+  public:
+    ~Entry();
+    Entry(const Entry &) = delete;
+    Entry &operator=(const Entry &) = delete;
+
+    // The picture is in a stage, and through a share of it. Time counts for the stage until the next call of these two.
+    void at(Stage stage, double share = 0.0);
+
+    // Time counts for a stage without a word of it.
+    void spend(Stage stage);
+
+    // The ends of a picture. The last is for a command whose answer is the picture's only trace: the text is printed whatever the
+    // style.
+    void done(const Result &result);
+    void failed(const std::string &why);
+    void answered(const std::string &text) { print(stdout, text); }
+
+    // About this picture.
+    void notice(const std::string &text);
+
+    // Something the library prints of its own accord.
+    void message(const std::string &text) { print(stderr, text + "\n"); }
+
+    // Where the library may write of its progress with the picture.
+    std::FILE *log();
+
+  private:
+    friend class Report;
+    using Clock = std::chrono::steady_clock;
+
+    Entry(Report &report, size_t number, std::string name);
+
+    void print(std::FILE *stream, const std::string &text) { said_.emplace_back(stream, text); }
+    std::string line(const Result &result) const;
+    std::string object(const Result &result) const;
+    double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
+    double seconds(Stage stage) const { return std::chrono::duration<double>(spent_[static_cast<size_t>(stage)]).count(); }
+
+    Report &report_;
+    const size_t number_;
+    const std::string name_;
+    std::vector<std::pair<std::FILE *, std::string>> said_;
+    std::unique_ptr<std::FILE, int (*)(std::FILE *)> log_{nullptr, std::fclose};
+    Clock::time_point start_ = Clock::now();
+    Clock::time_point switched_ = start_;
+    Stage stage_ = Stage::reading;
+    std::array<Clock::duration, stage_count> spent_{};
+};
+
 class Report {
   public:
-    Report(Style style, size_t pictures);
+    Report(Style style, bool timings, size_t pictures);
     ~Report() { clear_bar(); }
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
 
-    // A picture begins; its clock starts.
-    void begin(const std::string &name);
-
-    // The picture has come so far: into a stage, and through a share of it.
-    void at(Stage stage, double share = 0.0);
-
-    // The ends of a picture. The last is for a command whose answer is the picture's only trace: print writes to the stream
-    // that it is handed, whatever the style.
-    void done(const Result &result);
-    void failed(const std::string &why);
-    template <class Print> void answered(const Print &print) {
-        clear_bar();
-        print(stdout);
-        std::fflush(stdout);
-        end_picture();
-    }
-
-    // About the picture at work.
-    void notice(const std::string &text);
+    // Picture number of the inputs begins. Every number is begun once.
+    std::unique_ptr<Entry> begin(size_t number, const std::string &name);
 
     // A notice that concerns no single picture.
     void remark(const std::string &text);
 
-    // Where the library may write of its progress with the picture at work, which is named there. The bar is away until the
-    // next stage.
-    std::FILE *log();
-
     // An error that concerns no single picture.
     void error(const std::string &text);
 
-    // Something the library prints of its own accord.
+    // Something the library prints on this thread: it concerns the picture that the thread works on, if there is one.
     void message(const char *text);
 
     // True if all went well, and the standard output took what was written to it.
     bool good();
 
   private:
-    void print_line(const Result &result) const;
-    void print_object(const Result &result) const;
-    double seconds() const;
-    void end_picture();
-    void draw_bar();
+    friend class Entry;
+
+    void set_progress(size_t number, double progress);
+    void progress(size_t number, const std::string &name, Stage stage, double share);
+    void end(Entry &entry);
+    void fail();
+    void write(std::FILE *stream, const std::string &text);
+    void draw_bar(const std::string &name, Stage stage);
     void clear_bar();
 
-    Style style_;
-    bool bar_;
-    size_t pictures_;
+    const Style style_;
+    const bool timings_;
+    const bool bar_;
+    std::mutex lock_; // guards all below
+    std::vector<double> progress_; // of each picture, 0 to 1
+    double total_progress_ = 0.0;
+    std::vector<std::vector<std::pair<std::FILE *, std::string>>> waiting_; // said of pictures that ended before their turn
+    std::vector<bool> ended_;
     size_t finished_ = 0;
-    std::string name_;
-    Stage stage_ = Stage::reading;
-    double progress_ = 0.0; // of the picture at work, 0 to 1
+    size_t turn_ = 0; // the picture whose entry is written next
     std::string drawn_;
-    std::chrono::steady_clock::time_point start_;
     bool any_failed_ = false;
 };
 

@@ -41,14 +41,14 @@ std::string error_of(const std::string &file) {
     return "no error";
 }
 
-std::string encode(const Picture &picture, Format format, int quality = codec::default_quality) {
+std::string encode(const Picture &picture, Format format, std::optional<int> quality = std::nullopt) {
     Notices notices;
-    return text_of(codec::encode(picture, format, quality, notices));
+    return text_of(codec::encode(picture, {format, quality}, notices));
 }
 
 Notices encoding_notices(const Picture &picture, Format format) {
     Notices notices;
-    codec::encode(picture, format, codec::default_quality, notices);
+    codec::encode(picture, {format, std::nullopt}, notices);
     return notices;
 }
 

@@ -89,13 +89,33 @@ ColorImagePtr image_of(const Pixels &given) {
         KoColorImageNewFromByteArray(given.width, given.height, space_of(given), bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
 }
 
+void limit_slope(TileTRC &grid, uint32_t limit) {
+    const int64_t size = static_cast<int64_t>(grid.size);
+    for (uint64_t tile = 0; limit > 0 && tile < grid.numStripsX * grid.numStripsY; ++tile) {
+        uint32_t *curve = grid.array + tile * grid.size;
+        const std::vector<uint32_t> fitted(curve, curve + size);
+        for (int64_t i = 0; i < size; ++i) {
+            int64_t lag = INT64_MAX;
+            int64_t lead = 0;
+            for (int64_t j = 0; j < size; ++j) {
+                const int64_t step = limit * (i > j ? i - j : j - i);
+                lag = j <= i ? std::min(lag, fitted[static_cast<size_t>(j)] + step) : lag;
+                lead = j >= i ? std::max(lead, fitted[static_cast<size_t>(j)] - step) : lead;
+            }
+            curve[i] = static_cast<uint32_t>((lag + lead + 1) / 2);
+        }
+    }
+}
+
 TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
     const ColorImagePtr image = image_of(given);
     const FeaturesPtr features(KoLocalContrastEnhancementNew(tuning.curve_size, tuning.columns, tuning.rows));
     TileTRC *curves = nullptr;
     KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), tuning.max_gain, tuning.strength, tuning.limit,
                                              tuning.levels, -1.0f, 4, &curves);
-    return TileTrcPtr(curves);
+    TileTrcPtr grid(curves);
+    limit_slope(*grid, tuning.max_slope);
+    return grid;
 }
 
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio) {

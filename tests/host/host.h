@@ -62,6 +62,7 @@ struct Tuning {
     float limit = 0.6275f;
     uint64_t levels = 5;
     float ratio = 0.5f;
+    uint32_t max_slope = 4;
 };
 
 // The library started afresh, as each run of the program has it: what it fits depends on the largest curve so far.
@@ -73,7 +74,7 @@ struct FreshLibrary {
 // The pixels of a file as the library takes them, without alpha.
 ColorImagePtr image_of(const Pixels &given);
 
-// What the library makes of the pixels of a file: the curves, and the pixels after them, in one chunk and into a buffer of its
+// What the program makes of the pixels of a file that is no larger than its working copy: the curves, and the pixels after them, in one chunk and into a buffer of its
 // own; alpha stays. Curves are of the library that is started.
 TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning = {});
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio);

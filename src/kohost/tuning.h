@@ -1,16 +1,21 @@
 // What a user may choose about the enhancement and the repair of red eyes, with the values that serve most photographs.
-#ifndef KO_HOST_TUNING_H
-#define KO_HOST_TUNING_H
+#ifndef KO_KOHOST_TUNING_H
+#define KO_KOHOST_TUNING_H
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
+#include <optional>
 #include <string>
 
-namespace host {
+namespace kohost {
 
 struct Grid {
     uint64_t columns = 8;
     uint64_t rows = 8;
 };
+
+inline constexpr uint64_t default_working_area = 500'000;
 
 struct Tuning {
     Grid grid;
@@ -20,6 +25,12 @@ struct Tuning {
     float limit = 0.6275f;
     uint64_t levels = 5;
     float ratio = 0.5f;
+    uint64_t working_area = default_working_area; // most pixels of the working copy
+    std::optional<uint32_t> max_slope;            // most levels between neighbouring entries of a curve; 0 is any number
+
+    // Without a choice, what the gain makes of neighbouring levels in the deepest shadows, and at least 3: a smaller limit would
+    // close shadows again, a larger one leaves jumps.
+    uint32_t slope_limit() const { return max_slope.value_or(std::max(3u, static_cast<uint32_t>(std::ceil(max_gain)))); }
 };
 
 // Which pictures are enhanced; the numbers are the library's. A picture passes that keeps within the limits of the policy or of
@@ -42,6 +53,6 @@ struct RedEyeChoices {
     bool log = false;    // show the library's progress
 };
 
-} // namespace host
+} // namespace kohost
 
 #endif

@@ -1,6 +1,6 @@
-// The library as this program holds it: started once, its objects owned, its failures thrown.
-#ifndef KO_HOST_LIBRARY_H
-#define KO_HOST_LIBRARY_H
+// The library as a C++ host holds it: started once, its objects owned, its failures thrown.
+#ifndef KO_KOHOST_LIBRARY_H
+#define KO_KOHOST_LIBRARY_H
 
 #include <memory>
 #include <stdexcept>
@@ -8,7 +8,7 @@
 
 #include "ko.h"
 
-namespace host {
+namespace kohost {
 
 // A library call failed; the text ends with the library's own message chain, one line for each call that passed it on.
 class LibraryError : public std::runtime_error {
@@ -44,6 +44,6 @@ using RedEyeCorrectionPtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCo
 using RedEyeImageParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
 using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
 
-} // namespace host
+} // namespace kohost
 
 #endif

@@ -1,6 +1,6 @@
 // The judgement of a picture: what was measured, what the policies allow, and why a picture is turned down, in words.
-#ifndef KO_HOST_JUDGEMENT_H
-#define KO_HOST_JUDGEMENT_H
+#ifndef KO_KOHOST_JUDGEMENT_H
+#define KO_KOHOST_JUDGEMENT_H
 
 #include <array>
 #include <cstdint>
@@ -8,10 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "library.h"
-#include "tuning.h"
+#include "kohost/library.h"
+#include "kohost/tuning.h"
 
-namespace host {
+namespace kohost {
 
 // The measures in the order in which they are taken.
 enum class Measure { score, detail, entropy, noise };
@@ -61,6 +61,6 @@ std::string text_of(const Excess &excess);
 // What blocks over a measure do, such as "would gain too little detail".
 const char *fault_of(Measure measure);
 
-} // namespace host
+} // namespace kohost
 
 #endif

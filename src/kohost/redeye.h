@@ -1,6 +1,6 @@
 // The repair of red eyes in one picture by the library.
-#ifndef KO_HOST_REDEYE_H
-#define KO_HOST_REDEYE_H
+#ifndef KO_KOHOST_REDEYE_H
+#define KO_KOHOST_REDEYE_H
 
 #include <array>
 #include <cstdint>
@@ -9,11 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "codec/codec.h"
-#include "library.h"
-#include "tuning.h"
+#include "kohost/library.h"
+#include "kohost/pixels.h"
+#include "kohost/tuning.h"
 
-namespace host {
+namespace kohost {
 
 // x1 and y1 are outside.
 struct Box {
@@ -59,15 +59,22 @@ inline constexpr std::array<int32_t, 3> labels = {KO_PATCH_ACCEPTED, KO_PATCH_UN
 // "accepted", "undecided", "rejected".
 const char *name_of_label(int32_t label);
 
+// The patch files cannot be written; the text says where.
+class PatchFilesError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
 // Tries a model on a picture of its own, which has a red eye, so that one that cannot be read or does not fit is found out
 // before anything is written. Gives the files that the model consists of. Throws LibraryError.
 std::vector<std::string> try_model(const std::string &model);
 
-// Repairs the red eyes of a picture in place. The patch files, if they are wanted, are named after the input; the library's
-// progress goes to log, if it is not null. Throws LibraryError, and FileError for the patch files; the pixels are then as they
-// were.
-RedEyes repair_red_eyes(codec::Picture &picture, const RedEyeChoices &choices, const std::string &input, std::FILE *log);
+// Repairs the red eyes of a picture; result, which may be the picture's own bytes, is written if something changed. The patch
+// files, if they are wanted, are named after the input; the library's progress goes to log, if it is not null. Throws
+// LibraryError, and PatchFilesError; result is then as it was.
+RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoices &choices, const std::string &input,
+                        std::FILE *log);
 
-} // namespace host
+} // namespace kohost
 
 #endif

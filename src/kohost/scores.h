@@ -1,23 +1,22 @@
 // All measures of a picture, whatever they say.
-#ifndef KO_HOST_SCORES_H
-#define KO_HOST_SCORES_H
+#ifndef KO_KOHOST_SCORES_H
+#define KO_KOHOST_SCORES_H
 
 #include <cstdio>
-#include <filesystem>
 #include <optional>
 #include <span>
 
-#include "codec/codec.h"
-#include "judgement.h"
-#include "library.h"
-#include "tuning.h"
+#include "kohost/judgement.h"
+#include "kohost/library.h"
+#include "kohost/pixels.h"
+#include "kohost/tuning.h"
 
-namespace host {
+namespace kohost {
 
 class Scores {
   public:
     // Takes the measures. A gray picture has none of noise. All members throw LibraryError if a call of the library fails.
-    Scores(const codec::Picture &picture, const Tuning &tuning, float score);
+    Scores(const Pixels &picture, const Tuning &tuning, float score);
 
     // What was measured, and the limits.
     Judgement judgement() const { return judgement_of(*features_); }
@@ -31,14 +30,17 @@ class Scores {
     // Writes the library's table.
     void print(std::FILE *stream);
 
-    // Writes the library's score file, written whole or not at all. Throws FileError too.
-    void save(const std::filesystem::path &target) const;
+    // Writes the library's score file.
+    void save(const char *path) const;
 
   private:
     FeaturesPtr features_;
     bool has_noise_;
 };
 
-} // namespace host
+// Why a picture is turned down by a policy; none if it is to be enhanced.
+std::optional<Excess> reason_against(const Pixels &picture, const Tuning &tuning, const Judging &judging);
+
+} // namespace kohost
 
 #endif

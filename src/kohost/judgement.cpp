@@ -1,11 +1,11 @@
 // The library says yes or no; the reason is found here by going through its measures in its order once more.
-#include "judgement.h"
+#include "kohost/judgement.h"
 
 #include <algorithm>
 #include <charconv>
 #include <limits>
 
-namespace host {
+namespace kohost {
 
 namespace {
 
@@ -131,4 +131,4 @@ std::string text_of(const Excess &excess) {
     return shown(excess.value) + " of " + std::to_string(judged_blocks) + " blocks " + fault_of(excess.measure) + limit;
 }
 
-} // namespace host
+} // namespace kohost

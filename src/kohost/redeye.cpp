@@ -1,15 +1,14 @@
 // Every picture has a record of its own: one that has met too many blobs looks at no further picture.
-#include "redeye.h"
+#include "kohost/redeye.h"
 
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <system_error>
 
-#include "curves.h"
-#include "files.h"
+#include "kohost/curves.h"
 
-namespace host {
+namespace kohost {
 
 namespace {
 
@@ -73,8 +72,8 @@ RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &
 // ---- what is done beside the repair by labels
 
 // The full repair starts from the picture as it came: on top of the other one it would round twice.
-void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const codec::Picture &picture, ColorImage &image) {
-    check(KoColorImageFromByteArray(&image, picture.pixels.get(), 0, picture.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
+void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const Pixels &picture, ColorImage &image) {
+    check(KoColorImageFromByteArray(&image, picture.bytes, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
           "the picture cannot be handed over");
     check(KoRedEyeCorrectionApply(&correction, &found, 1, &image) == KO_OK, "the red eyes cannot be repaired");
 }
@@ -111,7 +110,7 @@ void dump_patches(const RedEyeCorrection &correction, const RedEyeImageParam &fo
     if (KoOrientationHistogramDumpPatches(correction.orientation_histogram, found.patches, patch_count(correction),
                                           start.c_str(), name.c_str(), suffix.c_str()) != 0 ||
         !dump_is_whole(*correction.orientation_histogram, start + name + "_" + suffix)) {
-        throw FileError("the patch files cannot be written to " + folder);
+        throw PatchFilesError("the patch files cannot be written to " + folder);
     }
 }
 
@@ -121,18 +120,15 @@ constexpr uint32_t trial_side = 200;
 constexpr double trial_radius = 6.0;
 
 // A red disc in the middle of something like skin, within the sizes that are looked for.
-codec::Picture trial_picture() {
+Image trial_picture() {
     constexpr std::array<uint8_t, 3> skin = {200, 150, 130};
     constexpr std::array<uint8_t, 3> red = {190, 30, 40};
-    codec::Picture picture;
-    picture.width = picture.height = trial_side;
-    picture.channels = skin.size();
-    picture.pixels.reset(new uint8_t[picture.area() * picture.channels]);
-    uint8_t *pixel = picture.pixels.get();
+    Image picture{{trial_side, trial_side}, skin.size(), {}};
     for (uint32_t y = 0; y < trial_side; ++y) {
         for (uint32_t x = 0; x < trial_side; ++x) {
             const double distance = std::hypot(x - trial_side / 2.0, y - trial_side / 2.0);
-            pixel = std::copy_n(distance < trial_radius ? red.data() : skin.data(), picture.channels, pixel);
+            const auto &colour = distance < trial_radius ? red : skin;
+            picture.bytes.insert(picture.bytes.end(), colour.begin(), colour.end());
         }
     }
     return picture;
@@ -164,13 +160,14 @@ const char *name_of_label(int32_t label) {
 std::vector<std::string> try_model(const std::string &model) {
     KoStatusClear();
     const RedEyeCorrectionPtr correction = make_correction(model, nullptr);
-    const ColorImagePtr image = image_of(trial_picture());
+    const ColorImagePtr image = image_of(trial_picture().pixels());
     process(*correction, *image, "the model cannot be used");
     const std::string stem = correction->classifier_path;
     return {correction->config_path, correction->projection_path, stem + "_RE_FE", stem + "_RE_BE"};
 }
 
-RedEyes repair_red_eyes(codec::Picture &picture, const RedEyeChoices &choices, const std::string &input, std::FILE *log) {
+RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoices &choices, const std::string &input,
+                        std::FILE *log) {
     if (picture.channels == 1) {
         return {.decision = RedEyeDecision::gray, .blobs = {}};
     }
@@ -189,11 +186,11 @@ RedEyes repair_red_eyes(codec::Picture &picture, const RedEyeChoices &choices, c
         draw_frames(*correction, *found, *image);
     }
     if (eyes.changed) {
-        check(KoColorImageToByteArray(image.get(), picture.pixels.get(), 0, picture.height, KO_BYTE_LAYOUT_INTERLEAVED) ==
+        check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) ==
                   KO_OK,
               "the picture cannot be taken back");
     }
     return eyes;
 }
 
-} // namespace host
+} // namespace kohost

@@ -1,16 +1,15 @@
 // The library measures only until the decision falls. A score over all limits lets it fall at once, and the record is told to
 // go on measuring: all measures are taken and no curves are made. The decision is then made from the counts.
-#include "scores.h"
+#include "kohost/scores.h"
 
 #include <algorithm>
 #include <limits>
 
-#include "curves.h"
-#include "files.h"
+#include "kohost/curves.h"
 
-namespace host {
+namespace kohost {
 
-Scores::Scores(const codec::Picture &picture, const Tuning &tuning, float score) {
+Scores::Scores(const Pixels &picture, const Tuning &tuning, float score) {
     KoStatusClear();
     const ColorImagePtr image = image_of(picture);
     features_ = make_features(tuning, Grid{});
@@ -55,11 +54,16 @@ void Scores::print(std::FILE *stream) {
     check(KoLocalContrastEnhancementPrintScores(features_.get(), stream) == KO_OK, "the scores cannot be shown");
 }
 
-void Scores::save(const std::filesystem::path &target) const {
+void Scores::save(const char *path) const {
     KoStatusClear();
-    write_file_by(target, [&](const std::filesystem::path &draft) {
-        check(KoLocalContrastEnhancementSaveScores(features_.get(), draft.c_str(), 1) == KO_OK, "the scores cannot be saved");
-    });
+    check(KoLocalContrastEnhancementSaveScores(features_.get(), path, 1) == KO_OK, "the scores cannot be saved");
 }
 
-} // namespace host
+std::optional<Excess> reason_against(const Pixels &picture, const Tuning &tuning, const Judging &judging) {
+    if (judging.policy == Policy::always) {
+        return std::nullopt;
+    }
+    return deciding(Scores(picture, tuning, judging.score).judgement(), judging.policy);
+}
+
+} // namespace kohost

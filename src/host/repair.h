@@ -1,0 +1,15 @@
+// The repair of red eyes in one picture, which needs all of its pixels.
+#ifndef KO_HOST_REPAIR_H
+#define KO_HOST_REPAIR_H
+
+#include "kohost/redeye.h"
+#include "pictures.h"
+
+namespace host {
+
+// Repairs a picture in the memory of its source. Throws LibraryError, and PatchFilesError.
+kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoices &choices, Entry &entry);
+
+} // namespace host
+
+#endif

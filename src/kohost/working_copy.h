@@ -1,0 +1,44 @@
+// The working copy: a picture of any size reduced to one on which it is judged and its curves are made. The measures look at
+// neighbouring pixels, and their limits were made for small pictures; a grid of curves has no size and suits the whole picture.
+#ifndef KO_KOHOST_WORKING_COPY_H
+#define KO_KOHOST_WORKING_COPY_H
+
+#include <cstdint>
+#include <vector>
+
+#include "kohost/pixels.h"
+
+namespace kohost {
+
+// The size of the working copy of a picture: its shape at about so many pixels, or its own size if that is no larger.
+Size working_size(Size picture, uint64_t area);
+
+// Reduces a picture whose rows come one after the other. Each pixel of the result is the exact average of the area that it
+// covers, rounded to the nearest level.
+class AreaAverage {
+  public:
+    // to is at most as large as from, each way, and has pixels.
+    AreaAverage(Size from, Size to, uint32_t channels);
+
+    // Adds the next rows.
+    void add(uint32_t rows, const uint8_t *pixels);
+
+    // The reduced picture, once all rows are added.
+    Image take();
+
+  private:
+    void sum_row(const uint8_t *pixels);
+    void add_weighted(uint64_t weight);
+    void end_row();
+
+    Size from_;
+    Image image_;
+    uint64_t row_ = 0;   // rows added
+    uint64_t ended_ = 0; // rows of the result that are whole
+    std::vector<uint64_t> sums_;    // of the row last added: for each sample of the result, levels times overlap
+    std::vector<uint64_t> columns_; // of the result's row at work, each row's sums times its overlap
+};
+
+} // namespace kohost
+
+#endif

@@ -70,15 +70,15 @@ class Reader {
     uint32_t height_ = 0;
 };
 
-// A picture that may be delivered reduced to a half, a quarter or an eighth of its size each way, the smallest that has at least
-// so many pixels each way. JPEG files are; they are decoded the faster for it.
+// A picture that may be delivered reduced to a half, a quarter or an eighth of its size each way, the smallest that has at
+// least so many pixels each way. JPEG files are; they are decoded the faster for it.
 struct Reduction {
     uint32_t width = UINT32_MAX;
     uint32_t height = UINT32_MAX;
 };
 
-// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray and RGB,
-// are errors, here or later.
+// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray and
+// RGB, are errors, here or later.
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction = {});
 
 // The rows of a picture in memory, which must outlive the reader.

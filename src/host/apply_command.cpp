@@ -22,8 +22,8 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
     Source source(job.input);
     source.scan();
     check_fit(curves, source.size().width, source.size().height);
-    const bool unchanged = kohost::stays(source.description().channels,
-                                         {KoTileTRCGetNumStripsX(&curves), KoTileTRCGetNumStripsY(&curves)});
+    const bool unchanged =
+        kohost::stays(source.description().channels, {KoTileTRCGetNumStripsX(&curves), KoTileTRCGetNumStripsY(&curves)});
     if (unchanged) {
         copy_picture(job, source, options.quality, entry);
         source.notices.push_back(why_it_stays);
@@ -31,7 +31,8 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
         write_enhanced(job, source, options.quality, curves, options.tuning.ratio, entry);
     }
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), unchanged ? "unchanged" : "curves applied", ""});
+    entry.done(
+        {source.size().width, source.size().height, job.target.string(), unchanged ? "unchanged" : "curves applied", ""});
 }
 
 } // namespace

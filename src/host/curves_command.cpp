@@ -33,8 +33,7 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
     const kohost::Grid grid = fitting_grid(options.tuning.grid, working_copy.size, source.notices);
     const kohost::TileTrcPtr curves = kohost::fit_curves(working_copy.pixels(), options.tuning, grid);
     entry.at(Stage::writing);
-    const std::string decision =
-        options.draw ? draw(job, source, *curves, options.quality) : save(job, options.form, *curves);
+    const std::string decision = options.draw ? draw(job, source, *curves, options.quality) : save(job, options.form, *curves);
     report_notices(source.notices, entry);
     entry.done({source.size().width, source.size().height, job.target.string(), decision, ""});
 }

@@ -9,8 +9,7 @@ namespace {
 
 // Plane 0 of the picture, in YIQ if it has colours, is its luminance.
 kohost::ColorImagePtr luminance_of(const codec::Picture &picture) {
-    kohost::ColorImagePtr image =
-        kohost::image_of({picture.pixels.get(), {picture.width, picture.height}, picture.channels});
+    kohost::ColorImagePtr image = kohost::image_of({picture.pixels.get(), {picture.width, picture.height}, picture.channels});
     if (picture.channels == 3) {
         image.reset(KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image.get()));
         kohost::check(image != nullptr, "the luminance cannot be computed");

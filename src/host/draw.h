@@ -7,8 +7,8 @@
 
 namespace host {
 
-// The luminance of a picture as a gray picture with each tile's curve drawn over it. Throws LibraryError if a call of the library
-// fails.
+// The luminance of a picture as a gray picture with each tile's curve drawn over it. Throws LibraryError if a call of the
+// library fails.
 codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves);
 
 } // namespace host

@@ -31,7 +31,8 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
     return grid;
 }
 
-Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry) {
+Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                 Entry &entry) {
     Enhancement enhancement;
     const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.size, enhancement.notices);
     if (kohost::stays(working_copy.channels, grid)) {
@@ -48,7 +49,8 @@ Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning
     return enhancement;
 }
 
-void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio, Entry &entry) {
+void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio,
+                    Entry &entry) {
     KoStatusClear();
     kohost::Application application(curves, ratio, source.size(), source.description().channels);
     write_picture(

@@ -18,16 +18,16 @@ enum class Decision {
 
 struct Enhancement {
     Decision decision = Decision::enhanced;
-    std::string reason;         // of a picture that is turned down
-    kohost::TileTrcPtr curves;  // of one that is to be enhanced
-    codec::Notices notices;     // about the curves
+    std::string reason;        // of a picture that is turned down
+    kohost::TileTrcPtr curves; // of one that is to be enhanced
+    codec::Notices notices;    // about the curves
 };
 
 // A decision as a line reports it.
 const char *shown(Decision decision);
 
-// Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a notice.
-// Throws LibraryError if a call of the library fails.
+// Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
+// notice. Throws LibraryError if a call of the library fails.
 Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry);
 
 // The grid for a working copy; adds a notice if it is smaller than the wanted one.
@@ -37,7 +37,8 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
 inline constexpr const char *why_it_stays = "a gray picture stays as it is under a grid of 1x1";
 
 // Writes a picture under curves.
-void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio, Entry &entry);
+void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio,
+                    Entry &entry);
 
 } // namespace host
 

@@ -19,7 +19,8 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
     }
     report_notices(enhancement.notices, entry);
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason});
+    entry.done(
+        {source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason});
 }
 
 } // namespace

@@ -57,8 +57,7 @@ std::optional<size_t> FileInput::read(uint64_t offset, std::span<uint8_t> room) 
     }
     size_t count = 0;
     while (count < room.size()) {
-        const ssize_t more =
-            ::pread(descriptor_, room.data() + count, room.size() - count, static_cast<off_t>(offset + count));
+        const ssize_t more = ::pread(descriptor_, room.data() + count, room.size() - count, static_cast<off_t>(offset + count));
         if (more < 0 && errno == EINTR) {
             continue;
         }

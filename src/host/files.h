@@ -71,8 +71,8 @@ class Draft : public codec::Output {
 // Writes the bytes of an input as they are.
 void copy_file(codec::Input &input, const std::filesystem::path &target);
 
-// Writes a file by a step that is handed the path of the draft, which exists and is empty. look may refuse the whole file before
-// it takes its place. Both refuse by an exception.
+// Writes a file by a step that is handed the path of the draft, which exists and is empty. look may refuse the whole file
+// before it takes its place. Both refuse by an exception.
 using DraftStep = std::function<void(const std::filesystem::path &draft)>;
 void write_file_by(const std::filesystem::path &target, const DraftStep &write, const DraftStep &look = nullptr);
 

@@ -53,7 +53,8 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
     write_file_by(
         target,
         [&](const fs::path &draft) {
-            kohost::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK, "the curves cannot be saved");
+            kohost::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK,
+                          "the curves cannot be saved");
         },
         [&](const fs::path &draft) {
             if (!holds(draft, curves)) {

@@ -77,8 +77,8 @@ std::string shown_counts(const DecisionMechanismThreshold &values) {
     std::string text = "of " + std::to_string(kohost::judged_blocks) + " blocks: ";
     for (const Measure measure : block_measures) {
         if (const auto count = value_of(values, measure)) {
-            text +=
-                std::to_string(static_cast<int>(*count)) + " " + kohost::fault_of(measure) + (measure == Measure::noise ? "" : ", ");
+            text += std::to_string(static_cast<int>(*count)) + " " + kohost::fault_of(measure) +
+                    (measure == Measure::noise ? "" : ", ");
         } else {
             text += "noise is not measured in a gray picture";
         }

@@ -8,8 +8,8 @@
 
 #include "codec/codec.h"
 #include "grid_file.h"
-#include "report.h"
 #include "kohost/tuning.h"
+#include "report.h"
 
 namespace host {
 

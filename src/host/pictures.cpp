@@ -1,5 +1,5 @@
-// Rows go from decoder to encoder in bands that stay in the processor's cache, so that a picture of any height needs no more memory
-// than its working copy.
+// Rows go from decoder to encoder in bands that stay in the processor's cache, so that a picture of any height needs no more
+// memory than its working copy.
 #include "pictures.h"
 
 #include <algorithm>

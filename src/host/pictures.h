@@ -21,8 +21,8 @@ class Source {
   public:
     explicit Source(const std::string &path) : input_(path) {}
 
-    // Reads the file to its end and gives the picture at the size at which it is judged. That of a picture of at most area pixels
-    // is the picture itself.
+    // Reads the file to its end and gives the picture at the size at which it is judged. That of a picture of at most area
+    // pixels is the picture itself.
     kohost::Image working_copy(uint64_t area);
 
     // Reads the file to its end for nothing but its description.

@@ -78,9 +78,6 @@ Entry::Entry(Report &report, size_t number, std::string name) : report_(report),
 
 Entry::~Entry() {
     present = nullptr;
-    if (log_ != nullptr) {
-        print(stderr, "ko: " + name_ + ": progress:\n" + content_of(log_.get()));
-    }
     report_.end(*this);
 }
 
@@ -98,12 +95,14 @@ void Entry::spend(Stage stage) {
 
 void Entry::done(const Result &result) {
     spend(stage_);
+    take_log();
     if (report_.style_ != Style::quiet) {
         print(stdout, report_.style_ == Style::json ? object(result) : line(result));
     }
 }
 
 void Entry::failed(const std::string &why) {
+    take_log();
     report_.fail();
     print(stderr, "ko: " + name_ + ": " + why + "\n");
     if (report_.style_ == Style::json) {
@@ -117,6 +116,13 @@ void Entry::notice(const std::string &text) {
     }
 }
 
+void Entry::take_log() {
+    if (log_ != nullptr) {
+        print(stderr, "ko: " + name_ + ": progress:\n" + content_of(log_.get()));
+        log_.reset();
+    }
+}
+
 std::FILE *Entry::log() {
     log_.reset(std::tmpfile());
     return log_.get();
@@ -125,8 +131,8 @@ std::FILE *Entry::log() {
 std::string Entry::line(const Result &result) const {
     const std::string why = result.reason.empty() ? "" : ": " + result.reason;
     const std::string said = result.said.empty() ? result.decision + why : result.said;
-    std::string text = name_ + ": " + std::to_string(result.width) + " x " + std::to_string(result.height) + ", " + said + ", " +
-                       shown(seconds());
+    std::string text = name_ + ": " + std::to_string(result.width) + " x " + std::to_string(result.height) + ", " + said +
+                       ", " + shown(seconds());
     if (report_.timings_) {
         for (size_t i = 0; i < stage_count; ++i) {
             text += (i == 0 ? " (" : ", ") + std::string(stages[i].name) + " " + shown(seconds(static_cast<Stage>(i)));

@@ -1,8 +1,8 @@
 // What the program says: one line per picture on the standard output, as text or as a JSON object, notices and errors on the
 // standard error stream, and a bar over all pictures when the output is a terminal.
 //
-// Pictures may be worked on at the same time. Each has an entry, which keeps what is said of it; entries are written whole and in
-// the order of the inputs.
+// Pictures may be worked on at the same time. Each has an entry, which keeps what is said of it; entries are written whole and
+// in the order of the inputs.
 #ifndef KO_HOST_REPORT_H
 #define KO_HOST_REPORT_H
 
@@ -52,8 +52,8 @@ class Entry {
     // Time counts for a stage without a word of it.
     void spend(Stage stage);
 
-    // The ends of a picture. The last is for a command whose answer is the picture's only trace: the text is printed whatever the
-    // style.
+    // The ends of a picture. The last is for a command whose answer is the picture's only trace: the text is printed whatever
+    // the style.
     void done(const Result &result);
     void failed(const std::string &why);
     void answered(const std::string &text) { print(stdout, text); }
@@ -74,6 +74,7 @@ class Entry {
     Entry(Report &report, size_t number, std::string name);
 
     void print(std::FILE *stream, const std::string &text) { said_.emplace_back(stream, text); }
+    void take_log();
     std::string line(const Result &result) const;
     std::string object(const Result &result) const;
     double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
@@ -126,7 +127,7 @@ class Report {
     const Style style_;
     const bool timings_;
     const bool bar_;
-    std::mutex lock_; // guards all below
+    std::mutex lock_;              // guards all below
     std::vector<double> progress_; // of each picture, 0 to 1
     double total_progress_ = 0.0;
     std::vector<std::vector<std::pair<std::FILE *, std::string>>> waiting_; // said of pictures that ended before their turn

@@ -186,8 +186,7 @@ RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoi
         draw_frames(*correction, *found, *image);
     }
     if (eyes.changed) {
-        check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) ==
-                  KO_OK,
+        check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
               "the picture cannot be taken back");
     }
     return eyes;

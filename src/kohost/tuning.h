@@ -28,8 +28,8 @@ struct Tuning {
     uint64_t working_area = default_working_area; // most pixels of the working copy
     std::optional<uint32_t> max_slope;            // most levels between neighbouring entries of a curve; 0 is any number
 
-    // Without a choice, what the gain makes of neighbouring levels in the deepest shadows, and at least 3: a smaller limit would
-    // close shadows again, a larger one leaves jumps.
+    // Without a choice, what the gain makes of neighbouring levels in the deepest shadows, and at least 3: a smaller limit
+    // would close shadows again, a larger one leaves jumps.
     uint32_t slope_limit() const { return max_slope.value_or(std::max(3u, static_cast<uint32_t>(std::ceil(max_gain)))); }
 };
 

@@ -33,8 +33,8 @@ class AreaAverage {
 
     Size from_;
     Image image_;
-    uint64_t row_ = 0;   // rows added
-    uint64_t ended_ = 0; // rows of the result that are whole
+    uint64_t row_ = 0;              // rows added
+    uint64_t ended_ = 0;            // rows of the result that are whole
     std::vector<uint64_t> sums_;    // of the row last added: for each sample of the result, levels times overlap
     std::vector<uint64_t> columns_; // of the result's row at work, each row's sums times its overlap
 };

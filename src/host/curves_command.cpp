@@ -41,7 +41,7 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void save_curves(const Options &options, Report &report) {
-    for_each_job({lay_out_file(options.inputs.front(), options.output)}, options.jobs, report,
+    for_each_job({lay_out_file(options.selection.inputs.front(), options.destination.output)}, options.jobs, report,
                  [&](const Job &job, Entry &entry) { make_file(job, options, entry); });
 }
 

@@ -10,6 +10,10 @@ namespace {
 
 std::string shown(const kohost::Grid &grid) { return std::to_string(grid.columns) + "x" + std::to_string(grid.rows); }
 
+std::string reason_of(const kohost::Excess &excess) {
+    return std::string(kohost::meaning_of(excess.measure)) + ": " + kohost::text_of(excess);
+}
+
 } // namespace
 
 const char *shown(Decision decision) {
@@ -21,6 +25,11 @@ const char *shown(Decision decision) {
     default:
         return "unchanged";
     }
+}
+
+std::string line_about(const Enhancement &enhancement) {
+    const std::string reason = enhancement.reason.empty() ? "" : ": " + enhancement.reason + "; --force enhances it";
+    return shown(enhancement.decision) + reason;
 }
 
 kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices) {
@@ -42,7 +51,7 @@ Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning
     }
     entry.at(Stage::judging);
     if (const auto excess = kohost::reason_against(working_copy.pixels(), tuning, judging)) {
-        return {Decision::turned_down, kohost::text_of(*excess), nullptr, {}};
+        return {Decision::turned_down, reason_of(*excess), nullptr, {}};
     }
     entry.at(Stage::curves);
     enhancement.curves = kohost::fit_curves(working_copy.pixels(), tuning, grid);

@@ -23,8 +23,9 @@ struct Enhancement {
     codec::Notices notices;    // about the curves
 };
 
-// A decision as a line reports it.
+// A decision as an object reports it, and with its reason and what can be done about it, as a line does.
 const char *shown(Decision decision);
+std::string line_about(const Enhancement &enhancement);
 
 // Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
 // notice. Throws LibraryError if a call of the library fails.

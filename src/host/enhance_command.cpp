@@ -19,14 +19,14 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
     }
     report_notices(enhancement.notices, entry);
     report_notices(source.notices, entry);
-    entry.done(
-        {source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason});
+    entry.done({source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason,
+                line_about(enhancement)});
 }
 
 } // namespace
 
 void enhance_pictures(const Options &options, Report &report) {
-    for_each_job(lay_out_jobs(options.inputs, options.output), options.jobs, report,
+    for_each_job(lay_out_jobs(options.selection, options.destination), options.jobs, report,
                  [&](const Job &job, Entry &entry) { enhance_file(job, options, entry); });
 }
 

@@ -25,7 +25,7 @@ template <class Step> void for_each_band(uint32_t height, uint32_t rows, const S
 }
 
 void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
-    if (format_of_extension(job.target) != format) {
+    if (job.target != standard_stream && format_of_extension(job.target) != format) {
         notices.push_back("written as " + std::string(codec::name(format)) + " like the input, whatever the name says");
     }
 }
@@ -90,13 +90,16 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     const codec::Description &picture = source.description();
     const codec::Format format = target_format(job, picture);
     note_name(job, format, source.notices);
-    Draft draft(job.target);
+    if (job.dry_run) {
+        return;
+    }
+    const std::unique_ptr<Target> target = open_target(job.target);
     const std::unique_ptr<codec::Reader> reader = source.rows();
     if (reader->width() != picture.width || reader->height() != picture.height ||
         reader->description().channels != picture.channels || reader->description().has_alpha != picture.has_alpha) {
         throw FileError("the file was changed while it was read");
     }
-    const std::unique_ptr<codec::Writer> writer = codec::create(draft, picture, {format, quality}, source.notices);
+    const std::unique_ptr<codec::Writer> writer = codec::create(*target, picture, {format, quality}, source.notices);
     const uint32_t rows_at_once = band_rows(picture.row_bytes());
     codec::Bytes band(rows_at_once * picture.row_bytes());
     codec::Bytes alpha(picture.has_alpha ? size_t{rows_at_once} * picture.width : 0);
@@ -116,7 +119,7 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     codec::Notices known; // from the pass before
     reader->finish(known);
     writer->finish(source.notices);
-    draft.take_place();
+    target->take_place();
 }
 
 void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry) {
@@ -127,7 +130,9 @@ void copy_picture(const Job &job, Source &source, std::optional<int> quality, En
     entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy
     note_name(job, source.description().format, source.notices);
-    copy_file(source.input(), job.target);
+    if (!job.dry_run) {
+        copy_file(source.input(), job.target);
+    }
 }
 
 void report_notices(const codec::Notices &notices, Entry &entry) {

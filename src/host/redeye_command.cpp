@@ -29,7 +29,7 @@ void repair_pictures(const Options &options, Report &report) {
     if (!options.red_eyes.dump.empty()) {
         prepare_folder(options.red_eyes.dump, "the patch files");
     }
-    for_each_job(lay_out_jobs(options.inputs, options.output, model), options.jobs, report,
+    for_each_job(lay_out_jobs(options.selection, options.destination, model), options.jobs, report,
                  [&](const Job &job, Entry &entry) { repair_file(job, options, entry); });
 }
 

@@ -62,6 +62,19 @@ const char *fault_of(Measure measure) {
     }
 }
 
+const char *meaning_of(Measure measure) {
+    switch (measure) {
+    case Measure::detail:
+        return "it has no detail hidden in its shadows";
+    case Measure::entropy:
+        return "its dark parts are too uniform to be opened";
+    case Measure::noise:
+        return "it is too noisy to be opened";
+    default:
+        return "its score is against it";
+    }
+}
+
 Judgement judgement_of(LocalContrastEnhancementImageFeatures &features) {
     Judgement judgement;
     judgement.values = *KoLocalContrastEnhancementGetDMValues(&features);

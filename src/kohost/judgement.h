@@ -58,6 +58,9 @@ std::optional<Policy> passing(const Judgement &judgement, Policy policy);
 // Such as "64 of 64 blocks would gain too little detail (limit 63)".
 std::string text_of(const Excess &excess);
 
+// What that means for a person, such as "it has no detail hidden in its shadows".
+const char *meaning_of(Measure measure);
+
 // What blocks over a measure do, such as "would gain too little detail".
 const char *fault_of(Measure measure);
 

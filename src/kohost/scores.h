@@ -2,7 +2,6 @@
 #ifndef KO_KOHOST_SCORES_H
 #define KO_KOHOST_SCORES_H
 
-#include <cstdio>
 #include <optional>
 #include <span>
 
@@ -27,15 +26,11 @@ class Scores {
     // The score from which on, or up to which, a block counts.
     float block_threshold(Measure measure) const;
 
-    // Writes the library's table.
-    void print(std::FILE *stream);
-
     // Writes the library's score file.
     void save(const char *path) const;
 
   private:
     FeaturesPtr features_;
-    bool has_noise_;
 };
 
 // Why a picture is turned down by a policy; none if it is to be enhanced.

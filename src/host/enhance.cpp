@@ -40,21 +40,21 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
     return grid;
 }
 
-Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
                  Entry &entry) {
     Enhancement enhancement;
-    const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.size, enhancement.notices);
-    if (kohost::stays(working_copy.channels, grid)) {
+    const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.average.size, enhancement.notices);
+    if (kohost::stays(working_copy.average.channels, grid)) {
         enhancement.notices.push_back(why_it_stays);
         enhancement.decision = Decision::unchanged;
         return enhancement;
     }
     entry.at(Stage::judging);
-    if (const auto excess = kohost::reason_against(working_copy.pixels(), tuning, judging)) {
+    if (const auto excess = kohost::reason_against(working_copy, tuning, judging)) {
         return {Decision::turned_down, reason_of(*excess), nullptr, {}};
     }
     entry.at(Stage::curves);
-    enhancement.curves = kohost::fit_curves(working_copy.pixels(), tuning, grid);
+    enhancement.curves = kohost::fit_curves(working_copy.average.pixels(), tuning, grid);
     return enhancement;
 }
 

@@ -178,9 +178,9 @@ std::string object_about(const Job &job, const Source &source, const Scores &sco
 
 void judge_file(const Job &job, const Options &options, Entry &entry) {
     Source source(job.input);
-    const kohost::Image working_copy = source.working_copy(options.tuning.working_area);
+    const kohost::WorkingCopy working_copy = source.working_copy(options.tuning.working_area);
     entry.at(Stage::judging);
-    const Scores scores(working_copy.pixels(), options.tuning, options.judging.score);
+    const Scores scores(working_copy, options.tuning, options.judging.score);
     if (!options.scores.empty()) {
         write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.c_str()); });
     }

@@ -5,8 +5,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "kohost/working_copy.h"
-
 namespace host {
 
 namespace {
@@ -30,12 +28,6 @@ void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
     }
 }
 
-// Half as many pixels again each way: averaged over whole pixels alone, some of the result would be sharper than others.
-codec::Reduction reduction_to(kohost::Size size) {
-    const auto enough = [](uint32_t pixels) { return static_cast<uint32_t>(uint64_t{pixels} * 3 / 2); };
-    return {enough(size.width), enough(size.height)};
-}
-
 } // namespace
 
 // Every pass reports the same.
@@ -56,17 +48,18 @@ template <class Step> void Source::read_all(codec::Reader &reader, const Step &s
     }
 }
 
-kohost::Image Source::working_copy(uint64_t area) {
+kohost::WorkingCopy Source::working_copy(uint64_t area) {
     std::unique_ptr<codec::Reader> reader = rows();
     const codec::Description &picture = reader->description();
     const uint32_t channels = picture.channels;
-    const kohost::Size size = kohost::working_size({picture.width, picture.height}, area);
-    if (!whole_ && size.area() < picture.area()) {
-        reader = codec::open(input_, reduction_to(size));
+    const kohost::Size working = kohost::working_size({picture.width, picture.height}, area);
+    const kohost::Size halved = kohost::halved_size({picture.width, picture.height}, working);
+    if (!whole_ && halved.area() < picture.area()) {
+        reader = codec::open(input_, {halved.width, halved.height});
     }
-    kohost::AreaAverage average({reader->width(), reader->height()}, size, channels);
+    kohost::AreaAverage average({reader->width(), reader->height()}, halved, channels);
     read_all(*reader, [&](uint32_t rows, const uint8_t *pixels) { average.add(rows, pixels); });
-    return average.take();
+    return kohost::make_working_copy(average.take(), working);
 }
 
 void Source::scan() {

@@ -23,7 +23,6 @@ std::optional<Excess> excess_of(const Judgement &judgement, Policy policy, Measu
 }
 
 std::optional<double> count(uint64_t blocks) {
-    constexpr uint64_t not_measured = UINT64_MAX;
     return blocks == not_measured ? std::nullopt : std::optional(static_cast<double>(blocks));
 }
 

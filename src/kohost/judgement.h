@@ -23,6 +23,9 @@ inline constexpr std::array<Policy, 3> policies_with_limits = {Policy::conservat
 // Blocks that a picture is judged by, whatever its size.
 inline constexpr uint64_t judged_blocks = 64;
 
+// The count of a measure that was not taken.
+inline constexpr uint64_t not_measured = UINT64_MAX;
+
 // "conservative", "default", "risky", "always".
 const char *name(Policy policy);
 

@@ -2,6 +2,7 @@
 // go on measuring: all measures are taken and no curves are made. The decision is then made from the counts.
 #include "kohost/scores.h"
 
+#include <algorithm>
 #include <limits>
 
 #include "kohost/curves.h"
@@ -15,6 +16,20 @@ Scores::Scores(const Pixels &picture, const Tuning &tuning, float score) {
     features_->keepScoring = 1;
     make_curves(*features_, *image, tuning, {Policy::risky, std::numeric_limits<float>::max()});
     KoLocalContrastEnhancementGetDMValues(features_.get())->score = score;
+}
+
+Scores::Scores(const WorkingCopy &picture, const Tuning &tuning, float score)
+    : Scores(picture.average.pixels(), tuning, score) {
+    replace_noise(picture.sample, tuning);
+}
+
+void Scores::replace_noise(const Image &sample, const Tuning &tuning) {
+    if (sample.bytes.empty() || features_->noiseScores == nullptr) {
+        return;
+    }
+    const Scores of_sample(sample.pixels(), tuning, no_score);
+    std::copy_n(of_sample.features_->noiseScores, judged_blocks, features_->noiseScores);
+    KoLocalContrastEnhancementGetDMValues(features_.get())->noisyBlocks = of_sample.features_->dmValues.noisyBlocks;
 }
 
 std::optional<std::span<const float>> Scores::of_blocks(Measure measure) const {
@@ -47,11 +62,18 @@ void Scores::save(const char *path) const {
     check(KoLocalContrastEnhancementSaveScores(features_.get(), path, 1) == KO_OK, "the scores cannot be saved");
 }
 
-std::optional<Excess> reason_against(const Pixels &picture, const Tuning &tuning, const Judging &judging) {
+std::optional<Excess> reason_against(const WorkingCopy &picture, const Tuning &tuning, const Judging &judging) {
     if (judging.policy == Policy::always) {
         return std::nullopt;
     }
-    return deciding(Scores(picture, tuning, judging.score).judgement(), judging.policy);
+    Scores scores(picture.average.pixels(), tuning, judging.score);
+    Judgement without_noise = scores.judgement();
+    without_noise.values.noisyBlocks = not_measured;
+    if (const auto excess = deciding(without_noise, judging.policy)) {
+        return excess;
+    }
+    scores.replace_noise(picture.sample, tuning);
+    return deciding(scores.judgement(), judging.policy);
 }
 
 } // namespace kohost

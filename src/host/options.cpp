@@ -17,6 +17,7 @@
 #include "codec/codec.h"
 #include "files.h"
 #include "kohost/judgement.h"
+#include "manual.h"
 #include "system.h"
 
 namespace host {
@@ -533,14 +534,27 @@ void describe(CLI::App &app, Options &options) {
     add_apply(app, options);
     CLI::App &help = *app.add_subcommand("help", "Show the help of a command")->group(command_group);
     help.allow_extras();
+    help.footer(
+        "ko help COMMAND shows the help of a command, ko help --man the manual page as roff, ko help --bash and ko help\n"
+        "--zsh the completions of the shells.");
     app.footer("ko help COMMAND, or ko COMMAND --help, shows the options of a command.");
 }
 
 // App::help would show the command that was given in place of the program.
 std::string overview(const CLI::App &app) { return app.get_formatter()->make_help(&app, "ko", CLI::AppFormatMode::Normal); }
 
+// Besides the commands, help answers with what packages install.
 std::string help_about(const CLI::App &app, const CLI::App &help) {
     const std::vector<std::string> words = help.remaining();
+    if (words == std::vector<std::string>{"--man"}) {
+        return manual_page(app, KO_VERSION);
+    }
+    if (words == std::vector<std::string>{"--bash"}) {
+        return bash_completion(app);
+    }
+    if (words == std::vector<std::string>{"--zsh"}) {
+        return zsh_completion(app);
+    }
     if (words.empty()) {
         return overview(app);
     }

@@ -217,10 +217,8 @@ using HostDraw = Host;
 // The library's drawing over the luminance.
 std::vector<uint8_t> drawing(const Pixels &given) {
     const FreshLibrary library;
-    const ColorImagePtr image = image_of(given);
-    const ColorImagePtr yiq(given.channels < 3 ? nullptr : KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image.get()));
     RealImage *result = nullptr;
-    KoTileTRCDraw(curves_of(given).get(), KoColorImageGetImage((yiq ? yiq : image).get(), 0), &result);
+    KoTileTRCDraw(curves_of(given).get(), luminance_of(given).get(), &result);
     const RealImagePtr owner(result);
     std::vector<uint8_t> bytes;
     for (const float pixel : pixels(result)) {

@@ -343,13 +343,14 @@ bool jpeg_is_progressive(const std::string &file) {
     return std::any_of(segments.begin(), segments.end(), [](const Segment &segment) { return segment.first == 0xc2; });
 }
 
-Pixels jpeg_pixels(const std::string &file) {
+Pixels jpeg_pixels(const std::string &file, unsigned int divisor) {
     jpeg_decompress_struct info{};
     jpeg_error_mgr errors{};
     info.err = jpeg_std_error(&errors);
     jpeg_create_decompress(&info);
     jpeg_mem_src(&info, reinterpret_cast<const unsigned char *>(file.data()), static_cast<unsigned long>(file.size()));
     jpeg_read_header(&info, TRUE);
+    info.scale_denom = divisor;
     jpeg_start_decompress(&info);
     Pixels pixels{info.output_width, info.output_height, static_cast<uint32_t>(info.output_components), {}};
     const size_t row_bytes = size_t{pixels.width} * pixels.channels;

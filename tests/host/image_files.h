@@ -100,7 +100,8 @@ std::vector<JpegTable> jpeg_tables(const std::string &file);
 
 bool jpeg_is_progressive(const std::string &file);
 
-Pixels jpeg_pixels(const std::string &file);
+// The pixels; with a divisor of 2, 4 or 8, of the picture decoded that much smaller.
+Pixels jpeg_pixels(const std::string &file, unsigned int divisor = 1);
 
 // An ICC profile that libpng accepts, for "RGB " or "GRAY", of at least size bytes.
 std::string icc_profile(const std::string &space, uint32_t size);

@@ -3,6 +3,7 @@
 #define KO_TESTS_HOST_HOST_H
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -62,7 +63,10 @@ struct Tuning {
     float limit = 0.6275f;
     uint64_t levels = 5;
     float ratio = 0.5f;
-    uint32_t max_slope = 4;
+    std::optional<uint32_t> max_slope = {}; // 0 leaves curves as they were fitted
+
+    // Without a choice, the gain rounded up, and at least 3.
+    uint32_t slope_limit() const;
 };
 
 // The library started afresh, as each run of the program has it: what it fits depends on the largest curve so far.
@@ -74,8 +78,12 @@ struct FreshLibrary {
 // The pixels of a file as the library takes them, without alpha.
 ColorImagePtr image_of(const Pixels &given);
 
-// What the program makes of the pixels of a file that is no larger than its working copy: the curves, and the pixels after them, in one chunk and into a buffer of its
-// own; alpha stays. Curves are of the library that is started.
+// Their luminance.
+RealImagePtr luminance_of(const Pixels &given);
+
+// What the program makes of the pixels of a file that is no larger than its working copy: the curves, within the limit of their
+// slope, and the pixels after them, in one chunk and into a buffer of its own; alpha stays. Curves are of the library that is
+// started.
 TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning = {});
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio);
 Pixels expected(const Pixels &given, const Tuning &tuning = {});

@@ -50,6 +50,8 @@ TEST_F(HostSamples, JpegComesOutAsItsPixelsSay) {
     const std::string result = read_bytes(path("rocket.jpg"));
     const Pixels pixels = expected(jpeg_pixels(rocket));
     JpegRecipe recipe{.width = 640, .height = 427};
+    recipe.tables = jpeg_tables(rocket);
+    EXPECT_EQ(jpeg_tables(result), recipe.tables);
     const std::string sampling = jpeg_sampling(rocket);
     EXPECT_EQ(jpeg_sampling(result), sampling);
     recipe.sampling_x = sampling[0] - '0';
@@ -178,8 +180,20 @@ TEST_F(HostJpeg, HasTheQualityAskedFor) {
         expect_success(enhance({name}, path("out.jpg"), {"--quality", std::to_string(quality)}));
         EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = quality})));
     }
-    expect_success(enhance({name}, path("out.jpg")));
-    EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = 92})));
+    expect_success(enhance({put("in.png", dark_png())}, path("out.jpg")));
+    EXPECT_EQ(jpeg_tables(read_bytes(path("out.jpg"))), jpeg_tables(dark_jpeg({.quality = 92})));
+}
+
+TEST_F(HostJpeg, KeepsItsQualityAndItsForm) {
+    for (const int quality : {40, 85, 97}) {
+        for (const bool progressive : {false, true}) {
+            const std::string file = dark_jpeg({.quality = quality, .progressive = progressive});
+            expect_success(enhance({put("in.jpg", file)}, path("out.jpg")));
+            const std::string result = read_bytes(path("out.jpg"));
+            EXPECT_EQ(jpeg_tables(result), jpeg_tables(file)) << quality;
+            EXPECT_EQ(jpeg_is_progressive(result), progressive) << quality;
+        }
+    }
 }
 
 using HostMetadata = Host;
@@ -325,7 +339,8 @@ TEST_F(HostErrors, OfTheLibraryComeWithItsMessages) {
     const Sample flat = [](uint32_t x, uint32_t, uint32_t) { return x & 63; };
     const std::string large = put("large.png", png_file({3000, 3000, 8, png_rgb, false, {}, {}}, flat));
     const std::string small = put("small.png", dark_png());
-    const Outcome outcome = enhance({large, small}, path("out"), {}, {.address_space = uint64_t{200} << 20});
+    const Outcome outcome =
+        enhance({large, small}, path("out"), {"--working-size", "full"}, {.address_space = uint64_t{200} << 20});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.err.find("ko: " + large + ": "), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("\n-> Cannot allocate "), std::string::npos) << outcome.err;
@@ -417,9 +432,9 @@ TEST_F(HostOutput, IsEmptyWhenQuiet) {
 
 TEST_F(HostOutput, OnATerminalShowsABarOverPicturesAndStages) {
     const Words inputs = {put("a.png", dark_png()), put("b.png", dark_png()), path("missing.png")};
-    const Outcome outcome = enhance(inputs, path("out"), {}, {.terminal = true});
+    const Outcome outcome = enhance(inputs, path("out"), {"--jobs", "1"}, {.terminal = true});
     EXPECT_EQ(outcome.status, 1);
-    for (const std::string stage : {"reading", "curves", "applying", "writing"}) {
+    for (const std::string stage : {"reading", "judging", "curves", "applying"}) {
         EXPECT_NE(outcome.out.find(": " + stage), std::string::npos) << stage;
     }
     for (const std::string count : {"] 1/3 ", "] 2/3 ", "] 3/3 "}) {
@@ -428,6 +443,55 @@ TEST_F(HostOutput, OnATerminalShowsABarOverPicturesAndStages) {
     EXPECT_TRUE(matches(outcome.out, "\r\x1b\\[K[^\r\n]*b\\.png: 96 x 80, enhanced, " + time_shown + "\r\n"))
         << "the bar makes room for the line";
     EXPECT_TRUE(outcome.out.ends_with("No such file or directory\r\n")) << "no bar stays behind: " << outcome.out;
+}
+
+// The lines that stay on a screen, where each line but the last is ended by a line feed.
+Words shown_on_screen(const std::string &sent) {
+    Words lines{""};
+    for (size_t i = 0; i < sent.size(); ++i) {
+        if (sent.compare(i, 4, "\r\x1b[K") == 0) {
+            lines.back().clear();
+            i += 3;
+        } else if (sent.compare(i, 2, "\r\n") == 0) {
+            lines.emplace_back();
+            i += 1;
+        } else {
+            lines.back() += sent[i];
+        }
+    }
+    return lines;
+}
+
+TEST_F(HostOutput, OnATerminalNothingOfABarStaysHoweverManyPicturesAreAtWork) {
+    Words inputs;
+    for (int i = 0; i < 9; ++i) {
+        const std::string name = "p" + std::to_string(i) + ".png";
+        inputs.push_back(i % 4 == 3 ? path(name) : put(name, dark_png()));
+    }
+    const Outcome outcome = enhance(inputs, path("out"), {"--jobs", "4"}, {.terminal = true});
+    EXPECT_NE(outcome.out.find("\x1b[K["), std::string::npos) << "a bar";
+    const Words lines = shown_on_screen(outcome.out);
+    ASSERT_EQ(lines.size(), inputs.size() + 1) << outcome.out;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const std::string expected = i % 4 == 3 ? "^ko: " + inputs[i] + ": cannot be read: No such file or directory$"
+                                                : "^" + inputs[i] + ": 96 x 80, enhanced, " + time_shown + "$";
+        EXPECT_TRUE(matches(lines[i], expected)) << lines[i];
+    }
+    EXPECT_EQ(lines.back(), "");
+}
+
+TEST_F(HostOutput, TellsTheTimesOfAllStages) {
+    const Words inputs = {put("a.png", dark_png()), put("b.png", judged_png({64, 0, 0}))};
+    const Outcome outcome = run_command("enhance", inputs, path("out"), {"--timings", "--policy", "conservative"});
+    expect_success(outcome);
+    std::string times;
+    for (const std::string stage : {"reading", "red eyes", "judging", "curves", "applying", "writing"}) {
+        times += (times.empty() ? "" : ", ") + stage + " " + time_shown;
+    }
+    ASSERT_EQ(outcome.out_lines().size(), 2u);
+    for (const std::string &line : outcome.out_lines()) {
+        EXPECT_TRUE(matches(line, ", " + time_shown + " \\(" + times + "\\)$")) << line;
+    }
 }
 
 TEST_F(HostOutput, ElsewhereHasPlainLines) {
@@ -488,9 +552,10 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     const Outcome help = run_program({"enhance", "--help"});
     expect_success(help);
     for (const std::string text :
-         {"--grid",   "8x8",      "--curve-size", "256",     "--max-gain", "3.0",       "--strength", "40.0",
-          "--limit",  "0.6275",   "--levels",     "--ratio", "0.5",        "--quality", "92",         "--quiet",
-          "--output", "--policy", "default",      "--force", "--score",    "--json"}) {
+         {"--grid",         "8x8",        "--curve-size", "256",     "--max-gain", "3.0",       "--strength", "40.0",
+          "--limit",        "0.6275",     "--levels",     "--ratio", "0.5",        "--quality", "92",         "--quiet",
+          "--output",       "--policy",   "default",      "--force", "--score",    "--json",    "--jobs",     "--timings",
+          "--working-size", "--max-slope"}) {
         EXPECT_NE(help.out.find(text), std::string::npos) << text;
     }
     const std::vector<std::pair<std::string, Words>> commands = {
@@ -510,34 +575,5 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     expect_success(version);
     EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\n$")) << version.out;
 }
-
-#ifndef __SANITIZE_ADDRESS__ // a sanitizer keeps memory of its own
-
-using HostMemory = Host;
-
-TEST_F(HostMemory, StaysUnderAHundredBytesAPixel) {
-    // Large enough to outweigh what this process hands down to its children in the system's account.
-    constexpr uint32_t side = 1800;
-    constexpr uint64_t area = uint64_t{side} * side;
-    const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x, y); };
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture)},
-        {"rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, texture)}};
-    constexpr uint64_t planes = area * 30;
-    EXPECT_LT(enhance({put("empty.png", dark_png())}, path("out.png")).peak_memory, planes)
-        << "what is handed down outweighs it";
-    for (const auto &[name, file] : files) {
-        const std::string input = put(name, file);
-        for (const std::string policy : {"always", "default"}) {
-            const Outcome outcome = run_command("enhance", {input}, path("out"), {"--policy", policy});
-            EXPECT_NE(outcome.out.find(", enhanced, "), std::string::npos) << outcome.out;
-            EXPECT_GT(outcome.peak_memory, planes) << "the account does not show the planes of " << name;
-            EXPECT_LT(outcome.peak_memory, area * 100) << name << " under " << policy;
-        }
-        EXPECT_LT(run_command("judge", {input}, "").peak_memory, area * 100) << name;
-    }
-}
-
-#endif
 
 } // namespace

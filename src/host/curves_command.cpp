@@ -41,6 +41,9 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void save_curves(const Options &options, Report &report) {
+    if (options.draw) {
+        check_extension(options.destination.output);
+    }
     for_each_job({lay_out_file(options.selection.inputs.front(), options.destination.output)}, options.jobs, report,
                  [&](const Job &job, Entry &entry) { make_file(job, options, entry); });
 }

@@ -41,7 +41,10 @@ bool is_there(const fs::path &path) {
     return fs::exists(path, error);
 }
 
-bool names_folder(const fs::path &output) { return !output.has_filename() || is_folder(output); }
+// A name without an extension is no picture's, so it is a folder's that does not exist yet.
+bool names_folder(const fs::path &output) {
+    return !output.has_filename() || is_folder(output) || (!output.has_extension() && !is_there(output));
+}
 
 void make_folder(const fs::path &folder, const std::string &who) {
     if (is_there(folder) && !is_folder(folder)) {
@@ -88,8 +91,6 @@ class Layout {
         const bool into_file = single && !destination_.output.empty() && !names_folder(destination_.output);
         if (into_file) {
             check_file_name();
-        } else if (!destination_.output.empty() && !destination_.dry_run) {
-            prepare_folder(destination_.output, "several pictures");
         }
         std::vector<Job> jobs;
         for (const Selected &picture : pictures) {
@@ -100,6 +101,15 @@ class Layout {
             jobs.back().dry_run = destination_.dry_run;
         }
         return jobs;
+    }
+
+    // Makes the folder that the jobs write to, if there is one.
+    void prepare(const std::vector<Job> &jobs) const {
+        const bool into_folder = !destination_.output.empty() && !writes_stream() &&
+                                 (jobs.size() != 1 || jobs.front().target != fs::path(destination_.output));
+        if (into_folder && !destination_.dry_run) {
+            prepare_folder(destination_.output, "several pictures");
+        }
     }
 
   private:
@@ -119,9 +129,7 @@ class Layout {
             return;
         }
         check_folder(fs::path(destination_.output).parent_path());
-        if (!format_of_extension(destination_.output)) {
-            throw UsageError("cannot write " + destination_.output + ": its extension is not one of " + known_extensions());
-        }
+        check_extension(destination_.output);
     }
 
     bool writes_stream() const { return destination_.output == standard_stream; }
@@ -192,6 +200,12 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     return std::nullopt;
 }
 
+void check_extension(const fs::path &path) {
+    if (!format_of_extension(path)) {
+        throw UsageError("cannot write " + path.string() + ": its extension is not one of " + known_extensions());
+    }
+}
+
 void prepare_folder(const fs::path &folder, const std::string &who) {
     make_folder(folder, who);
     check_folder(folder);
@@ -200,8 +214,10 @@ void prepare_folder(const fs::path &folder, const std::string &who) {
 std::vector<Job> lay_out_jobs(const Selection &selection, const Destination &destination,
                               const std::vector<std::string> &also_read) {
     const fs::path results = destination.output == standard_stream ? "" : destination.output;
-    const std::vector<Job> jobs = Layout(destination).of(pictures_of(selection, results));
+    const Layout layout(destination);
+    std::vector<Job> jobs = layout.of(pictures_of(selection, results));
     refuse_clashes(jobs, destination, also_read);
+    layout.prepare(jobs);
     return jobs;
 }
 

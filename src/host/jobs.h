@@ -46,6 +46,9 @@ struct Destination {
 // The format that a name promises; none for one without a well-known extension.
 std::optional<codec::Format> format_of_extension(const std::filesystem::path &path);
 
+// Throws UsageError for a name without such an extension.
+void check_extension(const std::filesystem::path &path);
+
 // Makes a folder if it is missing. Throws FileError, in which who are those that need it, if it can take no file.
 void prepare_folder(const std::filesystem::path &folder, const std::string &who);
 

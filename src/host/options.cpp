@@ -499,7 +499,8 @@ std::vector<std::string> options_of(const CLI::App &command) {
 }
 
 void refuse_extras(const CLI::App &app, const CLI::App *command) {
-    const std::vector<std::string> extras = (command != nullptr ? *command : app).remaining();
+    std::vector<std::string> extras = (command != nullptr ? *command : app).remaining();
+    std::erase(extras, "--"); // which ends the options
     if (extras.empty()) {
         return;
     }

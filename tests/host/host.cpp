@@ -75,6 +75,12 @@ void expect_one_error(const Outcome &outcome, const std::string &line) {
     EXPECT_EQ(outcome.err, "ko: " + line + "\n");
 }
 
+void expect_wrong_usage(const Outcome &outcome, const std::string &line) {
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.err, "ko: " + line + "\n");
+}
+
 uint32_t dark(uint32_t x, uint32_t y, uint32_t c) { return (x * 2 + y + 10 * c + (x * y) % 7) % 120; }
 
 std::string dark_png(int colour, std::vector<Chunk> chunks) {

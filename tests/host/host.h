@@ -49,6 +49,10 @@ void expect_success(const Outcome &outcome);
 // One clear line that names the file, and exit status 1.
 void expect_one_error(const Outcome &outcome, const std::string &line);
 
+// The same with exit status 2: nothing was done.
+inline const std::string no_extension = ": its extension is not one of .jpg, .jpeg, .jpe, .png";
+void expect_wrong_usage(const Outcome &outcome, const std::string &line);
+
 // A picture with shadows to open.
 uint32_t dark(uint32_t x, uint32_t y, uint32_t c);
 std::string dark_png(int colour = png_rgb, std::vector<Chunk> chunks = {});

@@ -158,14 +158,15 @@ TEST_F(HostCurves, FitTheirRoomToTheByte) {
 
 TEST_F(HostCurves, DoNotTakeThePlaceOfTheirPictureOrAFolder) {
     const std::string name = put("in.png", dark_png());
-    fs::create_directory(path("folder"));
-    fs::create_symlink(name, path("link"));
+    fs::create_directory(path("folder.png"));
+    fs::create_symlink(name, path("link.png"));
     for (const Words &options : {Words{}, Words{"--draw"}}) {
         expect_one_error(curves(name, name, options), name + ": cannot write " + name + ": it is the input");
-        expect_one_error(curves(name, path("link"), options), name + ": cannot write " + path("link") + ": it is the input");
-        expect_one_error(curves(name, path("folder"), options),
-                         name + ": cannot write " + path("folder") + ": a folder has this name");
-        expect_one_error(curves(name, path("none/grid"), options), path("none") + ": there is no such folder");
+        expect_one_error(curves(name, path("link.png"), options),
+                         name + ": cannot write " + path("link.png") + ": it is the input");
+        expect_one_error(curves(name, path("folder.png"), options),
+                         name + ": cannot write " + path("folder.png") + ": a folder has this name");
+        expect_one_error(curves(name, path("none/grid.png"), options), path("none") + ": there is no such folder");
     }
     EXPECT_EQ(read_bytes(name), dark_png());
 }
@@ -184,18 +185,18 @@ TEST_F(HostCurves, MistakesAreToldInOneLine) {
         {{"--curve-size", "768"}, "--curve-size: a file holds curves of 256, 512, 1024, 2048 or 4096 entries"},
         {{"--draw", "--curve-size", "512"}, "--draw: only curves of 256 entries are drawn"},
         {{"--grid", "0x1"}, "--grid: '0x1' is not a grid"},
-        {{"--policy", "always"}, "The following argument"},
-        {{"--force"}, "The following argument"},
-        {{"--ratio", "1"}, "The following argument"}};
+        {{"--policy", "always"}, "there is no option "},
+        {{"--force"}, "there is no option "},
+        {{"--ratio", "1"}, "there is no option "}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = curves(name, path("grid"), options);
-        EXPECT_EQ(outcome.status, 1) << beginning;
+        EXPECT_EQ(outcome.status, 2) << beginning;
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
         EXPECT_TRUE(outcome.err.starts_with("ko: " + beginning)) << outcome.err;
         EXPECT_TRUE(outcome.err.ends_with(" (see ko curves --help)\n")) << outcome.err;
     }
-    EXPECT_EQ(run_command("curves", {name, name}, path("grid")).status, 1);
-    EXPECT_EQ(run_command("curves", {name}, "").status, 1);
+    EXPECT_EQ(run_command("curves", {name, name}, path("grid")).status, 2);
+    EXPECT_EQ(run_command("curves", {name}, "").status, 2);
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
@@ -261,8 +262,7 @@ TEST_F(HostDraw, IsWrittenInTheFormatOfItsName) {
     const std::string drawn = read_bytes(path("out.jpg"));
     EXPECT_EQ(jpeg_sampling(drawn), "11");
     EXPECT_EQ(jpeg_first_factor(drawn), jpeg_first_factor(dark_jpeg({.quality = 50})));
-    EXPECT_EQ(curves(name, path("out"), {"--draw"}).err,
-              "ko: " + name + ": notice: written as PNG like the input, whatever the name says\n");
+    expect_wrong_usage(curves(name, path("out"), {"--draw"}), "cannot write " + path("out") + no_extension);
 }
 
 TEST_F(HostDraw, ForWhichThereIsNoRoomLeavesTheOldFile) {
@@ -351,7 +351,7 @@ TEST_F(HostApply, DoesNotWriteOverTheGrid) {
     const std::string text = grid_file(256, 2, 2, brighter);
     const std::string grid = put("grid.png", text);
     const std::string name = put("in.png", dark_png());
-    expect_one_error(apply(grid, {name}, grid), name + ": cannot write " + grid + ": it is another input");
+    expect_wrong_usage(apply(grid, {name}, grid), "cannot write " + grid + ": it is read by this command");
     EXPECT_EQ(read_bytes(grid), text);
 }
 
@@ -460,7 +460,7 @@ TEST_F(HostApply, NeedsAGridAPictureAndAnOutput) {
           Words{"apply", grid, name, "-o", ""}, Words{"apply", grid, name, "-o", path("out.png"), "--force"},
           Words{"apply", grid, name, "-o", path("out.png"), "--ratio", "2"}}) {
         const Outcome outcome = run_program(words);
-        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
         EXPECT_TRUE(outcome.err.ends_with(" (see ko apply --help)\n")) << outcome.err;
     }

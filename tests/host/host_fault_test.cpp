@@ -98,9 +98,7 @@ TEST_P(PictureFaults, OfTheScoreFileAreTold) {
     });
 }
 
-kohost::TileTrcPtr curves_of(const codec::Picture &picture) {
-    return kohost::fit_curves(view(picture), few_tiles(), {2, 2});
-}
+kohost::TileTrcPtr curves_of(const codec::Picture &picture) { return kohost::fit_curves(view(picture), few_tiles(), {2, 2}); }
 
 // The bytes under the picture's curves.
 std::vector<uint8_t> enhanced(const codec::Picture &picture) {

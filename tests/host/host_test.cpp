@@ -237,13 +237,21 @@ TEST_F(HostFormat, IsToldByContentAndChosenByTheOutputsExtension) {
 TEST_F(HostFormat, IsTheInputsWhereTheNameDoesNotSay) {
     const std::string misnamed = put("really.jpg", dark_png());
     const std::string notice = ": notice: written as PNG like the input, whatever the name says\n";
-    for (const std::string output : {"out", "out.tif", "folder/"}) {
-        const Outcome outcome = enhance({misnamed}, path(output));
+    for (const std::string folder : {"new", "folder/"}) {
+        const Outcome outcome = enhance({misnamed}, path(folder));
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "ko: " + misnamed + notice);
-        const std::string written = output == "folder/" ? "folder/really.jpg" : output;
-        EXPECT_EQ(png_pixels(read_bytes(path(written))), expected(png_pixels(dark_png())));
+        EXPECT_EQ(png_pixels(read_bytes(path(folder + "/really.jpg"))), expected(png_pixels(dark_png())));
     }
+}
+
+TEST_F(HostFormat, OfAnUnknownExtensionIsRefused) {
+    const std::string name = put("in.png", dark_png());
+    put("out", "a file");
+    for (const std::string output : {"out.xyz", "out.", "out"}) {
+        expect_wrong_usage(enhance({name}, path(output)), "cannot write " + path(output) + no_extension);
+    }
+    EXPECT_EQ(left(), (std::set<std::string>{"in.png", "out"}));
 }
 
 TEST_F(HostFormat, JpegOutputTellsThatAlphaIsLost) {
@@ -259,13 +267,13 @@ TEST_F(HostErrors, TruncatedFilesLeaveNothing) {
     for (const auto &[name, file] : {std::pair{std::string("in.png"), dark_png()}, {std::string("in.jpg"), dark_jpeg()}}) {
         for (size_t part = 0; part < 12; ++part) {
             const size_t size = part == 11 ? file.size() - 1 : file.size() * part / 11;
-            const Outcome outcome = enhance({put(name, file.substr(0, size))}, path("out"));
+            const Outcome outcome = enhance({put(name, file.substr(0, size))}, path("out.png"));
             EXPECT_EQ(outcome.status, 1) << size << " bytes of " << name;
             EXPECT_EQ(outcome.out, "");
             const Words lines = outcome.err_lines();
             ASSERT_EQ(lines.size(), 1u) << outcome.err;
             EXPECT_TRUE(lines[0].starts_with("ko: " + path(name) + ": ")) << lines[0];
-            EXPECT_FALSE(exists(path("out")));
+            EXPECT_FALSE(exists(path("out.png")));
         }
     }
     EXPECT_EQ(left(), (std::set<std::string>{"in.png", "in.jpg"}));
@@ -285,7 +293,8 @@ TEST_F(HostErrors, OfOnePictureLeaveTheOthersAlone) {
 
 TEST_F(HostErrors, AnInputThatIsAFolder) {
     fs::create_directory(path("pictures"));
-    expect_one_error(enhance({path("pictures")}, path("out.png")), path("pictures") + ": cannot be read: Is a directory");
+    expect_one_error(enhance({path("pictures")}, path("out")),
+                     path("pictures") + ": no pictures in this folder; --recursive looks into folders below");
 }
 
 TEST_F(HostErrors, AnOutputThatIsNoFolder) {
@@ -316,9 +325,9 @@ TEST_F(HostErrors, AnOutputThatIsAFolderOrNoFileAtAll) {
     const std::string name = put("a.png", dark_png());
     fs::create_directories(path("out/a.png"));
     expect_one_error(enhance({name}, path("out")), name + ": cannot write " + path("out/a.png") + ": a folder has this name");
-    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
-    expect_one_error(enhance({name}, path("pipe")), name + ": cannot write " + path("pipe") + ": not a regular file");
-    EXPECT_TRUE(fs::is_fifo(path("pipe")));
+    ASSERT_EQ(mkfifo(path("pipe.png").c_str(), 0600), 0);
+    expect_one_error(enhance({name}, path("pipe.png")), name + ": cannot write " + path("pipe.png") + ": not a regular file");
+    EXPECT_TRUE(fs::is_fifo(path("pipe.png")));
 }
 
 TEST_F(HostErrors, AFullDiskLeavesTheOldFile) {
@@ -351,44 +360,46 @@ TEST_F(HostErrors, OfTheLibraryComeWithItsMessages) {
 
 using HostFiles = Host;
 
-TEST_F(HostFiles, OfOneNameDoNotOverwriteEachOther) {
+TEST_F(HostFiles, OfOneNameAreRefusedBeforeAnyWork) {
     const Words inputs = {put("a/x.png", dark_png()), put("b/x.png", dark_png(png_gray)), put("c/y.png", dark_png())};
-    const Outcome outcome = enhance(inputs, path("out"));
-    expect_one_error(outcome, inputs[1] + ": cannot write " + path("out/x.png") + ": taken by " + inputs[0]);
-    EXPECT_EQ(outcome.out_lines().size(), 2u);
-    EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png())));
-    EXPECT_TRUE(exists(path("out/y.png")));
+    expect_wrong_usage(enhance(inputs, path("out")), "cannot write " + path("out/x.png") +
+                                                         ": two inputs would become this file, " + inputs[0] + " and " +
+                                                         inputs[1]);
+    EXPECT_FALSE(exists(path("out")));
 }
 
 TEST_F(HostFiles, ThatAreInputsBelongToThemselves) {
     const Words inputs = {put("a/x.png", dark_png()), put("out/x.png", dark_png(png_gray))};
-    expect_one_error(enhance(inputs, path("out")), inputs[0] + ": cannot write " + path("out/x.png") + ": it is another input");
-    EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png(png_gray))));
+    expect_wrong_usage(enhance(inputs, path("out")), "cannot write " + path("out/x.png") + ": it is another input");
+    EXPECT_EQ(read_bytes(path("out/x.png")), dark_png(png_gray));
 }
 
 TEST_F(HostFiles, GivenTwiceAreDoneOnce) {
     const std::string name = put("x.png", dark_png());
-    expect_one_error(enhance({name, name}, path("out")), name + ": cannot write " + path("out/x.png") + ": taken by " + name);
+    const Outcome outcome = enhance({name, path("./x.png")}, path("out"));
+    expect_success(outcome);
+    EXPECT_EQ(outcome.out_lines().size(), 1u);
     EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png())));
 }
 
-TEST_F(HostFiles, CanBeWrittenOverThemselves) {
+TEST_F(HostFiles, AreOverwrittenInPlaceAlone) {
     const std::string name = put("x.png", dark_png());
     fs::permissions(name, fs::perms::owner_read | fs::perms::owner_write);
-    expect_success(enhance({name}, name));
-    EXPECT_EQ(png_pixels(read_bytes(name)), expected(png_pixels(dark_png())));
-    EXPECT_EQ(fs::status(name).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    put("x.png", dark_png());
+    expect_wrong_usage(enhance({name}, name), "cannot write " + name + ": it is the input (--in-place overwrites it)");
+    expect_wrong_usage(enhance({name}, path("")), "cannot write " + name + ": it is the input (--in-place overwrites it)");
+    EXPECT_EQ(read_bytes(name), dark_png());
     const std::string other = put("y.jpg", dark_jpeg());
-    expect_success(enhance({name, other}, path(".")));
+    expect_success(enhance({name, other}, "", {"--in-place"}));
     EXPECT_EQ(png_pixels(read_bytes(name)), expected(png_pixels(dark_png())));
+    EXPECT_NE(read_bytes(other), dark_jpeg());
+    EXPECT_EQ(fs::status(name).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_EQ(left(), (std::set<std::string>{"x.png", "y.jpg"}));
 }
 
 TEST_F(HostFiles, StayWhenTheyCannotBeReadWhole) {
     const std::string cut = dark_png().substr(0, 400);
     const std::string name = put("x.png", cut);
-    EXPECT_EQ(enhance({name}, name).status, 1);
+    EXPECT_EQ(enhance({name}, "", {"--in-place"}).status, 1);
     EXPECT_EQ(read_bytes(name), cut);
 }
 
@@ -527,10 +538,10 @@ TEST_F(HostCommandLine, MistakesAreToldInOneLine) {
         {{"--ratio", "0.5 "}, "--ratio: '0.5 ' is not a number from 0 to 1"},
         {{"--quality", "0"}, "--quality: '0' is not a whole number from 1 to 100"},
         {{"--quality", "101"}, "--quality: '101' is not a whole number from 1 to 100"},
-        {{"--frob", "1"}, "The following argument"}};
+        {{"--frob", "1"}, "there is no option "}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = enhance({name}, path("out.png"), options);
-        EXPECT_EQ(outcome.status, 1) << options[1];
+        EXPECT_EQ(outcome.status, 2) << options[1];
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
         EXPECT_TRUE(outcome.err.starts_with("ko: " + beginning)) << outcome.err;
@@ -538,13 +549,33 @@ TEST_F(HostCommandLine, MistakesAreToldInOneLine) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
-TEST_F(HostCommandLine, WithoutInputOrOutputOrCommandIsAMistake) {
+TEST_F(HostCommandLine, WithoutInputOrOutputIsAMistake) {
     const std::string name = put("in.png", dark_png());
-    for (const Words &words : {Words{}, Words{"enhance"}, Words{"enhance", name}, Words{"enhance", "-o", path("out.png")},
-                               Words{"enhance", name, "-o", ""}, Words{"frob", name}}) {
+    for (const Words &words : {Words{"enhance"}, Words{"enhance", name}, Words{"enhance", "-o", path("out.png")},
+                               Words{"enhance", name, "-o", ""}, Words{"enhance", name, "--suffix", ""}}) {
         const Outcome outcome = run_program(words);
-        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
+        EXPECT_TRUE(outcome.err.ends_with(" (see ko enhance --help)\n")) << outcome.err;
+    }
+    EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
+}
+
+TEST_F(HostCommandLine, MisspeltWordsGetTheirNearestNeighbour) {
+    const std::vector<std::pair<Words, std::string>> cases = {
+        {{"enhnace"}, "there is no command enhnace; did you mean enhance? (see ko --help)"},
+        {{"judg", "x"}, "there is no command judg; did you mean judge? (see ko --help)"},
+        {{"frobnicate"}, "there is no command frobnicate (see ko --help)"},
+        {{"help", "curve"}, "there is no command curve; did you mean curves? (see ko help --help)"},
+        {{"enhance", "x", "-o", "y", "--jsno"}, "there is no option --jsno; did you mean --json? (see ko enhance --help)"},
+        {{"enhance", "x", "-o", "y", "--max-gian=2"},
+         "there is no option --max-gian=2; did you mean --max-gain? (see ko enhance --help)"},
+        {{"enhance", "a.jpg", "b.jpg"}, "no output: did you mean 'ko enhance a.jpg -o b.jpg'? (see ko enhance --help)"},
+        {{"auto", "a.jpg", "b.jpg", "c.jpg"}, "no output: did you mean 'ko auto a.jpg ... -o c.jpg'? (see ko auto --help)"},
+        {{"apply", "curves.txt", "a.jpg", "b.jpg"},
+         "no output: did you mean 'ko apply curves.txt a.jpg -o b.jpg'? (see ko apply --help)"}};
+    for (const auto &[words, line] : cases) {
+        expect_wrong_usage(run_program(words), line);
     }
 }
 
@@ -560,7 +591,7 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     }
     const std::vector<std::pair<std::string, Words>> commands = {
         {"enhance", {}},
-        {"judge", {"--scores", "--score", "--json", "--max-gain", "DET", "NOI", "ENT"}},
+        {"judge", {"--scores", "--score", "--json", "--max-gain", "--working-size", "8 by 8 blocks"}},
         {"curves", {"--form", "text, binary, encoded", "--draw", "--grid", "--curve-size", "--json", "--quiet", "--output"}},
         {"apply", {"FILE", "INPUT", "--ratio", "--quality", "--json", "--quiet", "--output"}}};
     for (const auto &[command, texts] : commands) {
@@ -573,6 +604,14 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     }
     const Outcome version = run_program({"--version"});
     expect_success(version);
+    EXPECT_EQ(run_program({"-V"}).out, version.out);
+    for (const std::string command : {"enhance", "redeye", "auto", "judge", "curves", "apply"}) {
+        EXPECT_EQ(run_program({"help", command}).out, run_program({command, "--help"}).out);
+    }
+    const Outcome nothing = run_program({});
+    EXPECT_EQ(nothing.status, 2);
+    EXPECT_EQ(nothing.out, run_program({"--help"}).out);
+    EXPECT_EQ(run_program({"help"}).out, nothing.out);
     EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\n$")) << version.out;
 }
 

@@ -65,6 +65,22 @@ Outcome run_command(const std::string &command, const Words &inputs, const std::
     return run_program(words, surroundings);
 }
 
+Words shown_on_screen(const std::string &sent) {
+    Words lines{""};
+    for (size_t i = 0; i < sent.size(); ++i) {
+        if (sent.compare(i, 4, "\r\x1b[K") == 0) {
+            lines.back().clear();
+            i += 3;
+        } else if (sent.compare(i, 2, "\r\n") == 0) {
+            lines.emplace_back();
+            i += 1;
+        } else {
+            lines.back() += sent[i];
+        }
+    }
+    return lines;
+}
+
 void expect_success(const Outcome &outcome) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");

@@ -44,6 +44,9 @@ class Host : public testing::Test {
 Outcome run_command(const std::string &command, const Words &inputs, const std::string &output, const Words &options = {},
                     const Surroundings &surroundings = {});
 
+// The lines that stay on a screen, where each line but the last is ended by a line feed.
+Words shown_on_screen(const std::string &sent);
+
 void expect_success(const Outcome &outcome);
 
 // One clear line that names the file, and exit status 1.

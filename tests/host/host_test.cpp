@@ -456,23 +456,6 @@ TEST_F(HostOutput, OnATerminalShowsABarOverPicturesAndStages) {
     EXPECT_TRUE(outcome.out.ends_with("No such file or directory\r\n")) << "no bar stays behind: " << outcome.out;
 }
 
-// The lines that stay on a screen, where each line but the last is ended by a line feed.
-Words shown_on_screen(const std::string &sent) {
-    Words lines{""};
-    for (size_t i = 0; i < sent.size(); ++i) {
-        if (sent.compare(i, 4, "\r\x1b[K") == 0) {
-            lines.back().clear();
-            i += 3;
-        } else if (sent.compare(i, 2, "\r\n") == 0) {
-            lines.emplace_back();
-            i += 1;
-        } else {
-            lines.back() += sent[i];
-        }
-    }
-    return lines;
-}
-
 TEST_F(HostOutput, OnATerminalNothingOfABarStaysHoweverManyPicturesAreAtWork) {
     Words inputs;
     for (int i = 0; i < 9; ++i) {

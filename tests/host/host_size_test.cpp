@@ -125,19 +125,66 @@ TEST_F(HostSize, DoesNotChangeTheAnswerForAPhotograph) {
     }
 }
 
-TEST_F(HostSize, MeasuresAreThoseOfTheWorkingCopy) {
+// The answer about a picture, but for its size.
+Json answer_about(const std::string &input, const std::string &working_size) {
+    Json object = Json::parse(run_command("judge", {input}, "", {"--working-size", working_size, "--json"}).out);
+    object.erase("file");
+    object.erase("width");
+    object.erase("height");
+    return object;
+}
+
+// The pixels in the middle of the areas that the pixels of a smaller picture cover.
+Pixels sampled(const Pixels &pixels, uint32_t width, uint32_t height) {
+    Pixels result{width, height, pixels.channels, {}};
+    for (uint32_t y = 0; y < height; ++y) {
+        for (uint32_t x = 0; x < width; ++x) {
+            const auto column = static_cast<size_t>((x + 0.5) * pixels.width / width);
+            const auto row = static_cast<size_t>((y + 0.5) * pixels.height / height);
+            const auto pixel =
+                pixels.bytes.begin() + static_cast<std::ptrdiff_t>((row * pixels.width + column) * pixels.channels);
+            result.bytes.insert(result.bytes.end(), pixel, pixel + pixels.channels);
+        }
+    }
+    return result;
+}
+
+TEST_F(HostSize, MeasuresAreThoseOfTheWorkingCopyAndNoiseThatOfPixelsAsTheyAre) {
     const Pixels picture = scaled(sample_picture("coffee.png"), 700);
-    const auto answer = [&](const Pixels &pixels, const Words &options) {
-        Words words = options;
-        words.push_back("--json");
-        Json object = Json::parse(run_command("judge", {put("in.png", as_png(pixels))}, "", words).out);
-        object.erase("width");
-        object.erase("height");
-        return object;
-    };
-    const Json of_the_copy = answer(working_copy(picture, 150'000), {"--working-size", "full"});
-    EXPECT_EQ(answer(picture, {"--working-size", "0.15"}), of_the_copy);
-    EXPECT_NE(answer(picture, {"--working-size", "full"}), of_the_copy);
+    const std::string name = put("in.png", as_png(picture));
+    const kohost::Size size = working_size(picture, 150'000);
+    const Json of_the_average = answer_about(put("average.png", as_png(working_copy(picture, 150'000))), "full");
+    const Json of_the_sample = answer_about(put("sample.png", as_png(sampled(picture, size.width, size.height))), "full");
+    const Json answer = answer_about(name, "0.15");
+    for (const std::string measure : {"detail", "entropy", "noise"}) {
+        const Json &expected = measure == "noise" ? of_the_sample : of_the_average;
+        EXPECT_EQ(answer.at("scores").at(measure), expected.at("scores").at(measure)) << measure;
+        EXPECT_EQ(answer.at("blocks_over").at(measure), expected.at("blocks_over").at(measure)) << measure;
+    }
+    EXPECT_NE(of_the_sample.at("scores"), of_the_average.at("scores"));
+    EXPECT_NE(answer_about(name, "full").at("scores"), answer.at("scores"));
+}
+
+// Dark, with detail to gain, and with colour noise that an average of a few pixels hides.
+uint32_t night(uint32_t x, uint32_t y, uint32_t c) {
+    constexpr std::array<double, 3> directions = {1.174, -0.6, 0.0};
+    const uint32_t base = 20 + scatter(x / 20, y / 20) % 60;
+    const double noise = static_cast<double>(scatter(x, y) % 13) - 6.0;
+    return static_cast<uint32_t>(base + directions[c] * noise);
+}
+
+TEST_F(HostSize, NoiseThatAnAverageWouldHideTurnsAPictureDown) {
+    const Pixels sky = png_pixels(png_file({1300, 900, 8, png_rgb, false, {}, {}}, night));
+    const kohost::Size size = working_size(sky, default_working_area);
+    const Json average = answer_about(put("average.png", as_png(averaged(sky, size.width, size.height))), "full");
+    const Json answer = answer_about(put("in.png", as_png(sky)), "0.5");
+    EXPECT_EQ(average.at("blocks_over").at("noise"), 0);
+    EXPECT_EQ(average.at("decisions").at(1).at("enhanced"), true);
+    EXPECT_EQ(answer.at("blocks_over").at("noise"), 64);
+    const Outcome outcome = run_command("enhance", {path("in.png")}, path("out.png"));
+    expect_success(outcome);
+    EXPECT_NE(outcome.out.find(", left as it is: it is too noisy to be opened: 64 of 64 blocks"), std::string::npos)
+        << outcome.out << average.at("blocks_over");
 }
 
 TEST_F(HostSize, IsThePicturesOwnInTheAnswer) {
@@ -391,7 +438,7 @@ TEST_F(HostSize, MistakesAreOneLineEach) {
     for (const auto &[options, beginning] : cases) {
         for (const std::string command : {"enhance", "curves"}) {
             const Outcome outcome = run_command(command, {name}, path("out.png"), options);
-            expect_one_error(outcome, beginning + " (see ko " + command + " --help)");
+            expect_wrong_usage(outcome, beginning + " (see ko " + command + " --help)");
             EXPECT_EQ(outcome.out, "");
         }
     }

@@ -3,12 +3,24 @@
 
 #include "kohost/curves.h"
 #include "kohost/scores.h"
+#include "page_entry.h"
 
 namespace host {
 
 namespace {
 
 std::string shown(const kohost::Grid &grid) { return std::to_string(grid.columns) + "x" + std::to_string(grid.rows); }
+
+// The reason against a picture. A page shows its measures, whatever the policy makes of them.
+std::optional<kohost::Excess> judge(const kohost::Image &working_copy, const kohost::Tuning &tuning,
+                                    const kohost::Judging &judging, PageEntry *page) {
+    if (page == nullptr) {
+        return kohost::reason_against(working_copy.pixels(), tuning, judging);
+    }
+    const kohost::Scores scores(working_copy.pixels(), tuning, judging.score);
+    keep_scores(*page, scores, judging.policy);
+    return kohost::deciding(scores.judgement(), judging.policy);
+}
 
 } // namespace
 
@@ -31,8 +43,10 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
     return grid;
 }
 
-Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
-                 Entry &entry) {
+namespace {
+
+Enhancement decide(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                   Entry &entry) {
     Enhancement enhancement;
     const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.size, enhancement.notices);
     if (kohost::stays(working_copy.channels, grid)) {
@@ -41,11 +55,32 @@ Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning
         return enhancement;
     }
     entry.at(Stage::judging);
-    if (const auto excess = kohost::reason_against(working_copy.pixels(), tuning, judging)) {
+    if (const auto excess = judge(working_copy, tuning, judging, entry.page())) {
         return {Decision::turned_down, kohost::text_of(*excess), nullptr, {}};
     }
     entry.at(Stage::curves);
     enhancement.curves = kohost::fit_curves(working_copy.pixels(), tuning, grid);
+    return enhancement;
+}
+
+// A picture that is written is shown as it passes; one that is copied, by its working copy if that has enough pixels.
+void show_plan(PageEntry &page, const kohost::Image &working_copy, const Enhancement &enhancement) {
+    if (enhancement.curves != nullptr) {
+        keep_curves(page, *enhancement.curves);
+        page.changed = true;
+    } else if (working_copy.size.area() >= page.preview_area) {
+        keep_before(page, working_copy.pixels());
+    }
+}
+
+} // namespace
+
+Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                 Entry &entry) {
+    Enhancement enhancement = decide(working_copy, tuning, judging, entry);
+    if (PageEntry *page = entry.page()) {
+        show_plan(*page, working_copy, enhancement);
+    }
     return enhancement;
 }
 

@@ -27,7 +27,7 @@ struct Enhancement {
 const char *shown(Decision decision);
 
 // Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
-// notice. Throws LibraryError if a call of the library fails.
+// notice. The page of the run, if there is one, gets to show both. Throws LibraryError if a call of the library fails.
 Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry);
 
 // The grid for a working copy; adds a notice if it is smaller than the wanted one.

@@ -36,6 +36,7 @@ int run(const Options &options) {
         const kohost::Library library;
         KoErrorSetVerboseFunction(print, &report);
         run_command(options, report);
+        report.close_page();
     } catch (const std::exception &error) {
         report.error(error.what());
     }

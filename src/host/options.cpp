@@ -204,6 +204,14 @@ void add_style(CLI::App &command, Options &options) {
         ->excludes(json);
 }
 
+std::string refuse_empty(const std::string &name) { return name.empty() ? "an empty name" : ""; }
+
+void add_page(CLI::App &command, Options &options) {
+    command.add_option("--report", options.page, "a file for a page that shows each picture, its curves and its measures")
+        ->type_name("PAGE")
+        ->check(refuse_empty);
+}
+
 CLI::App &add_command(CLI::App &app, Options &options, Command which, const std::string &word, const std::string &text) {
     CLI::App &command = *app.add_subcommand(word, text);
     command.fallthrough();
@@ -232,13 +240,12 @@ void add_enhance(CLI::App &app, Options &options) {
     add_output(command, options, picture_output);
     add_enhancement(command, options);
     add_quality(command, options);
+    add_page(command, options);
     add_style(command, options);
     command.footer("One line per picture tells its name, size, the decision and the time. A picture that would not gain is\n"
                    "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
                    std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
 }
-
-std::string refuse_empty(const std::string &name) { return name.empty() ? "an empty name" : ""; }
 
 CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::string &text) {
     return command.add_option("--model", choices.model, text)->type_name("CONFIG")->check(refuse_empty);
@@ -261,6 +268,7 @@ void add_redeye(CLI::App &app, Options &options) {
         ->type_name("DIR")
         ->check(refuse_empty);
     add_quality(command, options);
+    add_page(command, options);
     add_style(command, options);
     command.footer("One line per picture tells how many places the model accepted, left undecided and rejected; what is\n"
                    "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
@@ -275,6 +283,7 @@ void add_auto(CLI::App &app, Options &options) {
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
     add_quality(command, options);
+    add_page(command, options);
     add_style(command, options);
     command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
                    std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");

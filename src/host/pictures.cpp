@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kohost/working_copy.h"
+#include "page_entry.h"
 
 namespace host {
 
@@ -34,6 +35,15 @@ void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
 codec::Reduction reduction_to(kohost::Size size) {
     const auto enough = [](uint32_t pixels) { return static_cast<uint32_t>(uint64_t{pixels} * 3 / 2); };
     return {enough(size.width), enough(size.height)};
+}
+
+// A working copy that was made smaller than the preview is no use to it: the picture is read once more.
+void show_copied(PageEntry &page, Source &source, Entry &entry) {
+    if (!page.before) {
+        entry.at(Stage::reading);
+        keep_before(page, source.working_copy(page.preview_area).pixels());
+    }
+    keep_description(page, source.description());
 }
 
 } // namespace
@@ -100,16 +110,19 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     const uint32_t rows_at_once = band_rows(picture.row_bytes());
     codec::Bytes band(rows_at_once * picture.row_bytes());
     codec::Bytes alpha(picture.has_alpha ? size_t{rows_at_once} * picture.width : 0);
+    Previews previews(entry.page(), picture);
     uint32_t done = 0;
     for_each_band(picture.height, rows_at_once, [&](uint32_t rows) {
         entry.at(Stage::applying, static_cast<double>(done) / picture.height);
         entry.spend(Stage::reading);
         reader->read(rows, band.data(), alpha.data());
+        previews.before(rows, band.data());
         if (step) {
             entry.spend(Stage::applying);
             step(rows, band.data());
         }
         entry.spend(Stage::writing);
+        previews.after(rows, band.data());
         writer->write(rows, band.data(), alpha.data());
         done += rows;
     });
@@ -117,12 +130,16 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     reader->finish(known);
     writer->finish(source.notices);
     draft.take_place();
+    previews.keep();
 }
 
 void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry) {
     if (target_format(job, source.description()) != source.description().format) {
         write_picture(job, source, quality, nullptr, entry);
         return;
+    }
+    if (PageEntry *page = entry.page()) {
+        show_copied(*page, source, entry);
     }
     entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy

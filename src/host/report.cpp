@@ -8,6 +8,8 @@
 
 #include <unistd.h>
 
+#include "report_page.h"
+
 namespace host {
 
 namespace {
@@ -73,6 +75,7 @@ double rounded(double seconds) { return std::round(seconds * 10000.0) / 10000.0;
 // ---- one picture
 
 Entry::Entry(Report &report, size_t number, std::string name) : report_(report), number_(number), name_(std::move(name)) {
+    page_ = report.page_ ? report.page_->entry(name_) : nullptr;
     present = this;
 }
 
@@ -99,6 +102,15 @@ void Entry::done(const Result &result) {
     if (report_.style_ != Style::quiet) {
         print(stdout, report_.style_ == Style::json ? object(result) : line(result));
     }
+    if (page_) {
+        page_->size = {result.width, result.height};
+        page_->output = result.output;
+        if (page_->reason != result.reason) {
+            page_->reason += (page_->reason.empty() || result.reason.empty() ? "" : "; ") + result.reason;
+        }
+        add_outcome(*page_, {result.decision, page_->curves ? PageOutcome::Kind::changed : PageOutcome::Kind::left});
+        add_to_page();
+    }
 }
 
 void Entry::failed(const std::string &why) {
@@ -108,9 +120,31 @@ void Entry::failed(const std::string &why) {
     if (report_.style_ == Style::json) {
         print(stdout, line_of({{"file", name_}, {"error", why}}) + "\n");
     }
+    if (page_) {
+        *page_ = PageEntry{};
+        page_->name = name_;
+        page_->reason = why;
+        add_outcome(*page_, {"failed", PageOutcome::Kind::failed});
+        add_to_page();
+    }
+}
+
+void Entry::add_to_page() {
+    spend(stage_);
+    page_->seconds = seconds();
+    for (size_t i = 0; i < stage_count; ++i) {
+        if (const double time = rounded(seconds(static_cast<Stage>(i))); time > 0.0) {
+            page_->timings.emplace_back(stages[i].name, time);
+        }
+    }
+    report_.page_->add(number_, *page_);
+    page_.reset();
 }
 
 void Entry::notice(const std::string &text) {
+    if (page_) {
+        page_->notices.push_back(text);
+    }
     if (report_.style_ != Style::quiet) {
         print(stderr, "ko: " + name_ + ": notice: " + text + "\n");
     }
@@ -165,6 +199,16 @@ std::string Entry::object(const Result &result) const {
 Report::Report(Style style, bool timings, size_t pictures)
     : style_(style), timings_(timings), bar_(style == Style::lines && is_terminal()), progress_(pictures), waiting_(pictures),
       ended_(pictures) {}
+
+Report::~Report() { clear_bar(); }
+
+void Report::open_page(std::unique_ptr<ReportPage> page) { page_ = std::move(page); }
+
+void Report::close_page() {
+    if (page_) {
+        page_->write();
+    }
+}
 
 std::unique_ptr<Entry> Report::begin(size_t number, const std::string &name) {
     std::unique_ptr<Entry> entry(new Entry(*this, number, name));

@@ -333,8 +333,8 @@ void put_file(Draft &draft, const fs::path &path) {
 
 // A page of a thousand pictures is still one that a browser opens at once.
 constexpr uint64_t largest_preview = 250'000;
-constexpr uint64_t smallest_preview = 100'000;
-constexpr uint64_t all_previews = 100'000'000;
+constexpr uint64_t smallest_preview = 60'000;
+constexpr uint64_t all_previews = 60'000'000;
 
 } // namespace
 

@@ -3,7 +3,8 @@
 "use strict";
 
 (() => {
-    const svgSpace = "http://www.w3.org/2000/svg";
+    // The name of the space is an address; the parser knows it, so that the page itself names none.
+    const svgSpace = new DOMParser().parseFromString("<svg></svg>", "text/html").body.firstChild.namespaceURI;
 
     // ---- building blocks
 

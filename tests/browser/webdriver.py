@@ -21,7 +21,7 @@ class Browser:
         self.folder = tempfile.mkdtemp(prefix="ko-browser-")
         self.log = open(os.path.join(self.folder, "driver.log"), "w+")
         self.driver = subprocess.Popen([chromedriver, "--port=0"], stdout=self.log, stderr=subprocess.STDOUT,
-                                       start_new_session=True)
+                                       start_new_session=True, env={**os.environ, "HOME": self.folder})
         try:
             self.server = "http://127.0.0.1:%d" % self.port()
             arguments = ["--headless", "--no-sandbox", "--disable-gpu", "--no-first-run", "--disable-background-networking",

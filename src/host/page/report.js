@@ -37,6 +37,9 @@
         return element;
     }
 
+    // The shape of a picture; a strip is shown less slim than it is.
+    const aspect = (data, most) => String(clamp(data.width / data.height, 1 / most, most));
+
     const clamp = (value, low, high) => Math.min(Math.max(value, low), high);
 
     // ---- before and after
@@ -91,7 +94,7 @@
     }
 
     function comparison(data) {
-        const stage = styled(html("div", {class: "compare"}), {"--aspect": String(data.width / data.height)});
+        const stage = styled(html("div", {class: "compare"}), {"--aspect": aspect(data, 12)});
         const picture = (source, text) => html("img", {src: source, alt: text, draggable: "false", decoding: "async"});
         const before = html("div", {class: "layer"}, picture(data.before, data.after ? "Before" : "The picture"));
         add(before, (data.places || []).map(placeBox));
@@ -278,7 +281,7 @@
     function tileGrid(data, grid, select) {
         const element = html("div", {class: "tiles", role: "grid", "aria-label": "Tone curves of the tiles"});
         styled(element, {
-            "--aspect": String(clamp(data.width / data.height, 0.5, 2.4)),
+            "--aspect": aspect(data, 2.4),
             "grid-template-columns": `repeat(${grid.across}, minmax(0, 1fr))`,
             "grid-template-rows": `repeat(${grid.down}, minmax(0, 1fr))`,
         });

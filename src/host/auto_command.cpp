@@ -7,6 +7,7 @@
 #include "enhance.h"
 #include "redeye_answer.h"
 #include "repair.h"
+#include "report_page.h"
 #include "workers.h"
 
 namespace host {
@@ -66,8 +67,9 @@ void improve_pictures(const Options &options, Report &report) {
     } else {
         model = kohost::try_model(options.red_eyes.model);
     }
-    for_each_job(lay_out_jobs(options.selection, options.destination, model), options.jobs, report,
-                 [&](const Job &job, Entry &entry) { improve_file(job, options, entry); });
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
+    report.open_page(page_for(options, jobs, model));
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, options, entry); });
 }
 
 } // namespace host

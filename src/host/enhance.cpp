@@ -3,6 +3,7 @@
 
 #include "kohost/curves.h"
 #include "kohost/scores.h"
+#include "page_entry.h"
 
 namespace host {
 
@@ -12,6 +13,17 @@ std::string shown(const kohost::Grid &grid) { return std::to_string(grid.columns
 
 std::string reason_of(const kohost::Excess &excess) {
     return std::string(kohost::meaning_of(excess.measure)) + ": " + kohost::text_of(excess);
+}
+
+// The reason against a picture. A page shows its measures, whatever the policy makes of them.
+std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning,
+                                    const kohost::Judging &judging, PageEntry *page) {
+    if (page == nullptr) {
+        return kohost::reason_against(working_copy, tuning, judging);
+    }
+    const kohost::Scores scores(working_copy, tuning, judging.score);
+    keep_scores(*page, scores, judging.policy);
+    return kohost::deciding(scores.judgement(), judging.policy);
 }
 
 } // namespace
@@ -40,8 +52,10 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
     return grid;
 }
 
-Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
-                 Entry &entry) {
+namespace {
+
+Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                   Entry &entry) {
     Enhancement enhancement;
     const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.average.size, enhancement.notices);
     if (kohost::stays(working_copy.average.channels, grid)) {
@@ -50,11 +64,32 @@ Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &
         return enhancement;
     }
     entry.at(Stage::judging);
-    if (const auto excess = kohost::reason_against(working_copy, tuning, judging)) {
+    if (const auto excess = judge(working_copy, tuning, judging, entry.page())) {
         return {Decision::turned_down, reason_of(*excess), nullptr, {}};
     }
     entry.at(Stage::curves);
     enhancement.curves = kohost::fit_curves(working_copy.average.pixels(), tuning, grid);
+    return enhancement;
+}
+
+// A picture that is written is shown as it passes; one that is copied, by its working copy if that has enough pixels.
+void show_plan(PageEntry &page, const kohost::WorkingCopy &working_copy, const Enhancement &enhancement) {
+    if (enhancement.curves != nullptr) {
+        keep_curves(page, *enhancement.curves);
+        page.changed = true;
+    } else if (working_copy.average.size.area() >= page.preview_area) {
+        keep_before(page, working_copy.average.pixels());
+    }
+}
+
+} // namespace
+
+Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                 Entry &entry) {
+    Enhancement enhancement = decide(working_copy, tuning, judging, entry);
+    if (PageEntry *page = entry.page()) {
+        show_plan(*page, working_copy, enhancement);
+    }
     return enhancement;
 }
 

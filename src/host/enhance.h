@@ -28,7 +28,7 @@ const char *shown(Decision decision);
 std::string line_about(const Enhancement &enhancement);
 
 // Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
-// notice. Throws LibraryError if a call of the library fails.
+// notice. The page of the run, if there is one, gets to show both. Throws LibraryError if a call of the library fails.
 Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
                  Entry &entry);
 

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "enhance.h"
+#include "report_page.h"
 #include "workers.h"
 
 namespace host {
@@ -26,8 +27,9 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void enhance_pictures(const Options &options, Report &report) {
-    for_each_job(lay_out_jobs(options.selection, options.destination), options.jobs, report,
-                 [&](const Job &job, Entry &entry) { enhance_file(job, options, entry); });
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination);
+    report.open_page(page_for(options, jobs));
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { enhance_file(job, options, entry); });
 }
 
 } // namespace host

@@ -230,6 +230,22 @@ Job lay_out_file(const std::string &input, const std::string &output) {
     return job;
 }
 
+void check_apart(const fs::path &file, const std::vector<Job> &jobs, const std::vector<std::string> &also_read) {
+    check_folder(file.parent_path());
+    if (const std::string reason = reason_against(file); !reason.empty()) {
+        throw FileError(reason);
+    }
+    const auto same = [place = resolved(file)](const fs::path &other) { return resolved(other) == place; };
+    for (const Job &job : jobs) {
+        if (same(job.input) || same(job.target)) {
+            throw UsageError("cannot write " + file.string() + ": it is " + (same(job.input) ? "an input" : "an output"));
+        }
+    }
+    if (std::any_of(also_read.begin(), also_read.end(), same)) {
+        throw UsageError("cannot write " + file.string() + ": it is read by this command");
+    }
+}
+
 std::vector<Job> lay_out_reading(const Selection &selection) {
     std::vector<Job> jobs;
     for (const Selected &picture : pictures_of(selection)) {

@@ -62,6 +62,10 @@ std::vector<Job> lay_out_jobs(const Selection &selection, const Destination &des
 // if its folder can take no file.
 Job lay_out_file(const std::string &input, const std::string &output);
 
+// Checks the place of a file beside the pictures. Throws FileError if it is what a job or somebody else reads or what a job
+// writes, or if its folder can take no file.
+void check_apart(const std::filesystem::path &file, const std::vector<Job> &jobs, const std::vector<std::string> &also_read);
+
 // Lays out jobs that write no files.
 std::vector<Job> lay_out_reading(const Selection &selection);
 

@@ -52,6 +52,7 @@ int run(const Options &options) {
         const kohost::Library library;
         KoErrorSetVerboseFunction(print, &report);
         run_command(options, report);
+        report.close_page();
     } catch (const UsageError &error) {
         report.error(error.what());
         status = wrong_usage;

@@ -1,4 +1,5 @@
-// The manual page and the completions of shells, made from the description of the command line, so that they say what --help says.
+// The manual page and the completions of shells, made from the description of the command line, so that they say what --help
+// says.
 #ifndef KO_HOST_MANUAL_H
 #define KO_HOST_MANUAL_H
 

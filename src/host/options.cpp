@@ -278,6 +278,13 @@ void add_report(CLI::App &command, Options &options) {
         ->group(run_group);
 }
 
+void add_page(CLI::App &command, Options &options) {
+    command.add_option("--report", options.page, "a file for a page that shows each picture, its curves and its measures")
+        ->type_name("PAGE")
+        ->check(refuse_empty)
+        ->group(run_group);
+}
+
 // All that a caller may say of the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {
     add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge")
@@ -327,6 +334,7 @@ void add_enhance(CLI::App &app, Options &options) {
     add_destination(command, options);
     add_enhancement(command, options);
     add_quality(command, options);
+    add_page(command, options);
     add_report(command, options);
     command.footer("One line per picture reports its name, size, the decision and the time. A picture that would not gain is\n"
                    "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
@@ -347,6 +355,7 @@ void add_redeye(CLI::App &app, Options &options) {
         ->check(refuse_empty)
         ->group(red_eye_group);
     add_quality(command, options);
+    add_page(command, options);
     add_report(command, options);
     command.footer("One line per picture reports how many places the model accepted, left undecided and rejected; what is\n"
                    "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
@@ -361,6 +370,7 @@ void add_auto(CLI::App &app, Options &options) {
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
     add_quality(command, options);
+    add_page(command, options);
     add_report(command, options);
     command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
                    about_files + about_status);
@@ -440,6 +450,9 @@ void check_together(const Options &options, const std::string &word) {
     }
     if (writes_pictures(options.command) && destination.output.empty() && destination.suffix.empty() && !destination.in_place) {
         throw UsageError(missing_output(options, word));
+    }
+    if (!options.page.empty() && destination.dry_run) {
+        throw UsageError("--report: a dry run writes no page");
     }
     if (!options.scores.empty() && options.selection.inputs.size() != 1) {
         throw UsageError("--scores: a score file is for one input, not " + std::to_string(options.selection.inputs.size()));

@@ -21,6 +21,7 @@ struct Options {
     Destination destination;
     std::string grid_file; // apply: what is applied
     std::string scores;    // judge: the score file, or ""
+    std::string page;      // enhance, redeye, auto: the page of the run, or ""
     kohost::Tuning tuning;
     kohost::Judging judging;
     kohost::RedEyeChoices red_eyes;

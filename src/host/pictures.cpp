@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "page_entry.h"
+
 namespace host {
 
 namespace {
@@ -26,6 +28,15 @@ void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
     if (job.target != standard_stream && format_of_extension(job.target) != format) {
         notices.push_back("written as " + std::string(codec::name(format)) + " like the input, whatever the name says");
     }
+}
+
+// A working copy that was made smaller than the preview is no use to it: the picture is read once more.
+void show_copied(PageEntry &page, Source &source, Entry &entry) {
+    if (!page.before) {
+        entry.at(Stage::reading);
+        keep_before(page, source.working_copy(page.preview_area).average.pixels());
+    }
+    keep_description(page, source.description());
 }
 
 } // namespace
@@ -96,16 +107,19 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     const uint32_t rows_at_once = band_rows(picture.row_bytes());
     codec::Bytes band(rows_at_once * picture.row_bytes());
     codec::Bytes alpha(picture.has_alpha ? size_t{rows_at_once} * picture.width : 0);
+    Previews previews(entry.page(), picture);
     uint32_t done = 0;
     for_each_band(picture.height, rows_at_once, [&](uint32_t rows) {
         entry.at(Stage::applying, static_cast<double>(done) / picture.height);
         entry.spend(Stage::reading);
         reader->read(rows, band.data(), alpha.data());
+        previews.before(rows, band.data());
         if (step) {
             entry.spend(Stage::applying);
             step(rows, band.data());
         }
         entry.spend(Stage::writing);
+        previews.after(rows, band.data());
         writer->write(rows, band.data(), alpha.data());
         done += rows;
     });
@@ -113,12 +127,16 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     reader->finish(known);
     writer->finish(source.notices);
     target->take_place();
+    previews.keep();
 }
 
 void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry) {
     if (target_format(job, source.description()) != source.description().format) {
         write_picture(job, source, quality, nullptr, entry);
         return;
+    }
+    if (PageEntry *page = entry.page()) {
+        show_copied(*page, source, entry);
     }
     entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy

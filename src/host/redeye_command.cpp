@@ -3,6 +3,7 @@
 
 #include "redeye_answer.h"
 #include "repair.h"
+#include "report_page.h"
 #include "workers.h"
 
 namespace host {
@@ -29,8 +30,9 @@ void repair_pictures(const Options &options, Report &report) {
     if (!options.red_eyes.dump.empty()) {
         prepare_folder(options.red_eyes.dump, "the patch files");
     }
-    for_each_job(lay_out_jobs(options.selection, options.destination, model), options.jobs, report,
-                 [&](const Job &job, Entry &entry) { repair_file(job, options, entry); });
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
+    report.open_page(page_for(options, jobs, model));
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, options, entry); });
 }
 
 } // namespace host

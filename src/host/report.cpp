@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "report_page.h"
 #include "system.h"
 
 namespace host {
@@ -66,6 +67,7 @@ double rounded(double seconds) { return std::round(seconds * 10000.0) / 10000.0;
 // ---- one picture
 
 Entry::Entry(Report &report, size_t number, std::string name) : report_(report), number_(number), name_(std::move(name)) {
+    page_ = report.page_ ? report.page_->entry(name_) : nullptr;
     present = this;
 }
 
@@ -92,6 +94,15 @@ void Entry::done(const Result &result) {
     if (report_.reporting_.style != Style::quiet) {
         print(report_.lines_, report_.reporting_.style == Style::json ? object(result) : line(result));
     }
+    if (page_) {
+        page_->size = {result.width, result.height};
+        page_->output = result.output;
+        if (page_->reason != result.reason) {
+            page_->reason += (page_->reason.empty() || result.reason.empty() ? "" : "; ") + result.reason;
+        }
+        add_outcome(*page_, {result.decision, page_->curves ? PageOutcome::Kind::changed : PageOutcome::Kind::left});
+        add_to_page();
+    }
 }
 
 void Entry::failed(const std::string &why) {
@@ -101,6 +112,7 @@ void Entry::failed(const std::string &why) {
     if (report_.reporting_.style == Style::json) {
         print(report_.lines_, line_of({{"file", name_}, {"error", why}}) + "\n");
     }
+    add_unseen({"failed", PageOutcome::Kind::failed}, why);
 }
 
 void Entry::answered(const std::string &text) {
@@ -114,6 +126,18 @@ void Entry::skipped(const std::string &output, const std::string &why) {
     } else if (report_.reporting_.style == Style::lines) {
         print(report_.lines_, name_ + ": skipped: " + why + "\n");
     }
+    add_unseen({"skipped", PageOutcome::Kind::left}, why);
+}
+
+// A picture of which a page has nothing to show.
+void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
+    if (page_) {
+        *page_ = PageEntry{};
+        page_->name = name_;
+        page_->reason = why;
+        add_outcome(*page_, outcome);
+        add_to_page();
+    }
 }
 
 void Entry::detail(const std::string &text) {
@@ -122,7 +146,22 @@ void Entry::detail(const std::string &text) {
     }
 }
 
+void Entry::add_to_page() {
+    spend(stage_);
+    page_->seconds = seconds();
+    for (size_t i = 0; i < stage_count; ++i) {
+        if (const double time = rounded(seconds(static_cast<Stage>(i))); time > 0.0) {
+            page_->timings.emplace_back(stages[i].name, time);
+        }
+    }
+    report_.page_->add(number_, *page_);
+    page_.reset();
+}
+
 void Entry::notice(const std::string &text) {
+    if (page_) {
+        page_->notices.push_back(text);
+    }
     if (report_.reporting_.style != Style::quiet) {
         print(stderr, "ko: " + name_ + ": notice: " + text + "\n");
     }
@@ -188,6 +227,16 @@ void Report::expect(size_t pictures) {
     progress_.resize(pictures);
     waiting_.resize(pictures);
     ended_.resize(pictures);
+}
+
+Report::~Report() { clear_bar(); }
+
+void Report::open_page(std::unique_ptr<ReportPage> page) { page_ = std::move(page); }
+
+void Report::close_page() {
+    if (page_) {
+        page_->write();
+    }
 }
 
 std::unique_ptr<Entry> Report::begin(size_t number, const std::string &name) {

@@ -46,6 +46,9 @@ struct Result {
 };
 
 class Report;
+class ReportPage;
+struct PageEntry;
+struct PageOutcome;
 
 // What is said of one picture. An entry belongs to the thread that works on the picture.
 class Entry {
@@ -74,6 +77,9 @@ class Entry {
     // Something the library prints of its own accord.
     void message(const std::string &text) { print(stderr, text + "\n"); }
 
+    // What the page of the run shows of this picture; null if there is no page, or once the picture has ended.
+    PageEntry *page() { return page_.get(); }
+
     // Where the library may write of its progress with the picture.
     std::FILE *log();
 
@@ -85,6 +91,8 @@ class Entry {
 
     void print(std::FILE *stream, const std::string &text) { said_.emplace_back(stream, text); }
     void take_log();
+    void add_to_page();
+    void add_unseen(const PageOutcome &outcome, const std::string &why);
     std::string line(const Result &result) const;
     std::string object(const Result &result) const;
     double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
@@ -95,6 +103,7 @@ class Entry {
     const std::string name_;
     std::vector<std::pair<std::FILE *, std::string>> said_;
     std::unique_ptr<std::FILE, int (*)(std::FILE *)> log_{nullptr, std::fclose};
+    std::unique_ptr<PageEntry> page_;
     Clock::time_point start_ = Clock::now();
     Clock::time_point switched_ = start_;
     Stage stage_ = Stage::reading;
@@ -104,7 +113,7 @@ class Entry {
 class Report {
   public:
     explicit Report(const Reporting &reporting);
-    ~Report() { clear_bar(); }
+    ~Report();
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
 
@@ -113,6 +122,11 @@ class Report {
 
     // Picture number of the inputs begins. Every number is begun once.
     std::unique_ptr<Entry> begin(size_t number, const std::string &name);
+
+    // The page of the run, or null. It is opened before the first picture begins, and written by close_page(), which throws
+    // FileError.
+    void open_page(std::unique_ptr<ReportPage> page);
+    void close_page();
 
     // A notice that concerns no single picture.
     void remark(const std::string &text);
@@ -148,6 +162,7 @@ class Report {
     std::FILE *const lines_; // where results go
     const bool bar_;
     const Clock::time_point start_ = Clock::now();
+    std::unique_ptr<ReportPage> page_;
     std::mutex lock_;              // guards all below
     std::vector<double> progress_; // of each picture, 0 to 1
     double total_progress_ = 0.0;

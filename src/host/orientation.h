@@ -1,0 +1,35 @@
+// Which way up a picture is to be shown. Cameras store the rows of a picture as the sensor has them, and say in the Exif block
+// how it was held; the enhancement leaves both alone, and only what is shown to a person is turned.
+#ifndef KO_HOST_ORIENTATION_H
+#define KO_HOST_ORIENTATION_H
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "kohost/pixels.h"
+
+namespace host {
+
+// How stored rows and columns become those that are shown: first the two are swapped, then each is reversed.
+struct Orientation {
+    bool swapped = false;
+    bool reversed_x = false;
+    bool reversed_y = false;
+};
+
+// What an Exif block says; as stored, if it says nothing or is damaged.
+Orientation orientation_of(std::span<const uint8_t> exif);
+
+// The size that is shown of cells stored in columns and rows.
+kohost::Size shown_size(const Orientation &orientation, kohost::Size stored);
+
+// For each cell that is shown, row by row, the number of the stored one.
+std::vector<size_t> shown_order(const Orientation &orientation, kohost::Size stored);
+
+kohost::Image shown_image(const Orientation &orientation, kohost::Image stored);
+
+} // namespace host
+
+#endif

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <vector>
 
+#include "codec/extended_xmp.h"
 #include "codec/left_out.h"
 #include "codec/photoshop.h"
 
@@ -20,7 +21,6 @@ constexpr int app14 = JPEG_APP0 + 14; // Adobe's: how the old file's colours wer
 
 constexpr std::string_view jfif_mark("JFIF\0", 5);
 constexpr std::string_view jfif_extension_mark("JFXX\0", 5); // a thumbnail
-constexpr std::string_view extended_xmp_mark("http://ns.adobe.com/xmp/extension/\0", 35);
 constexpr std::string_view icc_mark("ICC_PROFILE\0", 12);
 constexpr std::string_view multi_picture_mark("MPF\0", 4); // offsets into the old file: of no use in a new one
 constexpr std::string_view gain_map_mark("urn:iso:std:iso:ts:21496:-1\0", 28);
@@ -256,7 +256,7 @@ void SegmentSorter::tell(Input &input, uint64_t tail, const Metadata &metadata, 
 }
 
 std::string name_of(const JpegSegment &segment) {
-    if (segment.marker == app1 && begins_with(segment.bytes, extended_xmp_mark)) {
+    if (is_extended_xmp(segment)) {
         return "the extended XMP data";
     }
     const std::string name = readable_name(segment.bytes);

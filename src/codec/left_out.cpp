@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "codec/extended_xmp.h"
 #include "codec/jpeg_segments.h"
 
 namespace codec {
@@ -10,9 +11,12 @@ namespace {
 
 constexpr size_t longest_name = 32;
 
-void tell_segments(const std::vector<JpegSegment> &segments, Notices &notices) {
-    for (const JpegSegment &segment : segments) {
-        add_once(notices, name_of(segment) + " is left out");
+void tell_segments(const Metadata &metadata, const Places &places, Notices &notices) {
+    const bool has_whole_xmp = places.xmp && whole_xmp(metadata) != metadata.xmp;
+    for (const JpegSegment &segment : metadata.jpeg_segments) {
+        if (!has_whole_xmp || !is_extended_xmp(segment)) {
+            add_once(notices, name_of(segment) + " is left out");
+        }
     }
 }
 
@@ -41,7 +45,7 @@ void tell_left_out(const Metadata &metadata, const Places &places, Notices &noti
         add_once(notices, "the comment is left out");
     }
     if (!places.jpeg_segments) {
-        tell_segments(metadata.jpeg_segments, notices);
+        tell_segments(metadata, places, notices);
     }
     if (!places.png) {
         tell_texts(metadata.png_texts, places, notices);

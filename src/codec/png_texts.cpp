@@ -6,6 +6,7 @@
 #include <charconv>
 #include <string_view>
 
+#include "codec/extended_xmp.h"
 #include "codec/left_out.h"
 #include "codec/marks.h"
 #include "codec/photoshop.h"
@@ -201,7 +202,8 @@ void add_text(PngText text, Metadata &metadata) {
 std::vector<PngText> texts_to_write(const Metadata &metadata, Notices &notices) {
     std::vector<PngText> texts;
     if (!metadata.xmp.empty()) {
-        const std::string packet(metadata.xmp.begin(), metadata.xmp.end());
+        const Bytes xmp = whole_xmp(metadata);
+        const std::string packet(xmp.begin(), xmp.end());
         texts.push_back({PngText::Kind::international, std::string(xmp_keyword), up_to_zero(packet, "the XMP data", notices)});
     }
     if (const Bytes resources = resources_with_iptc(metadata); !resources.empty()) {

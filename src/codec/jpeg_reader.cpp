@@ -78,7 +78,7 @@ class JpegReader : public Reader {
         check_size(info_.image_width, info_.image_height);
         describe();
         read_metadata();
-        errors_.trouble.guarded([&] { start(reduction); });
+        errors_.trouble.guarded([&] { set_size(reduction); });
         width_ = info_.output_width;
         height_ = info_.output_height;
     }
@@ -86,6 +86,7 @@ class JpegReader : public Reader {
     void read(uint32_t rows, uint8_t *pixels, uint8_t *) override {
         const size_t row_bytes = size_t{width_} * description_.channels;
         errors_.trouble.guarded([&] {
+            start();
             for (uint32_t row = 0; row < rows; ++row) {
                 JSAMPROW to = pixels + row * row_bytes;
                 jpeg_read_scanlines(&info_, &to, 1);
@@ -96,6 +97,7 @@ class JpegReader : public Reader {
     void finish(Notices &notices) override {
         // jpeg_finish_decompress frees the saved markers with it; here only the rest of the file is read.
         errors_.trouble.guarded([this] {
+            start();
             while (jpeg_input_complete(&info_) == FALSE) {
                 jpeg_consume_input(&info_);
             }
@@ -129,7 +131,7 @@ class JpegReader : public Reader {
     }
 
     // The decoder has its fast ways for these sizes.
-    void start(const Reduction &reduction) {
+    void set_size(const Reduction &reduction) {
         info_.out_color_space = description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         for (info_.scale_denom = 8; info_.scale_denom > 1; info_.scale_denom /= 2) {
             jpeg_calc_output_dimensions(&info_);
@@ -137,7 +139,15 @@ class JpegReader : public Reader {
                 break;
             }
         }
-        jpeg_start_decompress(&info_);
+        jpeg_calc_output_dimensions(&info_);
+    }
+
+    // Not before the first row is asked for: of a progressive file, this reads all.
+    void start() {
+        if (!started_) {
+            started_ = true;
+            jpeg_start_decompress(&info_);
+        }
     }
 
     void describe() {
@@ -235,6 +245,7 @@ class JpegReader : public Reader {
 
     JpegErrors errors_{};
     Supply supply_;
+    bool started_ = false;
     jpeg_progress_mgr progress_{};
     Decompressor info_{}; // last, so that it goes first: it uses the others
 };

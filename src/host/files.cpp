@@ -42,7 +42,9 @@ FileInput::FileInput(const fs::path &path) {
             ::close(descriptor_);
             throw;
         }
+        return;
     }
+    traits_ = {status.st_mode & 0777, status.st_atim, status.st_mtim};
 }
 
 FileInput::~FileInput() {
@@ -95,7 +97,7 @@ void FileInput::keep_all() {
     descriptor_ = -1;
 }
 
-Draft::Draft(const fs::path &target) : target_(place_of(target)) {
+Draft::Draft(const fs::path &target, const std::optional<FileTraits> &traits) : target_(place_of(target)), traits_(traits) {
     for (int number = 0; descriptor_ < 0; ++number) {
         path_ = target_.parent_path() / (".ko-" + std::to_string(::getpid()) + "-" + std::to_string(number) + ".part");
         descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
@@ -137,13 +139,13 @@ void Draft::check_room() {
     }
 }
 
+// Times come last: everything else changes them.
 void Draft::take_place() {
-    std::error_code error;
-    const fs::file_status present = fs::status(target_, error);
-    if (fs::is_regular_file(present)) {
-        fs::permissions(path_, present.permissions(), error); // as far as the system lets us
-    }
+    take_permissions();
     if (::fsync(descriptor_) != 0 && errno != EINVAL && errno != ENOSYS) { // not every file system can do it
+        fail(errno);
+    }
+    if (traits_ && ::futimens(descriptor_, std::array{traits_->accessed, traits_->modified}.data()) != 0) {
         fail(errno);
     }
     const int descriptor = descriptor_;
@@ -154,10 +156,24 @@ void Draft::take_place() {
     placed_ = true;
 }
 
+void Draft::take_permissions() {
+    if (traits_) {
+        if (::fchmod(descriptor_, traits_->permissions) != 0) {
+            fail(errno);
+        }
+        return;
+    }
+    std::error_code error;
+    const fs::file_status present = fs::status(target_, error);
+    if (fs::is_regular_file(present)) {
+        fs::permissions(path_, present.permissions(), error); // as far as the system lets us
+    }
+}
+
 void Draft::fail(int error) const { throw FileError("cannot write " + target_.string() + ": " + reason_of(error)); }
 
-void copy_file(codec::Input &input, const fs::path &target) {
-    Draft draft(target);
+void copy_file(codec::Input &input, const fs::path &target, const std::optional<FileTraits> &traits) {
+    Draft draft(target, traits);
     std::array<uint8_t, 1 << 16> room;
     uint64_t offset = 0;
     while (const std::optional<size_t> count = input.read(offset, room)) {

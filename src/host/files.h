@@ -5,9 +5,13 @@
 #include <array>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
+
+#include <sys/types.h>
+#include <time.h>
 
 #include "codec/stream.h"
 
@@ -17,6 +21,13 @@ namespace host {
 class FileError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
+};
+
+// What a file is beside its bytes.
+struct FileTraits {
+    mode_t permissions;
+    timespec accessed;
+    timespec modified;
 };
 
 // A file to read, several times if need be. What can be read only once, such as a pipe, is kept in memory.
@@ -30,19 +41,23 @@ class FileInput : public codec::Input {
     std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept override;
     const char *failure() const noexcept override { return failure_.data(); }
 
+    // As they were when the file was opened; none of what is no regular file.
+    const std::optional<FileTraits> &traits() const { return traits_; }
+
   private:
     void keep_all();
 
     int descriptor_ = -1;
+    std::optional<FileTraits> traits_;
     codec::Bytes kept_;
     std::array<char, 200> failure_{};
 };
 
 // A file that is written beside its target and takes the target's name when it is whole; until then it is gone with its scope,
-// and the target stays as it was. The permissions of an existing target are kept.
+// and the target stays as it was. The permissions of an existing target are kept, unless the file is given traits.
 class Draft : public codec::Output {
   public:
-    explicit Draft(const std::filesystem::path &target);
+    explicit Draft(const std::filesystem::path &target, const std::optional<FileTraits> &traits = std::nullopt);
     ~Draft() override;
     Draft(const Draft &) = delete;
     Draft &operator=(const Draft &) = delete;
@@ -59,9 +74,11 @@ class Draft : public codec::Output {
     void take_place();
 
   private:
+    void take_permissions();
     [[noreturn]] void fail(int error) const;
 
     std::filesystem::path target_;
+    std::optional<FileTraits> traits_;
     std::filesystem::path path_;
     int descriptor_ = -1;
     bool placed_ = false;
@@ -69,7 +86,8 @@ class Draft : public codec::Output {
 };
 
 // Writes the bytes of an input as they are.
-void copy_file(codec::Input &input, const std::filesystem::path &target);
+void copy_file(codec::Input &input, const std::filesystem::path &target,
+               const std::optional<FileTraits> &traits = std::nullopt);
 
 // Writes a file by a step that is handed the path of the draft, which exists and is empty. look may refuse the whole file
 // before it takes its place. Both refuse by an exception.

@@ -182,6 +182,13 @@ void add_quality(CLI::App &command, Options &options) {
                "quality of JPEG output");
 }
 
+// The options of every command whose results are pictures like their inputs.
+void add_results(CLI::App &command, Options &options) {
+    command.add_flag("--again", options.again, "do also what the mark in a picture says was done");
+    command.add_flag("-p,--preserve", options.preserve, "keep the input's modification time and permissions");
+    add_quality(command, options);
+}
+
 // The options of every command that works on many pictures.
 void add_run(CLI::App &command, Options &options) {
     options.jobs = std::max(std::thread::hardware_concurrency(), 1u);
@@ -231,7 +238,7 @@ void add_enhance(CLI::App &app, Options &options) {
     add_inputs(command, options);
     add_output(command, options, picture_output);
     add_enhancement(command, options);
-    add_quality(command, options);
+    add_results(command, options);
     add_style(command, options);
     command.footer("One line per picture tells its name, size, the decision and the time. A picture that would not gain is\n"
                    "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
@@ -260,7 +267,7 @@ void add_redeye(CLI::App &app, Options &options) {
     command.add_option("--dump", choices.dump, "a folder for files with what the model saw, made if it is missing")
         ->type_name("DIR")
         ->check(refuse_empty);
-    add_quality(command, options);
+    add_results(command, options);
     add_style(command, options);
     command.footer("One line per picture tells how many places the model accepted, left undecided and rejected; what is\n"
                    "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
@@ -274,7 +281,7 @@ void add_auto(CLI::App &app, Options &options) {
     add_model(command, options.red_eyes, "the configuration of the red-eye model; without one red eyes stay");
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
-    add_quality(command, options);
+    add_results(command, options);
     add_style(command, options);
     command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
                    std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
@@ -319,7 +326,7 @@ void add_apply(CLI::App &app, Options &options) {
     add_inputs(command, options);
     add_output(command, options, picture_output);
     add_ratio(command, options.tuning);
-    add_quality(command, options);
+    add_results(command, options);
     add_style(command, options);
     command.footer(about_files);
 }

@@ -10,4 +10,8 @@ kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoic
     return kohost::repair_red_eyes({pixels, source.size(), picture.channels}, pixels, choices, job.input, log);
 }
 
+Trace repaired(Source &source) {
+    return {{Deed::red_eyes}, [&source] { return source.preview(); }};
+}
+
 } // namespace host

@@ -129,6 +129,8 @@ bool is_video(const Bytes &tail) {
     return (tail.size() > 8 && begins_with(std::span(tail).subspan(4), "ftyp")) || contains(tail, "MotionPhoto_Data");
 }
 
+bool is_jpeg(const Bytes &tail) { return recognise(tail) == Format::jpeg; }
+
 bool has_gain_map_behind(const Bytes &tail) { return contains(tail, "hdrgainmap") || contains(tail, "hdr-gain-map"); }
 
 bool is_padding(const Bytes &tail) {
@@ -246,7 +248,7 @@ void SegmentSorter::tell(Input &input, uint64_t tail, const Metadata &metadata, 
         notices.push_back(counted(table.previews(), "large preview", "large previews"));
     }
     const uint32_t listed = table.pictures() - std::min(table.pictures(), gain_map ? 1u : 0u);
-    const uint32_t found = listed == 0 && notices.size() == before && begins_with(begin, "\xff\xd8\xff") ? 1 : listed;
+    const uint32_t found = listed == 0 && notices.size() == before && is_jpeg(begin) ? 1 : listed;
     if (found > 0) {
         notices.push_back(counted(found, "further picture in the file", "further pictures in the file"));
     }

@@ -78,7 +78,7 @@ kohost::Image Source::working_copy(uint64_t area) {
     kohost::Image copy = average.take();
     preview_.reset();
     if (!description_.metadata.exif.empty()) {
-        preview_ = reduced(copy, kohost::working_size(copy.size, preview_area));
+        preview_ = copy.size.area() <= preview_area ? copy : reduced(copy, kohost::working_size(copy.size, preview_area));
     }
     return copy;
 }

@@ -132,7 +132,7 @@ metadata::Bytes changed(const metadata::Bytes &exif, metadata::ExifChange change
         notices.push_back("the Exif data has no room for its new thumbnail, which is left out");
     }
     if (result.size() > most) {
-        throw metadata::Error("Exif data without room for a mark");
+        throw metadata::Error("the Exif data has no room for a mark");
     }
     return result;
 }
@@ -151,28 +151,30 @@ void mark_text(codec::Metadata &metadata, const metadata::Mark &mark) {
     }
 }
 
-// The names of software that a mark in Exif data stands behind. Those of a PNG text move there if there are none.
-std::string take_software(codec::Metadata &metadata, const metadata::Exif &exif) {
-    const auto found = find_software(metadata.png_texts);
-    if (found == metadata.png_texts.end()) {
-        return exif.software;
-    }
-    const std::string text = found->text;
-    if (exif.software.empty() || exif.software == text) {
-        metadata.png_texts.erase(found);
-    }
-    return exif.software.empty() ? text : exif.software;
-}
-
+// Adds the mark behind the names of software in the Exif data. The name in a PNG text moves there if it is the only one.
 void change_exif(codec::Metadata &metadata, const Trace &trace, const metadata::Mark *mark, size_t most,
                  codec::Notices &notices) {
     const metadata::Bytes block = metadata.exif.empty() ? metadata::empty_exif() : metadata.exif;
     const metadata::Exif exif = metadata::read_exif(block);
     metadata::ExifChange change = thumbnail_change(exif, trace, notices);
+    auto moved = metadata.png_texts.end();
     if (mark != nullptr) {
-        change.software = with_mark(take_software(metadata, exif), *mark);
+        const auto text = find_software(metadata.png_texts);
+        const bool has_text = text != metadata.png_texts.end();
+        moved = has_text && (exif.software.empty() || exif.software == text->text) ? text : moved;
+        change.software = with_mark(exif.software.empty() && has_text ? text->text : exif.software, *mark);
     }
     metadata.exif = changed(block, std::move(change), most, notices);
+    if (moved != metadata.png_texts.end()) {
+        metadata.png_texts.erase(moved);
+    }
+}
+
+void mark_comment(std::vector<std::string> &comments, const metadata::Mark &mark) {
+    const auto found = std::find_if(comments.begin(), comments.end(),
+                                    [](const std::string &comment) { return metadata::mark_in(comment).has_value(); });
+    std::string &comment = found != comments.end() ? *found : comments.emplace_back();
+    comment = with_mark(comment, mark);
 }
 
 void leave_trace(codec::Metadata &metadata, codec::Format format, const Trace &trace, const metadata::Mark &mark,
@@ -188,10 +190,9 @@ void leave_trace(codec::Metadata &metadata, codec::Format format, const Trace &t
     try {
         change_exif(metadata, trace, is_png ? nullptr : &mark, most, notices);
     } catch (const metadata::Error &error) {
-        notices.push_back(std::string(error.what()) +
-                          ": carried as it is, with the thumbnail of the old picture if it has one");
+        notices.push_back(error.what() + std::string(" and is carried as it is"));
         if (!is_png) {
-            metadata.comments.push_back(with_mark("", mark));
+            mark_comment(metadata.comments, mark);
         }
     }
 }

@@ -31,7 +31,7 @@ Exiv2::ExifData decoded(const Bytes &block) {
     } catch (const std::bad_alloc &) {
         throw;
     } catch (const std::exception &) {
-        throw Error("damaged Exif data");
+        throw Error("the Exif data is damaged");
     }
     return data;
 }
@@ -62,7 +62,7 @@ void check(const Bytes &block, const Bytes &result, const ExifChange &change) {
     const bool has_thumbnail =
         change.thumbnail ? found.thumbnail == change.thumbnail->jpeg : !change.drop_thumbnail || !found.has_thumbnail;
     if (!has_software || !has_thumbnail || lasting_values(block) != lasting_values(result)) {
-        throw Error("Exif data that cannot be changed without harm");
+        throw Error("the Exif data cannot be changed without harm");
     }
 }
 

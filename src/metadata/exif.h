@@ -12,7 +12,7 @@ namespace metadata {
 
 using Bytes = std::vector<uint8_t>;
 
-// Exif data that cannot be read or changed.
+// Exif data that cannot be read or changed; the text is a clause about it.
 class Error : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -32,8 +32,8 @@ struct Exif {
 };
 
 struct ExifChange {
-    std::optional<std::string> software;
-    std::optional<Thumbnail> thumbnail;
+    std::optional<std::string> software = std::nullopt;
+    std::optional<Thumbnail> thumbnail = std::nullopt;
     bool drop_thumbnail = false; // if there is no new one
 };
 

@@ -19,22 +19,21 @@ constexpr uint32_t type_ascii = 2;
 constexpr uint32_t type_short = 3;
 constexpr uint32_t type_long = 4;
 
-constexpr size_t inline_size = 4; // of a value that stands in its entry
+constexpr uint32_t most_entries = 0xffff; // of a directory
+constexpr size_t inline_size = 4;         // of a value that stands in its entry
 
 } // namespace
 
 ExifBlock::ExifBlock(Bytes bytes) : bytes_(std::move(bytes)), little_(!bytes_.empty() && bytes_[0] == 'I') {
     const uint32_t order = get(0, 2);
     if ((order != 0x4949 && order != 0x4d4d) || get(2, 2) != 42) {
-        throw Error("no Exif data");
+        throw Error("the Exif data is damaged");
     }
 }
 
 void ExifBlock::set_software(const std::string &text) {
-    if (!find(first(), tag_software)) {
-        add_entry(tag_software);
-    }
-    const size_t entry = *find(first(), tag_software);
+    const std::optional<size_t> old = find(first(), tag_software);
+    const size_t entry = old ? *old : add_entry(tag_software);
     Bytes value(text.begin(), text.end());
     value.push_back(0);
     size_t position = entry + 8;
@@ -52,7 +51,7 @@ void ExifBlock::set_thumbnail(const Thumbnail &thumbnail) {
     const auto old_position = directory ? number_of(*directory, tag_thumbnail) : std::nullopt;
     const auto old_size = directory ? number_of(*directory, tag_thumbnail_size) : std::nullopt;
     if (!old_position || !old_size || *old_position > bytes_.size() || *old_size > bytes_.size() - *old_position) {
-        throw Error("no thumbnail to replace");
+        throw Error("the Exif data has no thumbnail to replace");
     }
     const auto old = bytes_.begin() + static_cast<std::ptrdiff_t>(*old_position);
     std::fill(old, old + static_cast<std::ptrdiff_t>(*old_size), uint8_t{0});
@@ -85,7 +84,7 @@ void ExifBlock::drop_thumbnail() {
 
 uint32_t ExifBlock::get(size_t position, size_t size) const {
     if (position > bytes_.size() || size > bytes_.size() - position) {
-        throw Error("damaged Exif data");
+        throw Error("the Exif data is damaged");
     }
     uint32_t value = 0;
     for (size_t i = 0; i < size; ++i) {
@@ -154,8 +153,11 @@ void ExifBlock::set_number(const Directory &directory, uint32_t tag, uint32_t va
 }
 
 // A directory has no room for one more entry: it is laid out anew at the end of the block, where the header then points.
-void ExifBlock::add_entry(uint32_t tag) {
+size_t ExifBlock::add_entry(uint32_t tag) {
     const Directory old = first();
+    if (old.count == most_entries) {
+        throw Error("the Exif data has no room for another entry");
+    }
     uint32_t before = 0;
     while (before < old.count && get(entry(old, before), 2) < tag) {
         ++before;
@@ -173,6 +175,7 @@ void ExifBlock::add_entry(uint32_t tag) {
     put(entry(fresh, before), 2, tag);
     put(link(fresh), 4, next);
     put(4, 4, static_cast<uint32_t>(position));
+    return entry(fresh, before);
 }
 
 std::optional<ExifBlock::Directory> ExifBlock::second() const {

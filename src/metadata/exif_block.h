@@ -52,7 +52,7 @@ class ExifBlock {
     std::optional<uint32_t> number_of(const Directory &directory, uint32_t tag) const;
     bool has_room(size_t entry, size_t size) const;
     void set_number(const Directory &directory, uint32_t tag, uint32_t value);
-    void add_entry(uint32_t tag);
+    size_t add_entry(uint32_t tag);
     std::optional<Directory> second() const;
     void cut_end(size_t position, size_t size);
 

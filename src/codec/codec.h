@@ -47,7 +47,7 @@ class Reader {
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
-    // The picture. Its metadata is complete after finish().
+    // The picture. Of its metadata, what stands before the pixels; all of it after finish().
     const Description &description() const { return description_; }
 
     // The size of the rows that are delivered: the picture's, or that of the reduced picture.

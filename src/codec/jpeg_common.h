@@ -7,18 +7,14 @@
 
 #include <jpeglib.h>
 
-#include <string_view>
-
 #include "codec/guard.h"
+#include "codec/marks.h"
 
 namespace codec {
 
-// Exif data begins with these six bytes inside its segment.
-inline constexpr std::string_view exif_mark("Exif\0\0", 6);
-
 inline constexpr int app1 = JPEG_APP0 + 1;   // Exif, XMP
 inline constexpr int app2 = JPEG_APP0 + 2;   // ICC profile and others
-inline constexpr int app13 = JPEG_APP0 + 13; // captions
+inline constexpr int app13 = JPEG_APP0 + 13; // image resources, with captions
 
 inline constexpr size_t largest_segment = 65533;
 

@@ -11,6 +11,7 @@
 #include <jerror.h>
 
 #include "codec/formats.h"
+#include "codec/jpeg_segments.h"
 
 namespace codec {
 
@@ -18,13 +19,6 @@ namespace {
 
 // Files with more scans than any encoder makes are there to waste time.
 constexpr int most_scans = 500;
-
-constexpr std::string_view icc_mark("ICC_PROFILE\0", 12);
-constexpr std::string_view multi_picture_mark("MPF\0", 4); // offsets into the old file: of no use in a new one
-
-bool begins_with(const jpeg_saved_marker_ptr marker, std::string_view mark) {
-    return marker->data_length >= mark.size() && std::memcmp(marker->data, mark.data(), mark.size()) == 0;
-}
 
 // Takes the encoded bytes from an input, room by room.
 struct Supply {
@@ -83,7 +77,8 @@ class JpegReader : public Reader {
         errors_.trouble.guarded([this] { read_header(); });
         check_size(info_.image_width, info_.image_height);
         describe();
-        errors_.trouble.guarded([&] { start(reduction); });
+        read_metadata();
+        errors_.trouble.guarded([&] { set_size(reduction); });
         width_ = info_.output_width;
         height_ = info_.output_height;
     }
@@ -91,6 +86,7 @@ class JpegReader : public Reader {
     void read(uint32_t rows, uint8_t *pixels, uint8_t *) override {
         const size_t row_bytes = size_t{width_} * description_.channels;
         errors_.trouble.guarded([&] {
+            start();
             for (uint32_t row = 0; row < rows; ++row) {
                 JSAMPROW to = pixels + row * row_bytes;
                 jpeg_read_scanlines(&info_, &to, 1);
@@ -101,11 +97,16 @@ class JpegReader : public Reader {
     void finish(Notices &notices) override {
         // jpeg_finish_decompress frees the saved markers with it; here only the rest of the file is read.
         errors_.trouble.guarded([this] {
+            start();
             while (jpeg_input_complete(&info_) == FALSE) {
                 jpeg_consume_input(&info_);
             }
         });
-        read_metadata(description_.metadata, notices);
+        const SegmentSorter sorter = read_metadata();
+        if (description_.metadata.icc_profile.empty() && sorter.has_icc_profile()) {
+            notices.push_back("the ICC profile is damaged and left out");
+        }
+        sorter.tell(*supply_.input, supply_.offset - supply_.manager.bytes_in_buffer, description_.metadata, notices);
         errors_.trouble.tell_warnings(notices);
     }
 
@@ -122,14 +123,15 @@ class JpegReader : public Reader {
         progress_.progress_monitor = on_progress;
         info_.progress = &progress_;
         info_.src = &supply_.manager;
-        for (const int marker : {app1, app2, app13}) {
+        for (int marker = JPEG_APP0; marker <= JPEG_APP0 + 15; ++marker) {
             jpeg_save_markers(&info_, marker, 0xffff);
         }
+        jpeg_save_markers(&info_, JPEG_COM, 0xffff);
         jpeg_read_header(&info_, TRUE);
     }
 
     // The decoder has its fast ways for these sizes.
-    void start(const Reduction &reduction) {
+    void set_size(const Reduction &reduction) {
         info_.out_color_space = description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         for (info_.scale_denom = 8; info_.scale_denom > 1; info_.scale_denom /= 2) {
             jpeg_calc_output_dimensions(&info_);
@@ -137,7 +139,15 @@ class JpegReader : public Reader {
                 break;
             }
         }
-        jpeg_start_decompress(&info_);
+        jpeg_calc_output_dimensions(&info_);
+    }
+
+    // Not before the first row is asked for: of a progressive file, this reads all.
+    void start() {
+        if (!started_) {
+            started_ = true;
+            jpeg_start_decompress(&info_);
+        }
     }
 
     void describe() {
@@ -196,29 +206,19 @@ class JpegReader : public Reader {
         return found;
     }
 
-    void read_metadata(Metadata &metadata, Notices &notices) {
+    SegmentSorter read_metadata() {
+        Metadata metadata;
+        SegmentSorter sorter;
         for (jpeg_saved_marker_ptr marker = info_.marker_list; marker != nullptr; marker = marker->next) {
-            read_segment(marker, metadata);
+            sorter.add(marker->marker, {marker->data, marker->data_length}, metadata);
         }
+        SegmentSorter::complete(metadata);
         read_icc_profile(metadata);
         if (info_.saw_JFIF_marker && info_.X_density != 0 && info_.Y_density != 0) {
             metadata.density = density();
         }
-        if (metadata.icc_profile.empty() && found_icc_) {
-            notices.push_back("the ICC profile is damaged and left out");
-        }
-    }
-
-    void read_segment(jpeg_saved_marker_ptr marker, Metadata &metadata) {
-        const JOCTET *begin = marker->data;
-        const JOCTET *end = begin + marker->data_length;
-        if (marker->marker == app1 && begins_with(marker, exif_mark) && metadata.exif.empty()) {
-            metadata.exif.assign(begin + exif_mark.size(), end);
-        } else if (marker->marker == app2 && begins_with(marker, icc_mark)) {
-            found_icc_ = true;
-        } else if (marker->marker != app2 || !begins_with(marker, multi_picture_mark)) {
-            metadata.jpeg_segments.push_back({marker->marker, Bytes(begin, end)});
-        }
+        description_.metadata = std::move(metadata);
+        return sorter;
     }
 
     void read_icc_profile(Metadata &metadata) {
@@ -245,7 +245,7 @@ class JpegReader : public Reader {
 
     JpegErrors errors_{};
     Supply supply_;
-    bool found_icc_ = false;
+    bool started_ = false;
     jpeg_progress_mgr progress_{};
     Decompressor info_{}; // last, so that it goes first: it uses the others
 };

@@ -9,6 +9,10 @@
 #include <array>
 
 #include "codec/formats.h"
+#include "codec/jpeg_segments.h"
+#include "codec/left_out.h"
+#include "codec/photoshop.h"
+#include "codec/png_texts.h"
 
 namespace codec {
 
@@ -57,10 +61,10 @@ class JpegWriter : public Writer {
         destination_.manager = {nullptr, 0, empty_room, on_full, on_end};
         destination_.output = &output;
         tell_losses(notices);
-        const Bytes exif = exif_segment();
+        const std::vector<JpegSegment> segments = segments_to_write();
         errors_.trouble.guarded([&] {
             start(quality ? &*quality : nullptr);
-            write_metadata(exif);
+            write_metadata(segments);
         });
     }
 
@@ -97,17 +101,41 @@ class JpegWriter : public Writer {
         if (picture_.metadata.png_colours.gamma && picture_.metadata.icc_profile.empty()) {
             notices.push_back("a JPEG file has no room for the PNG file's gamma, which is left out");
         }
+        if (!picture_.metadata.xmp.empty() && xmp_segment(picture_.metadata.xmp).empty()) {
+            notices.push_back("the XMP data is too large for a JPEG file and left out");
+        }
+        tell_left_out(picture_.metadata, {.xmp = true, .photoshop = true, .comments = true, .jpeg_segments = true}, notices);
     }
 
-    Bytes exif_segment() const {
-        const Bytes &exif = picture_.metadata.exif;
-        if (exif.empty() || !exif_fits()) {
-            return {};
+    // Exif data and XMP come first, where readers look for them; comments come last.
+    std::vector<JpegSegment> segments_to_write() const {
+        const Metadata &metadata = picture_.metadata;
+        std::vector<JpegSegment> segments;
+        if (!metadata.exif.empty() && exif_fits()) {
+            add_parts(segments, app1, exif_mark, metadata.exif);
         }
-        Bytes segment(exif_mark.size() + exif.size());
-        const auto behind_mark = std::copy(exif_mark.begin(), exif_mark.end(), segment.begin());
-        std::copy(exif.begin(), exif.end(), behind_mark);
-        return segment;
+        if (Bytes xmp = metadata.xmp.empty() ? Bytes() : xmp_segment(metadata.xmp); !xmp.empty()) {
+            segments.push_back({app1, std::move(xmp)});
+        }
+        add_parts(segments, app13, photoshop_mark, resources_with_iptc(metadata));
+        segments.insert(segments.end(), metadata.jpeg_segments.begin(), metadata.jpeg_segments.end());
+        for (const std::string &comment : comments_for_jpeg(metadata)) {
+            add_parts(segments, JPEG_COM, {}, comment);
+        }
+        return segments;
+    }
+
+    // Adds segments that each begin with a mark and hold as much of the content as they have room for; no content is none.
+    template <class Content>
+    static void add_parts(std::vector<JpegSegment> &segments, int marker, std::string_view mark, const Content &content) {
+        const size_t most = largest_segment - mark.size();
+        for (size_t done = 0; done < content.size(); done += most) {
+            const auto count = std::min(most, content.size() - done);
+            Bytes bytes(mark.size() + count);
+            const auto behind_mark = std::copy(mark.begin(), mark.end(), bytes.begin());
+            std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(done), count, behind_mark);
+            segments.push_back({marker, std::move(bytes)});
+        }
     }
 
     void start(const int *quality) {
@@ -171,17 +199,10 @@ class JpegWriter : public Writer {
         info_.Y_density = static_cast<UINT16>(density.y);
     }
 
-    void write_marker(int marker, const Bytes &bytes) {
-        jpeg_write_marker(&info_, marker, bytes.data(), static_cast<unsigned int>(bytes.size()));
-    }
-
-    void write_metadata(const Bytes &exif) {
+    void write_metadata(const std::vector<JpegSegment> &segments) {
         const Metadata &metadata = picture_.metadata;
-        if (!exif.empty()) {
-            write_marker(app1, exif);
-        }
-        for (const JpegSegment &segment : metadata.jpeg_segments) {
-            write_marker(segment.marker, segment.bytes);
+        for (const JpegSegment &segment : segments) {
+            jpeg_write_marker(&info_, segment.marker, segment.bytes.data(), static_cast<unsigned int>(segment.bytes.size()));
         }
         if (!metadata.icc_profile.empty() && icc_profile_fits()) {
             jpeg_write_icc_profile(&info_, metadata.icc_profile.data(), static_cast<unsigned int>(metadata.icc_profile.size()));

@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace codec {
@@ -42,12 +43,37 @@ struct JpegSegment {
     Bytes bytes;
 };
 
+// A text of a PNG file, in bytes as its chunk has them unpacked: Latin-1, or UTF-8 in an international one.
+struct PngText {
+    enum class Kind { plain, compressed, international, international_compressed };
+    Kind kind = Kind::plain;
+    std::string keyword;
+    std::string text;
+    std::string language = {}; // of an international text, as is the keyword in that language
+    std::string translated_keyword = {};
+
+    bool is_international() const { return kind == Kind::international || kind == Kind::international_compressed; }
+};
+
+// A PNG chunk that has no field of its own here.
+struct PngChunk {
+    std::string name;
+    Bytes bytes;
+    bool behind_pixels = false;
+};
+
 struct Metadata {
     Bytes exif; // from the byte-order mark on
     Bytes icc_profile;
+    Bytes xmp;                         // one packet, in UTF-8
+    Bytes photoshop;                   // image resources, one behind the other
+    Bytes iptc;                        // IIM records; the image resources hold them too where both came from one block
+    std::vector<std::string> comments; // of a JPEG file, which does not say in what encoding
+    std::vector<PngText> png_texts;    // those that are none of the above
     std::optional<Density> density;
     PngColours png_colours;
-    std::vector<JpegSegment> jpeg_segments; // neither Exif nor ICC profile: captions, XMP and the like
+    std::vector<JpegSegment> jpeg_segments; // those that are none of the above and may stand in a file with other pixels
+    std::vector<PngChunk> png_chunks;       // the same
 };
 
 // Luminance samples per colour sample along x and y: 1 and 1 is full colour (4:4:4), 2 and 2 is 4:2:0.

@@ -8,6 +8,9 @@
 
 #include "codec/formats.h"
 #include "codec/guard.h"
+#include "codec/left_out.h"
+#include "codec/png_chunks.h"
+#include "codec/png_texts.h"
 
 namespace codec {
 
@@ -48,7 +51,7 @@ class PngReader : public Reader {
 
     void finish(Notices &notices) override {
         trouble_.guarded([this] { png_read_end(png_, info_); }); // metadata may stand behind the pixels
-        description_.metadata = read_metadata();
+        read_metadata(notices);
         trouble_.tell_warnings(notices);
         if (deep_) {
             notices.push_back("16 bits a channel reduced to 8");
@@ -78,10 +81,12 @@ class PngReader : public Reader {
             png_set_read_fn(png_, this, on_read);
             // A profile is carried, not interpreted: no comparison with the well-known ones.
             png_set_option(png_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
+            keep_chunks(png_);
             png_read_info(png_, info_);
         });
         check_size(png_get_image_width(png_, info_), png_get_image_height(png_, info_));
         deep_ = png_get_bit_depth(png_, info_) == 16;
+        plain_colours_ = png_get_bit_depth(png_, info_) == 8 && png_get_color_type(png_, info_) != PNG_COLOR_TYPE_PALETTE;
         interlaced_ = png_get_interlace_type(png_, info_) != PNG_INTERLACE_NONE;
         trouble_.guarded([this] {
             png_set_expand(png_); // palette to RGB, few bits to 8, a transparent colour to alpha
@@ -90,6 +95,8 @@ class PngReader : public Reader {
             png_read_update_info(png_, info_);
         });
         describe();
+        Notices none;
+        read_metadata(none);
     }
 
     void describe() {
@@ -136,13 +143,53 @@ class PngReader : public Reader {
         }
     }
 
-    Metadata read_metadata() {
+    void read_metadata(Notices &notices) {
         Metadata metadata;
         metadata.exif = exif();
         metadata.icc_profile = icc_profile();
         metadata.density = density();
         metadata.png_colours = colours();
-        return metadata;
+        read_texts(metadata);
+        ChunkSorter sorter(plain_colours_);
+        for (const PngChunk &chunk : chunks()) {
+            sorter.add(chunk, metadata, notices);
+        }
+        description_.metadata = std::move(metadata);
+    }
+
+    void read_texts(Metadata &metadata) {
+        png_textp texts = nullptr;
+        const int count = png_get_text(png_, info_, &texts, nullptr);
+        for (const png_text &text : std::span(texts, static_cast<size_t>(std::max(count, 0)))) {
+            add_text(text_of(text), metadata);
+        }
+    }
+
+    static PngText text_of(const png_text &text) {
+        const auto string_of = [](png_const_charp chars) { return std::string(chars != nullptr ? chars : ""); };
+        switch (text.compression) {
+        case PNG_TEXT_COMPRESSION_NONE:
+        case PNG_TEXT_COMPRESSION_zTXt: {
+            const bool plain = text.compression == PNG_TEXT_COMPRESSION_NONE;
+            return {plain ? PngText::Kind::plain : PngText::Kind::compressed, string_of(text.key), string_of(text.text)};
+        }
+        default: {
+            const bool plain = text.compression == PNG_ITXT_COMPRESSION_NONE;
+            return {plain ? PngText::Kind::international : PngText::Kind::international_compressed, string_of(text.key),
+                    string_of(text.text), string_of(text.lang), string_of(text.lang_key)};
+        }
+        }
+    }
+
+    std::vector<PngChunk> chunks() {
+        std::vector<PngChunk> found;
+        png_unknown_chunkp chunks = nullptr;
+        const int count = png_get_unknown_chunks(png_, info_, &chunks);
+        for (const png_unknown_chunk &chunk : std::span(chunks, static_cast<size_t>(std::max(count, 0)))) {
+            found.push_back({reinterpret_cast<const char *>(chunk.name), Bytes(chunk.data, chunk.data + chunk.size),
+                             (chunk.location & PNG_AFTER_IDAT) != 0});
+        }
+        return found;
     }
 
     Bytes exif() {
@@ -198,6 +245,7 @@ class PngReader : public Reader {
     png_structp &png_ = structures_.png;
     png_infop &info_ = structures_.info;
     bool deep_ = false;
+    bool plain_colours_ = false; // pixels come as they stand in the file
     bool interlaced_ = false;
     Bytes joined_;   // a row with alpha
     Plane whole_;    // the rows of an interlaced file, alpha and all

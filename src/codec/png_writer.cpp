@@ -7,6 +7,8 @@
 
 #include "codec/formats.h"
 #include "codec/guard.h"
+#include "codec/left_out.h"
+#include "codec/png_texts.h"
 
 namespace codec {
 
@@ -22,7 +24,8 @@ struct Structures {
 class PngWriter : public Writer {
   public:
     PngWriter(Output &output, const Description &picture, Notices &notices)
-        : output_(output), picture_(picture), joined_(picture.has_alpha ? picture.row_bytes() + picture.width : 0) {
+        : output_(output), picture_(picture), joined_(picture.has_alpha ? picture.row_bytes() + picture.width : 0),
+          texts_(texts_to_write(picture.metadata, notices)) {
         png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
         info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
         if (info_ == nullptr) {
@@ -32,6 +35,7 @@ class PngWriter : public Writer {
         if (!picture_.metadata.icc_profile.empty() && png_get_valid(png_, info_, PNG_INFO_iCCP) == 0) {
             notices.push_back("the ICC profile does not suit a PNG file and is left out");
         }
+        tell_left_out(picture_.metadata, {.xmp = true, .photoshop = true, .comments = true, .png = true}, notices);
     }
 
     void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) override {
@@ -48,7 +52,10 @@ class PngWriter : public Writer {
     }
 
     void finish(Notices &notices) override {
-        trouble_.guarded([this] { png_write_end(png_, nullptr); }); // all metadata stands before the pixels
+        trouble_.guarded([this] {
+            write_chunks(true);
+            png_write_end(png_, nullptr);
+        });
         trouble_.tell_warnings(notices);
     }
 
@@ -81,6 +88,7 @@ class PngWriter : public Writer {
                          PNG_COMPRESSION_TYPE_DEFAULT, PNG_FILTER_TYPE_DEFAULT);
             set_metadata();
             png_write_info(png_, info_);
+            write_chunks(false);
         });
     }
 
@@ -101,6 +109,46 @@ class PngWriter : public Writer {
             png_set_pHYs(png_, info_, density.x, density.y, unit);
         }
         set_colours(metadata.png_colours);
+        for (const PngText &text : texts_) {
+            set_text(text);
+        }
+    }
+
+    // libpng copies the text.
+    void set_text(const PngText &text) {
+        const auto chars = [](const std::string &string) { return const_cast<png_charp>(string.c_str()); };
+        png_text entry{};
+        entry.compression = compression_of(text.kind);
+        entry.key = chars(text.keyword);
+        entry.text = chars(text.text);
+        entry.text_length = text.is_international() ? 0 : text.text.size();
+        entry.itxt_length = text.is_international() ? text.text.size() : 0;
+        entry.lang = chars(text.language);
+        entry.lang_key = chars(text.translated_keyword);
+        png_set_text(png_, info_, &entry, 1);
+    }
+
+    static int compression_of(PngText::Kind kind) {
+        switch (kind) {
+        case PngText::Kind::plain:
+            return PNG_TEXT_COMPRESSION_NONE;
+        case PngText::Kind::compressed:
+            return PNG_TEXT_COMPRESSION_zTXt;
+        case PngText::Kind::international:
+            return PNG_ITXT_COMPRESSION_NONE;
+        default:
+            return PNG_ITXT_COMPRESSION_zTXt;
+        }
+    }
+
+    // Runs inside a guarded step.
+    void write_chunks(bool behind_pixels) {
+        for (const PngChunk &chunk : picture_.metadata.png_chunks) {
+            if (chunk.behind_pixels == behind_pixels) {
+                png_write_chunk(png_, reinterpret_cast<png_const_bytep>(chunk.name.c_str()), chunk.bytes.data(),
+                                chunk.bytes.size());
+            }
+        }
     }
 
     void set_colours(const PngColours &colours) {
@@ -128,6 +176,7 @@ class PngWriter : public Writer {
     Output &output_;
     const Description &picture_;
     Bytes joined_; // a row with alpha
+    const std::vector<PngText> texts_;
     Trouble trouble_;
     Structures structures_;
     png_structp &png_ = structures_.png;

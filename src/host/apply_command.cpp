@@ -4,6 +4,7 @@
 #include "enhance.h"
 #include "grid_file.h"
 #include "kohost/curves.h"
+#include "marked.h"
 #include "workers.h"
 
 namespace host {
@@ -19,7 +20,10 @@ kohost::TileTrcPtr load_named(const std::string &path) {
 }
 
 void apply_to_file(const Job &job, const TileTRC &curves, const Options &options, Entry &entry) {
-    Source source(job.input);
+    Source source(job.input, options.preserve);
+    if (leave_marked(job, source, Deed::curves, options, entry)) {
+        return;
+    }
     source.scan();
     check_fit(curves, source.size().width, source.size().height);
     const bool unchanged =
@@ -28,7 +32,7 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
         copy_picture(job, source, options.quality, entry);
         source.notices.push_back(why_it_stays);
     } else {
-        write_enhanced(job, source, options.quality, curves, options.tuning.ratio, entry);
+        write_enhanced(job, source, options.quality, curves, options.tuning.ratio, entry, {Deed::curves});
     }
     report_notices(source.notices, entry);
     entry.done(

@@ -5,6 +5,7 @@
 #include <optional>
 
 #include "enhance.h"
+#include "marked.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -38,18 +39,23 @@ Result result_of(const Job &job, const Source &source, const std::optional<kohos
 }
 
 void improve_file(const Job &job, const Options &options, Entry &entry) {
-    Source source(job.input);
+    Source source(job.input, options.preserve);
+    if (leave_marked(job, source, Deed::shadows, options, entry)) {
+        return;
+    }
     std::optional<kohost::RedEyes> eyes;
-    if (!options.red_eyes.model.empty()) {
+    if (!options.red_eyes.model.empty() && !is_marked(source, Deed::red_eyes, options)) {
         eyes = repair(job, source, options.red_eyes, entry);
     }
     entry.at(Stage::reading);
     const Enhancement enhancement =
         plan(source.working_copy(options.tuning.working_area), options.tuning, options.judging, entry);
     if (enhancement.curves != nullptr) {
-        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry);
+        const bool repaired_eyes = eyes && eyes->changed;
+        const std::vector<Deed> deeds = repaired_eyes ? std::vector{Deed::red_eyes, Deed::shadows} : std::vector{Deed::shadows};
+        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry, deeds);
     } else if (eyes && eyes->changed) {
-        write_picture(job, source, options.quality, nullptr, entry);
+        write_picture(job, source, options.quality, nullptr, entry, repaired(source));
     } else {
         copy_picture(job, source, options.quality, entry);
     }

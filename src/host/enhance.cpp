@@ -26,6 +26,18 @@ std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, con
     return kohost::deciding(scores.judgement(), judging.policy);
 }
 
+// A picture in small under the curves of the whole; none if it has too few pixels for the grid.
+std::optional<kohost::Image> under(const TileTRC &curves, float ratio, kohost::Image image) {
+    const kohost::Grid grid{KoTileTRCGetNumStripsX(&curves), KoTileTRCGetNumStripsY(&curves)};
+    const kohost::Grid fitting = kohost::fitting_grid(grid, image.size);
+    if (fitting.columns != grid.columns || fitting.rows != grid.rows) {
+        return std::nullopt;
+    }
+    kohost::Application application(curves, ratio, image.size, image.channels);
+    application.apply(image.size.height, image.bytes.data());
+    return image;
+}
+
 } // namespace
 
 const char *shown(Decision decision) {
@@ -94,11 +106,11 @@ Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &
 }
 
 void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio,
-                    Entry &entry) {
+                    Entry &entry, const std::vector<Deed> &deeds) {
     KoStatusClear();
     kohost::Application application(curves, ratio, source.size(), source.description().channels);
-    write_picture(
-        job, source, quality, [&](uint32_t rows, uint8_t *pixels) { application.apply(rows, pixels); }, entry);
+    write_picture(job, source, quality, [&](uint32_t rows, uint8_t *pixels) { application.apply(rows, pixels); }, entry,
+                  {deeds, [&] { return under(curves, ratio, source.preview()); }});
 }
 
 } // namespace host

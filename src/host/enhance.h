@@ -38,9 +38,9 @@ kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::
 // What is reported of a picture that no curve changes.
 inline constexpr const char *why_it_stays = "a gray picture stays as it is under a grid of 1x1";
 
-// Writes a picture under curves.
+// Writes a picture under curves. The deeds are all that was done to it, the curves included.
 void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio,
-                    Entry &entry);
+                    Entry &entry, const std::vector<Deed> &deeds);
 
 } // namespace host
 

@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "enhance.h"
+#include "marked.h"
 #include "report_page.h"
 #include "workers.h"
 
@@ -10,11 +11,14 @@ namespace host {
 namespace {
 
 void enhance_file(const Job &job, const Options &options, Entry &entry) {
-    Source source(job.input);
+    Source source(job.input, options.preserve);
+    if (leave_marked(job, source, Deed::shadows, options, entry)) {
+        return;
+    }
     const Enhancement enhancement =
         plan(source.working_copy(options.tuning.working_area), options.tuning, options.judging, entry);
     if (enhancement.curves != nullptr) {
-        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry);
+        write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry, {Deed::shadows});
     } else {
         copy_picture(job, source, options.quality, entry);
     }

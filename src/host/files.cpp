@@ -46,7 +46,9 @@ FileInput::FileInput(const fs::path &path) {
     }
     if (!file_.has_places()) {
         keep_all();
+        return;
     }
+    traits_ = file_.traits();
 }
 
 std::optional<size_t> FileInput::read(uint64_t offset, std::span<uint8_t> room) noexcept {
@@ -88,7 +90,8 @@ bool Target::write(std::span<const uint8_t> bytes) noexcept {
 
 void Target::fail() const { throw FileError("cannot write " + name_ + ": " + system::failure()); }
 
-Draft::Draft(const fs::path &target) : Target(target.string()), target_(place_of(target)) {
+Draft::Draft(const fs::path &target, const std::optional<system::Traits> &traits)
+    : Target(target.string()), target_(place_of(target)), traits_(traits) {
     const std::lock_guard<std::mutex> guard(drafts_lock);
     system::File::Made made = system::File::Made::exists;
     for (int number = 0; made == system::File::Made::exists; ++number) {
@@ -116,13 +119,12 @@ void Draft::check_room() {
     }
 }
 
+// Times come last: everything else changes them.
 void Draft::take_place() {
-    std::error_code error;
-    const fs::file_status present = fs::status(target_, error);
-    if (fs::is_regular_file(present)) {
-        fs::permissions(path_, present.permissions(), error); // as far as the system lets us
+    if (!traits_) {
+        take_permissions();
     }
-    if (!file_.sync() || !file_.close()) {
+    if (!file_.sync() || (traits_ && !file_.take(*traits_)) || !file_.close()) {
         fail();
     }
     const std::lock_guard<std::mutex> guard(drafts_lock);
@@ -130,6 +132,14 @@ void Draft::take_place() {
         fail();
     }
     drafts.erase(path_);
+}
+
+void Draft::take_permissions() {
+    std::error_code error;
+    const fs::file_status present = fs::status(target_, error);
+    if (fs::is_regular_file(present)) {
+        fs::permissions(path_, present.permissions(), error); // as far as the system lets us
+    }
 }
 
 // The lock is kept, so that no thread goes on with a draft until the program has ended.
@@ -152,7 +162,7 @@ class StandardOutput : public Target {
 
 } // namespace
 
-std::unique_ptr<Target> open_target(const fs::path &target) {
+std::unique_ptr<Target> open_target(const fs::path &target, const std::optional<system::Traits> &traits) {
     if (target == standard_stream) {
         return std::make_unique<StandardOutput>();
     }
@@ -163,11 +173,11 @@ std::unique_ptr<Target> open_target(const fs::path &target) {
             throw FileError("cannot write " + target.string() + ": the folder cannot be made: " + error.message());
         }
     }
-    return std::make_unique<Draft>(target);
+    return std::make_unique<Draft>(target, traits);
 }
 
-void copy_file(codec::Input &input, const fs::path &target) {
-    const std::unique_ptr<Target> output = open_target(target);
+void copy_file(codec::Input &input, const fs::path &target, const std::optional<system::Traits> &traits) {
+    const std::unique_ptr<Target> output = open_target(target, traits);
     std::array<uint8_t, 1 << 16> room;
     uint64_t offset = 0;
     while (const std::optional<size_t> count = input.read(offset, room)) {

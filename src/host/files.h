@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <span>
 #include <stdexcept>
 #include <string>
@@ -31,10 +32,14 @@ class FileInput : public codec::Input {
     std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept override;
     const char *failure() const noexcept override { return failure_.c_str(); }
 
+    // As they were when the file was opened; none of what is no regular file.
+    const std::optional<system::Traits> &traits() const { return traits_; }
+
   private:
     void keep_all();
 
     system::File file_;
+    std::optional<system::Traits> traits_;
     codec::Bytes kept_;
     bool is_kept_ = false;
     std::string failure_;
@@ -64,10 +69,11 @@ class Target : public codec::Output {
 };
 
 // A file that is written beside its target and takes the target's name when it is whole; until then it is gone with its scope,
-// or when the program is interrupted, and the target stays as it was. The permissions of an existing target are kept.
+// or when the program is interrupted, and the target stays as it was. The permissions of an existing target are kept, unless
+// the file is given traits.
 class Draft : public Target {
   public:
-    explicit Draft(const std::filesystem::path &target);
+    explicit Draft(const std::filesystem::path &target, const std::optional<system::Traits> &traits = std::nullopt);
     ~Draft() override;
     Draft(const Draft &) = delete;
     Draft &operator=(const Draft &) = delete;
@@ -84,15 +90,20 @@ class Draft : public Target {
     static void abandon_all();
 
   private:
+    void take_permissions();
+
     std::filesystem::path target_;
+    std::optional<system::Traits> traits_;
     std::filesystem::path path_;
 };
 
 // A draft, or the standard output for its name. Makes the folders above a draft that are missing.
-std::unique_ptr<Target> open_target(const std::filesystem::path &target);
+std::unique_ptr<Target> open_target(const std::filesystem::path &target,
+                                    const std::optional<system::Traits> &traits = std::nullopt);
 
 // Writes the bytes of an input as they are.
-void copy_file(codec::Input &input, const std::filesystem::path &target);
+void copy_file(codec::Input &input, const std::filesystem::path &target,
+               const std::optional<system::Traits> &traits = std::nullopt);
 
 // Writes a file by a step that is handed the path of the draft, which exists and is empty. look may refuse the whole file
 // before it takes its place. Both refuse by an exception.

@@ -251,6 +251,14 @@ void add_quality(CLI::App &command, Options &options) {
         ->group(output_group);
 }
 
+// The options of every command whose results are pictures like their inputs.
+void add_results(CLI::App &command, Options &options) {
+    add_quality(command, options);
+    command.add_flag("-p,--preserve", options.preserve, "keep the input's modification time and permissions")
+        ->group(output_group);
+    command.add_flag("--again", options.again, "do also what the mark in a picture says was done")->group(judgement_group);
+}
+
 CLI::Option *add_json(CLI::App &command, Options &options) {
     return command
         .add_flag_callback(
@@ -333,7 +341,7 @@ void add_enhance(CLI::App &app, Options &options) {
     add_inputs(command, options);
     add_destination(command, options);
     add_enhancement(command, options);
-    add_quality(command, options);
+    add_results(command, options);
     add_page(command, options);
     add_report(command, options);
     command.footer("One line per picture reports its name, size, the decision and the time. A picture that would not gain is\n"
@@ -354,7 +362,7 @@ void add_redeye(CLI::App &app, Options &options) {
         ->type_name("DIR")
         ->check(refuse_empty)
         ->group(red_eye_group);
-    add_quality(command, options);
+    add_results(command, options);
     add_page(command, options);
     add_report(command, options);
     command.footer("One line per picture reports how many places the model accepted, left undecided and rejected; what is\n"
@@ -369,7 +377,7 @@ void add_auto(CLI::App &app, Options &options) {
     add_model(command, options.red_eyes, "the configuration of the red-eye model; without one red eyes stay");
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
-    add_quality(command, options);
+    add_results(command, options);
     add_page(command, options);
     add_report(command, options);
     command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
@@ -420,7 +428,7 @@ void add_apply(CLI::App &app, Options &options) {
     add_inputs(command, options);
     add_destination(command, options);
     add_ratio(command, options.tuning);
-    add_quality(command, options);
+    add_results(command, options);
     add_report(command, options);
     command.footer(about_files + about_status);
 }

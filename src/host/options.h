@@ -28,6 +28,8 @@ struct Options {
     GridForm form = GridForm::text;
     bool draw = false; // curves: a picture instead of a grid
     std::optional<int> quality;
+    bool again = false;    // also pictures that a mark says were done
+    bool preserve = false; // results keep their inputs' times and permissions
     Reporting reporting;
     unsigned jobs = 1; // pictures that are worked on at the same time
 };

@@ -39,6 +39,15 @@ void show_copied(PageEntry &page, Source &source, Entry &entry) {
     keep_description(page, source.description());
 }
 
+// Most pixels that are kept of a picture for its thumbnail.
+constexpr uint64_t preview_area = 500'000;
+
+kohost::Image reduced(const kohost::Image &image, kohost::Size size) {
+    kohost::AreaAverage average(image.size, size, image.channels);
+    average.add(image.size.height, image.bytes.data());
+    return average.take();
+}
+
 } // namespace
 
 // Every pass reports the same.
@@ -70,7 +79,14 @@ kohost::WorkingCopy Source::working_copy(uint64_t area) {
     }
     kohost::AreaAverage average({reader->width(), reader->height()}, halved, channels);
     read_all(*reader, [&](uint32_t rows, const uint8_t *pixels) { average.add(rows, pixels); });
-    return kohost::make_working_copy(average.take(), working);
+    kohost::WorkingCopy copy = kohost::make_working_copy(average.take(), working);
+    preview_.reset();
+    if (!description_.metadata.exif.empty()) {
+        preview_ = copy.average.size.area() <= preview_area
+                       ? copy.average
+                       : reduced(copy.average, kohost::working_size(copy.average.size, preview_area));
+    }
+    return copy;
 }
 
 void Source::scan() {
@@ -88,16 +104,33 @@ codec::Picture &Source::load() {
 
 std::unique_ptr<codec::Reader> Source::rows() { return whole_ ? codec::rows_of(*whole_) : codec::open(input_); }
 
+const codec::Description &Source::look() {
+    if (!finished_) {
+        description_ = rows()->description();
+    }
+    return description_;
+}
+
+kohost::Image Source::preview() { return preview_ ? *preview_ : working_copy(preview_area).average; }
+
+void Source::complete() {
+    if (!finished_) {
+        scan();
+    }
+}
+
 codec::Format target_format(const Job &job, const codec::Description &source) { return job.format.value_or(source.format); }
 
-void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry) {
-    const codec::Description &picture = source.description();
-    const codec::Format format = target_format(job, picture);
+void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry,
+                   const Trace &trace) {
+    const codec::Description picture =
+        traced(source.description(), target_format(job, source.description()), trace, source.notices);
+    const codec::Format format = target_format(job, source.description());
     note_name(job, format, source.notices);
     if (job.dry_run) {
         return;
     }
-    const std::unique_ptr<Target> target = open_target(job.target);
+    const std::unique_ptr<Target> target = open_target(job.target, source.traits());
     const std::unique_ptr<codec::Reader> reader = source.rows();
     if (reader->width() != picture.width || reader->height() != picture.height ||
         reader->description().channels != picture.channels || reader->description().has_alpha != picture.has_alpha) {
@@ -132,6 +165,7 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
 
 void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry) {
     if (target_format(job, source.description()) != source.description().format) {
+        source.complete();
         write_picture(job, source, quality, nullptr, entry);
         return;
     }
@@ -142,7 +176,7 @@ void copy_picture(const Job &job, Source &source, std::optional<int> quality, En
     source.notices.clear(); // what the decoding changed or left out is there in the copy
     note_name(job, source.description().format, source.notices);
     if (!job.dry_run) {
-        copy_file(source.input(), job.target);
+        copy_file(source.input(), job.target, source.traits());
     }
 }
 

@@ -13,13 +13,18 @@
 #include "jobs.h"
 #include "kohost/working_copy.h"
 #include "report.h"
+#include "trace.h"
 
 namespace host {
 
 // A picture in a file. Its rows are decoded anew for each pass, unless the whole picture is in memory.
 class Source {
   public:
-    explicit Source(const std::string &path) : input_(path) {}
+    // A result keeps the file's times and permissions if it is to preserve them.
+    explicit Source(const std::string &path, bool preserve = false) : input_(path), preserve_(preserve) {}
+
+    // What the file says of the picture before its pixels. Reads no further.
+    const codec::Description &look();
 
     // Reads the file to its end and gives the picture at the size at which it is judged. That of a picture of at most area
     // pixels is the picture itself.
@@ -34,11 +39,20 @@ class Source {
     // The rows once more.
     std::unique_ptr<codec::Reader> rows();
 
+    // The picture in small, as it is in memory if it is there.
+    kohost::Image preview();
+
+    // Reads the file to its end unless that was done.
+    void complete();
+
     // What follows is valid after the file was read to its end.
     const codec::Description &description() const { return description_; }
     kohost::Size size() const { return {description_.width, description_.height}; }
 
     codec::Input &input() { return input_; }
+
+    // What a result is to have of the file beside its picture.
+    std::optional<system::Traits> traits() const { return preserve_ ? input_.traits() : std::nullopt; }
 
     codec::Notices notices; // of the reading, then of the writing
 
@@ -47,7 +61,9 @@ class Source {
     template <class Step> void read_all(codec::Reader &reader, const Step &step);
 
     FileInput input_;
+    bool preserve_;
     codec::Description description_;
+    std::optional<kohost::Image> preview_; // of the latest working copy, of a picture with Exif data
     std::optional<codec::Picture> whole_;
     bool finished_ = false;
 };
@@ -58,8 +74,10 @@ codec::Format target_format(const Job &job, const codec::Description &source);
 // Changes rows in place on their way from one file to the next.
 using RowStep = std::function<void(uint32_t rows, uint8_t *pixels)>;
 
-// Writes a picture to the target of a job, row by row and each through a step, or as they are without one.
-void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry);
+// Writes a picture to the target of a job, row by row and each through a step, or as they are without one. The result carries
+// the trace of what was done.
+void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry,
+                   const Trace &trace = {});
 
 // Writes a picture that was not changed: its file byte for byte if the format is the same.
 void copy_picture(const Job &job, Source &source, std::optional<int> quality, Entry &entry);

@@ -1,6 +1,7 @@
 // `ko redeye`: photographs in, photographs without red eyes out. One without any comes out as it went in.
 #include "commands.h"
 
+#include "marked.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -11,10 +12,13 @@ namespace host {
 namespace {
 
 void repair_file(const Job &job, const Options &options, Entry &entry) {
-    Source source(job.input);
+    Source source(job.input, options.preserve);
+    if (leave_marked(job, source, Deed::red_eyes, options, entry)) {
+        return;
+    }
     const kohost::RedEyes eyes = repair(job, source, options.red_eyes, entry);
     if (eyes.changed) {
-        write_picture(job, source, options.quality, nullptr, entry);
+        write_picture(job, source, options.quality, nullptr, entry, repaired(source));
     } else {
         copy_picture(job, source, options.quality, entry);
     }

@@ -34,4 +34,8 @@ kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoic
     return eyes;
 }
 
+Trace repaired(Source &source) {
+    return {{Deed::red_eyes}, [&source] { return source.preview(); }};
+}
+
 } // namespace host

@@ -10,6 +10,9 @@ namespace host {
 // Repairs a picture in the memory of its source. Throws LibraryError, and PatchFilesError.
 kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoices &choices, Entry &entry);
 
+// The trace of a repair in the memory of its source.
+Trace repaired(Source &source);
+
 } // namespace host
 
 #endif

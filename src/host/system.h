@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -13,6 +14,13 @@ namespace host::system {
 
 // What went wrong with the latest call on this thread, such as "Permission denied".
 std::string failure();
+
+// What a file is beside its bytes; times in nanoseconds of the system's clock.
+struct Traits {
+    unsigned permissions = 0;
+    int64_t accessed = 0;
+    int64_t modified = 0;
+};
 
 // A file by the system's number. All calls throw nothing and report a failure by their result; what failed is in failure().
 class File {
@@ -47,6 +55,9 @@ class File {
 
     // True if the file system has room for one more byte at the end.
     bool has_room() noexcept;
+
+    std::optional<Traits> traits() const noexcept;
+    bool take(const Traits &traits) noexcept;
 
     bool close() noexcept;
 

@@ -38,6 +38,15 @@ template <class Step> int64_t repeat(size_t count, const Step &step) {
     return static_cast<int64_t>(done);
 }
 
+constexpr int64_t second = 1'000'000'000;
+
+int64_t nanoseconds(const timespec &time) { return time.tv_sec * second + time.tv_nsec; }
+
+timespec time_of(int64_t nanoseconds) {
+    const int64_t rest = (nanoseconds % second + second) % second; // also of times before the clock's first
+    return {(nanoseconds - rest) / second, rest};
+}
+
 } // namespace
 
 std::string failure() { return std::generic_category().message(errno); }
@@ -101,6 +110,19 @@ bool File::has_room() noexcept {
     struct stat status {};
     return ::fstat(number_, &status) == 0 && ::pwrite(number_, "", 1, status.st_size) == 1 &&
            ::ftruncate(number_, status.st_size) == 0;
+}
+
+std::optional<Traits> File::traits() const noexcept {
+    struct stat status {};
+    if (::fstat(number_, &status) != 0) {
+        return std::nullopt;
+    }
+    return Traits{status.st_mode & 0777, nanoseconds(status.st_atim), nanoseconds(status.st_mtim)};
+}
+
+bool File::take(const Traits &traits) noexcept {
+    const timespec times[] = {time_of(traits.accessed), time_of(traits.modified)};
+    return ::fchmod(number_, traits.permissions) == 0 && ::futimens(number_, times) == 0;
 }
 
 bool File::close() noexcept {

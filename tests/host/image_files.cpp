@@ -79,14 +79,6 @@ std::string png_rows(const PngRecipe &recipe, const Sample &sample) {
     return rows;
 }
 
-std::string deflated(const std::string &text) {
-    uLongf size = compressBound(text.size());
-    std::string out(size, '\0');
-    compress(reinterpret_cast<Bytef *>(out.data()), &size, reinterpret_cast<const Bytef *>(text.data()), text.size());
-    out.resize(size);
-    return out;
-}
-
 std::string chunks_text(const std::vector<Chunk> &chunks) {
     std::string text;
     for (const auto &[type, data] : chunks) {
@@ -183,6 +175,22 @@ std::ostream &operator<<(std::ostream &stream, const Pixels &pixels) {
         stream << ' ' << static_cast<int>(pixels.bytes[i]);
     }
     return stream << " ...";
+}
+
+std::string deflated(const std::string &text) {
+    uLongf size = compressBound(text.size());
+    std::string out(size, '\0');
+    compress(reinterpret_cast<Bytef *>(out.data()), &size, reinterpret_cast<const Bytef *>(text.data()), text.size());
+    out.resize(size);
+    return out;
+}
+
+std::string inflated(const std::string &text) {
+    std::string out(1 << 20, '\0');
+    uLongf size = out.size();
+    uncompress(reinterpret_cast<Bytef *>(out.data()), &size, reinterpret_cast<const Bytef *>(text.data()), text.size());
+    out.resize(size);
+    return out;
 }
 
 std::string big_endian(uint32_t value) {

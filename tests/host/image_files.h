@@ -43,6 +43,10 @@ struct PngRecipe {
     std::vector<Chunk> after = {};  // chunks between the pixels and IEND
 };
 
+// As PNG chunks pack what they hold; unpacked is at most a mebibyte.
+std::string deflated(const std::string &text);
+std::string inflated(const std::string &text);
+
 std::string big_endian(uint32_t value);
 std::string png_chunk(const std::string &type, const std::string &data);
 std::string png_header(uint32_t width, uint32_t height, int depth, int colour, int interlace);

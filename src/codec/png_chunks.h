@@ -1,0 +1,29 @@
+// Inside the codec: which chunks of a PNG file may stand in a file with other pixels. A chunk says so by its name; where the
+// picture's size and colours are kept, some more may.
+#ifndef KO_CODEC_PNG_CHUNKS_H
+#define KO_CODEC_PNG_CHUNKS_H
+
+#include <png.h>
+
+#include "codec/codec.h"
+
+namespace codec {
+
+// Has libpng keep the bytes of the chunks that a ChunkSorter takes. Runs inside a guarded step.
+void keep_chunks(png_structp png);
+
+class ChunkSorter {
+  public:
+    // plain_colours is true for a file whose pixels are not expanded or reduced: chunks may speak of them.
+    explicit ChunkSorter(bool plain_colours) : plain_colours_(plain_colours) {}
+
+    // Adds a chunk to the metadata, or names it.
+    void add(const PngChunk &chunk, Metadata &metadata, Notices &notices) const;
+
+  private:
+    bool plain_colours_;
+};
+
+} // namespace codec
+
+#endif

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
-#include <deque>
 #include <limits>
 #include <vector>
 
@@ -70,22 +69,22 @@ class ReferenceSlope {
     }
 
     // The best way to each value of an entry, from the values of the entry before that are at most the limit below. Of ways
-    // that are equally good, the one with the smallest step.
+    // that are equally good, the one with the smallest step. The values before that may still be the best for a value to come
+    // wait in a row, from the best to the last.
     void extend(size_t entry) {
         std::vector<int64_t> costs(values(), impossible);
-        std::deque<size_t> candidates; // from the best to the last
-        for (size_t value = 0; value < values(); ++value) {
-            while (!candidates.empty() && costs_[candidates.back()] >= costs_[value]) {
-                candidates.pop_back();
+        std::vector<uint32_t> row(values());
+        uint32_t *best = row.data();
+        uint32_t *end = row.data();
+        for (uint32_t value = 0; value < values(); ++value) {
+            while (end != best && costs_[end[-1]] >= costs_[value]) {
+                --end;
             }
-            candidates.push_back(value);
-            if (value - candidates.front() > limit_) {
-                candidates.pop_front();
-            }
-            const size_t best = candidates.front();
-            if (costs_[best] != impossible) {
-                costs[value] = costs_[best] + cost(entry, value);
-                before_[entry][value] = static_cast<uint32_t>(best);
+            *end++ = value;
+            best += value - *best > limit_ ? 1 : 0;
+            if (costs_[*best] != impossible) {
+                costs[value] = costs_[*best] + cost(entry, value);
+                before_[entry][value] = *best;
             }
         }
         costs_ = costs;

@@ -28,3 +28,32 @@ quietly() {
     rm -f "$log"
     return "$status"
 }
+
+# What the program is built with.
+program_packages=(cmake g++ libcli11-dev libjpeg62-turbo-dev libpng-dev ninja-build nlohmann-json3-dev)
+
+# Builds the program alone into a folder, and shows how far it is.
+build_program() {
+    install_missing "${program_packages[@]}"
+    echo "Building $1/bin/ko"
+    quietly cmake -S "$root" --preset release -B "$1" -DKO_TESTS=OFF -DKO_BENCH=OFF -DKO_WERROR=OFF
+    with_progress cmake --build "$1"
+}
+
+# Runs a build and keeps its newest line in sight: on a terminal that line alone, elsewhere every tenth. All of it is shown if the
+# build fails.
+with_progress() {
+    local log line status=0 count=0
+    log=$(mktemp)
+    NINJA_STATUS='[%f/%t] ' "$@" 2>&1 | tee "$log" | while IFS= read -r line; do
+        if [[ -t 1 ]]; then
+            printf '\r\033[K%s' "${line:0:$((${COLUMNS:-80} - 1))}"
+        elif ((count++ % 10 == 0)); then
+            printf '%s\n' "$line"
+        fi
+    done || status=$?
+    [[ ! -t 1 ]] || printf '\r\033[K'
+    [[ $status -eq 0 ]] || cat "$log" >&2
+    rm -f "$log"
+    return "$status"
+}

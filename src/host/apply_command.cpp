@@ -39,7 +39,7 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
 
 void apply_grid(const Options &options, Report &report) {
     const kohost::TileTrcPtr curves = load_named(options.grid_file);
-    for_each_job(lay_out_jobs(options.inputs, options.output, {options.grid_file}), options.jobs, report,
+    for_each_job(lay_out_jobs(options.selection, options.destination, {options.grid_file}), options.jobs, report,
                  [&](const Job &job, Entry &entry) { apply_to_file(job, *curves, options, entry); });
 }
 

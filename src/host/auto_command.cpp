@@ -29,11 +29,10 @@ Json object_about(const std::optional<kohost::RedEyes> &eyes) {
 
 Result result_of(const Job &job, const Source &source, const std::optional<kohost::RedEyes> &eyes,
                  const Enhancement &enhancement) {
-    const std::string why = enhancement.reason.empty() ? "" : ": " + enhancement.reason;
     const std::string about_eyes = eyes ? line_about(*eyes) + ", " : "";
     Result result{source.size().width, source.size().height, job.target.string(), shown(enhancement.decision),
                   enhancement.reason};
-    result.said = about_eyes + result.decision + why;
+    result.said = about_eyes + line_about(enhancement);
     result.members["red_eyes"] = object_about(eyes);
     return result;
 }
@@ -68,7 +67,7 @@ void improve_pictures(const Options &options, Report &report) {
     } else {
         model = kohost::try_model(options.red_eyes.model);
     }
-    const std::vector<Job> jobs = lay_out_jobs(options.inputs, options.output, model);
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
     report.open_page(page_for(options, jobs, model));
     for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, options, entry); });
 }

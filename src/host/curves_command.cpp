@@ -28,7 +28,7 @@ std::string save(const Job &job, GridForm form, const TileTRC &curves) {
 
 void make_file(const Job &job, const Options &options, Entry &entry) {
     Source source(job.input);
-    const kohost::Image working_copy = source.working_copy(options.tuning.working_area);
+    const kohost::Image working_copy = source.working_copy(options.tuning.working_area).average;
     entry.at(Stage::curves);
     const kohost::Grid grid = fitting_grid(options.tuning.grid, working_copy.size, source.notices);
     const kohost::TileTrcPtr curves = kohost::fit_curves(working_copy.pixels(), options.tuning, grid);
@@ -41,7 +41,10 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void save_curves(const Options &options, Report &report) {
-    for_each_job({lay_out_file(options.inputs.front(), options.output)}, options.jobs, report,
+    if (options.draw) {
+        check_extension(options.destination.output);
+    }
+    for_each_job({lay_out_file(options.selection.inputs.front(), options.destination.output)}, options.jobs, report,
                  [&](const Job &job, Entry &entry) { make_file(job, options, entry); });
 }
 

@@ -23,12 +23,14 @@ struct Enhancement {
     codec::Notices notices;    // about the curves
 };
 
-// A decision as a line reports it.
+// A decision as an object reports it, and with its reason and what can be done about it, as a line does.
 const char *shown(Decision decision);
+std::string line_about(const Enhancement &enhancement);
 
 // Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
 // notice. The page of the run, if there is one, gets to show both. Throws LibraryError if a call of the library fails.
-Enhancement plan(const kohost::Image &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging, Entry &entry);
+Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
+                 Entry &entry);
 
 // The grid for a working copy; adds a notice if it is smaller than the wanted one.
 kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices);

@@ -20,14 +20,14 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
     }
     report_notices(enhancement.notices, entry);
     report_notices(source.notices, entry);
-    entry.done(
-        {source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason});
+    entry.done({source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason,
+                line_about(enhancement)});
 }
 
 } // namespace
 
 void enhance_pictures(const Options &options, Report &report) {
-    const std::vector<Job> jobs = lay_out_jobs(options.inputs, options.output);
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination);
     report.open_page(page_for(options, jobs));
     for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { enhance_file(job, options, entry); });
 }

@@ -1,14 +1,10 @@
 // An input stays open while its target is replaced, so that a picture can be written over itself.
 #include "files.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
+#include <array>
+#include <mutex>
+#include <set>
 #include <system_error>
-
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 namespace host {
 
@@ -18,7 +14,9 @@ namespace {
 
 constexpr size_t largest_kept = size_t{1} << 30;
 
-std::string reason_of(int error) { return std::generic_category().message(error); }
+// The drafts that exist, by path.
+std::mutex drafts_lock;
+std::set<fs::path> drafts;
 
 // Where a target is in truth: a link stays a link.
 fs::path place_of(const fs::path &target) {
@@ -27,113 +25,94 @@ fs::path place_of(const fs::path &target) {
     return missing ? target : real;
 }
 
-} // namespace
-
-FileInput::FileInput(const fs::path &path) {
-    descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (descriptor_ < 0) {
-        throw FileError("cannot be read: " + reason_of(errno));
-    }
-    struct stat status {};
-    if (::fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) {
-        try {
-            keep_all();
-        } catch (...) {
-            ::close(descriptor_);
-            throw;
-        }
+// Keeps why a call failed; without memory for the text, none.
+void explain(std::string &failure, const char *what, const std::string &name) noexcept {
+    try {
+        failure = what + name + ": " + system::failure();
+    } catch (...) {
+        failure.clear();
     }
 }
 
-FileInput::~FileInput() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
+} // namespace
+
+// ---- reading
+
+FileInput::FileInput(const fs::path &path) {
+    if (path == standard_stream) {
+        file_ = system::File::standard_input();
+    } else if (!file_.open(path)) {
+        throw FileError("cannot be read: " + system::failure());
+    }
+    if (!file_.has_places()) {
+        keep_all();
     }
 }
 
 std::optional<size_t> FileInput::read(uint64_t offset, std::span<uint8_t> room) noexcept {
-    if (descriptor_ < 0) {
+    if (is_kept_) {
         return codec::MemoryInput(kept_).read(offset, room);
     }
-    size_t count = 0;
-    while (count < room.size()) {
-        const ssize_t more = ::pread(descriptor_, room.data() + count, room.size() - count, static_cast<off_t>(offset + count));
-        if (more < 0 && errno == EINTR) {
-            continue;
-        }
-        if (more < 0) {
-            std::snprintf(failure_.data(), failure_.size(), "cannot be read: %s", std::strerror(errno));
-            return std::nullopt;
-        }
-        if (more == 0) {
-            break;
-        }
-        count += static_cast<size_t>(more);
+    const int64_t count = file_.read_at(offset, room);
+    if (count < 0) {
+        explain(failure_, "cannot be read", {});
+        return std::nullopt;
     }
-    return count;
+    return static_cast<size_t>(count);
 }
 
 void FileInput::keep_all() {
+    is_kept_ = true;
     std::array<uint8_t, 1 << 16> room;
-    while (true) {
-        const ssize_t count = ::read(descriptor_, room.data(), room.size());
-        if (count < 0 && errno == EINTR) {
-            continue;
-        }
-        if (count < 0) {
-            throw FileError("cannot be read: " + reason_of(errno));
-        }
-        if (count == 0) {
-            break;
-        }
+    int64_t count = 0;
+    while ((count = file_.read(room)) > 0) {
         if (static_cast<size_t>(count) > largest_kept - kept_.size()) {
             throw FileError("larger than 1 GiB");
         }
         kept_.insert(kept_.end(), room.data(), room.data() + count);
     }
-    ::close(descriptor_);
-    descriptor_ = -1;
+    if (count < 0) {
+        throw FileError("cannot be read: " + system::failure());
+    }
 }
 
-Draft::Draft(const fs::path &target) : target_(place_of(target)) {
-    for (int number = 0; descriptor_ < 0; ++number) {
-        path_ = target_.parent_path() / (".ko-" + std::to_string(::getpid()) + "-" + std::to_string(number) + ".part");
-        descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
-        if (descriptor_ < 0 && errno != EEXIST) {
-            fail(errno);
-        }
+// ---- writing
+
+bool Target::write(std::span<const uint8_t> bytes) noexcept {
+    if (file_.write(bytes)) {
+        return true;
     }
+    explain(failure_, "cannot write ", name_);
+    return false;
+}
+
+void Target::fail() const { throw FileError("cannot write " + name_ + ": " + system::failure()); }
+
+Draft::Draft(const fs::path &target) : Target(target.string()), target_(place_of(target)) {
+    const std::lock_guard<std::mutex> guard(drafts_lock);
+    system::File::Made made = system::File::Made::exists;
+    for (int number = 0; made == system::File::Made::exists; ++number) {
+        path_ = target_.parent_path() / (".ko-" + std::to_string(system::process()) + "-" + std::to_string(number) + ".part");
+        made = file_.make(path_);
+    }
+    if (made == system::File::Made::no) {
+        fail();
+    }
+    drafts.insert(path_);
 }
 
 Draft::~Draft() {
-    if (descriptor_ >= 0) {
-        ::close(descriptor_);
+    file_.close();
+    const std::lock_guard<std::mutex> guard(drafts_lock);
+    if (drafts.erase(path_) != 0) {
+        std::error_code error;
+        fs::remove(path_, error);
     }
-    if (!placed_) {
-        ::unlink(path_.c_str());
-    }
-}
-
-bool Draft::write(std::span<const uint8_t> bytes) noexcept {
-    while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
-        if (written < 0 && errno == EINTR) {
-            continue;
-        }
-        if (written <= 0) {
-            std::snprintf(failure_.data(), failure_.size(), "cannot write %s: %s", target_.c_str(), std::strerror(errno));
-            return false;
-        }
-        bytes = bytes.subspan(static_cast<size_t>(written));
-    }
-    return true;
 }
 
 void Draft::check_room() {
-    struct stat present {};
-    if (::fstat(descriptor_, &present) != 0 || ::pwrite(descriptor_, "", 1, present.st_size) != 1 ||
-        ::ftruncate(descriptor_, present.st_size) != 0) {
-        fail(errno);
+    if (!file_.has_room()) {
+        fail();
     }
 }
 
@@ -143,29 +122,60 @@ void Draft::take_place() {
     if (fs::is_regular_file(present)) {
         fs::permissions(path_, present.permissions(), error); // as far as the system lets us
     }
-    if (::fsync(descriptor_) != 0 && errno != EINVAL && errno != ENOSYS) { // not every file system can do it
-        fail(errno);
+    if (!file_.sync() || !file_.close()) {
+        fail();
     }
-    const int descriptor = descriptor_;
-    descriptor_ = -1;
-    if (::close(descriptor) != 0 || ::rename(path_.c_str(), target_.c_str()) != 0) {
-        fail(errno);
+    const std::lock_guard<std::mutex> guard(drafts_lock);
+    if (!system::rename(path_, target_)) {
+        fail();
     }
-    placed_ = true;
+    drafts.erase(path_);
 }
 
-void Draft::fail(int error) const { throw FileError("cannot write " + target_.string() + ": " + reason_of(error)); }
+// The lock is kept, so that no thread goes on with a draft until the program has ended.
+void Draft::abandon_all() {
+    drafts_lock.lock();
+    for (const fs::path &draft : drafts) {
+        std::error_code error;
+        fs::remove(draft, error);
+    }
+}
+
+namespace {
+
+class StandardOutput : public Target {
+  public:
+    StandardOutput() : Target("the standard output") { file_ = system::File::standard_output(); }
+
+    void take_place() override {}
+};
+
+} // namespace
+
+std::unique_ptr<Target> open_target(const fs::path &target) {
+    if (target == standard_stream) {
+        return std::make_unique<StandardOutput>();
+    }
+    std::error_code error;
+    if (const fs::path folder = target.parent_path(); !folder.empty() && !fs::exists(folder, error)) {
+        fs::create_directories(folder, error);
+        if (error) {
+            throw FileError("cannot write " + target.string() + ": the folder cannot be made: " + error.message());
+        }
+    }
+    return std::make_unique<Draft>(target);
+}
 
 void copy_file(codec::Input &input, const fs::path &target) {
-    Draft draft(target);
+    const std::unique_ptr<Target> output = open_target(target);
     std::array<uint8_t, 1 << 16> room;
     uint64_t offset = 0;
     while (const std::optional<size_t> count = input.read(offset, room)) {
         if (*count == 0) {
-            return draft.take_place();
+            return output->take_place();
         }
-        if (!draft.write({room.data(), *count})) {
-            throw FileError(draft.failure());
+        if (!output->write({room.data(), *count})) {
+            throw FileError(output->failure());
         }
         offset += *count;
     }

@@ -2,16 +2,20 @@
 #ifndef KO_HOST_FILES_H
 #define KO_HOST_FILES_H
 
-#include <array>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <span>
 #include <stdexcept>
 #include <string>
 
 #include "codec/stream.h"
+#include "system.h"
 
 namespace host {
+
+// The name that stands for the standard input or output.
+inline constexpr const char *standard_stream = "-";
 
 // A file cannot be read or written; the text says why.
 class FileError : public std::runtime_error {
@@ -23,32 +27,50 @@ class FileError : public std::runtime_error {
 class FileInput : public codec::Input {
   public:
     explicit FileInput(const std::filesystem::path &path);
-    ~FileInput() override;
-    FileInput(const FileInput &) = delete;
-    FileInput &operator=(const FileInput &) = delete;
 
     std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept override;
-    const char *failure() const noexcept override { return failure_.data(); }
+    const char *failure() const noexcept override { return failure_.c_str(); }
 
   private:
     void keep_all();
 
-    int descriptor_ = -1;
+    system::File file_;
     codec::Bytes kept_;
-    std::array<char, 200> failure_{};
+    bool is_kept_ = false;
+    std::string failure_;
+};
+
+// Where a picture is written.
+class Target : public codec::Output {
+  public:
+    ~Target() override = default;
+
+    bool write(std::span<const uint8_t> bytes) noexcept override;
+    const char *failure() const noexcept override { return failure_.c_str(); }
+
+    // To be called when all is written. Throws FileError.
+    virtual void take_place() = 0;
+
+  protected:
+    explicit Target(const std::string &name) : name_(name) {}
+
+    [[noreturn]] void fail() const;
+
+    const std::string name_;
+    system::File file_;
+
+  private:
+    std::string failure_; // of the latest write
 };
 
 // A file that is written beside its target and takes the target's name when it is whole; until then it is gone with its scope,
-// and the target stays as it was. The permissions of an existing target are kept.
-class Draft : public codec::Output {
+// or when the program is interrupted, and the target stays as it was. The permissions of an existing target are kept.
+class Draft : public Target {
   public:
     explicit Draft(const std::filesystem::path &target);
     ~Draft() override;
     Draft(const Draft &) = delete;
     Draft &operator=(const Draft &) = delete;
-
-    bool write(std::span<const uint8_t> bytes) noexcept override;
-    const char *failure() const noexcept override { return failure_.data(); }
 
     const std::filesystem::path &path() const { return path_; }
 
@@ -56,17 +78,18 @@ class Draft : public codec::Output {
     void check_room();
 
     // The bytes reach the disk before the name does: after a crash the target is the old file or the new one.
-    void take_place();
+    void take_place() override;
+
+    // Removes all drafts that exist. Afterwards none is made and none takes its place: the program is about to end.
+    static void abandon_all();
 
   private:
-    [[noreturn]] void fail(int error) const;
-
     std::filesystem::path target_;
     std::filesystem::path path_;
-    int descriptor_ = -1;
-    bool placed_ = false;
-    std::array<char, 512> failure_{}; // of the latest write
 };
+
+// A draft, or the standard output for its name. Makes the folders above a draft that are missing.
+std::unique_ptr<Target> open_target(const std::filesystem::path &target);
 
 // Writes the bytes of an input as they are.
 void copy_file(codec::Input &input, const std::filesystem::path &target);

@@ -2,22 +2,34 @@
 #include "jobs.h"
 
 #include <algorithm>
+#include <array>
 #include <cctype>
-#include <cerrno>
-#include <iterator>
 #include <map>
 #include <set>
 #include <system_error>
-
-#include <unistd.h>
+#include <utility>
 
 #include "files.h"
+#include "selection.h"
 
 namespace host {
 
 namespace fs = std::filesystem;
 
 namespace {
+
+constexpr std::array<std::pair<const char *, codec::Format>, 4> extensions = {{{".jpg", codec::Format::jpeg},
+                                                                               {".jpeg", codec::Format::jpeg},
+                                                                               {".jpe", codec::Format::jpeg},
+                                                                               {".png", codec::Format::png}}};
+
+std::string known_extensions() {
+    std::string text;
+    for (const auto &entry : extensions) {
+        text += (text.empty() ? "" : ", ") + std::string(entry.first);
+    }
+    return text;
+}
 
 bool is_folder(const fs::path &path) {
     std::error_code error;
@@ -29,7 +41,10 @@ bool is_there(const fs::path &path) {
     return fs::exists(path, error);
 }
 
-bool names_folder(const fs::path &output) { return !output.has_filename() || is_folder(output); }
+// A name without an extension is no picture's, so it is a folder's that does not exist yet.
+bool names_folder(const fs::path &output) {
+    return !output.has_filename() || is_folder(output) || (!output.has_extension() && !is_there(output));
+}
 
 void make_folder(const fs::path &folder, const std::string &who) {
     if (is_there(folder) && !is_folder(folder)) {
@@ -47,15 +62,9 @@ void check_folder(const fs::path &folder) {
     if (!is_folder(place)) {
         throw FileError(place.string() + (is_there(place) ? ": not a folder" : ": there is no such folder"));
     }
-    if (::access(place.c_str(), W_OK | X_OK) != 0) {
-        throw FileError(place.string() + ": the folder cannot be written to: " + std::generic_category().message(errno));
+    if (!system::can_write_into(place)) {
+        throw FileError(place.string() + ": the folder cannot be written to: " + system::failure());
     }
-}
-
-fs::path resolved(const fs::path &path) {
-    std::error_code error;
-    fs::path result = fs::weakly_canonical(path, error);
-    return error ? path.lexically_normal() : result;
 }
 
 std::string reason_against(const fs::path &target) {
@@ -70,24 +79,109 @@ std::string reason_against(const fs::path &target) {
     return "";
 }
 
-// The first picture with a target gets it, unless the target is what another picture is read from.
-void refuse_clashes(std::vector<Job> &jobs, const std::vector<std::string> &also_read) {
+// ---- where each picture goes
+
+class Layout {
+  public:
+    explicit Layout(const Destination &destination) : destination_(destination) {}
+
+    std::vector<Job> of(const std::vector<Selected> &pictures) const {
+        const bool single = pictures.size() == 1 && !pictures.front().from_folder;
+        check_streams(pictures, single);
+        const bool into_file = single && !destination_.output.empty() && !names_folder(destination_.output);
+        if (into_file) {
+            check_file_name();
+        }
+        std::vector<Job> jobs;
+        for (const Selected &picture : pictures) {
+            jobs.push_back(into_file ? Job{picture.input, destination_.output, format_of_extension(destination_.output)}
+                                     : Job{picture.input, target_of(picture)});
+            jobs.back().refusal = picture.refusal.empty() ? reason_to_refuse(jobs.back()) : picture.refusal;
+            jobs.back().skipped = reason_to_skip(jobs.back());
+            jobs.back().dry_run = destination_.dry_run;
+        }
+        return jobs;
+    }
+
+    // Makes the folder that the jobs write to, if there is one.
+    void prepare(const std::vector<Job> &jobs) const {
+        const bool into_folder = !destination_.output.empty() && !writes_stream() &&
+                                 (jobs.size() != 1 || jobs.front().target != fs::path(destination_.output));
+        if (into_folder && !destination_.dry_run) {
+            prepare_folder(destination_.output, "several pictures");
+        }
+    }
+
+  private:
+    void check_streams(const std::vector<Selected> &pictures, bool single) const {
+        const auto is_stream = [](const Selected &picture) { return picture.input == standard_stream; };
+        const bool reads = std::any_of(pictures.begin(), pictures.end(), is_stream);
+        if (destination_.output == standard_stream && !single) {
+            throw UsageError("the standard output takes one picture, not " + std::to_string(pictures.size()));
+        }
+        if (reads && (destination_.output.empty() || (names_folder(destination_.output) && !writes_stream()))) {
+            throw UsageError("a picture from the standard input has no name; give an output file or -");
+        }
+    }
+
+    void check_file_name() const {
+        if (writes_stream()) {
+            return;
+        }
+        check_folder(fs::path(destination_.output).parent_path());
+        check_extension(destination_.output);
+    }
+
+    bool writes_stream() const { return destination_.output == standard_stream; }
+
+    // A name that the suffix would make the input's own again is refused like any other.
+    fs::path target_of(const Selected &picture) const {
+        if (destination_.in_place) {
+            return picture.input;
+        }
+        const fs::path named = destination_.output.empty() ? fs::path(picture.input) : destination_.output / picture.place;
+        return named.parent_path() / (named.stem().native() + destination_.suffix + named.extension().native());
+    }
+
+    std::string reason_to_refuse(const Job &job) const { return writes_stream() ? "" : reason_against(job.target); }
+
+    std::string reason_to_skip(const Job &job) const {
+        const bool skipped = job.refusal.empty() && destination_.no_clobber && !writes_stream() && is_there(job.target);
+        return skipped ? job.target.string() + " exists" : "";
+    }
+
+    const Destination &destination_;
+};
+
+// No picture takes the place of another one, of what another one is made to, or, unless it is to be so, of itself.
+void refuse_clashes(const std::vector<Job> &jobs, const Destination &destination, const std::vector<std::string> &also_read) {
+    std::map<fs::path, std::string> readers;
+    for (const std::string &path : also_read) {
+        readers.emplace(resolved(path), path);
+    }
     std::set<fs::path> inputs;
-    std::set<fs::path> others;
-    std::transform(also_read.begin(), also_read.end(), std::inserter(others, others.end()), resolved);
     for (const Job &job : jobs) {
         inputs.insert(resolved(job.input));
     }
     std::map<fs::path, std::string> writers;
-    for (Job &job : jobs) {
+    for (const Job &job : jobs) {
         const fs::path target = resolved(job.target);
-        if (!job.refusal.empty()) {
+        const std::string refusal = "cannot write " + job.target.string() + ": ";
+        if (job.target == standard_stream || !job.refusal.empty()) {
             continue;
         }
-        if (others.contains(target) || (inputs.contains(target) && target != resolved(job.input))) {
-            job.refusal = "cannot write " + job.target.string() + ": it is another input";
-        } else if (const auto [writer, fresh] = writers.try_emplace(target, job.input); !fresh) {
-            job.refusal = "cannot write " + job.target.string() + ": taken by " + writer->second;
+        if (readers.contains(target)) {
+            throw UsageError(refusal + "it is read by this command");
+        }
+        if (target == resolved(job.input)) {
+            if (!destination.in_place) {
+                throw UsageError(refusal + "it is the input (--in-place overwrites it)");
+            }
+        } else if (inputs.contains(target)) {
+            throw UsageError(refusal + "it is another input");
+        }
+        if (const auto [writer, fresh] = writers.try_emplace(target, job.input); !fresh) {
+            throw UsageError(refusal + "two inputs would become this file, " + writer->second + " and " + job.input);
         }
     }
 }
@@ -98,13 +192,18 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     std::string extension = path.extension().string();
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
-    if (extension == ".png") {
-        return codec::Format::png;
-    }
-    if (extension == ".jpg" || extension == ".jpeg" || extension == ".jpe") {
-        return codec::Format::jpeg;
+    for (const auto &[known, format] : extensions) {
+        if (extension == known) {
+            return format;
+        }
     }
     return std::nullopt;
+}
+
+void check_extension(const fs::path &path) {
+    if (!format_of_extension(path)) {
+        throw UsageError("cannot write " + path.string() + ": its extension is not one of " + known_extensions());
+    }
 }
 
 void prepare_folder(const fs::path &folder, const std::string &who) {
@@ -112,22 +211,13 @@ void prepare_folder(const fs::path &folder, const std::string &who) {
     check_folder(folder);
 }
 
-std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std::string &output,
+std::vector<Job> lay_out_jobs(const Selection &selection, const Destination &destination,
                               const std::vector<std::string> &also_read) {
-    std::vector<Job> jobs;
-    if (inputs.size() == 1 && !names_folder(output)) {
-        check_folder(fs::path(output).parent_path());
-        jobs.push_back({inputs.front(), output, format_of_extension(output), ""});
-    } else {
-        prepare_folder(output, "several pictures");
-        for (const std::string &input : inputs) {
-            jobs.push_back({input, output / fs::path(input).filename(), std::nullopt, ""});
-        }
-    }
-    for (Job &job : jobs) {
-        job.refusal = reason_against(job.target);
-    }
-    refuse_clashes(jobs, also_read);
+    const fs::path results = destination.output == standard_stream ? "" : destination.output;
+    const Layout layout(destination);
+    std::vector<Job> jobs = layout.of(pictures_of(selection, results));
+    refuse_clashes(jobs, destination, also_read);
+    layout.prepare(jobs);
     return jobs;
 }
 
@@ -148,18 +238,18 @@ void check_apart(const fs::path &file, const std::vector<Job> &jobs, const std::
     const auto same = [place = resolved(file)](const fs::path &other) { return resolved(other) == place; };
     for (const Job &job : jobs) {
         if (same(job.input) || same(job.target)) {
-            throw FileError("cannot write " + file.string() + ": it is " + (same(job.input) ? "an input" : "an output"));
+            throw UsageError("cannot write " + file.string() + ": it is " + (same(job.input) ? "an input" : "an output"));
         }
     }
     if (std::any_of(also_read.begin(), also_read.end(), same)) {
-        throw FileError("cannot write " + file.string() + ": it is another input");
+        throw UsageError("cannot write " + file.string() + ": it is read by this command");
     }
 }
 
-std::vector<Job> lay_out_reading(const std::vector<std::string> &inputs) {
+std::vector<Job> lay_out_reading(const Selection &selection) {
     std::vector<Job> jobs;
-    for (const std::string &input : inputs) {
-        jobs.push_back({input, "", std::nullopt, ""});
+    for (const Selected &picture : pictures_of(selection)) {
+        jobs.push_back({picture.input, "", std::nullopt, picture.refusal});
     }
     return jobs;
 }

@@ -2,6 +2,8 @@
 #include "commands.h"
 
 #include <array>
+#include <cmath>
+#include <cstdio>
 
 #include "json.h"
 #include "kohost/scores.h"
@@ -60,36 +62,69 @@ std::string shown(const Verdict &verdict) {
                                   : "enhanced, within the limits of " + verdict.passes + "; over its own: " + verdict.reason;
 }
 
-// What a step prints to a stream.
-template <class Print> std::string printed(const Print &print) {
-    const std::unique_ptr<std::FILE, decltype([](std::FILE *file) { std::fclose(file); })> file(std::tmpfile());
-    if (file == nullptr) {
-        throw FileError("no temporary file can be made");
+const char *title_of(Measure measure) {
+    switch (measure) {
+    case Measure::detail:
+        return "Detail";
+    case Measure::entropy:
+        return "Dark tones";
+    default:
+        return "Noise";
     }
-    print(file.get());
-    std::string text(static_cast<size_t>(std::ftell(file.get())), ' ');
-    std::rewind(file.get());
-    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
-    return text;
 }
 
-std::string shown_counts(const DecisionMechanismThreshold &values) {
-    std::string text = "of " + std::to_string(kohost::judged_blocks) + " blocks: ";
-    for (const Measure measure : block_measures) {
-        if (const auto count = value_of(values, measure)) {
-            text += std::to_string(static_cast<int>(*count)) + " " + kohost::fault_of(measure) +
-                    (measure == Measure::noise ? "" : ", ");
+bool is_over(Measure measure, float score, float threshold) {
+    return measure == Measure::noise ? score > threshold : score < threshold;
+}
+
+// A table of 8 by 8 scores, those of blocks that count against the picture marked.
+std::string table_of(Measure measure, std::span<const float> scores, float threshold) {
+    constexpr size_t columns = 8;
+    std::string table;
+    std::array<char, 64> room;
+    for (size_t i = 0; i < scores.size(); ++i) {
+        if (std::isfinite(scores[i])) {
+            std::snprintf(room.data(), room.size(), "%8.2f%c", static_cast<double>(scores[i]),
+                          is_over(measure, scores[i], threshold) ? '*' : ' ');
         } else {
-            text += "noise is not measured in a gray picture";
+            std::snprintf(room.data(), room.size(), "%8s ", "-");
+        }
+        table += room.data();
+        if (i % columns == columns - 1) {
+            table.erase(table.find_last_not_of(' ') + 1);
+            table += "\n";
         }
     }
-    return text;
+    return table;
 }
 
-std::string page_about(const Job &job, const Source &source, Scores &scores) {
+// How many blocks count against the picture, how many each policy allows, and the table.
+std::string section_about(Measure measure, const Scores &scores, const Judgement &judgement) {
+    const auto blocks = scores.of_blocks(measure);
+    const auto count = value_of(judgement.values, measure);
+    if (!blocks || !count) {
+        return std::string(title_of(measure)) + ": not measured in a gray picture\n";
+    }
+    std::array<char, 64> threshold;
+    std::snprintf(threshold.data(), threshold.size(), " (%s %.4g, marked *)", measure == Measure::noise ? "over" : "under",
+                  static_cast<double>(scores.block_threshold(measure)));
+    std::string section = std::string(title_of(measure)) + ": " + std::to_string(static_cast<int>(*count)) + " of " +
+                          std::to_string(kohost::judged_blocks) + " blocks " + kohost::fault_of(measure) + threshold.data();
+    for (const Policy policy : kohost::policies_with_limits) {
+        const double limit = value_of(judgement.limits[static_cast<size_t>(policy) - 1], measure).value_or(0.0);
+        section += std::string(policy == Policy::conservative ? "; allowed: " : ", ") + name(policy) + " " +
+                   std::to_string(static_cast<int>(limit)) + (*count > limit ? " (exceeded)" : "");
+    }
+    return section + "\n" + table_of(measure, *blocks, scores.block_threshold(measure));
+}
+
+std::string page_about(const Job &job, const Source &source, const Scores &scores) {
     const Judgement judgement = scores.judgement();
-    std::string page = job.input + ": " + std::to_string(source.size().width) + " x " + std::to_string(source.size().height) +
-                       "\n" + printed([&](std::FILE *stream) { scores.print(stream); }) + shown_counts(judgement.values) + "\n";
+    std::string page =
+        job.input + ": " + std::to_string(source.size().width) + " x " + std::to_string(source.size().height) + "\n";
+    for (const Measure measure : block_measures) {
+        page += section_about(measure, scores, judgement);
+    }
     for (const Policy policy : kohost::policies) {
         page += std::string(name(policy)) + ": " + shown(verdict_of(judgement, policy)) + "\n";
     }
@@ -143,22 +178,23 @@ std::string object_about(const Job &job, const Source &source, const Scores &sco
 
 void judge_file(const Job &job, const Options &options, Entry &entry) {
     Source source(job.input);
-    const kohost::Image working_copy = source.working_copy(options.tuning.working_area);
+    const kohost::WorkingCopy working_copy = source.working_copy(options.tuning.working_area);
     entry.at(Stage::judging);
-    Scores scores(working_copy.pixels(), options.tuning, options.judging.score);
+    const Scores scores(working_copy, options.tuning, options.judging.score);
     if (!options.scores.empty()) {
         write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.c_str()); });
     }
     report_notices(source.notices, entry);
-    entry.answered(options.style == Style::json ? object_about(job, source, scores) : page_about(job, source, scores));
+    entry.answered(options.reporting.style == Style::json ? object_about(job, source, scores)
+                                                          : page_about(job, source, scores));
 }
 
 } // namespace
 
 void judge_pictures(const Options &options, Report &report) {
     const std::vector<Job> jobs = options.scores.empty()
-                                      ? lay_out_reading(options.inputs)
-                                      : std::vector<Job>{lay_out_file(options.inputs.front(), options.scores)};
+                                      ? lay_out_reading(options.selection)
+                                      : std::vector<Job>{lay_out_file(options.selection.inputs.front(), options.scores)};
     for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { judge_file(job, options, entry); });
 }
 

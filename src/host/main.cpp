@@ -1,11 +1,15 @@
 // The program `ko`: photographs in, enhanced photographs out. A picture that fails leaves the others alone.
+#include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <exception>
 
 #include "commands.h"
+#include "files.h"
 #include "kohost/library.h"
 #include "options.h"
 #include "report.h"
+#include "system.h"
 
 namespace host {
 
@@ -30,18 +34,34 @@ void run_command(const Options &options, Report &report) {
 
 void print(void *report, const char *text) { static_cast<Report *>(report)->message(text); }
 
+// For an interruption, which ends the program in the middle of its work.
+std::atomic<Report *> present = nullptr;
+
+void clean_up() {
+    if (Report *report = present) {
+        report->abandon();
+    }
+    Draft::abandon_all();
+}
+
 int run(const Options &options) {
-    Report report(options.style, options.timings, options.inputs.size());
+    Report report(options.reporting);
+    present = &report;
+    int status = all_done;
     try {
         const kohost::Library library;
         KoErrorSetVerboseFunction(print, &report);
         run_command(options, report);
         report.close_page();
+    } catch (const UsageError &error) {
+        report.error(error.what());
+        status = wrong_usage;
     } catch (const std::exception &error) {
         report.error(error.what());
     }
     KoErrorSetVerboseFunction(nullptr, nullptr);
-    return report.good() ? 0 : 1;
+    present = nullptr;
+    return report.good() ? all_done : std::max(status, some_failed);
 }
 
 } // namespace
@@ -50,10 +70,11 @@ int run(const Options &options) {
 
 int main(int argc, char **argv) {
     try {
+        host::system::on_interruption(host::clean_up);
         const host::CommandLine command_line = host::read_command_line(argc, argv);
         return command_line.options ? host::run(*command_line.options) : command_line.exit_status;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "ko: %s\n", error.what());
-        return 1;
+        return host::some_failed;
     }
 }

@@ -4,15 +4,21 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
+#include <filesystem>
 #include <iostream>
+#include <numeric>
 #include <sstream>
-#include <thread>
+#include <system_error>
 #include <type_traits>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
+#include "codec/codec.h"
+#include "files.h"
 #include "kohost/judgement.h"
+#include "manual.h"
+#include "system.h"
 
 namespace host {
 
@@ -45,8 +51,8 @@ template <class Number> const char *kind() { return std::is_integral_v<Number> ?
 
 // Adds an option whose value is a number from low to high; a NaN is in no range.
 template <class Target, class Number>
-void add_number(CLI::App &command, const std::string &option, Target &target, Number low, Number high, const std::string &shown,
-                const std::string &text) {
+CLI::Option *add_number(CLI::App &command, const std::string &option, Target &target, Number low, Number high,
+                        const std::string &shown, const std::string &text) {
     const auto read = [=, &target](const std::string &argument) {
         const std::optional<Number> value = parse<Number>(argument);
         if (!value || !(*value >= low && *value <= high)) {
@@ -56,7 +62,7 @@ void add_number(CLI::App &command, const std::string &option, Target &target, Nu
         }
         target = *value;
     };
-    command.add_option_function<std::string>(option, read, text)->type_name("NUMBER")->default_str(shown);
+    return command.add_option_function<std::string>(option, read, text)->type_name("NUMBER")->default_str(shown);
 }
 
 Grid parse_grid(const std::string &argument) {
@@ -84,8 +90,8 @@ uint64_t parse_curve_size(const std::string &argument) {
 
 // Adds an option whose value is the name of one of several choices.
 template <class Choice, size_t Count>
-void add_choice(CLI::App &command, const std::string &option, Choice &target, const std::array<Choice, Count> &choices,
-                const std::string &text) {
+CLI::Option *add_choice(CLI::App &command, const std::string &option, Choice &target, const std::array<Choice, Count> &choices,
+                        const std::string &text) {
     std::string names;
     for (const Choice choice : choices) {
         names += (names.empty() ? "" : ", ") + std::string(name(choice));
@@ -98,23 +104,77 @@ void add_choice(CLI::App &command, const std::string &option, Choice &target, co
         }
         target = *found;
     };
-    command.add_option_function<std::string>(option, read, text + ": " + names)->type_name("NAME")->default_str(name(target));
+    return command.add_option_function<std::string>(option, read, text + ": " + names)
+        ->type_name("NAME")
+        ->default_str(name(target));
 }
 
+// ---- groups of options, as the help shows them
+
+constexpr const char *command_group = "Commands";
+constexpr const char *input_group = "Input";
+constexpr const char *output_group = "Output";
+constexpr const char *judgement_group = "Judgement";
+constexpr const char *curve_group = "Curves";
+constexpr const char *red_eye_group = "Red eyes";
+constexpr const char *run_group = "Run and report";
+
+std::string refuse_empty(const std::string &name) { return name.empty() ? "an empty name" : ""; }
+
 void add_inputs(CLI::App &command, Options &options) {
-    command.add_option("INPUT", options.inputs, "JPEG and PNG files")->required()->type_name("");
+    Selection &selection = options.selection;
+    command.add_option("INPUT", selection.inputs, "pictures, folders with pictures, or - for the standard input")
+        ->type_name("");
+    command.add_flag("-r,--recursive", selection.recursive, "look into folders below folders, and keep their structure")
+        ->group(input_group);
+    command
+        .add_option("--files-from", selection.files_from,
+                    "a file that names further inputs, one a line; - is the standard input")
+        ->type_name("FILE")
+        ->check(refuse_empty)
+        ->group(input_group);
 }
 
 void add_one_input(CLI::App &command, Options &options) {
-    command.add_option("INPUT", options.inputs, "a JPEG or PNG file")->required()->expected(1)->type_name("");
+    command.add_option("INPUT", options.selection.inputs, "a picture")->required()->expected(1)->type_name("");
 }
 
 void add_output(CLI::App &command, Options &options, const std::string &text) {
-    command.add_option("-o,--output", options.output, text)->required()->type_name("OUT");
+    command.add_option("-o,--output", options.destination.output, text)
+        ->required()
+        ->type_name("OUT")
+        ->check(refuse_empty)
+        ->group(output_group);
 }
 
-constexpr const char *picture_output =
-    "a file for one input, in the format of its extension; a folder for several, made if it is missing";
+// Where pictures go that came from pictures.
+void add_destination(CLI::App &command, Options &options) {
+    Destination &destination = options.destination;
+    CLI::Option *output =
+        command
+            .add_option("-o,--output", destination.output,
+                        "a file for one input, in the format of its extension; a folder for several, made if it "
+                        "is missing; - is the standard output")
+            ->type_name("OUT")
+            ->check(refuse_empty)
+            ->group(output_group);
+    CLI::Option *suffix = command
+                              .add_option("--suffix", destination.suffix,
+                                          "put before the extension of each result; beside the input without --output")
+                              ->type_name("TEXT")
+                              ->group(output_group);
+    command.add_flag("--in-place", destination.in_place, "overwrite the inputs")
+        ->excludes(output)
+        ->excludes(suffix)
+        ->group(output_group);
+    command.add_flag("-n,--no-clobber", destination.no_clobber, "leave existing files as they are, and their pictures alone")
+        ->group(output_group);
+    command
+        .add_flag_callback(
+            "--dry-run", [&options] { options.destination.dry_run = options.reporting.dry_run = true; },
+            "report what would be done, and write nothing")
+        ->group(output_group);
+}
 
 uint64_t parse_working_area(const std::string &argument) {
     if (argument == "full") {
@@ -133,262 +193,435 @@ void add_working_size(CLI::App &command, Tuning &tuning) {
             "--working-size", [&tuning](const std::string &argument) { tuning.working_area = parse_working_area(argument); },
             "size at which pictures are judged and their curves made; 'full' takes them as they are")
         ->type_name("MEGAPIXELS")
-        ->default_str("0.5");
+        ->default_str("0.5")
+        ->group(curve_group);
 }
 
 // The options of the gain, on which judgement and curves rest.
 void add_gain(CLI::App &command, Tuning &tuning) {
-    add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows");
+    add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows")->group(curve_group);
     add_number(command, "--strength", tuning.strength, 0.0f, 10000.0f, "40.0",
-               "how far up the gain reaches between shadows and limit");
+               "how far up the gain reaches between shadows and limit")
+        ->group(curve_group);
     add_number(command, "--limit", tuning.limit, 0.01f, 1.0f, "0.6275",
-               "share of full brightness from which on nothing changes");
+               "share of full brightness from which on nothing changes")
+        ->group(curve_group);
     add_number(command, "--levels", tuning.levels, uint64_t{1}, uint64_t{255}, "5",
-               "brightness levels of the edge-preserving blur");
+               "brightness levels of the edge-preserving blur")
+        ->group(curve_group);
     add_working_size(command, tuning);
 }
 
-// The options of the curves.
-void add_tuning(CLI::App &command, Tuning &tuning) {
+void add_curves(CLI::App &command, Tuning &tuning) {
     command
         .add_option_function<std::string>(
             "--grid", [&tuning](const std::string &argument) { tuning.grid = parse_grid(argument); },
             "tiles across and down; each tile gets a tone curve")
         ->type_name("COLUMNSxROWS")
-        ->default_str("8x8");
+        ->default_str("8x8")
+        ->group(curve_group);
     command
         .add_option_function<std::string>(
             "--curve-size", [&tuning](const std::string &argument) { tuning.curve_size = parse_curve_size(argument); },
             "entries of a tone curve, a multiple of 256")
         ->type_name("NUMBER")
-        ->default_str("256");
+        ->default_str("256")
+        ->group(curve_group);
     add_number(command, "--max-slope", tuning.max_slope, 0u, 255u, "the gain, at least 3",
-               "most levels by which a curve rises at once; 0 leaves curves as they were fitted");
+               "most levels by which a curve rises at once; 0 leaves curves as they were fitted")
+        ->group(curve_group);
     add_gain(command, tuning);
 }
 
 void add_ratio(CLI::App &command, Tuning &tuning) {
     add_number(command, "--ratio", tuning.ratio, 0.0f, 1.0f, "0.5",
-               "colour: 0 shifts the channels, 1 scales them, between is a mix");
+               "colour: 0 shifts the channels, 1 scales them, between is a mix")
+        ->group(curve_group);
 }
 
 void add_score(CLI::App &command, Judging &judging) {
     add_number(command, "--score", judging.score, -1.0f, 1.0f, "-1",
-               "a score of your own for the judgement, the lower the better; -1 is none");
+               "a score of your own for the judgement, the lower the better; -1 is none")
+        ->group(judgement_group);
 }
 
 void add_quality(CLI::App &command, Options &options) {
     add_number(command, "--quality", options.quality, 1, 100, "the input's, or " + std::to_string(codec::default_quality),
-               "quality of JPEG output");
-}
-
-// The options of every command that works on many pictures.
-void add_run(CLI::App &command, Options &options) {
-    options.jobs = std::max(std::thread::hardware_concurrency(), 1u);
-    add_number(command, "-j,--jobs", options.jobs, 1u, most_jobs, "one a processor",
-               "pictures that are worked on at the same time");
-    command.add_flag("--timings", options.timings, "report how long each stage took");
+               "quality of JPEG output")
+        ->group(output_group);
 }
 
 CLI::Option *add_json(CLI::App &command, Options &options) {
-    return command.add_flag_callback(
-        "--json", [&options] { options.style = Style::json; }, "one JSON object a line on the standard output");
+    return command
+        .add_flag_callback(
+            "--json", [&options] { options.reporting.style = Style::json; }, "one JSON object a line on the standard output")
+        ->group(run_group);
 }
 
-void add_style(CLI::App &command, Options &options) {
+// The options of every command that goes over many pictures.
+void add_run(CLI::App &command, Options &options) {
+    options.jobs = system::processors();
+    add_number(command, "-j,--jobs", options.jobs, 1u, most_jobs, "one a processor",
+               "pictures that are worked on at the same time")
+        ->group(run_group);
+    command.add_flag("-v,--verbose", options.reporting.verbose, "report more about each picture")->group(run_group);
+}
+
+void add_report(CLI::App &command, Options &options) {
     CLI::Option *json = add_json(command, options);
     add_run(command, options);
+    command.add_flag("--timings", options.reporting.timings, "report how long each stage took")->group(run_group);
     command
         .add_flag_callback(
-            "-q,--quiet", [&options] { options.style = Style::quiet; }, "write errors only")
-        ->excludes(json);
+            "-q,--quiet", [&options] { options.reporting.style = Style::quiet; }, "report errors only")
+        ->excludes(json)
+        ->group(run_group);
 }
-
-std::string refuse_empty(const std::string &name) { return name.empty() ? "an empty name" : ""; }
 
 void add_page(CLI::App &command, Options &options) {
     command.add_option("--report", options.page, "a file for a page that shows each picture, its curves and its measures")
         ->type_name("PAGE")
-        ->check(refuse_empty);
+        ->check(refuse_empty)
+        ->group(run_group);
 }
+
+// All that a caller may say of the judgement and the curves.
+void add_enhancement(CLI::App &command, Options &options) {
+    add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge")
+        ->group(judgement_group);
+    command
+        .add_flag_callback(
+            "--force", [&options] { options.judging.policy = Policy::always; }, "enhance every picture: --policy always")
+        ->excludes("--policy")
+        ->group(judgement_group);
+    add_score(command, options.judging);
+    add_curves(command, options.tuning);
+    add_ratio(command, options.tuning);
+}
+
+CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::string &text) {
+    return command.add_option("--model", choices.model, text)->type_name("CONFIG")->check(refuse_empty)->group(red_eye_group);
+}
+
+void add_repair(CLI::App &command, RedEyeChoices &choices) {
+    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model says of it")
+        ->group(red_eye_group);
+    command.add_flag("--log", choices.log, "show the library's progress on the standard error stream")->group(red_eye_group);
+}
+
+// ---- commands
 
 CLI::App &add_command(CLI::App &app, Options &options, Command which, const std::string &word, const std::string &text) {
     CLI::App &command = *app.add_subcommand(word, text);
-    command.fallthrough();
+    command.group(command_group);
+    command.allow_extras(); // reported by read_command_line, with what was probably wanted
     command.parse_complete_callback([&options, which] { options.command = which; });
     return command;
 }
 
-constexpr const char *about_files = "PNG and JPEG are told apart by content; a file whose extension is neither gets its\n"
-                                    "input's format. Exif data, ICC profile, density and alpha are carried over.\n";
+const std::string about_files =
+    "Pictures are told apart by content. A file in a folder keeps its input's format and name; the\n"
+    "extension of a single output chooses the format. Exif data, ICC profile, density and alpha are\n"
+    "carried over.\n";
 
-// All that a caller may say of the judgement and the curves.
-void add_enhancement(CLI::App &command, Options &options) {
-    add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge");
-    command
-        .add_flag_callback(
-            "--force", [&options] { options.judging.policy = Policy::always; }, "enhance every picture: --policy always")
-        ->excludes("--policy");
-    add_score(command, options.judging);
-    add_tuning(command, options.tuning);
-    add_ratio(command, options.tuning);
-}
+const std::string about_status =
+    "The exit status is 0 if all went well, which a picture that is left as it is did too; 1 if some pictures\n"
+    "failed; 2 if the command line makes no sense, and nothing was done.";
 
 void add_enhance(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::enhance, "enhance", "Open up the shadows of photographs");
     add_inputs(command, options);
-    add_output(command, options, picture_output);
+    add_destination(command, options);
     add_enhancement(command, options);
     add_quality(command, options);
     add_page(command, options);
-    add_style(command, options);
-    command.footer("One line per picture tells its name, size, the decision and the time. A picture that would not gain is\n"
+    add_report(command, options);
+    command.footer("One line per picture reports its name, size, the decision and the time. A picture that would not gain is\n"
                    "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
-                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
-}
-
-CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::string &text) {
-    return command.add_option("--model", choices.model, text)->type_name("CONFIG")->check(refuse_empty);
-}
-
-void add_repair(CLI::App &command, RedEyeChoices &choices) {
-    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model says of it");
-    command.add_flag("--log", choices.log, "show the library's progress on the standard error stream");
+                   about_files + about_status);
 }
 
 void add_redeye(CLI::App &app, Options &options) {
     RedEyeChoices &choices = options.red_eyes;
     CLI::App &command = add_command(app, options, Command::redeye, "redeye", "Repair red eyes in photographs");
     add_inputs(command, options);
-    add_output(command, options, picture_output);
+    add_destination(command, options);
     add_model(command, choices, "the configuration of the model that tells eyes from other things")->required();
     add_repair(command, choices);
-    command.add_flag("--frames", choices.frames, "draw frames: green is accepted, yellow undecided, red rejected");
+    command.add_flag("--frames", choices.frames, "draw frames: green is accepted, yellow undecided, red rejected")
+        ->group(red_eye_group);
     command.add_option("--dump", choices.dump, "a folder for files with what the model saw, made if it is missing")
         ->type_name("DIR")
-        ->check(refuse_empty);
+        ->check(refuse_empty)
+        ->group(red_eye_group);
     add_quality(command, options);
     add_page(command, options);
-    add_style(command, options);
-    command.footer("One line per picture tells how many places the model accepted, left undecided and rejected; what is\n"
+    add_report(command, options);
+    command.footer("One line per picture reports how many places the model accepted, left undecided and rejected; what is\n"
                    "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
-                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
+                   about_files + about_status);
 }
 
 void add_auto(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::improve, "auto", "Repair red eyes, then open up the shadows");
     add_inputs(command, options);
-    add_output(command, options, picture_output);
+    add_destination(command, options);
     add_model(command, options.red_eyes, "the configuration of the red-eye model; without one red eyes stay");
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
     add_quality(command, options);
     add_page(command, options);
-    add_style(command, options);
+    add_report(command, options);
     command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
-                   std::string(about_files) + "The exit status is 0 if every picture was written, otherwise 1.");
+                   about_files + about_status);
 }
 
 void add_judge(CLI::App &app, Options &options) {
-    CLI::App &command = add_command(app, options, Command::judge, "judge", "Tell what speaks for and against the enhancement");
+    CLI::App &command =
+        add_command(app, options, Command::judge, "judge", "Report what speaks for and against the enhancement");
     add_inputs(command, options);
     add_score(command, options.judging);
     command.add_option("--scores", options.scores, "a file for the scores of all blocks, of one input")
         ->type_name("FILE")
-        ->check(refuse_empty);
+        ->check(refuse_empty)
+        ->group(output_group);
     add_gain(command, options.tuning);
     add_json(command, options);
     add_run(command, options);
     command.footer(
-        "A picture is judged by 8 by 8 blocks. DET is the detail that a block would gain (under 5.6 is too little),\n"
-        "NOI the colour noise where it is flat (over 1.0 is too noisy; not measured in a gray picture), ENT the\n"
-        "entropy of its dark tones (under 2.45 is too uniform). Each policy limits the number of such blocks, and\n"
-        "a score if you have one; a picture passes under a policy if it keeps within the limits of that policy or\n"
-        "of one before it: conservative, default, risky. The exit status is 0 if every picture was judged.");
+        "A picture is judged by 8 by 8 blocks: by the detail that a block would gain (under 5.6 is too little), by the\n"
+        "entropy of its dark tones (under 2.45 is too uniform), and by the colour noise where it is flat (over 1.0 is\n"
+        "too noisy; not measured in a gray picture). Each policy limits the number of such blocks, and a score if you\n"
+        "have one; a picture passes under a policy if it keeps within the limits of that policy or of one before it:\n"
+        "conservative, default, risky.\n" +
+        about_status);
 }
 
-void add_curves(CLI::App &app, Options &options) {
+void add_save_curves(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::curves, "curves", "Save or draw the tone curves of a photograph");
     add_one_input(command, options);
     add_output(command, options, "a file for the curves, or for the picture with --draw");
-    add_choice(command, "--form", options.form, grid_forms, "form of the file");
+    CLI::Option *form = add_choice(command, "--form", options.form, grid_forms, "form of the file")->group(output_group);
     command.add_flag("--draw", options.draw, "write the picture in gray with each tile's curve drawn over it")
-        ->excludes("--form");
-    add_tuning(command, options.tuning);
+        ->excludes(form)
+        ->group(output_group);
+    add_curves(command, options.tuning);
     add_quality(command, options);
-    add_style(command, options);
+    add_report(command, options);
     command.footer(
         "The curves are made without a judgement. ko apply puts them onto pictures. What was saved is read back and\n"
-        "compared: the text form holds all curves, the others hold most.");
+        "compared: the text form holds all curves, the others hold most.\n" +
+        about_status);
 }
 
 void add_apply(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::apply, "apply", "Apply saved tone curves to photographs");
     command.add_option("FILE", options.grid_file, "curves that ko curves saved, in any form")->required()->type_name("");
     add_inputs(command, options);
-    add_output(command, options, picture_output);
+    add_destination(command, options);
     add_ratio(command, options.tuning);
     add_quality(command, options);
-    add_style(command, options);
-    command.footer(about_files);
+    add_report(command, options);
+    command.footer(about_files + about_status);
 }
 
 bool is_power_of_two(uint64_t number) { return (number & (number - 1)) == 0; }
 
-// What an option alone cannot know.
-void check_together(const Options &options) {
-    if (options.command != Command::judge && options.output.empty()) {
-        throw CLI::ValidationError("--output", "an empty name");
+// ---- what an option alone cannot know
+
+bool writes_pictures(Command command) { return command != Command::judge && command != Command::curves; }
+
+// Without an output the last of several inputs may have been meant for one.
+std::string missing_output(const Options &options, const std::string &word) {
+    const std::vector<std::string> &inputs = options.selection.inputs;
+    std::error_code error;
+    if (inputs.size() < 2 || (std::filesystem::exists(inputs.back(), error) && inputs.size() > 2)) {
+        return "no output: --output, --suffix or --in-place says where the results go";
     }
-    if (!options.scores.empty() && options.inputs.size() != 1) {
-        throw CLI::ValidationError("--scores", "a score file is for one input, not " + std::to_string(options.inputs.size()));
+    const std::string first = options.command == Command::apply ? options.grid_file + " " + inputs.front() : inputs.front();
+    return "no output: did you mean 'ko " + word + " " + first + (inputs.size() > 2 ? " ..." : "") + " -o " + inputs.back() +
+           "'?";
+}
+
+void check_together(const Options &options, const std::string &word) {
+    const Destination &destination = options.destination;
+    if (options.selection.inputs.empty() && options.selection.files_from.empty()) {
+        throw UsageError("no input");
+    }
+    if (writes_pictures(options.command) && destination.output.empty() && destination.suffix.empty() && !destination.in_place) {
+        throw UsageError(missing_output(options, word));
+    }
+    if (!options.page.empty() && destination.dry_run) {
+        throw UsageError("--report: a dry run writes no page");
+    }
+    if (!options.scores.empty() && options.selection.inputs.size() != 1) {
+        throw UsageError("--scores: a score file is for one input, not " + std::to_string(options.selection.inputs.size()));
     }
     if (options.command == Command::curves && options.draw && options.tuning.curve_size != curve_step) {
-        throw CLI::ValidationError("--draw", "only curves of " + std::to_string(curve_step) + " entries are drawn");
+        throw UsageError("--draw: only curves of " + std::to_string(curve_step) + " entries are drawn");
     }
     if (options.command == Command::curves && !is_power_of_two(options.tuning.curve_size)) {
-        throw CLI::ValidationError("--curve-size", "a file holds curves of 256, 512, 1024, 2048 or 4096 entries");
+        throw UsageError("--curve-size: a file holds curves of 256, 512, 1024, 2048 or 4096 entries");
     }
+}
+
+// The fewest letters that are inserted, left out or replaced between two words.
+size_t distance(const std::string &one, const std::string &other) {
+    std::vector<size_t> row(other.size() + 1);
+    std::iota(row.begin(), row.end(), size_t{0});
+    for (size_t i = 0; i < one.size(); ++i) {
+        size_t diagonal = std::exchange(row[0], i + 1);
+        for (size_t j = 0; j < other.size(); ++j) {
+            const size_t replaced = diagonal + (one[i] != other[j] ? 1 : 0);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+// The nearest of some words, "" if none is near enough to be meant.
+std::string nearest(const std::string &word, const std::vector<std::string> &words) {
+    const auto found = std::min_element(words.begin(), words.end(), [&](const std::string &a, const std::string &b) {
+        return distance(word, a) < distance(word, b);
+    });
+    return found != words.end() && distance(word, *found) <= std::max<size_t>(word.size() / 3, 1) ? *found : "";
+}
+
+std::vector<std::string> commands_of(const CLI::App &app) {
+    std::vector<std::string> words;
+    for (const CLI::App *command : app.get_subcommands({})) {
+        words.push_back(command->get_name());
+    }
+    return words;
+}
+
+std::vector<std::string> options_of(const CLI::App &command) {
+    std::vector<std::string> words;
+    for (const CLI::Option *option : command.get_options()) {
+        for (const std::string &name : option->get_lnames()) {
+            words.push_back("--" + name);
+        }
+    }
+    return words;
+}
+
+[[noreturn]] void refuse(const std::string &what, const std::string &word, const std::vector<std::string> &words) {
+    const std::string near = nearest(word, words);
+    throw UsageError(what + (near.empty() ? "" : "; did you mean " + near + "?"));
+}
+
+void refuse_extras(const CLI::App &app, const CLI::App *command) {
+    std::vector<std::string> extras = (command != nullptr ? *command : app).remaining();
+    std::erase(extras, "--"); // which ends the options
+    if (extras.empty()) {
+        return;
+    }
+    const std::string &word = extras.front();
+    if (word.starts_with("-") && word != "-") {
+        refuse("there is no option " + word, word.substr(0, word.find('=')), options_of(command != nullptr ? *command : app));
+    }
+    if (command == nullptr) {
+        refuse("there is no command " + word, word, commands_of(app));
+    }
+    throw UsageError("'" + word + "' is one input too many");
 }
 
 // CLI11's texts as one line.
 std::string one_line(std::string text) {
-    for (char &c : text) {
-        c = c == '\n' ? ' ' : c;
-    }
+    std::replace(text.begin(), text.end(), '\n', ' ');
     return text;
 }
 
-std::string help_for(const CLI::App &app) {
-    const std::vector<const CLI::App *> given = app.get_subcommands([](const CLI::App *command) { return command->parsed(); });
-    return given.empty() ? "ko --help" : "ko " + given.front()->get_name() + " --help";
+// ---- the whole program
+
+void describe(CLI::App &app, Options &options) {
+    app.set_version_flag("-V,--version", "ko " KO_VERSION);
+    app.require_subcommand(0, 1);
+    app.allow_extras();
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    add_enhance(app, options);
+    add_redeye(app, options);
+    add_auto(app, options);
+    add_judge(app, options);
+    add_save_curves(app, options);
+    add_apply(app, options);
+    CLI::App &help = *app.add_subcommand("help", "Show the help of a command")->group(command_group);
+    help.allow_extras();
+    help.footer(
+        "ko help COMMAND shows the help of a command, ko help --man the manual page as roff, ko help --bash and ko help\n"
+        "--zsh the completions of the shells.");
+    app.footer("ko help COMMAND, or ko COMMAND --help, shows the options of a command.");
+}
+
+// App::help would show the command that was given in place of the program.
+std::string overview(const CLI::App &app) { return app.get_formatter()->make_help(&app, "ko", CLI::AppFormatMode::Normal); }
+
+// Besides the commands, help answers with what packages install.
+std::string help_about(const CLI::App &app, const CLI::App &help) {
+    const std::vector<std::string> words = help.remaining();
+    if (words == std::vector<std::string>{"--man"}) {
+        return manual_page(app, KO_VERSION);
+    }
+    if (words == std::vector<std::string>{"--bash"}) {
+        return bash_completion(app);
+    }
+    if (words == std::vector<std::string>{"--zsh"}) {
+        return zsh_completion(app);
+    }
+    if (words.empty()) {
+        return overview(app);
+    }
+    const std::vector<std::string> commands = commands_of(app);
+    if (std::find(commands.begin(), commands.end(), words.front()) == commands.end()) {
+        refuse("there is no command " + words.front(), words.front(), commands);
+    }
+    return app.get_subcommand(words.front())->help("ko");
+}
+
+// The command that was given, or null.
+const CLI::App *given_command(CLI::App &app) {
+    const auto given = app.get_subcommands([](const CLI::App *command) { return command->parsed(); });
+    return given.empty() ? nullptr : given.front();
+}
+
+CommandLine parse_words(CLI::App &app, Options &options, int argc, const char *const *argv) {
+    app.parse(argc, argv);
+    const CLI::App *command = given_command(app);
+    if (command != nullptr && command->get_name() == "help") {
+        std::cout << help_about(app, *command);
+        return {std::nullopt, all_done};
+    }
+    refuse_extras(app, command);
+    if (command == nullptr) {
+        std::cout << overview(app);
+        return {std::nullopt, wrong_usage};
+    }
+    check_together(options, command->get_name());
+    options.reporting.output_is_taken = options.destination.output == standard_stream;
+    return {std::move(options), all_done};
 }
 
 } // namespace
 
 CommandLine read_command_line(int argc, const char *const *argv) {
-    CLI::App app("Improves photographs.", "ko");
+    CLI::App app("Improves photographs: opens shadows and repairs red eyes.", "ko");
     Options options;
-    app.set_version_flag("--version", "ko " KO_VERSION);
-    app.require_subcommand(0, 1);
-    add_enhance(app, options);
-    add_redeye(app, options);
-    add_auto(app, options);
-    add_judge(app, options);
-    add_curves(app, options);
-    add_apply(app, options);
+    describe(app, options);
+    const auto mistake = [&](const std::string &text) {
+        const CLI::App *command = given_command(app);
+        const std::string help = command == nullptr ? "ko --help" : "ko " + command->get_name() + " --help";
+        std::cerr << "ko: " << one_line(text) << " (see " << help << ")\n";
+        return CommandLine{std::nullopt, wrong_usage};
+    };
     try {
-        app.parse(argc, argv);
-        if (app.get_subcommands().empty()) {
-            throw CLI::ValidationError("no command");
-        }
-        check_together(options);
-        return {std::move(options), 0};
+        return parse_words(app, options, argc, argv);
     } catch (const CLI::Success &success) { // help, version
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::Error &error) {
-        std::cerr << "ko: " << one_line(error.what()) << " (see " << help_for(app) << ")\n";
-        return {std::nullopt, 1};
+        return mistake(error.what());
+    } catch (const UsageError &error) {
+        return mistake(error.what());
     }
 }
 

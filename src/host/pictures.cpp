@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <vector>
 
-#include "kohost/working_copy.h"
 #include "page_entry.h"
 
 namespace host {
@@ -26,22 +25,16 @@ template <class Step> void for_each_band(uint32_t height, uint32_t rows, const S
 }
 
 void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
-    if (format_of_extension(job.target) != format) {
+    if (job.target != standard_stream && format_of_extension(job.target) != format) {
         notices.push_back("written as " + std::string(codec::name(format)) + " like the input, whatever the name says");
     }
-}
-
-// Half as many pixels again each way: averaged over whole pixels alone, some of the result would be sharper than others.
-codec::Reduction reduction_to(kohost::Size size) {
-    const auto enough = [](uint32_t pixels) { return static_cast<uint32_t>(uint64_t{pixels} * 3 / 2); };
-    return {enough(size.width), enough(size.height)};
 }
 
 // A working copy that was made smaller than the preview is no use to it: the picture is read once more.
 void show_copied(PageEntry &page, Source &source, Entry &entry) {
     if (!page.before) {
         entry.at(Stage::reading);
-        keep_before(page, source.working_copy(page.preview_area).pixels());
+        keep_before(page, source.working_copy(page.preview_area).average.pixels());
     }
     keep_description(page, source.description());
 }
@@ -66,17 +59,18 @@ template <class Step> void Source::read_all(codec::Reader &reader, const Step &s
     }
 }
 
-kohost::Image Source::working_copy(uint64_t area) {
+kohost::WorkingCopy Source::working_copy(uint64_t area) {
     std::unique_ptr<codec::Reader> reader = rows();
     const codec::Description &picture = reader->description();
     const uint32_t channels = picture.channels;
-    const kohost::Size size = kohost::working_size({picture.width, picture.height}, area);
-    if (!whole_ && size.area() < picture.area()) {
-        reader = codec::open(input_, reduction_to(size));
+    const kohost::Size working = kohost::working_size({picture.width, picture.height}, area);
+    const kohost::Size halved = kohost::halved_size({picture.width, picture.height}, working);
+    if (!whole_ && halved.area() < picture.area()) {
+        reader = codec::open(input_, {halved.width, halved.height});
     }
-    kohost::AreaAverage average({reader->width(), reader->height()}, size, channels);
+    kohost::AreaAverage average({reader->width(), reader->height()}, halved, channels);
     read_all(*reader, [&](uint32_t rows, const uint8_t *pixels) { average.add(rows, pixels); });
-    return average.take();
+    return kohost::make_working_copy(average.take(), working);
 }
 
 void Source::scan() {
@@ -100,13 +94,16 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     const codec::Description &picture = source.description();
     const codec::Format format = target_format(job, picture);
     note_name(job, format, source.notices);
-    Draft draft(job.target);
+    if (job.dry_run) {
+        return;
+    }
+    const std::unique_ptr<Target> target = open_target(job.target);
     const std::unique_ptr<codec::Reader> reader = source.rows();
     if (reader->width() != picture.width || reader->height() != picture.height ||
         reader->description().channels != picture.channels || reader->description().has_alpha != picture.has_alpha) {
         throw FileError("the file was changed while it was read");
     }
-    const std::unique_ptr<codec::Writer> writer = codec::create(draft, picture, {format, quality}, source.notices);
+    const std::unique_ptr<codec::Writer> writer = codec::create(*target, picture, {format, quality}, source.notices);
     const uint32_t rows_at_once = band_rows(picture.row_bytes());
     codec::Bytes band(rows_at_once * picture.row_bytes());
     codec::Bytes alpha(picture.has_alpha ? size_t{rows_at_once} * picture.width : 0);
@@ -129,7 +126,7 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
     codec::Notices known; // from the pass before
     reader->finish(known);
     writer->finish(source.notices);
-    draft.take_place();
+    target->take_place();
     previews.keep();
 }
 
@@ -144,7 +141,9 @@ void copy_picture(const Job &job, Source &source, std::optional<int> quality, En
     entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy
     note_name(job, source.description().format, source.notices);
-    copy_file(source.input(), job.target);
+    if (!job.dry_run) {
+        copy_file(source.input(), job.target);
+    }
 }
 
 void report_notices(const codec::Notices &notices, Entry &entry) {

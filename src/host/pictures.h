@@ -11,7 +11,7 @@
 #include "codec/codec.h"
 #include "files.h"
 #include "jobs.h"
-#include "kohost/pixels.h"
+#include "kohost/working_copy.h"
 #include "report.h"
 
 namespace host {
@@ -23,7 +23,7 @@ class Source {
 
     // Reads the file to its end and gives the picture at the size at which it is judged. That of a picture of at most area
     // pixels is the picture itself.
-    kohost::Image working_copy(uint64_t area);
+    kohost::WorkingCopy working_copy(uint64_t area);
 
     // Reads the file to its end for nothing but its description.
     void scan();

@@ -30,7 +30,7 @@ void repair_pictures(const Options &options, Report &report) {
     if (!options.red_eyes.dump.empty()) {
         prepare_folder(options.red_eyes.dump, "the patch files");
     }
-    const std::vector<Job> jobs = lay_out_jobs(options.inputs, options.output, model);
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
     report.open_page(page_for(options, jobs, model));
     for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, options, entry); });
 }

@@ -3,12 +3,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
-#include <string_view>
-
-#include <unistd.h>
 
 #include "report_page.h"
+#include "system.h"
 
 namespace host {
 
@@ -33,11 +30,6 @@ constexpr size_t longest_name = 30;
 
 // The entry of the picture that this thread works on.
 thread_local Entry *present = nullptr;
-
-bool is_terminal() {
-    const char *kind = std::getenv("TERM");
-    return ::isatty(STDOUT_FILENO) != 0 && (kind == nullptr || std::string_view(kind) != "dumb");
-}
 
 // The end of a path says more than its beginning.
 std::string shortened(const std::string &name) {
@@ -99,8 +91,8 @@ void Entry::spend(Stage stage) {
 void Entry::done(const Result &result) {
     spend(stage_);
     take_log();
-    if (report_.style_ != Style::quiet) {
-        print(stdout, report_.style_ == Style::json ? object(result) : line(result));
+    if (report_.reporting_.style != Style::quiet) {
+        print(report_.lines_, report_.reporting_.style == Style::json ? object(result) : line(result));
     }
     if (page_) {
         page_->size = {result.width, result.height};
@@ -117,15 +109,40 @@ void Entry::failed(const std::string &why) {
     take_log();
     report_.fail();
     print(stderr, "ko: " + name_ + ": " + why + "\n");
-    if (report_.style_ == Style::json) {
-        print(stdout, line_of({{"file", name_}, {"error", why}}) + "\n");
+    if (report_.reporting_.style == Style::json) {
+        print(report_.lines_, line_of({{"file", name_}, {"error", why}}) + "\n");
     }
+    add_unseen({"failed", PageOutcome::Kind::failed}, why);
+}
+
+void Entry::answered(const std::string &text) {
+    spend(stage_);
+    print(report_.lines_, text);
+}
+
+void Entry::skipped(const std::string &output, const std::string &why) {
+    if (report_.reporting_.style == Style::json) {
+        print(report_.lines_, line_of({{"file", name_}, {"output", output}, {"decision", "skipped"}, {"reason", why}}) + "\n");
+    } else if (report_.reporting_.style == Style::lines) {
+        print(report_.lines_, name_ + ": skipped: " + why + "\n");
+    }
+    add_unseen({"skipped", PageOutcome::Kind::left}, why);
+}
+
+// A picture of which a page has nothing to show.
+void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
     if (page_) {
         *page_ = PageEntry{};
         page_->name = name_;
         page_->reason = why;
-        add_outcome(*page_, {"failed", PageOutcome::Kind::failed});
+        add_outcome(*page_, outcome);
         add_to_page();
+    }
+}
+
+void Entry::detail(const std::string &text) {
+    if (report_.reporting_.verbose) {
+        print(stderr, "ko: " + name_ + ": " + text + "\n");
     }
 }
 
@@ -145,7 +162,7 @@ void Entry::notice(const std::string &text) {
     if (page_) {
         page_->notices.push_back(text);
     }
-    if (report_.style_ != Style::quiet) {
+    if (report_.reporting_.style != Style::quiet) {
         print(stderr, "ko: " + name_ + ": notice: " + text + "\n");
     }
 }
@@ -167,7 +184,10 @@ std::string Entry::line(const Result &result) const {
     const std::string said = result.said.empty() ? result.decision + why : result.said;
     std::string text = name_ + ": " + std::to_string(result.width) + " x " + std::to_string(result.height) + ", " + said +
                        ", " + shown(seconds());
-    if (report_.timings_) {
+    if (report_.reporting_.dry_run) {
+        text += ", nothing written";
+    }
+    if (report_.reporting_.timings) {
         for (size_t i = 0; i < stage_count; ++i) {
             text += (i == 0 ? " (" : ", ") + std::string(stages[i].name) + " " + shown(seconds(static_cast<Stage>(i)));
         }
@@ -186,6 +206,9 @@ std::string Entry::object(const Result &result) const {
         object["reason"] = result.reason;
     }
     object.update(result.members);
+    if (report_.reporting_.dry_run) {
+        object["dry_run"] = true;
+    }
     object["seconds"] = std::round(seconds() * 100.0) / 100.0;
     object["timings"] = Json::object();
     for (size_t i = 0; i < stage_count; ++i) {
@@ -196,9 +219,15 @@ std::string Entry::object(const Result &result) const {
 
 // ---- all of them
 
-Report::Report(Style style, bool timings, size_t pictures)
-    : style_(style), timings_(timings), bar_(style == Style::lines && is_terminal()), progress_(pictures), waiting_(pictures),
-      ended_(pictures) {}
+Report::Report(const Reporting &reporting)
+    : reporting_(reporting), lines_(reporting.output_is_taken ? stderr : stdout),
+      bar_(reporting.style == Style::lines && !reporting.output_is_taken && system::has_terminal()) {}
+
+void Report::expect(size_t pictures) {
+    progress_.resize(pictures);
+    waiting_.resize(pictures);
+    ended_.resize(pictures);
+}
 
 Report::~Report() { clear_bar(); }
 
@@ -217,7 +246,7 @@ std::unique_ptr<Entry> Report::begin(size_t number, const std::string &name) {
 }
 
 void Report::remark(const std::string &text) {
-    if (style_ != Style::quiet) {
+    if (reporting_.style != Style::quiet) {
         const std::lock_guard<std::mutex> guard(lock_);
         write(stderr, "ko: notice: " + text + "\n");
     }
@@ -239,10 +268,16 @@ void Report::message(const char *text) {
 }
 
 bool Report::good() {
+    abandon();
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         error("the standard output cannot be written");
     }
     return !any_failed_;
+}
+
+void Report::abandon() {
+    const std::lock_guard<std::mutex> guard(lock_);
+    clear_bar();
 }
 
 void Report::set_progress(size_t number, double progress) {
@@ -286,18 +321,33 @@ void Report::write(std::FILE *stream, const std::string &text) {
     std::fflush(stream);
 }
 
+// Cut to the terminal's width: a line that wraps cannot be taken away.
 void Report::draw_bar(const std::string &name, Stage stage) {
     if (finished_ == progress_.size()) {
         return;
     }
     const double share = total_progress_ / static_cast<double>(progress_.size());
-    const std::string line = cells(share) + " " + std::to_string(finished_ + 1) + "/" + std::to_string(progress_.size()) + " " +
-                             shortened(name) + ": " + stages[static_cast<size_t>(stage)].name;
+    std::string line = cells(share) + " " + std::to_string(finished_ + 1) + "/" + std::to_string(progress_.size()) + " " +
+                       time_left() + shortened(name) + ": " + stages[static_cast<size_t>(stage)].name;
+    line.resize(std::min<size_t>(line.size(), system::terminal_width() - 1));
     if (line != drawn_) {
         std::printf("\r\033[K%s", line.c_str());
         std::fflush(stdout);
         drawn_ = line;
     }
+}
+
+// Rate and rest, once they mean something.
+std::string Report::time_left() const {
+    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    if (seconds < 2.0 || total_progress_ < 0.5) {
+        return "";
+    }
+    const double rate = total_progress_ / seconds;
+    const auto left = static_cast<unsigned long>((static_cast<double>(progress_.size()) - total_progress_) / rate);
+    std::array<char, 64> room;
+    std::snprintf(room.data(), room.size(), "%.1f/s, %lu:%02lu left, ", rate, left / 60, left % 60);
+    return room.data();
 }
 
 void Report::clear_bar() {

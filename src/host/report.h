@@ -26,6 +26,14 @@ inline constexpr size_t stage_count = 6;
 
 enum class Style { lines, json, quiet };
 
+struct Reporting {
+    Style style = Style::lines;
+    bool verbose = false;         // more about each picture
+    bool timings = false;         // how long each stage of a picture took
+    bool dry_run = false;         // nothing is written
+    bool output_is_taken = false; // by a picture; what is said of it goes to the standard error stream
+};
+
 // How a picture ended.
 struct Result {
     uint32_t width = 0;
@@ -40,6 +48,7 @@ struct Result {
 class Report;
 class ReportPage;
 struct PageEntry;
+struct PageOutcome;
 
 // What is said of one picture. An entry belongs to the thread that works on the picture.
 class Entry {
@@ -58,10 +67,12 @@ class Entry {
     // the style.
     void done(const Result &result);
     void failed(const std::string &why);
-    void answered(const std::string &text) { print(stdout, text); }
+    void answered(const std::string &text);
+    void skipped(const std::string &output, const std::string &why);
 
-    // About this picture.
+    // About this picture; details are for those who ask for them.
     void notice(const std::string &text);
+    void detail(const std::string &text);
 
     // Something the library prints of its own accord.
     void message(const std::string &text) { print(stderr, text + "\n"); }
@@ -81,6 +92,7 @@ class Entry {
     void print(std::FILE *stream, const std::string &text) { said_.emplace_back(stream, text); }
     void take_log();
     void add_to_page();
+    void add_unseen(const PageOutcome &outcome, const std::string &why);
     std::string line(const Result &result) const;
     std::string object(const Result &result) const;
     double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
@@ -100,10 +112,13 @@ class Entry {
 
 class Report {
   public:
-    Report(Style style, bool timings, size_t pictures);
+    explicit Report(const Reporting &reporting);
     ~Report();
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
+
+    // So many pictures will begin. Called once, before the first.
+    void expect(size_t pictures);
 
     // Picture number of the inputs begins. Every number is begun once.
     std::unique_ptr<Entry> begin(size_t number, const std::string &name);
@@ -125,6 +140,9 @@ class Report {
     // True if all went well, and the standard output took what was written to it.
     bool good();
 
+    // Takes the bar away for good, for a program that ends in the middle of its work.
+    void abandon();
+
   private:
     friend class Entry;
 
@@ -136,9 +154,14 @@ class Report {
     void draw_bar(const std::string &name, Stage stage);
     void clear_bar();
 
-    const Style style_;
-    const bool timings_;
+    std::string time_left() const;
+
+    using Clock = std::chrono::steady_clock;
+
+    const Reporting reporting_;
+    std::FILE *const lines_; // where results go
     const bool bar_;
+    const Clock::time_point start_ = Clock::now();
     std::unique_ptr<ReportPage> page_;
     std::mutex lock_;              // guards all below
     std::vector<double> progress_; // of each picture, 0 to 1

@@ -18,6 +18,9 @@ void work(const Job &job, Entry &entry, const std::function<void(const Job &, En
         if (!job.refusal.empty()) {
             throw FileError(job.refusal);
         }
+        if (!job.skipped.empty()) {
+            return entry.skipped(job.target.string(), job.skipped);
+        }
         step(job, entry);
     } catch (const std::bad_alloc &) {
         entry.failed("not enough memory");
@@ -30,6 +33,7 @@ void work(const Job &job, Entry &entry, const std::function<void(const Job &, En
 
 void for_each_job(const std::vector<Job> &jobs, unsigned threads, Report &report,
                   const std::function<void(const Job &, Entry &)> &step) {
+    report.expect(jobs.size());
     std::atomic<size_t> next = 0;
     const auto work_off = [&] {
         for (size_t number = next++; number < jobs.size(); number = next++) {

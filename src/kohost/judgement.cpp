@@ -23,7 +23,6 @@ std::optional<Excess> excess_of(const Judgement &judgement, Policy policy, Measu
 }
 
 std::optional<double> count(uint64_t blocks) {
-    constexpr uint64_t not_measured = UINT64_MAX;
     return blocks == not_measured ? std::nullopt : std::optional(static_cast<double>(blocks));
 }
 
@@ -59,6 +58,19 @@ const char *fault_of(Measure measure) {
         return "are too noisy";
     default:
         return "is too high";
+    }
+}
+
+const char *meaning_of(Measure measure) {
+    switch (measure) {
+    case Measure::detail:
+        return "it has no detail hidden in its shadows";
+    case Measure::entropy:
+        return "its dark parts are too uniform to be opened";
+    case Measure::noise:
+        return "it is too noisy to be opened";
+    default:
+        return "its score is against it";
     }
 }
 

@@ -23,6 +23,9 @@ inline constexpr std::array<Policy, 3> policies_with_limits = {Policy::conservat
 // Blocks that a picture is judged by, whatever its size.
 inline constexpr uint64_t judged_blocks = 64;
 
+// The count of a measure that was not taken.
+inline constexpr uint64_t not_measured = UINT64_MAX;
+
 // "conservative", "default", "risky", "always".
 const char *name(Policy policy);
 
@@ -57,6 +60,9 @@ std::optional<Policy> passing(const Judgement &judgement, Policy policy);
 
 // Such as "64 of 64 blocks would gain too little detail (limit 63)".
 std::string text_of(const Excess &excess);
+
+// What that means for a person, such as "it has no detail hidden in its shadows".
+const char *meaning_of(Measure measure);
 
 // What blocks over a measure do, such as "would gain too little detail".
 const char *fault_of(Measure measure);

@@ -16,7 +16,20 @@ Scores::Scores(const Pixels &picture, const Tuning &tuning, float score) {
     features_->keepScoring = 1;
     make_curves(*features_, *image, tuning, {Policy::risky, std::numeric_limits<float>::max()});
     KoLocalContrastEnhancementGetDMValues(features_.get())->score = score;
-    has_noise_ = features_->noiseScores != nullptr;
+}
+
+Scores::Scores(const WorkingCopy &picture, const Tuning &tuning, float score)
+    : Scores(picture.average.pixels(), tuning, score) {
+    replace_noise(picture.sample, tuning);
+}
+
+void Scores::replace_noise(const Image &sample, const Tuning &tuning) {
+    if (sample.bytes.empty() || features_->noiseScores == nullptr) {
+        return;
+    }
+    const Scores of_sample(sample.pixels(), tuning, no_score);
+    std::copy_n(of_sample.features_->noiseScores, judged_blocks, features_->noiseScores);
+    KoLocalContrastEnhancementGetDMValues(features_.get())->noisyBlocks = of_sample.features_->dmValues.noisyBlocks;
 }
 
 std::optional<std::span<const float>> Scores::of_blocks(Measure measure) const {
@@ -26,7 +39,8 @@ std::optional<std::span<const float>> Scores::of_blocks(Measure measure) const {
     case Measure::entropy:
         return std::span<const float>(features_->entropyScores, judged_blocks);
     case Measure::noise:
-        return has_noise_ ? std::optional(std::span<const float>(features_->noiseScores, judged_blocks)) : std::nullopt;
+        return features_->noiseScores != nullptr ? std::optional(std::span<const float>(features_->noiseScores, judged_blocks))
+                                                 : std::nullopt;
     default:
         return std::nullopt;
     }
@@ -43,27 +57,23 @@ float Scores::block_threshold(Measure measure) const {
     }
 }
 
-// The library prints whole tables only: where noise was not measured, numbers that are none stand in the record.
-void Scores::print(std::FILE *stream) {
-    KoStatusClear();
-    if (features_->noiseScores == nullptr) {
-        features_->noiseScores = static_cast<float *>(KoMalloc(judged_blocks * sizeof(float)));
-        check(features_->noiseScores != nullptr, "the scores cannot be shown");
-        std::fill_n(features_->noiseScores, judged_blocks, std::numeric_limits<float>::quiet_NaN());
-    }
-    check(KoLocalContrastEnhancementPrintScores(features_.get(), stream) == KO_OK, "the scores cannot be shown");
-}
-
 void Scores::save(const char *path) const {
     KoStatusClear();
     check(KoLocalContrastEnhancementSaveScores(features_.get(), path, 1) == KO_OK, "the scores cannot be saved");
 }
 
-std::optional<Excess> reason_against(const Pixels &picture, const Tuning &tuning, const Judging &judging) {
+std::optional<Excess> reason_against(const WorkingCopy &picture, const Tuning &tuning, const Judging &judging) {
     if (judging.policy == Policy::always) {
         return std::nullopt;
     }
-    return deciding(Scores(picture, tuning, judging.score).judgement(), judging.policy);
+    Scores scores(picture.average.pixels(), tuning, judging.score);
+    Judgement without_noise = scores.judgement();
+    without_noise.values.noisyBlocks = not_measured;
+    if (const auto excess = deciding(without_noise, judging.policy)) {
+        return excess;
+    }
+    scores.replace_noise(picture.sample, tuning);
+    return deciding(scores.judgement(), judging.policy);
 }
 
 } // namespace kohost

@@ -2,7 +2,6 @@
 #ifndef KO_KOHOST_SCORES_H
 #define KO_KOHOST_SCORES_H
 
-#include <cstdio>
 #include <optional>
 #include <span>
 
@@ -10,13 +9,18 @@
 #include "kohost/library.h"
 #include "kohost/pixels.h"
 #include "kohost/tuning.h"
+#include "kohost/working_copy.h"
 
 namespace kohost {
 
 class Scores {
   public:
-    // Takes the measures. A gray picture has none of noise. All members throw LibraryError if a call of the library fails.
+    // Takes the measures of a picture of its own size. A gray picture has none of noise. All members throw LibraryError if a
+    // call of the library fails.
     Scores(const Pixels &picture, const Tuning &tuning, float score);
+
+    // Takes those of a working copy.
+    Scores(const WorkingCopy &picture, const Tuning &tuning, float score);
 
     // What was measured, and the limits.
     Judgement judgement() const { return judgement_of(*features_); }
@@ -27,19 +31,20 @@ class Scores {
     // The score from which on, or up to which, a block counts.
     float block_threshold(Measure measure) const;
 
-    // Writes the library's table.
-    void print(std::FILE *stream);
-
     // Writes the library's score file.
     void save(const char *path) const;
 
   private:
+    friend std::optional<Excess> reason_against(const WorkingCopy &picture, const Tuning &tuning, const Judging &judging);
+
+    void replace_noise(const Image &sample, const Tuning &tuning);
+
     FeaturesPtr features_;
-    bool has_noise_;
 };
 
-// Why a picture is turned down by a policy; none if it is to be enhanced.
-std::optional<Excess> reason_against(const Pixels &picture, const Tuning &tuning, const Judging &judging);
+// Why a picture is turned down by a policy; none if it is to be enhanced. Measures that can no longer change the answer are not
+// taken.
+std::optional<Excess> reason_against(const WorkingCopy &picture, const Tuning &tuning, const Judging &judging);
 
 } // namespace kohost
 

@@ -14,6 +14,26 @@ namespace {
 // A side that is not reduced further, so that narrow pictures keep something to measure.
 constexpr uint32_t smallest_side = 64;
 
+constexpr int most_halvings = 3;
+
+// The pixels in the middle of the areas that the pixels of the result cover.
+Image sample_of(const Image &picture, Size size) {
+    Image sample{size, picture.channels, {}};
+    sample.bytes.reserve(size.area() * picture.channels);
+    const auto middle = [](uint32_t i, uint32_t from, uint32_t to) {
+        return (2 * uint64_t{i} + 1) * from / (2 * uint64_t{to});
+    };
+    for (uint32_t y = 0; y < size.height; ++y) {
+        const uint8_t *row =
+            picture.bytes.data() + middle(y, picture.size.height, size.height) * picture.size.width * picture.channels;
+        for (uint32_t x = 0; x < size.width; ++x) {
+            const uint8_t *pixel = row + middle(x, picture.size.width, size.width) * picture.channels;
+            sample.bytes.insert(sample.bytes.end(), pixel, pixel + picture.channels);
+        }
+    }
+    return sample;
+}
+
 // The sums of one row of the picture over the pixels of the result.
 template <uint32_t Channels> void sum_over(const uint8_t *pixels, uint64_t from, uint64_t to, uint64_t *sums) {
     std::fill_n(sums, to * Channels, uint64_t{0});
@@ -55,6 +75,28 @@ Size working_size(Size picture, uint64_t area) {
         return std::max(scaled, std::min(pixels, smallest_side));
     };
     return {side(picture.width), side(picture.height)};
+}
+
+Size halved_size(Size picture, Size working) {
+    const auto suffices = [](uint32_t pixels, uint32_t wanted) { return pixels >= uint64_t{wanted} * 3 / 2; };
+    Size halved = picture;
+    for (int i = 0; i < most_halvings; ++i) {
+        const Size next = {(halved.width + 1) / 2, (halved.height + 1) / 2};
+        if (working == picture || !suffices(next.width, working.width) || !suffices(next.height, working.height)) {
+            break;
+        }
+        halved = next;
+    }
+    return halved;
+}
+
+WorkingCopy make_working_copy(Image &&halved, Size working) {
+    if (halved.size == working) {
+        return {std::move(halved), {}};
+    }
+    AreaAverage average(halved.size, working, halved.channels);
+    average.add(halved.size.height, halved.bytes.data());
+    return {average.take(), sample_of(halved, working)};
 }
 
 AreaAverage::AreaAverage(Size from, Size to, uint32_t channels)

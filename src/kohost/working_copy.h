@@ -1,5 +1,9 @@
 // The working copy: a picture of any size reduced to one on which it is judged and its curves are made. The measures look at
 // neighbouring pixels, and their limits were made for small pictures; a grid of curves has no size and suits the whole picture.
+//
+// A picture is first halved each way up to three times, which a JPEG decoder does on the way, and then reduced to the working
+// size in two ways. Averaging serves all but the measure of noise, which it would hide: noise is measured on pixels as they
+// are.
 #ifndef KO_KOHOST_WORKING_COPY_H
 #define KO_KOHOST_WORKING_COPY_H
 
@@ -10,8 +14,20 @@
 
 namespace kohost {
 
+struct WorkingCopy {
+    Image average; // each pixel is the average of the area that it covers
+    Image sample;  // each pixel is the one in the middle of that area; no pixels if the picture was small enough to be both
+};
+
 // The size of the working copy of a picture: its shape at about so many pixels, or its own size if that is no larger.
 Size working_size(Size picture, uint64_t area);
+
+// The size of a picture halved as often as it stays half as large again as its working copy each way: averages over few whole
+// pixels would be sharper in some places than in others.
+Size halved_size(Size picture, Size working);
+
+// Reduces a halved picture to the working size.
+WorkingCopy make_working_copy(Image &&halved, Size working);
 
 // Reduces a picture whose rows come one after the other. Each pixel of the result is the exact average of the area that it
 // covers, rounded to the nearest level.

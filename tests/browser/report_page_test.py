@@ -176,8 +176,12 @@ class ReportPage(unittest.TestCase):
     def test_pictures_are_decoded_when_their_row_is_open(self):
         self.assertEqual(self.browser.run("return document.querySelectorAll('.body').length"), 1)
         self.browser.click("#picture-2 summary")
-        loaded = "const images = [...document.querySelectorAll('#picture-2 .compare img')]; " \
-                 "return Promise.all(images.map((image) => image.decode())).then(() => images.map((image) => image.naturalWidth))"
+        # The row is filled after the click, when the browser comes to it.
+        loaded = "const images = () => [...document.querySelectorAll('#picture-2 .compare img')]; " \
+                 "const filled = () => images().length ? images() : new Promise((done) => setTimeout(done, 20)).then(filled); " \
+                 "return filled().then ? filled().then(decoded) : decoded(filled()); " \
+                 "function decoded(found) { return Promise.all(found.map((image) => image.decode()))" \
+                 ".then(() => found.map((image) => image.naturalWidth)); }"
         self.assertEqual(self.browser.run(loaded), [612, 612])
         self.browser.click("#picture-2 summary")
         self.browser.run("return new Promise((done) => setTimeout(done, 50))")

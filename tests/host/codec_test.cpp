@@ -249,6 +249,91 @@ TEST(JpegReader, GivesThePixelsOfEveryKind) {
     }
 }
 
+// The rows that a reader delivers, asked for in groups of changing height.
+std::vector<uint8_t> rows_in_groups(codec::Reader &reader, std::vector<uint8_t> *alpha, uint32_t seed) {
+    Noise noise(seed);
+    const size_t row_bytes = size_t{reader.width()} * reader.description().channels;
+    std::vector<uint8_t> pixels(row_bytes * reader.height());
+    for (uint32_t row = 0; row < reader.height();) {
+        const uint32_t rows = std::min(noise.next() % 7 + 1, reader.height() - row);
+        reader.read(rows, &pixels[row * row_bytes], alpha == nullptr ? nullptr : &(*alpha)[size_t{row} * reader.width()]);
+        row += rows;
+    }
+    Notices notices;
+    reader.finish(notices);
+    return pixels;
+}
+
+TEST(JpegReader, IsReducedToTheSmallestThatIsLargeEnough) {
+    for (const bool progressive : {false, true}) {
+        const std::string file = jpeg_file({.width = 203, .height = 130, .sampling_x = 2, .progressive = progressive}, soft);
+        const struct {
+            codec::Reduction least;
+            unsigned int divisor;
+        } cases[] = {{{}, 1},       {{203, 130}, 1}, {{103, 2}, 1}, {{2, 66}, 1},  {{102, 65}, 2}, {{52, 1}, 2},   {{1, 34}, 2},
+                     {{51, 33}, 4}, {{27, 1}, 4},    {{1, 18}, 4},  {{26, 17}, 8}, {{1, 1}, 8},    {{500, 400}, 1}};
+        for (const auto &[least, divisor] : cases) {
+            codec::MemoryInput input(bytes_of(file));
+            const auto reader = codec::open(input, least);
+            const Pixels expected = jpeg_pixels(file, divisor);
+            EXPECT_EQ(reader->description().width, 203u);
+            EXPECT_EQ(reader->description().height, 130u);
+            ASSERT_EQ(reader->width(), expected.width) << least.width << " x " << least.height;
+            ASSERT_EQ(reader->height(), expected.height) << least.width << " x " << least.height;
+            EXPECT_EQ(rows_in_groups(*reader, nullptr, divisor), expected.bytes);
+        }
+    }
+}
+
+TEST(PngReader, IsNotReduced) {
+    const std::string file = png_file({40, 30, 8, png_rgb, false, {}, {}}, mixed);
+    codec::MemoryInput input(bytes_of(file));
+    const auto reader = codec::open(input, {1, 1});
+    EXPECT_EQ(reader->width(), 40u);
+    EXPECT_EQ(rows_in_groups(*reader, nullptr, 1), png_pixels(file).bytes);
+}
+
+TEST(Readers, DeliverRowsInGroupsOfAnyHeight) {
+    for (const bool interlaced : {false, true}) {
+        const std::string file = png_file({31, 37, 8, png_rgba, interlaced, {}, {}}, mixed);
+        codec::MemoryInput input(bytes_of(file));
+        const auto reader = codec::open(input);
+        std::vector<uint8_t> alpha(31 * 37);
+        EXPECT_EQ(rows_in_groups(*reader, &alpha, 2), samples(31, 37, 0, 2, mixed));
+        EXPECT_EQ(alpha, samples(31, 37, 3, 3, mixed));
+    }
+    for (const bool progressive : {false, true}) {
+        const std::string file = jpeg_file({.width = 31, .height = 37, .sampling_y = 2, .progressive = progressive}, soft);
+        codec::MemoryInput input(bytes_of(file));
+        EXPECT_EQ(rows_in_groups(*codec::open(input), nullptr, 3), jpeg_pixels(file).bytes);
+    }
+}
+
+// What a writer makes of rows in groups of changing height.
+std::string written_in_groups(const Picture &picture, Format format, uint32_t seed) {
+    Noise noise(seed);
+    Notices notices;
+    codec::MemoryOutput output;
+    const auto writer = codec::create(output, picture, {format, std::nullopt}, notices);
+    for (uint32_t row = 0; row < picture.height;) {
+        const uint32_t rows = std::min(noise.next() % 7 + 1, picture.height - row);
+        writer->write(rows, &picture.pixels[row * picture.row_bytes()],
+                      picture.alpha ? &picture.alpha[size_t{row} * picture.width] : nullptr);
+        row += rows;
+    }
+    writer->finish(notices);
+    return text_of(output.bytes());
+}
+
+TEST(Writers, TakeRowsInGroupsOfAnyHeight) {
+    const Picture picture = decode(png_file({31, 37, 8, png_rgba, false, {}, {}}, mixed));
+    EXPECT_EQ(written_in_groups(picture, Format::png, 4), encode(picture, Format::png));
+    for (const bool progressive : {false, true}) {
+        const Picture photo = decode(jpeg_file({.width = 31, .height = 37, .sampling_y = 2, .progressive = progressive}, soft));
+        EXPECT_EQ(written_in_groups(photo, Format::jpeg, 5), encode(photo, Format::jpeg));
+    }
+}
+
 TEST(JpegReader, RefusesColoursThatItDoesNotKnow) {
     EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::two_unknown}, soft)),
               "neither gray nor RGB: 2 channels of unknown colours");
@@ -306,9 +391,65 @@ TEST(JpegWriter, WritesFullColourWhereTheFormatHasNoRoom) {
     EXPECT_EQ(jpeg_sampling(encode(gray, Format::jpeg)), "11");
 }
 
-TEST(JpegWriter, MakesItsTablesToMeasure) {
-    const std::string file = encode(decode(png_file({100, 100, 8, png_rgb, false, {}, {}}, soft)), Format::jpeg);
-    EXPECT_LT(file.size(), jpeg_file({.width = 100, .height = 100, .density_unit = 0}, soft).size());
+// A table that no quality gives.
+JpegTable odd_table(uint16_t first, uint16_t step) {
+    JpegTable table;
+    for (uint16_t i = 0; i < table.size(); ++i) {
+        table[i] = static_cast<uint16_t>(first + i * step);
+    }
+    return table;
+}
+
+TEST(JpegWriter, KeepsTheTablesOfAJpegFile) {
+    for (const int quality : {3, 50, 75, 92, 99, 100}) {
+        for (const bool progressive : {false, true}) {
+            for (const JpegColour colour : {JpegColour::gray, JpegColour::ycc}) {
+                const std::string file = jpeg_file({.colour = colour, .quality = quality, .progressive = progressive}, soft);
+                EXPECT_EQ(jpeg_tables(through(file, Format::jpeg)), jpeg_tables(file)) << quality;
+            }
+        }
+    }
+    const JpegTable fine = odd_table(1, 3);
+    const JpegTable coarse = odd_table(2, 2);
+    const std::string file = jpeg_file({.tables = {fine, coarse, coarse}}, soft);
+    ASSERT_EQ(jpeg_tables(file), (std::vector<JpegTable>{fine, coarse, coarse}));
+    EXPECT_EQ(jpeg_tables(through(file, Format::jpeg)), jpeg_tables(file));
+}
+
+TEST(JpegWriter, KeepsTheForm) {
+    for (const bool progressive : {false, true}) {
+        for (const JpegColour colour : {JpegColour::gray, JpegColour::ycc}) {
+            const std::string file = jpeg_file({.width = 40, .height = 40, .colour = colour, .progressive = progressive}, soft);
+            EXPECT_EQ(jpeg_is_progressive(through(file, Format::jpeg)), progressive);
+            EXPECT_EQ(jpeg_is_progressive(encode(decode(file), Format::jpeg, 50)), progressive);
+        }
+    }
+    EXPECT_FALSE(jpeg_is_progressive(through(png_file({}, mixed), Format::jpeg)));
+}
+
+TEST(JpegWriter, OfTheSamePixelsMakesTheSamePicture) {
+    for (const bool progressive : {false, true}) {
+        const JpegRecipe recipe{.width = 45, .height = 33, .sampling_x = 2, .quality = 80, .progressive = progressive};
+        const std::string file = jpeg_file(recipe, soft);
+        const Pixels pixels = jpeg_pixels(file);
+        const Sample decoded = [&](uint32_t x, uint32_t y, uint32_t c) { return pixels.bytes[(y * 45 + x) * 3 + c]; };
+        EXPECT_EQ(jpeg_pixels(through(file, Format::jpeg)), jpeg_pixels(jpeg_file(recipe, decoded)));
+    }
+}
+
+std::vector<Segment> huffman_segments(const std::string &file) {
+    std::vector<Segment> segments = jpeg_segments(file);
+    std::erase_if(segments, [](const Segment &segment) { return segment.first != 0xc4; });
+    return segments;
+}
+
+// A pass over the pixels to make tables to measure would ask for all of them before the first byte is written.
+TEST(JpegWriter, HasTheStandardHuffmanTables) {
+    const std::string plain = jpeg_file({.width = 40, .height = 40}, soft);
+    const std::vector<Segment> standard = huffman_segments(plain);
+    ASSERT_EQ(standard.size(), 4u);
+    EXPECT_EQ(huffman_segments(through(plain, Format::jpeg)), standard);
+    EXPECT_EQ(huffman_segments(through(png_file({}, mixed), Format::jpeg)), standard);
 }
 
 // The bytes leave in rooms of 65536.
@@ -327,9 +468,12 @@ TEST(JpegWriter, HasTheQualityAskedFor) {
     for (const int quality : {1, 50, 92, 100}) {
         const std::string expected = jpeg_file({.width = 40, .height = 40, .quality = quality}, soft);
         const std::string file = encode(picture, Format::jpeg, quality);
-        EXPECT_EQ(jpeg_first_factor(file), jpeg_first_factor(expected));
+        EXPECT_EQ(jpeg_tables(file), jpeg_tables(expected));
         EXPECT_EQ(jpeg_pixels(file), jpeg_pixels(expected));
+        const Picture other = decode(jpeg_file({.quality = 77, .progressive = true}, soft));
+        EXPECT_EQ(jpeg_tables(encode(other, Format::jpeg, quality)), jpeg_tables(expected)) << "not that of the input";
     }
+    EXPECT_EQ(jpeg_tables(encode(picture, Format::jpeg)), jpeg_tables(jpeg_file({.quality = 92}, soft)));
 }
 
 TEST(JpegWriter, TellsThatAlphaIsLeftOut) {

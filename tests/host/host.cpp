@@ -1,8 +1,12 @@
 #include "host.h"
 
+#include <algorithm>
+#include <cmath>
 #include <filesystem>
 
 #include <regex.h>
+
+#include "reference_slope.h"
 
 namespace ko_test {
 
@@ -61,6 +65,22 @@ Outcome run_command(const std::string &command, const Words &inputs, const std::
     return run_program(words, surroundings);
 }
 
+Words shown_on_screen(const std::string &sent) {
+    Words lines{""};
+    for (size_t i = 0; i < sent.size(); ++i) {
+        if (sent.compare(i, 4, "\r\x1b[K") == 0) {
+            lines.back().clear();
+            i += 3;
+        } else if (sent.compare(i, 2, "\r\n") == 0) {
+            lines.emplace_back();
+            i += 1;
+        } else {
+            lines.back() += sent[i];
+        }
+    }
+    return lines;
+}
+
 void expect_success(const Outcome &outcome) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
@@ -68,6 +88,12 @@ void expect_success(const Outcome &outcome) {
 
 void expect_one_error(const Outcome &outcome, const std::string &line) {
     EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "ko: " + line + "\n");
+}
+
+void expect_wrong_usage(const Outcome &outcome, const std::string &line) {
+    EXPECT_EQ(outcome.status, 2);
+    EXPECT_EQ(outcome.out, "");
     EXPECT_EQ(outcome.err, "ko: " + line + "\n");
 }
 
@@ -89,23 +115,14 @@ ColorImagePtr image_of(const Pixels &given) {
         KoColorImageNewFromByteArray(given.width, given.height, space_of(given), bytes.data(), KO_BYTE_LAYOUT_INTERLEAVED));
 }
 
-void limit_slope(TileTRC &grid, uint32_t limit) {
-    const int64_t size = static_cast<int64_t>(grid.size);
-    for (uint64_t tile = 0; limit > 0 && tile < grid.numStripsX * grid.numStripsY; ++tile) {
-        uint32_t *curve = grid.array + tile * grid.size;
-        const std::vector<uint32_t> fitted(curve, curve + size);
-        for (int64_t i = 0; i < size; ++i) {
-            int64_t lag = INT64_MAX;
-            int64_t lead = 0;
-            for (int64_t j = 0; j < size; ++j) {
-                const int64_t step = limit * (i > j ? i - j : j - i);
-                lag = j <= i ? std::min(lag, fitted[static_cast<size_t>(j)] + step) : lag;
-                lead = j >= i ? std::max(lead, fitted[static_cast<size_t>(j)] - step) : lead;
-            }
-            curve[i] = static_cast<uint32_t>((lag + lead + 1) / 2);
-        }
-    }
+RealImagePtr luminance_of(const Pixels &given) {
+    const ColorImagePtr image = image_of(given);
+    const ColorImagePtr yiq(colour_channels(given) == 1 ? nullptr
+                                                        : KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image.get()));
+    return make_image(given.width, given.height, pixels(KoColorImageGetImage((yiq ? yiq : image).get(), 0)));
 }
+
+uint32_t Tuning::slope_limit() const { return max_slope.value_or(std::max(3u, static_cast<uint32_t>(std::ceil(max_gain)))); }
 
 TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
     const ColorImagePtr image = image_of(given);
@@ -114,7 +131,9 @@ TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
     KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), tuning.max_gain, tuning.strength, tuning.limit,
                                              tuning.levels, -1.0f, 4, &curves);
     TileTrcPtr grid(curves);
-    limit_slope(*grid, tuning.max_slope);
+    if (tuning.slope_limit() > 0) {
+        reference_limit_slope(*grid, tuning.slope_limit(), luminance_of(given).get());
+    }
     return grid;
 }
 

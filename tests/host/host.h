@@ -3,6 +3,7 @@
 #define KO_TESTS_HOST_HOST_H
 
 #include <cstdint>
+#include <optional>
 #include <set>
 #include <string>
 #include <vector>
@@ -43,10 +44,17 @@ class Host : public testing::Test {
 Outcome run_command(const std::string &command, const Words &inputs, const std::string &output, const Words &options = {},
                     const Surroundings &surroundings = {});
 
+// The lines that stay on a screen, where each line but the last is ended by a line feed.
+Words shown_on_screen(const std::string &sent);
+
 void expect_success(const Outcome &outcome);
 
 // One clear line that names the file, and exit status 1.
 void expect_one_error(const Outcome &outcome, const std::string &line);
+
+// The same with exit status 2: nothing was done.
+inline const std::string no_extension = ": its extension is not one of .jpg, .jpeg, .jpe, .png";
+void expect_wrong_usage(const Outcome &outcome, const std::string &line);
 
 // A picture with shadows to open.
 uint32_t dark(uint32_t x, uint32_t y, uint32_t c);
@@ -62,7 +70,10 @@ struct Tuning {
     float limit = 0.6275f;
     uint64_t levels = 5;
     float ratio = 0.5f;
-    uint32_t max_slope = 4;
+    std::optional<uint32_t> max_slope = {}; // 0 leaves curves as they were fitted
+
+    // Without a choice, the gain rounded up, and at least 3.
+    uint32_t slope_limit() const;
 };
 
 // The library started afresh, as each run of the program has it: what it fits depends on the largest curve so far.
@@ -74,8 +85,12 @@ struct FreshLibrary {
 // The pixels of a file as the library takes them, without alpha.
 ColorImagePtr image_of(const Pixels &given);
 
-// What the program makes of the pixels of a file that is no larger than its working copy: the curves, and the pixels after them, in one chunk and into a buffer of its
-// own; alpha stays. Curves are of the library that is started.
+// Their luminance.
+RealImagePtr luminance_of(const Pixels &given);
+
+// What the program makes of the pixels of a file that is no larger than its working copy: the curves, within the limit of their
+// slope, and the pixels after them, in one chunk and into a buffer of its own; alpha stays. Curves are of the library that is
+// started.
 TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning = {});
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio);
 Pixels expected(const Pixels &given, const Tuning &tuning = {});

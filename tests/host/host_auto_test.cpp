@@ -27,7 +27,9 @@ Outcome improve(const Words &inputs, const std::string &output, const Words &opt
 
 const std::string without_model = "ko: notice: red eyes are left as they are without --model\n";
 const std::string three_eyes = "red eyes repaired (1 accepted, 1 undecided, 1 rejected)";
-const std::string too_little = "left as it is: 64 of 64 blocks would gain too little detail (limit 63)";
+const std::string meaning = "it has no detail hidden in its shadows: ";
+const std::string too_little =
+    "left as it is: " + meaning + "64 of 64 blocks would gain too little detail (limit 63); --force enhances it";
 
 // What a line says between its size and the time.
 std::string said_in(const std::string &line) {
@@ -92,7 +94,8 @@ TEST_F(HostAuto, JudgesByThePolicy) {
     EXPECT_EQ(said_in(improve({name}, path("out.png"), with_model()).out), "no red eyes, enhanced");
     const Outcome outcome = improve({name}, path("out.png"), with_model({"--policy", "conservative"}));
     expect_success(outcome);
-    EXPECT_EQ(said_in(outcome.out), "no red eyes, left as it is: 63 of 64 blocks would gain too little detail (limit 62)");
+    EXPECT_EQ(said_in(outcome.out), "no red eyes, left as it is: " + meaning +
+                                        "63 of 64 blocks would gain too little detail (limit 62); --force enhances it");
     EXPECT_EQ(read_bytes(path("out.png")), file);
 }
 
@@ -113,7 +116,7 @@ TEST_F(HostAuto, JsonTellsOfBoth) {
     const Json object = Json::parse(improve({name}, path("out.png"), with_model({"--json"})).out);
     EXPECT_EQ(object.at("file"), name);
     EXPECT_EQ(object.at("decision"), "left as it is");
-    EXPECT_EQ(object.at("reason"), "64 of 64 blocks would gain too little detail (limit 63)");
+    EXPECT_EQ(object.at("reason"), meaning + "64 of 64 blocks would gain too little detail (limit 63)");
     const Json &eyes = object.at("red_eyes");
     EXPECT_EQ(eyes.at("decision"), "red eyes repaired");
     EXPECT_EQ(eyes.at("accepted"), 1);
@@ -143,7 +146,7 @@ TEST_F(HostAuto, AModelThatCannotBeUsedLeavesNothingBehind) {
 TEST_F(HostAuto, TakesNoPictureForAModelsFile) {
     const std::string name = put("in.png", eyes_png());
     const Outcome outcome = improve({name}, path("model_RE_FE"), with_model());
-    expect_one_error(outcome, name + ": cannot write " + path("model_RE_FE") + ": it is another input");
+    expect_wrong_usage(outcome, "cannot write " + path("model_RE_FE") + no_extension);
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "answers.h"
 #include "host.h"
 #include "red_eye_pictures.h"
 #include "repaired.h"
@@ -278,9 +279,6 @@ TEST_F(HostRedEye, JsonTellsBlobsBoxesScoresAndLabels) {
     expect_one_error(outcome, inputs[3] + ": cannot be read: No such file or directory");
     const Words lines = outcome.out_lines();
     ASSERT_EQ(lines.size(), 4u);
-    Json found = Json::parse(lines[0]);
-    EXPECT_GE(found.at("seconds"), 0.0);
-    found.erase("seconds");
     Json expected = {{"file", inputs[0]},
                      {"output", path("out/in.png")},
                      {"width", eyes_width},
@@ -291,7 +289,7 @@ TEST_F(HostRedEye, JsonTellsBlobsBoxesScoresAndLabels) {
                      {"rejected", 1},
                      {"scale", 1.0}};
     expected["blobs"] = blobs_found(png_pixels(file), model());
-    EXPECT_EQ(found, expected);
+    EXPECT_EQ(without_times(Json::parse(lines[0])), expected);
     EXPECT_EQ(expected["blobs"].size(), 4u);
     const Json gray = Json::parse(lines[1]);
     EXPECT_EQ(gray.at("decision"), "no red eyes");
@@ -432,7 +430,7 @@ TEST_F(HostRedEye, NoPictureTakesThePlaceOfAModelsFile) {
         model();
         const std::string before = read_bytes(path(file));
         const Outcome outcome = redeye({name}, path(file));
-        expect_one_error(outcome, name + ": cannot write " + path(file) + ": it is another input");
+        expect_wrong_usage(outcome, "cannot write " + path(file) + no_extension);
         EXPECT_EQ(read_bytes(path(file)), before) << file;
     }
 }
@@ -446,7 +444,7 @@ TEST_F(HostRedEye, MistakesAreToldInOneLine) {
                                                               {{"--model", "m", "--policy", "risky"}, "INPUT"}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = run_command("redeye", {name}, path("out.png"), options);
-        EXPECT_EQ(outcome.status, 1) << beginning;
+        EXPECT_EQ(outcome.status, 2) << beginning;
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
         if (beginning != "INPUT") { // an unknown option is told in the parser's words
             EXPECT_TRUE(outcome.err.starts_with("ko: " + beginning)) << outcome.err;

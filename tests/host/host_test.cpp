@@ -50,6 +50,8 @@ TEST_F(HostSamples, JpegComesOutAsItsPixelsSay) {
     const std::string result = read_bytes(path("rocket.jpg"));
     const Pixels pixels = expected(jpeg_pixels(rocket));
     JpegRecipe recipe{.width = 640, .height = 427};
+    recipe.tables = jpeg_tables(rocket);
+    EXPECT_EQ(jpeg_tables(result), recipe.tables);
     const std::string sampling = jpeg_sampling(rocket);
     EXPECT_EQ(jpeg_sampling(result), sampling);
     recipe.sampling_x = sampling[0] - '0';
@@ -178,8 +180,20 @@ TEST_F(HostJpeg, HasTheQualityAskedFor) {
         expect_success(enhance({name}, path("out.jpg"), {"--quality", std::to_string(quality)}));
         EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = quality})));
     }
-    expect_success(enhance({name}, path("out.jpg")));
-    EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = 92})));
+    expect_success(enhance({put("in.png", dark_png())}, path("out.jpg")));
+    EXPECT_EQ(jpeg_tables(read_bytes(path("out.jpg"))), jpeg_tables(dark_jpeg({.quality = 92})));
+}
+
+TEST_F(HostJpeg, KeepsItsQualityAndItsForm) {
+    for (const int quality : {40, 85, 97}) {
+        for (const bool progressive : {false, true}) {
+            const std::string file = dark_jpeg({.quality = quality, .progressive = progressive});
+            expect_success(enhance({put("in.jpg", file)}, path("out.jpg")));
+            const std::string result = read_bytes(path("out.jpg"));
+            EXPECT_EQ(jpeg_tables(result), jpeg_tables(file)) << quality;
+            EXPECT_EQ(jpeg_is_progressive(result), progressive) << quality;
+        }
+    }
 }
 
 using HostMetadata = Host;
@@ -223,13 +237,21 @@ TEST_F(HostFormat, IsToldByContentAndChosenByTheOutputsExtension) {
 TEST_F(HostFormat, IsTheInputsWhereTheNameDoesNotSay) {
     const std::string misnamed = put("really.jpg", dark_png());
     const std::string notice = ": notice: written as PNG like the input, whatever the name says\n";
-    for (const std::string output : {"out", "out.tif", "folder/"}) {
-        const Outcome outcome = enhance({misnamed}, path(output));
+    for (const std::string folder : {"new", "folder/"}) {
+        const Outcome outcome = enhance({misnamed}, path(folder));
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "ko: " + misnamed + notice);
-        const std::string written = output == "folder/" ? "folder/really.jpg" : output;
-        EXPECT_EQ(png_pixels(read_bytes(path(written))), expected(png_pixels(dark_png())));
+        EXPECT_EQ(png_pixels(read_bytes(path(folder + "/really.jpg"))), expected(png_pixels(dark_png())));
     }
+}
+
+TEST_F(HostFormat, OfAnUnknownExtensionIsRefused) {
+    const std::string name = put("in.png", dark_png());
+    put("out", "a file");
+    for (const std::string output : {"out.xyz", "out.", "out"}) {
+        expect_wrong_usage(enhance({name}, path(output)), "cannot write " + path(output) + no_extension);
+    }
+    EXPECT_EQ(left(), (std::set<std::string>{"in.png", "out"}));
 }
 
 TEST_F(HostFormat, JpegOutputTellsThatAlphaIsLost) {
@@ -245,13 +267,13 @@ TEST_F(HostErrors, TruncatedFilesLeaveNothing) {
     for (const auto &[name, file] : {std::pair{std::string("in.png"), dark_png()}, {std::string("in.jpg"), dark_jpeg()}}) {
         for (size_t part = 0; part < 12; ++part) {
             const size_t size = part == 11 ? file.size() - 1 : file.size() * part / 11;
-            const Outcome outcome = enhance({put(name, file.substr(0, size))}, path("out"));
+            const Outcome outcome = enhance({put(name, file.substr(0, size))}, path("out.png"));
             EXPECT_EQ(outcome.status, 1) << size << " bytes of " << name;
             EXPECT_EQ(outcome.out, "");
             const Words lines = outcome.err_lines();
             ASSERT_EQ(lines.size(), 1u) << outcome.err;
             EXPECT_TRUE(lines[0].starts_with("ko: " + path(name) + ": ")) << lines[0];
-            EXPECT_FALSE(exists(path("out")));
+            EXPECT_FALSE(exists(path("out.png")));
         }
     }
     EXPECT_EQ(left(), (std::set<std::string>{"in.png", "in.jpg"}));
@@ -271,7 +293,8 @@ TEST_F(HostErrors, OfOnePictureLeaveTheOthersAlone) {
 
 TEST_F(HostErrors, AnInputThatIsAFolder) {
     fs::create_directory(path("pictures"));
-    expect_one_error(enhance({path("pictures")}, path("out.png")), path("pictures") + ": cannot be read: Is a directory");
+    expect_one_error(enhance({path("pictures")}, path("out")),
+                     path("pictures") + ": no pictures in this folder; --recursive looks into folders below");
 }
 
 TEST_F(HostErrors, AnOutputThatIsNoFolder) {
@@ -302,9 +325,9 @@ TEST_F(HostErrors, AnOutputThatIsAFolderOrNoFileAtAll) {
     const std::string name = put("a.png", dark_png());
     fs::create_directories(path("out/a.png"));
     expect_one_error(enhance({name}, path("out")), name + ": cannot write " + path("out/a.png") + ": a folder has this name");
-    ASSERT_EQ(mkfifo(path("pipe").c_str(), 0600), 0);
-    expect_one_error(enhance({name}, path("pipe")), name + ": cannot write " + path("pipe") + ": not a regular file");
-    EXPECT_TRUE(fs::is_fifo(path("pipe")));
+    ASSERT_EQ(mkfifo(path("pipe.png").c_str(), 0600), 0);
+    expect_one_error(enhance({name}, path("pipe.png")), name + ": cannot write " + path("pipe.png") + ": not a regular file");
+    EXPECT_TRUE(fs::is_fifo(path("pipe.png")));
 }
 
 TEST_F(HostErrors, AFullDiskLeavesTheOldFile) {
@@ -325,7 +348,8 @@ TEST_F(HostErrors, OfTheLibraryComeWithItsMessages) {
     const Sample flat = [](uint32_t x, uint32_t, uint32_t) { return x & 63; };
     const std::string large = put("large.png", png_file({3000, 3000, 8, png_rgb, false, {}, {}}, flat));
     const std::string small = put("small.png", dark_png());
-    const Outcome outcome = enhance({large, small}, path("out"), {}, {.address_space = uint64_t{200} << 20});
+    const Outcome outcome =
+        enhance({large, small}, path("out"), {"--working-size", "full"}, {.address_space = uint64_t{200} << 20});
     EXPECT_EQ(outcome.status, 1);
     EXPECT_NE(outcome.err.find("ko: " + large + ": "), std::string::npos) << outcome.err;
     EXPECT_NE(outcome.err.find("\n-> Cannot allocate "), std::string::npos) << outcome.err;
@@ -336,44 +360,46 @@ TEST_F(HostErrors, OfTheLibraryComeWithItsMessages) {
 
 using HostFiles = Host;
 
-TEST_F(HostFiles, OfOneNameDoNotOverwriteEachOther) {
+TEST_F(HostFiles, OfOneNameAreRefusedBeforeAnyWork) {
     const Words inputs = {put("a/x.png", dark_png()), put("b/x.png", dark_png(png_gray)), put("c/y.png", dark_png())};
-    const Outcome outcome = enhance(inputs, path("out"));
-    expect_one_error(outcome, inputs[1] + ": cannot write " + path("out/x.png") + ": taken by " + inputs[0]);
-    EXPECT_EQ(outcome.out_lines().size(), 2u);
-    EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png())));
-    EXPECT_TRUE(exists(path("out/y.png")));
+    expect_wrong_usage(enhance(inputs, path("out")), "cannot write " + path("out/x.png") +
+                                                         ": two inputs would become this file, " + inputs[0] + " and " +
+                                                         inputs[1]);
+    EXPECT_FALSE(exists(path("out")));
 }
 
 TEST_F(HostFiles, ThatAreInputsBelongToThemselves) {
     const Words inputs = {put("a/x.png", dark_png()), put("out/x.png", dark_png(png_gray))};
-    expect_one_error(enhance(inputs, path("out")), inputs[0] + ": cannot write " + path("out/x.png") + ": it is another input");
-    EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png(png_gray))));
+    expect_wrong_usage(enhance(inputs, path("out")), "cannot write " + path("out/x.png") + ": it is another input");
+    EXPECT_EQ(read_bytes(path("out/x.png")), dark_png(png_gray));
 }
 
 TEST_F(HostFiles, GivenTwiceAreDoneOnce) {
     const std::string name = put("x.png", dark_png());
-    expect_one_error(enhance({name, name}, path("out")), name + ": cannot write " + path("out/x.png") + ": taken by " + name);
+    const Outcome outcome = enhance({name, path("./x.png")}, path("out"));
+    expect_success(outcome);
+    EXPECT_EQ(outcome.out_lines().size(), 1u);
     EXPECT_EQ(png_pixels(read_bytes(path("out/x.png"))), expected(png_pixels(dark_png())));
 }
 
-TEST_F(HostFiles, CanBeWrittenOverThemselves) {
+TEST_F(HostFiles, AreOverwrittenInPlaceAlone) {
     const std::string name = put("x.png", dark_png());
     fs::permissions(name, fs::perms::owner_read | fs::perms::owner_write);
-    expect_success(enhance({name}, name));
-    EXPECT_EQ(png_pixels(read_bytes(name)), expected(png_pixels(dark_png())));
-    EXPECT_EQ(fs::status(name).permissions(), fs::perms::owner_read | fs::perms::owner_write);
-    put("x.png", dark_png());
+    expect_wrong_usage(enhance({name}, name), "cannot write " + name + ": it is the input (--in-place overwrites it)");
+    expect_wrong_usage(enhance({name}, path("")), "cannot write " + name + ": it is the input (--in-place overwrites it)");
+    EXPECT_EQ(read_bytes(name), dark_png());
     const std::string other = put("y.jpg", dark_jpeg());
-    expect_success(enhance({name, other}, path(".")));
+    expect_success(enhance({name, other}, "", {"--in-place"}));
     EXPECT_EQ(png_pixels(read_bytes(name)), expected(png_pixels(dark_png())));
+    EXPECT_NE(read_bytes(other), dark_jpeg());
+    EXPECT_EQ(fs::status(name).permissions(), fs::perms::owner_read | fs::perms::owner_write);
     EXPECT_EQ(left(), (std::set<std::string>{"x.png", "y.jpg"}));
 }
 
 TEST_F(HostFiles, StayWhenTheyCannotBeReadWhole) {
     const std::string cut = dark_png().substr(0, 400);
     const std::string name = put("x.png", cut);
-    EXPECT_EQ(enhance({name}, name).status, 1);
+    EXPECT_EQ(enhance({name}, "", {"--in-place"}).status, 1);
     EXPECT_EQ(read_bytes(name), cut);
 }
 
@@ -417,9 +443,9 @@ TEST_F(HostOutput, IsEmptyWhenQuiet) {
 
 TEST_F(HostOutput, OnATerminalShowsABarOverPicturesAndStages) {
     const Words inputs = {put("a.png", dark_png()), put("b.png", dark_png()), path("missing.png")};
-    const Outcome outcome = enhance(inputs, path("out"), {}, {.terminal = true});
+    const Outcome outcome = enhance(inputs, path("out"), {"--jobs", "1"}, {.terminal = true});
     EXPECT_EQ(outcome.status, 1);
-    for (const std::string stage : {"reading", "curves", "applying", "writing"}) {
+    for (const std::string stage : {"reading", "judging", "curves", "applying"}) {
         EXPECT_NE(outcome.out.find(": " + stage), std::string::npos) << stage;
     }
     for (const std::string count : {"] 1/3 ", "] 2/3 ", "] 3/3 "}) {
@@ -428,6 +454,38 @@ TEST_F(HostOutput, OnATerminalShowsABarOverPicturesAndStages) {
     EXPECT_TRUE(matches(outcome.out, "\r\x1b\\[K[^\r\n]*b\\.png: 96 x 80, enhanced, " + time_shown + "\r\n"))
         << "the bar makes room for the line";
     EXPECT_TRUE(outcome.out.ends_with("No such file or directory\r\n")) << "no bar stays behind: " << outcome.out;
+}
+
+TEST_F(HostOutput, OnATerminalNothingOfABarStaysHoweverManyPicturesAreAtWork) {
+    Words inputs;
+    for (int i = 0; i < 9; ++i) {
+        const std::string name = "p" + std::to_string(i) + ".png";
+        inputs.push_back(i % 4 == 3 ? path(name) : put(name, dark_png()));
+    }
+    const Outcome outcome = enhance(inputs, path("out"), {"--jobs", "4"}, {.terminal = true});
+    EXPECT_NE(outcome.out.find("\x1b[K["), std::string::npos) << "a bar";
+    const Words lines = shown_on_screen(outcome.out);
+    ASSERT_EQ(lines.size(), inputs.size() + 1) << outcome.out;
+    for (size_t i = 0; i < inputs.size(); ++i) {
+        const std::string expected = i % 4 == 3 ? "^ko: " + inputs[i] + ": cannot be read: No such file or directory$"
+                                                : "^" + inputs[i] + ": 96 x 80, enhanced, " + time_shown + "$";
+        EXPECT_TRUE(matches(lines[i], expected)) << lines[i];
+    }
+    EXPECT_EQ(lines.back(), "");
+}
+
+TEST_F(HostOutput, TellsTheTimesOfAllStages) {
+    const Words inputs = {put("a.png", dark_png()), put("b.png", judged_png({64, 0, 0}))};
+    const Outcome outcome = run_command("enhance", inputs, path("out"), {"--timings", "--policy", "conservative"});
+    expect_success(outcome);
+    std::string times;
+    for (const std::string stage : {"reading", "red eyes", "judging", "curves", "applying", "writing"}) {
+        times += (times.empty() ? "" : ", ") + stage + " " + time_shown;
+    }
+    ASSERT_EQ(outcome.out_lines().size(), 2u);
+    for (const std::string &line : outcome.out_lines()) {
+        EXPECT_TRUE(matches(line, ", " + time_shown + " \\(" + times + "\\)$")) << line;
+    }
 }
 
 TEST_F(HostOutput, ElsewhereHasPlainLines) {
@@ -463,10 +521,10 @@ TEST_F(HostCommandLine, MistakesAreToldInOneLine) {
         {{"--ratio", "0.5 "}, "--ratio: '0.5 ' is not a number from 0 to 1"},
         {{"--quality", "0"}, "--quality: '0' is not a whole number from 1 to 100"},
         {{"--quality", "101"}, "--quality: '101' is not a whole number from 1 to 100"},
-        {{"--frob", "1"}, "The following argument"}};
+        {{"--frob", "1"}, "there is no option "}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = enhance({name}, path("out.png"), options);
-        EXPECT_EQ(outcome.status, 1) << options[1];
+        EXPECT_EQ(outcome.status, 2) << options[1];
         EXPECT_EQ(outcome.out, "");
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
         EXPECT_TRUE(outcome.err.starts_with("ko: " + beginning)) << outcome.err;
@@ -474,13 +532,33 @@ TEST_F(HostCommandLine, MistakesAreToldInOneLine) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
-TEST_F(HostCommandLine, WithoutInputOrOutputOrCommandIsAMistake) {
+TEST_F(HostCommandLine, WithoutInputOrOutputIsAMistake) {
     const std::string name = put("in.png", dark_png());
-    for (const Words &words : {Words{}, Words{"enhance"}, Words{"enhance", name}, Words{"enhance", "-o", path("out.png")},
-                               Words{"enhance", name, "-o", ""}, Words{"frob", name}}) {
+    for (const Words &words : {Words{"enhance"}, Words{"enhance", name}, Words{"enhance", "-o", path("out.png")},
+                               Words{"enhance", name, "-o", ""}, Words{"enhance", name, "--suffix", ""}}) {
         const Outcome outcome = run_program(words);
-        EXPECT_EQ(outcome.status, 1);
+        EXPECT_EQ(outcome.status, 2);
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
+        EXPECT_TRUE(outcome.err.ends_with(" (see ko enhance --help)\n")) << outcome.err;
+    }
+    EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
+}
+
+TEST_F(HostCommandLine, MisspeltWordsGetTheirNearestNeighbour) {
+    const std::vector<std::pair<Words, std::string>> cases = {
+        {{"enhnace"}, "there is no command enhnace; did you mean enhance? (see ko --help)"},
+        {{"judg", "x"}, "there is no command judg; did you mean judge? (see ko --help)"},
+        {{"frobnicate"}, "there is no command frobnicate (see ko --help)"},
+        {{"help", "curve"}, "there is no command curve; did you mean curves? (see ko help --help)"},
+        {{"enhance", "x", "-o", "y", "--jsno"}, "there is no option --jsno; did you mean --json? (see ko enhance --help)"},
+        {{"enhance", "x", "-o", "y", "--max-gian=2"},
+         "there is no option --max-gian=2; did you mean --max-gain? (see ko enhance --help)"},
+        {{"enhance", "a.jpg", "b.jpg"}, "no output: did you mean 'ko enhance a.jpg -o b.jpg'? (see ko enhance --help)"},
+        {{"auto", "a.jpg", "b.jpg", "c.jpg"}, "no output: did you mean 'ko auto a.jpg ... -o c.jpg'? (see ko auto --help)"},
+        {{"apply", "curves.txt", "a.jpg", "b.jpg"},
+         "no output: did you mean 'ko apply curves.txt a.jpg -o b.jpg'? (see ko apply --help)"}};
+    for (const auto &[words, line] : cases) {
+        expect_wrong_usage(run_program(words), line);
     }
 }
 
@@ -488,14 +566,15 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     const Outcome help = run_program({"enhance", "--help"});
     expect_success(help);
     for (const std::string text :
-         {"--grid",   "8x8",      "--curve-size", "256",     "--max-gain", "3.0",       "--strength", "40.0",
-          "--limit",  "0.6275",   "--levels",     "--ratio", "0.5",        "--quality", "92",         "--quiet",
-          "--output", "--policy", "default",      "--force", "--score",    "--json"}) {
+         {"--grid",         "8x8",        "--curve-size", "256",     "--max-gain", "3.0",       "--strength", "40.0",
+          "--limit",        "0.6275",     "--levels",     "--ratio", "0.5",        "--quality", "92",         "--quiet",
+          "--output",       "--policy",   "default",      "--force", "--score",    "--json",    "--jobs",     "--timings",
+          "--working-size", "--max-slope"}) {
         EXPECT_NE(help.out.find(text), std::string::npos) << text;
     }
     const std::vector<std::pair<std::string, Words>> commands = {
         {"enhance", {}},
-        {"judge", {"--scores", "--score", "--json", "--max-gain", "DET", "NOI", "ENT"}},
+        {"judge", {"--scores", "--score", "--json", "--max-gain", "--working-size", "8 by 8 blocks"}},
         {"curves", {"--form", "text, binary, encoded", "--draw", "--grid", "--curve-size", "--json", "--quiet", "--output"}},
         {"apply", {"FILE", "INPUT", "--ratio", "--quality", "--json", "--quiet", "--output"}}};
     for (const auto &[command, texts] : commands) {
@@ -508,36 +587,15 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     }
     const Outcome version = run_program({"--version"});
     expect_success(version);
+    EXPECT_EQ(run_program({"-V"}).out, version.out);
+    for (const std::string command : {"enhance", "redeye", "auto", "judge", "curves", "apply"}) {
+        EXPECT_EQ(run_program({"help", command}).out, run_program({command, "--help"}).out);
+    }
+    const Outcome nothing = run_program({});
+    EXPECT_EQ(nothing.status, 2);
+    EXPECT_EQ(nothing.out, run_program({"--help"}).out);
+    EXPECT_EQ(run_program({"help"}).out, nothing.out);
     EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\n$")) << version.out;
 }
-
-#ifndef __SANITIZE_ADDRESS__ // a sanitizer keeps memory of its own
-
-using HostMemory = Host;
-
-TEST_F(HostMemory, StaysUnderAHundredBytesAPixel) {
-    // Large enough to outweigh what this process hands down to its children in the system's account.
-    constexpr uint32_t side = 1800;
-    constexpr uint64_t area = uint64_t{side} * side;
-    const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x, y); };
-    const std::vector<std::pair<std::string, std::string>> files = {
-        {"rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture)},
-        {"rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, texture)}};
-    constexpr uint64_t planes = area * 30;
-    EXPECT_LT(enhance({put("empty.png", dark_png())}, path("out.png")).peak_memory, planes)
-        << "what is handed down outweighs it";
-    for (const auto &[name, file] : files) {
-        const std::string input = put(name, file);
-        for (const std::string policy : {"always", "default"}) {
-            const Outcome outcome = run_command("enhance", {input}, path("out"), {"--policy", policy});
-            EXPECT_NE(outcome.out.find(", enhanced, "), std::string::npos) << outcome.out;
-            EXPECT_GT(outcome.peak_memory, planes) << "the account does not show the planes of " << name;
-            EXPECT_LT(outcome.peak_memory, area * 100) << name << " under " << policy;
-        }
-        EXPECT_LT(run_command("judge", {input}, "").peak_memory, area * 100) << name;
-    }
-}
-
-#endif
 
 } // namespace

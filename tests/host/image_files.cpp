@@ -137,6 +137,14 @@ int given_components(J_COLOR_SPACE space) {
 
 constexpr std::array<jpeg_scan_info, 2> two_scans = {{{1, {0, 0, 0, 0}, 0, 0, 0, 0}, {1, {0, 0, 0, 0}, 1, 63, 0, 0}}};
 
+void use_tables(jpeg_compress_struct &info, const std::vector<JpegTable> &tables) {
+    for (size_t i = 0; i < tables.size(); ++i) {
+        const std::vector<unsigned int> steps(tables[i].begin(), tables[i].end());
+        jpeg_add_quant_table(&info, static_cast<int>(i), steps.data(), 100, FALSE);
+        info.comp_info[i].quant_tbl_no = static_cast<int>(i);
+    }
+}
+
 void configure(jpeg_compress_struct &info, const JpegRecipe &recipe) {
     info.image_width = recipe.width;
     info.image_height = recipe.height;
@@ -153,6 +161,7 @@ void configure(jpeg_compress_struct &info, const JpegRecipe &recipe) {
             info.comp_info[colour].v_samp_factor = recipe.colour_sampling_y[colour - 1];
         }
     }
+    use_tables(info, recipe.tables);
     if (recipe.progressive) {
         jpeg_simple_progression(&info);
     }
@@ -314,13 +323,34 @@ std::string jpeg_sampling(const std::string &file) {
 
 int jpeg_first_factor(const std::string &file) { return static_cast<int>(number_at(jpeg_segment(file, 0xdb), 1, 1)); }
 
-Pixels jpeg_pixels(const std::string &file) {
+std::vector<JpegTable> jpeg_tables(const std::string &file) {
     jpeg_decompress_struct info{};
     jpeg_error_mgr errors{};
     info.err = jpeg_std_error(&errors);
     jpeg_create_decompress(&info);
     jpeg_mem_src(&info, reinterpret_cast<const unsigned char *>(file.data()), static_cast<unsigned long>(file.size()));
     jpeg_read_header(&info, TRUE);
+    std::vector<JpegTable> tables(static_cast<size_t>(info.num_components));
+    for (size_t i = 0; i < tables.size(); ++i) {
+        std::copy_n(info.quant_tbl_ptrs[info.comp_info[i].quant_tbl_no]->quantval, tables[i].size(), tables[i].begin());
+    }
+    jpeg_destroy_decompress(&info);
+    return tables;
+}
+
+bool jpeg_is_progressive(const std::string &file) {
+    const std::vector<Segment> segments = jpeg_segments(file);
+    return std::any_of(segments.begin(), segments.end(), [](const Segment &segment) { return segment.first == 0xc2; });
+}
+
+Pixels jpeg_pixels(const std::string &file, unsigned int divisor) {
+    jpeg_decompress_struct info{};
+    jpeg_error_mgr errors{};
+    info.err = jpeg_std_error(&errors);
+    jpeg_create_decompress(&info);
+    jpeg_mem_src(&info, reinterpret_cast<const unsigned char *>(file.data()), static_cast<unsigned long>(file.size()));
+    jpeg_read_header(&info, TRUE);
+    info.scale_denom = divisor;
     jpeg_start_decompress(&info);
     Pixels pixels{info.output_width, info.output_height, static_cast<uint32_t>(info.output_components), {}};
     const size_t row_bytes = size_t{pixels.width} * pixels.channels;

@@ -58,6 +58,9 @@ Pixels png_pixels(const std::string &file);
 // Marker (0xe1 is APP1) and data of a JPEG segment.
 using Segment = std::pair<int, std::string>;
 
+// The steps by which a component of a JPEG file is rounded, row by row.
+using JpegTable = std::array<uint16_t, 64>;
+
 enum class JpegColour { gray, ycc, rgb, cmyk, ycck, two_unknown };
 
 struct JpegRecipe {
@@ -69,6 +72,7 @@ struct JpegRecipe {
     std::array<int, 2> colour_sampling_x = {1, 1};
     std::array<int, 2> colour_sampling_y = {1, 1};
     int quality = 92;
+    std::vector<JpegTable> tables = {}; // one for each component, in place of those of the quality
     bool progressive = false;
     bool two_scans = false; // gray and progressive: final low frequencies first, then final high ones
     int density_unit = -1;  // -1 writes no JFIF segment
@@ -91,7 +95,13 @@ std::string jpeg_sampling(const std::string &file);
 // Quantisation factor of the lowest luminance frequency, which tells the quality.
 int jpeg_first_factor(const std::string &file);
 
-Pixels jpeg_pixels(const std::string &file);
+// The quantisation tables of the components.
+std::vector<JpegTable> jpeg_tables(const std::string &file);
+
+bool jpeg_is_progressive(const std::string &file);
+
+// The pixels; with a divisor of 2, 4 or 8, of the picture decoded that much smaller.
+Pixels jpeg_pixels(const std::string &file, unsigned int divisor = 1);
 
 // An ICC profile that libpng accepts, for "RGB " or "GRAY", of at least size bytes.
 std::string icc_profile(const std::string &space, uint32_t size);

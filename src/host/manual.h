@@ -1,0 +1,22 @@
+// The manual page and the completions of shells, made from the description of the command line, so that they say what --help
+// says.
+#ifndef KO_HOST_MANUAL_H
+#define KO_HOST_MANUAL_H
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace host {
+
+// The page for man, section 1.
+std::string manual_page(const CLI::App &app, const std::string &version);
+
+std::string bash_completion(const CLI::App &app);
+std::string zsh_completion(const CLI::App &app);
+
+} // namespace host
+
+#endif

@@ -1,0 +1,76 @@
+// All that the program asks of the system beyond the standard library: files, the terminal, signals. One back end for each
+// system stands behind it.
+#ifndef KO_HOST_SYSTEM_H
+#define KO_HOST_SYSTEM_H
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <string>
+
+namespace host::system {
+
+// What went wrong with the latest call on this thread, such as "Permission denied".
+std::string failure();
+
+// A file by the system's number. All calls throw nothing and report a failure by their result; what failed is in failure().
+class File {
+  public:
+    File() = default;
+    File(File &&other) noexcept;
+    File &operator=(File &&other) noexcept;
+    ~File() { close(); }
+
+    static File standard_input();
+    static File standard_output();
+    bool open(const std::filesystem::path &path) noexcept;
+
+    // Makes a file that does not exist yet.
+    enum class Made { yes, exists, no };
+    Made make(const std::filesystem::path &path) noexcept;
+
+    bool is_open() const { return number_ >= 0; }
+
+    // True for a file whose bytes can be read in any order.
+    bool has_places() const noexcept;
+
+    // Read as many bytes as fit into room, fewer at the end alone, at an offset or where the last reading stopped; -1 on
+    // failure.
+    int64_t read_at(uint64_t offset, std::span<uint8_t> room) noexcept;
+    int64_t read(std::span<uint8_t> room) noexcept;
+
+    bool write(std::span<const uint8_t> bytes) noexcept;
+
+    // Brings the bytes to the disk, where the file system can.
+    bool sync() noexcept;
+
+    // True if the file system has room for one more byte at the end.
+    bool has_room() noexcept;
+
+    bool close() noexcept;
+
+  private:
+    int number_ = -1;
+    bool owned_ = true;
+};
+
+bool can_write_into(const std::filesystem::path &folder) noexcept;
+bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept;
+
+// A number that no other process has now.
+unsigned process();
+
+unsigned processors();
+
+// True if the standard output is a terminal that can redraw a line.
+bool has_terminal();
+unsigned terminal_width();
+
+// Lets clean_up run when the program is interrupted or asked to end, before it ends by that signal. Made before all threads,
+// once. Writing to a closed pipe fails from here on and ends nothing.
+void on_interruption(void (*clean_up)());
+
+} // namespace host::system
+
+#endif

@@ -1,0 +1,154 @@
+#include "system.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace host::system {
+
+namespace {
+
+// Calls step(done) until count bytes are done, none are left, or it fails.
+template <class Step> int64_t repeat(size_t count, const Step &step) {
+    size_t done = 0;
+    while (done < count) {
+        const ssize_t more = step(done);
+        if (more < 0 && errno == EINTR) {
+            continue;
+        }
+        if (more < 0) {
+            return -1;
+        }
+        if (more == 0) {
+            break;
+        }
+        done += static_cast<size_t>(more);
+    }
+    return static_cast<int64_t>(done);
+}
+
+} // namespace
+
+std::string failure() { return std::generic_category().message(errno); }
+
+File::File(File &&other) noexcept : number_(std::exchange(other.number_, -1)), owned_(other.owned_) {}
+
+File &File::operator=(File &&other) noexcept {
+    close();
+    number_ = std::exchange(other.number_, -1);
+    owned_ = other.owned_;
+    return *this;
+}
+
+File File::standard_input() {
+    File file;
+    file.number_ = STDIN_FILENO;
+    file.owned_ = false;
+    return file;
+}
+
+File File::standard_output() {
+    File file;
+    file.number_ = STDOUT_FILENO;
+    file.owned_ = false;
+    return file;
+}
+
+bool File::open(const std::filesystem::path &path) noexcept {
+    number_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    return number_ >= 0;
+}
+
+File::Made File::make(const std::filesystem::path &path) noexcept {
+    number_ = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+    return number_ >= 0 ? Made::yes : errno == EEXIST ? Made::exists : Made::no;
+}
+
+bool File::has_places() const noexcept {
+    struct stat status {};
+    return ::fstat(number_, &status) == 0 && S_ISREG(status.st_mode);
+}
+
+int64_t File::read_at(uint64_t offset, std::span<uint8_t> room) noexcept {
+    return repeat(room.size(), [&](size_t done) {
+        return ::pread(number_, room.data() + done, room.size() - done, static_cast<off_t>(offset + done));
+    });
+}
+
+int64_t File::read(std::span<uint8_t> room) noexcept {
+    return repeat(room.size(), [&](size_t done) { return ::read(number_, room.data() + done, room.size() - done); });
+}
+
+bool File::write(std::span<const uint8_t> bytes) noexcept {
+    return repeat(bytes.size(), [&](size_t done) { return ::write(number_, bytes.data() + done, bytes.size() - done); }) ==
+           static_cast<int64_t>(bytes.size());
+}
+
+bool File::sync() noexcept { return ::fsync(number_) == 0 || errno == EINVAL || errno == ENOSYS; }
+
+bool File::has_room() noexcept {
+    struct stat status {};
+    return ::fstat(number_, &status) == 0 && ::pwrite(number_, "", 1, status.st_size) == 1 &&
+           ::ftruncate(number_, status.st_size) == 0;
+}
+
+bool File::close() noexcept {
+    const int number = std::exchange(number_, -1);
+    return number < 0 || !owned_ || ::close(number) == 0;
+}
+
+bool can_write_into(const std::filesystem::path &folder) noexcept { return ::access(folder.c_str(), W_OK | X_OK) == 0; }
+
+bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept {
+    return ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+unsigned process() { return static_cast<unsigned>(::getpid()); }
+
+unsigned processors() { return std::max(std::thread::hardware_concurrency(), 1u); }
+
+bool has_terminal() {
+    const char *kind = std::getenv("TERM");
+    return ::isatty(STDOUT_FILENO) != 0 && (kind == nullptr || std::string_view(kind) != "dumb");
+}
+
+unsigned terminal_width() {
+    winsize size{};
+    return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+// A thread of its own waits for the signals, so that clean_up may take locks and call what it likes.
+void on_interruption(void (*clean_up)()) {
+    std::signal(SIGPIPE, SIG_IGN);
+    sigset_t signals;
+    sigemptyset(&signals);
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        struct sigaction present {};
+        if (::sigaction(number, nullptr, &present) == 0 && present.sa_handler != SIG_IGN) { // as under nohup
+            sigaddset(&signals, number);
+        }
+    }
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    std::thread([signals, clean_up] {
+        int number = 0;
+        while (sigwait(&signals, &number) != 0) {
+        }
+        clean_up();
+        std::signal(number, SIG_DFL);
+        pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        ::raise(number);
+    }).detach();
+}
+
+} // namespace host::system

@@ -1,0 +1,83 @@
+// How much memory the program asks for. A sanitizer keeps memory of its own, so there is nothing to be seen under one.
+#include "host.h"
+#include "judged_pictures.h"
+#include "large_files.h"
+
+namespace {
+
+using namespace ko_test;
+
+#ifndef __SANITIZE_ADDRESS__
+
+constexpr uint64_t megabyte = 1'000'000;
+
+using Write = void (*)(const std::string &path, uint32_t width, uint32_t height);
+
+class HostMemory : public Host {
+  protected:
+    // The peak for a picture, which is enhanced.
+    uint64_t peak(const std::string &name, const Words &options = {"--force"}) const {
+        const std::string output = path("out." + name.substr(name.rfind('.') + 1));
+        const Outcome outcome = run_command("enhance", {path(name)}, output, options);
+        expect_success(outcome);
+        EXPECT_NE(outcome.out.find(", enhanced, "), std::string::npos) << outcome.out;
+        return outcome.peak_memory;
+    }
+
+    void expect_bounded(Write write, const std::string &name, uint32_t large_width, uint32_t large_height) {
+        write(path(name), 3000, 2000);
+        const uint64_t small = peak(name);
+        write(path(name), large_width, large_height);
+        const uint64_t large = peak(name);
+        RecordProperty("small", std::to_string(small));
+        RecordProperty("large", std::to_string(large));
+        EXPECT_LT(small, 110 * megabyte);
+        EXPECT_LT(large, 110 * megabyte);
+        EXPECT_LT(large, small + 30 * megabyte) << "it grows with the picture";
+    }
+};
+
+// What follows means nothing if the system counts more of this process for its children.
+TEST_F(HostMemory, OfThisProcessDoesNotHideThePrograms) {
+    put("in.png", dark_png());
+    EXPECT_LT(peak("in.png"), 25 * megabyte);
+}
+
+TEST_F(HostMemory, OfALargeJpegFileIsThatOfASmallOne) { expect_bounded(write_large_jpeg, "in.jpg", 10'000, 10'000); }
+
+TEST_F(HostMemory, OfALargePngFileIsThatOfASmallOne) { expect_bounded(write_large_png, "in.png", 6000, 4000); }
+
+// Bytes a pixel of pictures whose first row asks for the whole file.
+TEST_F(HostMemory, OfPicturesThatAreDecodedWholeStaysLow) {
+    constexpr uint32_t side = 2400;
+    const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x / 8, y / 8); };
+    put("rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, texture));
+    put("rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture));
+    EXPECT_LT(peak("rgb.jpg"), uint64_t{side} * side * 30);
+    EXPECT_LT(peak("rgba.png"), uint64_t{side} * side * 30);
+}
+
+// The library's planes of a picture that is worked on whole.
+TEST_F(HostMemory, StaysUnderAHundredBytesAPixel) {
+    // Large enough to outweigh what this process hands down to its children in the system's account.
+    constexpr uint32_t side = 1200;
+    constexpr uint64_t area = uint64_t{side} * side;
+    const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x, y); };
+    put("rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture));
+    put("rgb.jpg", jpeg_file({.width = side, .height = side, .progressive = true}, texture));
+    constexpr uint64_t planes = area * 30;
+    put("empty.png", dark_png());
+    EXPECT_LT(peak("empty.png"), planes) << "what is handed down outweighs it";
+    for (const std::string name : {"rgba.png", "rgb.jpg"}) {
+        for (const std::string policy : {"always", "default"}) {
+            const uint64_t most = peak(name, {"--policy", policy, "--working-size", "full"});
+            EXPECT_GT(most, planes) << "the account does not show the planes of " << name;
+            EXPECT_LT(most, area * 100) << name << " under " << policy;
+        }
+        EXPECT_LT(run_command("judge", {path(name)}, "", {"--working-size", "full"}).peak_memory, area * 100) << name;
+    }
+}
+
+#endif
+
+} // namespace

@@ -187,7 +187,6 @@ Json object_of(const PageMeasure &measure, const Orientation &orientation) {
             {"low", low},
             {"threshold", measure.threshold},
             {"count", measure.count},
-            {"decimals", measure.measure == kohost::Measure::detail ? 1 : 2},
             {"scores", std::move(scores)}};
 }
 

@@ -336,6 +336,8 @@
 
     // ---- measures
 
+    const decimals = 2;
+
     function scaleOf(measure) {
         const known = measure.scores.filter((score) => score !== null);
         const low = Math.min(...known, measure.threshold);
@@ -353,7 +355,7 @@
             return html("td", {class: "none"}, "\u2013");
         }
         const share = scale.share(score);
-        const cell = html("td", {}, score.toFixed(measure.decimals));
+        const cell = html("td", {}, score.toFixed(decimals));
         if (scale.past(score)) {
             cell.classList.add("past");
             cell.append(html("span", {class: "aside"}, " counts"));
@@ -363,7 +365,7 @@
 
     function legend(measure, scale) {
         const at = scale.high > scale.low ? (measure.threshold - scale.low) / (scale.high - scale.low) : 0;
-        const shown = (value) => value.toFixed(measure.decimals);
+        const shown = (value) => value.toFixed(decimals);
         const anchor = at < 0.15 ? "start" : at > 0.85 ? "end" : "middle";
         const element = html("div", {class: "scale", "aria-hidden": "true"}, html("i"),
                              html("span", {class: "mark " + anchor}, (measure.low ? "under " : "over ") + shown(measure.threshold)));

@@ -219,7 +219,8 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
 }
 
 constexpr const char *about_files = "PNG and JPEG are told apart by content; a file whose extension is neither gets its\n"
-                                    "input's format. Exif data, ICC profile, density and alpha are carried over.\n";
+                                    "input's format. Metadata is carried over; a notice names what is not. A picture that\n"
+                                    "a mark says was done already is left as it is.\n";
 
 // All that a caller may say of the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {

@@ -168,7 +168,7 @@ class JpegWriter : public Writer {
     void set_steps(int table, const std::array<uint16_t, DCTSIZE2> &steps) {
         std::array<unsigned int, DCTSIZE2> values;
         std::copy(steps.begin(), steps.end(), values.begin());
-        jpeg_add_quant_table(&info_, table, values.data(), 100, TRUE);
+        jpeg_add_quant_table(&info_, table, values.data(), 100, FALSE); // steps of 16 bits stay
     }
 
     // The format allows ratios of 1, 2 and 4 and ten blocks in a unit; anything else is written in full colour.

@@ -51,11 +51,11 @@ void improve_file(const Job &job, const Options &options, Entry &entry) {
     const Enhancement enhancement =
         plan(source.working_copy(options.tuning.working_area), options.tuning, options.judging, entry);
     if (enhancement.curves != nullptr) {
-        const bool repaired_eyes = eyes && eyes->changed;
-        const std::vector<Deed> deeds = repaired_eyes ? std::vector{Deed::red_eyes, Deed::shadows} : std::vector{Deed::shadows};
+        std::vector<Deed> deeds = eyes ? trace_of(*eyes, source).deeds : std::vector<Deed>();
+        deeds.push_back(Deed::shadows);
         write_enhanced(job, source, options.quality, *enhancement.curves, options.tuning.ratio, entry, deeds);
     } else if (eyes && eyes->changed) {
-        write_picture(job, source, options.quality, nullptr, entry, repaired(source));
+        write_picture(job, source, options.quality, nullptr, entry, trace_of(*eyes, source));
     } else {
         copy_picture(job, source, options.quality, entry);
     }

@@ -329,8 +329,8 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
 
 const std::string about_files =
     "Pictures are told apart by content. A file in a folder keeps its input's format and name; the\n"
-    "extension of a single output chooses the format. Exif data, ICC profile, density and alpha are\n"
-    "carried over.\n";
+    "extension of a single output chooses the format. Metadata is carried over, and a notice names what is\n"
+    "not. A picture that a mark says was done already is left as it is.\n";
 
 const std::string about_status =
     "The exit status is 0 if all went well, which a picture that is left as it is did too; 1 if some pictures\n"

@@ -123,9 +123,8 @@ codec::Format target_format(const Job &job, const codec::Description &source) { 
 
 void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry,
                    const Trace &trace) {
-    const codec::Description picture =
-        traced(source.description(), target_format(job, source.description()), trace, source.notices);
     const codec::Format format = target_format(job, source.description());
+    const codec::Description picture = traced(source.description(), format, trace, source.notices);
     note_name(job, format, source.notices);
     if (job.dry_run) {
         return;

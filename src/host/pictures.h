@@ -39,7 +39,7 @@ class Source {
     // The rows once more.
     std::unique_ptr<codec::Reader> rows();
 
-    // The picture in small, as it is in memory if it is there.
+    // The picture in small, with what was changed in memory.
     kohost::Image preview();
 
     // Reads the file to its end unless that was done.

@@ -18,7 +18,7 @@ void repair_file(const Job &job, const Options &options, Entry &entry) {
     }
     const kohost::RedEyes eyes = repair(job, source, options.red_eyes, entry);
     if (eyes.changed) {
-        write_picture(job, source, options.quality, nullptr, entry, repaired(source));
+        write_picture(job, source, options.quality, nullptr, entry, trace_of(eyes, source));
     } else {
         copy_picture(job, source, options.quality, entry);
     }

@@ -34,7 +34,10 @@ kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoic
     return eyes;
 }
 
-Trace repaired(Source &source) {
+Trace trace_of(const kohost::RedEyes &eyes, Source &source) {
+    if (eyes.decision != kohost::RedEyeDecision::repaired) {
+        return {};
+    }
     return {{Deed::red_eyes}, [&source] { return source.preview(); }};
 }
 

@@ -10,8 +10,8 @@ namespace host {
 // Repairs a picture in the memory of its source. Throws LibraryError, and PatchFilesError.
 kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeChoices &choices, Entry &entry);
 
-// The trace of a repair in the memory of its source.
-Trace repaired(Source &source);
+// The trace of what was done in the memory of a source. Frames alone leave none.
+Trace trace_of(const kohost::RedEyes &eyes, Source &source);
 
 } // namespace host
 

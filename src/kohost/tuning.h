@@ -25,7 +25,7 @@ struct Tuning {
     float limit = 0.6275f;
     uint64_t levels = 5;
     float ratio = 0.5f;
-    uint64_t working_area = default_working_area; // most pixels of the working copy
+    uint64_t working_area = default_working_area; // pixels of the working copy, about
     std::optional<uint32_t> max_slope;            // most levels between neighbouring entries of a curve; 0 is any number
 
     // Without a choice, what the gain makes of neighbouring levels in the deepest shadows, and at least 3: a smaller limit

@@ -86,7 +86,7 @@ TEST_F(HostMetadata, AMarkedPictureIsLeftAlone) {
         EXPECT_NE(again, first);
         expect_left_alone(enhance({path("again/" + name)}, path("again/")));
     }
-    EXPECT_EQ(exif_software(exif_of(read_bytes(path("again/a.jpg")))), mark) << "the mark is there once";
+    EXPECT_EQ(exif_software(exif_of(read_bytes(path("again/a.jpg")))), mark) << "one mark";
 }
 
 TEST_F(HostMetadata, AMarkGoesWithThePictureIntoAnotherFormat) {
@@ -153,6 +153,14 @@ TEST_F(HostMetadata, RepairedEyesAreMarkedAndRepairedOnce) {
     expect_success(enhance({path("out.png")}, path("both.png")));
     EXPECT_EQ(png_chunk_data(read_bytes(path("both.png")), "tEXt"),
               text_chunk("Software", "ko 0.1.0 (red eyes repaired, shadows opened)"));
+}
+
+TEST_F(HostMetadata, FramesAloneAreNoRepair) {
+    put("in.png", eyes_png({{230, 60, 8, 60}}));
+    const Words options = {"--frames", "--model", put_model(path("model"))};
+    expect_success(run_command("redeye", {path("in.png")}, path("out.png"), options));
+    EXPECT_NE(png_pixels(read_bytes(path("out.png"))), png_pixels(read_bytes(path("in.png"))));
+    EXPECT_EQ(png_chunk_data(read_bytes(path("out.png")), "tEXt"), "");
 }
 
 TEST_F(HostMetadata, AutoMarksAllThatItDid) {

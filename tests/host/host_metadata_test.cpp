@@ -84,7 +84,7 @@ TEST_F(HostMetadata, AMarkedPictureIsLeftAlone) {
         expect_success(enhance({path("first/" + name)}, path("again/"), {"--force", "--again"}));
         const std::string again = read_bytes(path("again/" + name));
         EXPECT_NE(again, first);
-        expect_left_alone(enhance({path("again/" + name)}, path("again/")));
+        expect_left_alone(enhance({path("again/" + name)}, "", {"--in-place"}));
     }
     EXPECT_EQ(exif_software(exif_of(read_bytes(path("again/a.jpg")))), mark) << "one mark";
 }
@@ -323,7 +323,7 @@ TEST_F(HostMetadata, PreserveKeepsTimesAndPermissions) {
         EXPECT_EQ(enhance({path(name)}, output, {"-p"}).status, 0);
         EXPECT_EQ(permissions_of(output), wanted);
         EXPECT_EQ(fs::last_write_time(output), fs::last_write_time(path(name)));
-        EXPECT_EQ(enhance({path(name)}, path(name), {"--preserve"}).status, 0);
+        EXPECT_EQ(enhance({path(name)}, "", {"--in-place", "--preserve"}).status, 0);
         EXPECT_EQ(fs::last_write_time(path(name)), fs::last_write_time(output)) << "written over itself";
     }
 }

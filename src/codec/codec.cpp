@@ -16,8 +16,16 @@ namespace {
 constexpr std::array<uint8_t, 8> png_signature = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
 constexpr std::array<uint8_t, 3> jpeg_signature = {0xff, 0xd8, 0xff};
 
+constexpr std::array<std::array<uint8_t, 4>, 4> tiff_signatures = {
+    {{'I', 'I', 42, 0}, {'M', 'M', 0, 42}, {'I', 'I', 43, 0}, {'M', 'M', 0, 43}}}; // the last two for files over 4 GiB
+
 bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signature) {
     return bytes.size() >= signature.size() && std::equal(signature.begin(), signature.end(), bytes.begin());
+}
+
+bool is_tiff(std::span<const uint8_t> bytes) {
+    return std::any_of(tiff_signatures.begin(), tiff_signatures.end(),
+                       [bytes](const auto &signature) { return begins_with(bytes, signature); });
 }
 
 Density scaled(const Density &density, Density::Unit unit, double factor) {
@@ -56,7 +64,16 @@ constexpr double centimetre = 0.01;
 
 } // namespace
 
-const char *name(Format format) { return format == Format::png ? "PNG" : "JPEG"; }
+const char *name(Format format) {
+    switch (format) {
+    case Format::png:
+        return "PNG";
+    case Format::tiff:
+        return "TIFF";
+    default:
+        return "JPEG";
+    }
+}
 
 std::optional<Format> recognise(std::span<const uint8_t> bytes) {
     if (begins_with(bytes, png_signature)) {
@@ -64,6 +81,9 @@ std::optional<Format> recognise(std::span<const uint8_t> bytes) {
     }
     if (begins_with(bytes, jpeg_signature)) {
         return Format::jpeg;
+    }
+    if (is_tiff(bytes)) {
+        return Format::tiff;
     }
     return std::nullopt;
 }
@@ -81,7 +101,14 @@ std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
     if (!format) {
         throw Error("neither a PNG nor a JPEG file");
     }
-    return *format == Format::png ? open_png(input) : open_jpeg(input, reduction);
+    switch (*format) {
+    case Format::png:
+        return open_png(input);
+    case Format::tiff:
+        return open_tiff(input);
+    default:
+        return open_jpeg(input, reduction);
+    }
 }
 
 std::unique_ptr<Reader> rows_of(const Picture &picture) { return std::make_unique<MemoryReader>(picture); }
@@ -103,8 +130,14 @@ Picture decode(std::span<const uint8_t> bytes, Notices &notices) {
 }
 
 std::unique_ptr<Writer> create(Output &output, const Description &picture, const Encoding &encoding, Notices &notices) {
-    return encoding.format == Format::png ? create_png(output, picture, notices)
-                                          : create_jpeg(output, picture, encoding.quality, notices);
+    switch (encoding.format) {
+    case Format::png:
+        return create_png(output, picture, notices);
+    case Format::tiff:
+        return create_tiff(output, picture, notices);
+    default:
+        return create_jpeg(output, picture, encoding.quality, notices);
+    }
 }
 
 Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices) {

@@ -1,4 +1,4 @@
-// Inside the codec: the two formats, and what they share.
+// Inside the codec: the formats, and what they share.
 #ifndef KO_CODEC_FORMATS_H
 #define KO_CODEC_FORMATS_H
 
@@ -8,8 +8,10 @@ namespace codec {
 
 std::unique_ptr<Reader> open_png(Input &input);
 std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction);
+std::unique_ptr<Reader> open_tiff(Input &input);
 std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
+std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
 
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);

@@ -73,6 +73,18 @@ std::optional<size_t> FileInput::read(uint64_t offset, std::span<uint8_t> room) 
     return count;
 }
 
+std::optional<uint64_t> FileInput::size() noexcept {
+    if (descriptor_ < 0) {
+        return kept_.size();
+    }
+    struct stat status {};
+    if (::fstat(descriptor_, &status) != 0) {
+        std::snprintf(failure_.data(), failure_.size(), "cannot be read: %s", std::strerror(errno));
+        return std::nullopt;
+    }
+    return static_cast<uint64_t>(status.st_size);
+}
+
 void FileInput::keep_all() {
     std::array<uint8_t, 1 << 16> room;
     while (true) {
@@ -114,9 +126,9 @@ Draft::~Draft() {
     }
 }
 
-bool Draft::write(std::span<const uint8_t> bytes) noexcept {
+template <class Step> bool Draft::write_by(std::span<const uint8_t> bytes, const Step &step) noexcept {
     while (!bytes.empty()) {
-        const ssize_t written = ::write(descriptor_, bytes.data(), bytes.size());
+        const ssize_t written = step(bytes);
         if (written < 0 && errno == EINTR) {
             continue;
         }
@@ -127,6 +139,17 @@ bool Draft::write(std::span<const uint8_t> bytes) noexcept {
         bytes = bytes.subspan(static_cast<size_t>(written));
     }
     return true;
+}
+
+bool Draft::write(std::span<const uint8_t> bytes) noexcept {
+    return write_by(bytes, [this](auto rest) { return ::write(descriptor_, rest.data(), rest.size()); });
+}
+
+bool Draft::rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept {
+    return write_by(bytes, [&](auto rest) {
+        const size_t done = bytes.size() - rest.size();
+        return ::pwrite(descriptor_, rest.data(), rest.size(), static_cast<off_t>(offset + done));
+    });
 }
 
 void Draft::check_room() {

@@ -28,6 +28,7 @@ class FileInput : public codec::Input {
     FileInput &operator=(const FileInput &) = delete;
 
     std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept override;
+    std::optional<uint64_t> size() noexcept override;
     const char *failure() const noexcept override { return failure_.data(); }
 
   private:
@@ -48,6 +49,7 @@ class Draft : public codec::Output {
     Draft &operator=(const Draft &) = delete;
 
     bool write(std::span<const uint8_t> bytes) noexcept override;
+    bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept override;
     const char *failure() const noexcept override { return failure_.data(); }
 
     const std::filesystem::path &path() const { return path_; }
@@ -60,6 +62,9 @@ class Draft : public codec::Output {
 
   private:
     [[noreturn]] void fail(int error) const;
+
+    // Writes by step(bytes), which takes as many as it can, until none are left.
+    template <class Step> bool write_by(std::span<const uint8_t> bytes, const Step &step) noexcept;
 
     std::filesystem::path target_;
     std::filesystem::path path_;

@@ -104,6 +104,9 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     if (extension == ".jpg" || extension == ".jpeg" || extension == ".jpe") {
         return codec::Format::jpeg;
     }
+    if (extension == ".tif" || extension == ".tiff") {
+        return codec::Format::tiff;
+    }
     return std::nullopt;
 }
 

@@ -18,6 +18,8 @@ constexpr std::array<uint8_t, 3> jpeg_signature = {0xff, 0xd8, 0xff};
 
 constexpr std::array<std::array<uint8_t, 4>, 4> tiff_signatures = {
     {{'I', 'I', 42, 0}, {'M', 'M', 0, 42}, {'I', 'I', 43, 0}, {'M', 'M', 0, 43}}}; // the last two for files over 4 GiB
+constexpr std::array<uint8_t, 4> riff_mark = {'R', 'I', 'F', 'F'};
+constexpr std::array<uint8_t, 4> webp_mark = {'W', 'E', 'B', 'P'};
 
 bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signature) {
     return bytes.size() >= signature.size() && std::equal(signature.begin(), signature.end(), bytes.begin());
@@ -26,6 +28,10 @@ bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signat
 bool is_tiff(std::span<const uint8_t> bytes) {
     return std::any_of(tiff_signatures.begin(), tiff_signatures.end(),
                        [bytes](const auto &signature) { return begins_with(bytes, signature); });
+}
+
+bool is_webp(std::span<const uint8_t> bytes) {
+    return begins_with(bytes, riff_mark) && bytes.size() >= 12 && begins_with(bytes.subspan(8), webp_mark);
 }
 
 Density scaled(const Density &density, Density::Unit unit, double factor) {
@@ -70,6 +76,8 @@ const char *name(Format format) {
         return "PNG";
     case Format::tiff:
         return "TIFF";
+    case Format::webp:
+        return "WebP";
     default:
         return "JPEG";
     }
@@ -85,11 +93,14 @@ std::optional<Format> recognise(std::span<const uint8_t> bytes) {
     if (is_tiff(bytes)) {
         return Format::tiff;
     }
+    if (is_webp(bytes)) {
+        return Format::webp;
+    }
     return std::nullopt;
 }
 
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
-    std::array<uint8_t, png_signature.size()> room{};
+    std::array<uint8_t, 64> room{};
     const std::optional<size_t> count = input.read(0, room);
     if (!count) {
         throw Error(input.failure());
@@ -106,6 +117,8 @@ std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
         return open_png(input);
     case Format::tiff:
         return open_tiff(input);
+    case Format::webp:
+        return open_webp(input);
     default:
         return open_jpeg(input, reduction);
     }
@@ -135,6 +148,8 @@ std::unique_ptr<Writer> create(Output &output, const Description &picture, const
         return create_png(output, picture, notices);
     case Format::tiff:
         return create_tiff(output, picture, notices);
+    case Format::webp:
+        return create_webp(output, picture, encoding.quality, notices);
     default:
         return create_jpeg(output, picture, encoding.quality, notices);
     }
@@ -146,6 +161,23 @@ Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices)
     writer->write(picture.height, picture.pixels.get(), picture.alpha.get());
     writer->finish(notices);
     return std::move(output.bytes());
+}
+
+Bytes read_all(Input &input) {
+    constexpr size_t most_at_once = size_t{1} << 20;
+    Bytes file;
+    while (true) {
+        const size_t size = file.size();
+        file.resize(size + most_at_once);
+        const std::optional<size_t> count = input.read(size, {file.data() + size, most_at_once});
+        if (!count) {
+            throw Error(input.failure());
+        }
+        file.resize(size + *count);
+        if (*count < most_at_once) {
+            return file;
+        }
+    }
 }
 
 void check_size(uint64_t width, uint64_t height) {

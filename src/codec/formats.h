@@ -9,9 +9,14 @@ namespace codec {
 std::unique_ptr<Reader> open_png(Input &input);
 std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction);
 std::unique_ptr<Reader> open_tiff(Input &input);
+std::unique_ptr<Reader> open_webp(Input &input);
 std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
 std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
+std::unique_ptr<Writer> create_webp(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
+
+// A whole file, for decoders that want it in memory.
+Bytes read_all(Input &input);
 
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);

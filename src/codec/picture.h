@@ -14,7 +14,7 @@
 
 namespace codec {
 
-enum class Format { png, jpeg, tiff };
+enum class Format { png, jpeg, tiff, webp };
 
 using Bytes = std::vector<uint8_t>;
 
@@ -75,6 +75,7 @@ struct Description {
     bool progressive = false; // JPEG: refined scan by scan
     Subsampling subsampling;
     std::optional<JpegQuantisation> quantisation; // of a JPEG file
+    bool lossless = false;                        // WebP: every pixel as it was
     TiffCompression tiff_compression = TiffCompression::deflate;
     Metadata metadata;
 

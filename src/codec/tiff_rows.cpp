@@ -39,6 +39,14 @@ void unpack(const uint8_t *packed, size_t count, const TiffLayout &layout, uint8
 
 size_t packed_size(size_t samples, const TiffLayout &layout) { return (samples * layout.bits + 7) / 8; }
 
+// Refuses a strip or tile that is missing: libtiff reads whatever stands where there should be pixels, if they are not packed.
+void check_stored(TIFF *tiff, uint32_t number, tmsize_t size, const TiffReports &reports) {
+    uint16_t compression = 0;
+    TIFFGetField(tiff, TIFFTAG_COMPRESSION, &compression);
+    const uint64_t least = compression == COMPRESSION_NONE ? static_cast<uint64_t>(size) : 1;
+    reports.check(TIFFGetStrileByteCount(tiff, number) >= least);
+}
+
 // Room for what libtiff decodes at once, given its own idea of the size.
 Plane room_for(tmsize_t size, size_t needed, const TiffReports &reports) {
     reports.check(size > 0 && static_cast<size_t>(size) >= needed);
@@ -123,6 +131,7 @@ class StripRows : public BandRows {
         const auto size = static_cast<tmsize_t>(rows * row_bytes_);
         for (uint16_t channel = 0; channel < layout_.channels; ++channel) {
             const uint32_t strip = TIFFComputeStrip(tiff_, first, channel);
+            check_stored(tiff_, strip, size, reports_);
             reports_.check(TIFFReadEncodedStrip(tiff_, strip, packed_.get(), size) == size);
             for (uint32_t row = 0; row < rows; ++row) {
                 unpack(packed_.get() + row * row_bytes_, layout_.width, layout_, place(row, 0, channel), layout_.channels);
@@ -162,6 +171,7 @@ class TileRows : public BandRows {
     void load_tile(uint32_t x, uint32_t y, uint32_t rows, uint16_t plane) {
         const auto size = static_cast<tmsize_t>(row_bytes_ * length_);
         const uint32_t tile = TIFFComputeTile(tiff_, x, y, 0, plane);
+        check_stored(tiff_, tile, size, reports_);
         reports_.check(TIFFReadEncodedTile(tiff_, tile, packed_.get(), size) == size);
         const size_t count = size_t{std::min(width_, layout_.width - x)} * channels_of_plane();
         for (uint32_t row = 0; row < rows; ++row) {

@@ -107,6 +107,9 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     if (extension == ".tif" || extension == ".tiff") {
         return codec::Format::tiff;
     }
+    if (extension == ".webp") {
+        return codec::Format::webp;
+    }
     return std::nullopt;
 }
 

@@ -34,7 +34,7 @@ tmsize_t on_read(thandle_t data, void *room, tmsize_t size) {
     const auto count = source.input->read(source.position, {static_cast<uint8_t *>(room), static_cast<size_t>(size)});
     if (!count) {
         source.reports->stream_failed(source.input->failure());
-        return -1;
+        return 0; // libtiff 4.5.0 takes a negative result for a size
     }
     source.position += *count;
     return static_cast<tmsize_t>(*count);

@@ -8,6 +8,7 @@
 #include <set>
 
 #include "codec/alpha.h"
+#include "codec/cmyk.h"
 #include "codec/exif.h"
 #include "codec/formats.h"
 #include "codec/tiff_common.h"
@@ -124,7 +125,7 @@ class FurtherPictures {
 };
 
 // What the samples of a pixel mean.
-enum class Kind { black_is_0, white_is_0, rgb, palette, converted };
+enum class Kind { black_is_0, white_is_0, rgb, palette, cmyk, converted };
 
 class TiffReader : public Reader {
   public:
@@ -156,6 +157,9 @@ class TiffReader : public Reader {
         reports_.tell_warnings(notices);
         if (layout_.bits == 16) {
             notices.push_back("16 bits a channel reduced to 8");
+        }
+        if (inks_to_rgb_) {
+            notices.push_back(cmyk_converted);
         }
         if (multiplied_) {
             notices.push_back(divided_by_alpha);
@@ -214,8 +218,11 @@ class TiffReader : public Reader {
             return Kind::palette;
         case PHOTOMETRIC_YCBCR:
             return kind_of_ycbcr();
-        case PHOTOMETRIC_CIELAB:
-            return Kind::converted;
+        case PHOTOMETRIC_SEPARATED:
+            if (value<uint16_t>(TIFFTAG_INKSET) != INKSET_CMYK) {
+                throw Error("inks other than CMYK");
+            }
+            return Kind::cmyk;
         default:
             throw Error("neither gray nor RGB: colours of TIFF kind " + std::to_string(photometric));
         }
@@ -230,7 +237,17 @@ class TiffReader : public Reader {
         return Kind::rgb;
     }
 
-    uint16_t colours() const { return kind_ == Kind::rgb || kind_ == Kind::converted ? 3 : 1; }
+    uint16_t colours() const {
+        switch (kind_) {
+        case Kind::rgb:
+        case Kind::converted:
+            return 3;
+        case Kind::cmyk:
+            return 4;
+        default:
+            return 1;
+        }
+    }
 
     void check_layout() const {
         const auto form = value<uint16_t>(TIFFTAG_SAMPLEFORMAT);
@@ -314,9 +331,13 @@ class TiffReader : public Reader {
     void read_metadata() {
         uint32_t size = 0;
         const uint8_t *profile = nullptr;
-        // What libtiff converts is no longer what the profile describes.
-        if (kind_ != Kind::converted && TIFFGetField(tiff_.get(), TIFFTAG_ICCPROFILE, &size, &profile) != 0) {
+        if (TIFFGetField(tiff_.get(), TIFFTAG_ICCPROFILE, &size, &profile) != 0) {
             description_.metadata.icc_profile.assign(profile, profile + size);
+        }
+        if (kind_ == Kind::cmyk) {
+            inks_to_rgb_.emplace(description_.metadata.icc_profile, false);
+            inks_.resize(size_t{width_} * 4);
+            describe_as_srgb(description_.metadata);
         }
         description_.metadata.density = density();
         const auto orientation = value<uint16_t>(TIFFTAG_ORIENTATION);
@@ -354,8 +375,12 @@ class TiffReader : public Reader {
     }
 
     // A row of samples to one of pixels.
-    void convert(const uint8_t *samples, uint8_t *pixels) const {
+    void convert(const uint8_t *samples, uint8_t *pixels) {
         const size_t step = layout_.channels;
+        if (inks_to_rgb_) {
+            convert_inks(samples, pixels);
+            return;
+        }
         if (step == description_.channels && (kind_ == Kind::rgb || kind_ == Kind::converted || kind_ == Kind::black_is_0)) {
             std::copy_n(samples, description_.row_bytes(), pixels);
             return;
@@ -375,6 +400,13 @@ class TiffReader : public Reader {
                 pixels = std::copy_n(samples, 3, pixels);
             }
         }
+    }
+
+    void convert_inks(const uint8_t *samples, uint8_t *pixels) {
+        for (size_t x = 0; x < width_; ++x) {
+            std::copy_n(samples + x * layout_.channels, 4, inks_.data() + x * 4);
+        }
+        inks_to_rgb_->convert(inks_.data(), pixels, width_);
     }
 
     // alpha is null where nobody asks for it.
@@ -400,6 +432,8 @@ class TiffReader : public Reader {
     bool other_channels_ = false;
     uint32_t further_ = 0;
     std::array<uint8_t, 3 * 256> palette_{};
+    std::optional<CmykToRgb> inks_to_rgb_;
+    Bytes inks_;                     // of a row
     std::unique_ptr<TiffRows> rows_; // last, so that they go first: they use the others
 };
 

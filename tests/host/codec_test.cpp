@@ -254,9 +254,9 @@ TEST(JpegReader, RefusesColoursThatItDoesNotKnow) {
               "neither gray nor RGB: 2 channels of unknown colours");
 }
 
-TEST(JpegReader, RefusesCmyk) {
-    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "CMYK pictures are not supported");
-    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "CMYK pictures are not supported");
+TEST(JpegReader, RefusesCmykWithoutAProfile) {
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "a CMYK picture without a colour profile");
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "a CMYK picture without a colour profile");
 }
 
 TEST(JpegWriter, KeepsColourSampling) {

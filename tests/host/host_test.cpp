@@ -154,7 +154,7 @@ TEST_F(HostPixels, OfSixteenBitsAreReducedWithANotice) {
 
 TEST_F(HostPixels, OfCmykAreRefused) {
     const std::string name = put("in.jpg", dark_jpeg({.colour = JpegColour::cmyk}));
-    expect_one_error(enhance({name}, path("out.jpg")), name + ": CMYK pictures are not supported");
+    expect_one_error(enhance({name}, path("out.jpg")), name + ": a CMYK picture without a colour profile");
     EXPECT_EQ(left(), (std::set<std::string>{"in.jpg"}));
 }
 

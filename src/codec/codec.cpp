@@ -1,4 +1,4 @@
-// The codec's front: tells the formats apart by their first bytes and holds what both share.
+// The codec's front: finds the reader and the writer of a format and holds what they share.
 #include "codec/codec.h"
 
 #include <algorithm>
@@ -12,27 +12,6 @@
 namespace codec {
 
 namespace {
-
-constexpr std::array<uint8_t, 8> png_signature = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-constexpr std::array<uint8_t, 3> jpeg_signature = {0xff, 0xd8, 0xff};
-
-constexpr std::array<std::array<uint8_t, 4>, 4> tiff_signatures = {
-    {{'I', 'I', 42, 0}, {'M', 'M', 0, 42}, {'I', 'I', 43, 0}, {'M', 'M', 0, 43}}}; // the last two for files over 4 GiB
-constexpr std::array<uint8_t, 4> riff_mark = {'R', 'I', 'F', 'F'};
-constexpr std::array<uint8_t, 4> webp_mark = {'W', 'E', 'B', 'P'};
-
-bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signature) {
-    return bytes.size() >= signature.size() && std::equal(signature.begin(), signature.end(), bytes.begin());
-}
-
-bool is_tiff(std::span<const uint8_t> bytes) {
-    return std::any_of(tiff_signatures.begin(), tiff_signatures.end(),
-                       [bytes](const auto &signature) { return begins_with(bytes, signature); });
-}
-
-bool is_webp(std::span<const uint8_t> bytes) {
-    return begins_with(bytes, riff_mark) && bytes.size() >= 12 && begins_with(bytes.subspan(8), webp_mark);
-}
 
 Density scaled(const Density &density, Density::Unit unit, double factor) {
     const auto scale = [factor](uint32_t value) {
@@ -83,24 +62,8 @@ const char *name(Format format) {
     }
 }
 
-std::optional<Format> recognise(std::span<const uint8_t> bytes) {
-    if (begins_with(bytes, png_signature)) {
-        return Format::png;
-    }
-    if (begins_with(bytes, jpeg_signature)) {
-        return Format::jpeg;
-    }
-    if (is_tiff(bytes)) {
-        return Format::tiff;
-    }
-    if (is_webp(bytes)) {
-        return Format::webp;
-    }
-    return std::nullopt;
-}
-
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
-    std::array<uint8_t, 64> room{};
+    std::array<uint8_t, enough_to_recognise> room{};
     const std::optional<size_t> count = input.read(0, room);
     if (!count) {
         throw Error(input.failure());
@@ -108,9 +71,10 @@ std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
     if (*count == 0) {
         throw Error("the file is empty");
     }
-    const std::optional<Format> format = recognise({room.data(), *count});
+    const std::span<const uint8_t> beginning(room.data(), *count);
+    const std::optional<Format> format = recognise(beginning);
     if (!format) {
-        throw Error("neither a PNG nor a JPEG file");
+        throw Error(refusal_of(beginning));
     }
     switch (*format) {
     case Format::png:

@@ -15,6 +15,12 @@ std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, 
 std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_webp(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
 
+// As many of the first bytes as recognition may look at.
+inline constexpr size_t enough_to_recognise = 512;
+
+// Why a file that begins so is not read: what it is, if that can be seen.
+std::string refusal_of(std::span<const uint8_t> beginning);
+
 // A whole file, for decoders that want it in memory.
 Bytes read_all(Input &input);
 

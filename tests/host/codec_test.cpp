@@ -97,7 +97,7 @@ TEST(Recognise, TellsFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of("\xff\xd8\xff")), Format::jpeg);
     EXPECT_STREQ(codec::name(Format::png), "PNG");
     EXPECT_STREQ(codec::name(Format::jpeg), "JPEG");
-    EXPECT_EQ(error_of("just a text"), "neither a PNG nor a JPEG file");
+    EXPECT_EQ(error_of("just a text"), "a text file, not a picture");
     EXPECT_EQ(error_of(""), "the file is empty");
 }
 

@@ -57,6 +57,8 @@ const char *name(Format format) {
         return "TIFF";
     case Format::webp:
         return "WebP";
+    case Format::heif:
+        return "HEIF";
     default:
         return "JPEG";
     }
@@ -83,6 +85,8 @@ std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
         return open_tiff(input);
     case Format::webp:
         return open_webp(input);
+    case Format::heif:
+        return open_heif(input, kind_of(beginning));
     default:
         return open_jpeg(input, reduction);
     }
@@ -114,6 +118,8 @@ std::unique_ptr<Writer> create(Output &output, const Description &picture, const
         return create_tiff(output, picture, notices);
     case Format::webp:
         return create_webp(output, picture, encoding.quality, notices);
+    case Format::heif:
+        throw Error("HEIF files are only read");
     default:
         return create_jpeg(output, picture, encoding.quality, notices);
     }
@@ -125,6 +131,11 @@ Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices)
     writer->write(picture.height, picture.pixels.get(), picture.alpha.get());
     writer->finish(notices);
     return std::move(output.bytes());
+}
+
+std::string further_pictures(uint32_t count) {
+    const bool one = count == 1;
+    return std::to_string(count) + " further picture" + (one ? "" : "s") + " in the file " + (one ? "is" : "are") + " left out";
 }
 
 Bytes read_all(Input &input) {

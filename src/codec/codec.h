@@ -1,4 +1,4 @@
-// Picture files to rows of pixels and back: PNG, JPEG, TIFF and WebP.
+// Picture files to rows of pixels and back: PNG, JPEG, TIFF and WebP, and HEIF files to rows alone.
 //
 // A picture is read and written by rows, so that one of any height passes through little memory. Interlaced PNG files,
 // progressive JPEG files, WebP files, and TIFF files in few large parts are the exceptions: their first row needs the whole
@@ -36,6 +36,9 @@ inline constexpr int default_webp_quality = 90;
 
 // "PNG", "JPEG" and so on.
 const char *name(Format format);
+
+// HEIF files, HEIC and AVIF, are only read.
+constexpr bool is_written(Format format) { return format != Format::heif; }
 
 // The format that the bytes begin as, whatever their file is called.
 std::optional<Format> recognise(std::span<const uint8_t> bytes);
@@ -79,8 +82,8 @@ struct Reduction {
     uint32_t height = UINT32_MAX;
 };
 
-// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray and
-// RGB, are errors, here or later.
+// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray, RGB
+// and CMYK with a profile, are errors, here or later.
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction = {});
 
 // The rows of a picture in memory, which must outlive the reader.

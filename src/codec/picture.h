@@ -14,7 +14,7 @@
 
 namespace codec {
 
-enum class Format { png, jpeg, tiff, webp };
+enum class Format { png, jpeg, tiff, webp, heif };
 
 using Bytes = std::vector<uint8_t>;
 

@@ -115,14 +115,6 @@ bool is_text(std::string_view bytes) {
     });
 }
 
-// The name of a file made of boxes.
-const char *name_of(const Brands &brands) {
-    if (is_heif(brands)) {
-        return is_avif(brands) ? "an AVIF file" : "a HEIC file";
-    }
-    return brands.include("crx ") ? "a camera raw file" : "a video";
-}
-
 // Null if nothing tells.
 const char *name_of(std::string_view bytes) {
     const auto *found = std::find_if(std::begin(strangers), std::end(strangers),
@@ -131,7 +123,7 @@ const char *name_of(std::string_view bytes) {
         return found->name;
     }
     if (const Brands brands(bytes); brands.some()) {
-        return name_of(brands);
+        return brands.include("crx ") ? "a camera raw file" : "a video";
     }
     return is_bmp(bytes) ? "a BMP file" : nullptr;
 }
@@ -152,7 +144,14 @@ std::optional<Format> recognise(std::span<const uint8_t> bytes) {
     if (has(text, 0, "RIFF") && has(text, 8, "WEBP")) {
         return Format::webp;
     }
+    if (is_heif(Brands(text))) {
+        return Format::heif;
+    }
     return std::nullopt;
+}
+
+const char *kind_of(std::span<const uint8_t> beginning) {
+    return is_avif(Brands(text_of(beginning))) ? "an AVIF file" : "a HEIC file";
 }
 
 std::string refusal_of(std::span<const uint8_t> bytes) {

@@ -168,8 +168,7 @@ class TiffReader : public Reader {
             notices.push_back("channels beside the picture's colours are left out");
         }
         if (further_ > 0) {
-            notices.push_back(std::to_string(further_) + " further picture" + (further_ == 1 ? "" : "s") + " in the file " +
-                              (further_ == 1 ? "is" : "are") + " left out");
+            notices.push_back(further_pictures(further_));
         }
     }
 

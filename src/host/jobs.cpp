@@ -58,7 +58,15 @@ fs::path resolved(const fs::path &path) {
     return error ? path.lexically_normal() : result;
 }
 
+bool is_only_read(const fs::path &path) {
+    const std::optional<codec::Format> format = format_of_extension(path);
+    return format && !codec::is_written(*format);
+}
+
 std::string reason_against(const fs::path &target) {
+    if (is_only_read(target)) {
+        return "cannot write " + target.string() + ": HEIC and AVIF files are only read";
+    }
     std::error_code error;
     const fs::file_status status = fs::status(target, error);
     if (fs::is_directory(status)) {
@@ -68,6 +76,12 @@ std::string reason_against(const fs::path &target) {
         return "cannot write " + target.string() + ": not a regular file";
     }
     return "";
+}
+
+// The name that a picture keeps in a folder, but for the extension of a format that it cannot be written in.
+fs::path kept_name(const fs::path &input) {
+    fs::path name = input.filename();
+    return is_only_read(name) ? name.replace_extension(".jpg") : name;
 }
 
 // The first picture with a target gets it, unless the target is what another picture is read from.
@@ -110,6 +124,9 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
     if (extension == ".webp") {
         return codec::Format::webp;
     }
+    if (extension == ".heic" || extension == ".heif" || extension == ".avif") {
+        return codec::Format::heif;
+    }
     return std::nullopt;
 }
 
@@ -127,7 +144,7 @@ std::vector<Job> lay_out_jobs(const std::vector<std::string> &inputs, const std:
     } else {
         prepare_folder(output, "several pictures");
         for (const std::string &input : inputs) {
-            jobs.push_back({input, output / fs::path(input).filename(), std::nullopt, ""});
+            jobs.push_back({input, output / kept_name(input), std::nullopt, ""});
         }
     }
     for (Job &job : jobs) {

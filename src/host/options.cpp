@@ -102,11 +102,11 @@ void add_choice(CLI::App &command, const std::string &option, Choice &target, co
 }
 
 void add_inputs(CLI::App &command, Options &options) {
-    command.add_option("INPUT", options.inputs, "JPEG and PNG files")->required()->type_name("");
+    command.add_option("INPUT", options.inputs, "JPEG, PNG, TIFF, WebP, HEIC and AVIF files")->required()->type_name("");
 }
 
 void add_one_input(CLI::App &command, Options &options) {
-    command.add_option("INPUT", options.inputs, "a JPEG or PNG file")->required()->expected(1)->type_name("");
+    command.add_option("INPUT", options.inputs, "a picture file")->required()->expected(1)->type_name("");
 }
 
 void add_output(CLI::App &command, Options &options, const std::string &text) {
@@ -179,7 +179,8 @@ void add_score(CLI::App &command, Judging &judging) {
 
 void add_quality(CLI::App &command, Options &options) {
     add_number(command, "--quality", options.quality, 1, 100, "the input's, or " + std::to_string(codec::default_quality),
-               "quality of JPEG output");
+               "quality of JPEG and of WebP output, which has " + std::to_string(codec::default_webp_quality) +
+                   " or is lossless like its input");
 }
 
 // The options of every command that works on many pictures.
@@ -211,8 +212,9 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
     return command;
 }
 
-constexpr const char *about_files = "PNG and JPEG are told apart by content; a file whose extension is neither gets its\n"
-                                    "input's format. Exif data, ICC profile, density and alpha are carried over.\n";
+constexpr const char *about_files =
+    "Formats are told apart by content; a file without the extension of one gets its input's. HEIC and AVIF are\n"
+    "read alone and become JPEG. Exif data, ICC profile, density and alpha are carried over.\n";
 
 // All that a caller may say of the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {

@@ -223,7 +223,7 @@ TEST_F(HostFormat, IsToldByContentAndChosenByTheOutputsExtension) {
 TEST_F(HostFormat, IsTheInputsWhereTheNameDoesNotSay) {
     const std::string misnamed = put("really.jpg", dark_png());
     const std::string notice = ": notice: written as PNG like the input, whatever the name says\n";
-    for (const std::string output : {"out", "out.tif", "folder/"}) {
+    for (const std::string output : {"out", "out.bmp", "folder/"}) {
         const Outcome outcome = enhance({misnamed}, path(output));
         EXPECT_EQ(outcome.status, 0);
         EXPECT_EQ(outcome.err, "ko: " + misnamed + notice);

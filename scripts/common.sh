@@ -30,7 +30,8 @@ quietly() {
 }
 
 # What the program is built with.
-program_packages=(cmake g++ libcli11-dev libexiv2-dev libjpeg62-turbo-dev libpng-dev ninja-build nlohmann-json3-dev)
+program_packages=(cmake g++ libcli11-dev libexiv2-dev libheif-dev libjpeg62-turbo-dev liblcms2-dev libpng-dev libtiff-dev libwebp-dev
+    ninja-build nlohmann-json3-dev pkg-config)
 
 # Builds the program alone into a folder, and shows how far it is.
 build_program() {

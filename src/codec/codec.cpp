@@ -1,4 +1,4 @@
-// The codec's front: tells the formats apart by their first bytes and holds what both share.
+// The codec's front: finds the reader and the writer of a format and holds what they share.
 #include "codec/codec.h"
 
 #include <algorithm>
@@ -12,13 +12,6 @@
 namespace codec {
 
 namespace {
-
-constexpr std::array<uint8_t, 8> png_signature = {0x89, 'P', 'N', 'G', '\r', '\n', 0x1a, '\n'};
-constexpr std::array<uint8_t, 3> jpeg_signature = {0xff, 0xd8, 0xff};
-
-bool begins_with(std::span<const uint8_t> bytes, std::span<const uint8_t> signature) {
-    return bytes.size() >= signature.size() && std::equal(signature.begin(), signature.end(), bytes.begin());
-}
 
 Density scaled(const Density &density, Density::Unit unit, double factor) {
     const auto scale = [factor](uint32_t value) {
@@ -56,20 +49,23 @@ constexpr double centimetre = 0.01;
 
 } // namespace
 
-const char *name(Format format) { return format == Format::png ? "PNG" : "JPEG"; }
-
-std::optional<Format> recognise(std::span<const uint8_t> bytes) {
-    if (begins_with(bytes, png_signature)) {
-        return Format::png;
+const char *name(Format format) {
+    switch (format) {
+    case Format::png:
+        return "PNG";
+    case Format::tiff:
+        return "TIFF";
+    case Format::webp:
+        return "WebP";
+    case Format::heif:
+        return "HEIF";
+    default:
+        return "JPEG";
     }
-    if (begins_with(bytes, jpeg_signature)) {
-        return Format::jpeg;
-    }
-    return std::nullopt;
 }
 
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
-    std::array<uint8_t, png_signature.size()> room{};
+    std::array<uint8_t, enough_to_recognise> room{};
     const std::optional<size_t> count = input.read(0, room);
     if (!count) {
         throw Error(input.failure());
@@ -77,11 +73,23 @@ std::unique_ptr<Reader> open(Input &input, const Reduction &reduction) {
     if (*count == 0) {
         throw Error("the file is empty");
     }
-    const std::optional<Format> format = recognise({room.data(), *count});
+    const std::span<const uint8_t> beginning(room.data(), *count);
+    const std::optional<Format> format = recognise(beginning);
     if (!format) {
-        throw Error("neither a PNG nor a JPEG file");
+        throw Error(refusal_of(beginning));
     }
-    return *format == Format::png ? open_png(input) : open_jpeg(input, reduction);
+    switch (*format) {
+    case Format::png:
+        return open_png(input);
+    case Format::tiff:
+        return open_tiff(input);
+    case Format::webp:
+        return open_webp(input);
+    case Format::heif:
+        return open_heif(input, kind_of(beginning));
+    default:
+        return open_jpeg(input, reduction);
+    }
 }
 
 std::unique_ptr<Reader> rows_of(const Picture &picture) { return std::make_unique<MemoryReader>(picture); }
@@ -103,8 +111,18 @@ Picture decode(std::span<const uint8_t> bytes, Notices &notices) {
 }
 
 std::unique_ptr<Writer> create(Output &output, const Description &picture, const Encoding &encoding, Notices &notices) {
-    return encoding.format == Format::png ? create_png(output, picture, notices)
-                                          : create_jpeg(output, picture, encoding.quality, notices);
+    switch (encoding.format) {
+    case Format::png:
+        return create_png(output, picture, notices);
+    case Format::tiff:
+        return create_tiff(output, picture, notices);
+    case Format::webp:
+        return create_webp(output, picture, encoding.quality, notices);
+    case Format::heif:
+        throw Error("HEIF files are only read");
+    default:
+        return create_jpeg(output, picture, encoding.quality, notices);
+    }
 }
 
 Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices) {
@@ -113,6 +131,28 @@ Bytes encode(const Picture &picture, const Encoding &encoding, Notices &notices)
     writer->write(picture.height, picture.pixels.get(), picture.alpha.get());
     writer->finish(notices);
     return std::move(output.bytes());
+}
+
+std::string further_pictures(uint32_t count) {
+    const bool one = count == 1;
+    return std::to_string(count) + " further picture" + (one ? "" : "s") + " in the file " + (one ? "is" : "are") + " left out";
+}
+
+Bytes read_all(Input &input) {
+    constexpr size_t most_at_once = size_t{1} << 20;
+    Bytes file;
+    while (true) {
+        const size_t size = file.size();
+        file.resize(size + most_at_once);
+        const std::optional<size_t> count = input.read(size, {file.data() + size, most_at_once});
+        if (!count) {
+            throw Error(input.failure());
+        }
+        file.resize(size + *count);
+        if (*count < most_at_once) {
+            return file;
+        }
+    }
 }
 
 void check_size(uint64_t width, uint64_t height) {

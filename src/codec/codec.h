@@ -1,7 +1,8 @@
-// PNG and JPEG files to rows of pixels and back.
+// Picture files to rows of pixels and back: PNG, JPEG, TIFF and WebP, and HEIF files to rows alone.
 //
-// A picture is read and written by rows, so that one of any height passes through little memory. Interlaced PNG files and
-// progressive JPEG files are the exceptions: their first row needs the whole file, and the reader holds what that takes.
+// A picture is read and written by rows, so that one of any height passes through little memory. Interlaced PNG files,
+// progressive JPEG files, WebP files, and TIFF files in few large parts are the exceptions: their first row needs the whole
+// file, and the reader holds what that takes. A WebP file is also written all at once.
 #ifndef KO_CODEC_CODEC_H
 #define KO_CODEC_CODEC_H
 
@@ -31,9 +32,13 @@ using Notices = std::vector<std::string>;
 inline constexpr uint64_t largest_area = 250'000'000;
 
 inline constexpr int default_quality = 92;
+inline constexpr int default_webp_quality = 90;
 
-// "PNG" or "JPEG".
+// "PNG", "JPEG" and so on.
 const char *name(Format format);
+
+// HEIF files, HEIC and AVIF, are only read.
+constexpr bool is_written(Format format) { return format != Format::heif; }
 
 // The format that the bytes begin as, whatever their file is called.
 std::optional<Format> recognise(std::span<const uint8_t> bytes);
@@ -77,8 +82,8 @@ struct Reduction {
     uint32_t height = UINT32_MAX;
 };
 
-// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray and
-// RGB, are errors, here or later.
+// Begins to read a picture; the input must outlive the reader. Truncated and damaged files, and colours other than gray, RGB
+// and CMYK with a profile, are errors, here or later.
 std::unique_ptr<Reader> open(Input &input, const Reduction &reduction = {});
 
 // The rows of a picture in memory, which must outlive the reader.
@@ -92,7 +97,9 @@ Picture decode(std::span<const uint8_t> bytes, Notices &notices);
 
 struct Encoding {
     Format format = Format::png;
-    std::optional<int> quality; // JPEG, 1 to 100; without one that of the JPEG file that the picture came from, or the default
+    // 1 to 100. Without one a JPEG file has that of the JPEG file that the picture came from, a WebP file is lossless if the
+    // picture came from such a file, and others have the default.
+    std::optional<int> quality;
 };
 
 // Takes the rows of one picture, from the top.

@@ -1,4 +1,4 @@
-// Inside the codec: the two formats, and what they share.
+// Inside the codec: the formats, and what they share.
 #ifndef KO_CODEC_FORMATS_H
 #define KO_CODEC_FORMATS_H
 
@@ -8,8 +8,28 @@ namespace codec {
 
 std::unique_ptr<Reader> open_png(Input &input);
 std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction);
+std::unique_ptr<Reader> open_tiff(Input &input);
+std::unique_ptr<Reader> open_webp(Input &input);
+std::unique_ptr<Reader> open_heif(Input &input, const std::string &kind); // kind: as kind_of has it
 std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
+std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
+std::unique_ptr<Writer> create_webp(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
+
+// As many of the first bytes as recognition may look at.
+inline constexpr size_t enough_to_recognise = 512;
+
+// Why a file that begins so is not read: what it is, if that can be seen.
+std::string refusal_of(std::span<const uint8_t> beginning);
+
+// Which of the files of the format HEIF begins so: "an AVIF file" or "a HEIC file".
+const char *kind_of(std::span<const uint8_t> beginning);
+
+// The notice of so many pictures.
+std::string further_pictures(uint32_t count);
+
+// A whole file, for decoders that want it in memory.
+Bytes read_all(Input &input);
 
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);

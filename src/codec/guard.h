@@ -23,6 +23,17 @@ class Trouble {
         std::longjmp(jump_, 1);
     }
 
+    // Keeps the text of a library whose failed calls return: the first one, of which later ones are consequences.
+    void note(const char *text) {
+        if (error_[0] == 0) {
+            copy(text, error_);
+        }
+    }
+
+    bool noted() const { return error_[0] != 0; }
+
+    [[noreturn]] void raise() const { throw Error(readable(error_)); }
+
     void warn(const char *text) {
         if (warning_count_ < warnings_.size()) {
             copy(text, warnings_[warning_count_++]);

@@ -1,4 +1,4 @@
-// JPEG files in: gray stays gray, YCbCr and RGB become RGB, everything else is refused.
+// JPEG files in: gray stays gray, YCbCr and RGB become RGB, CMYK becomes sRGB, everything else is refused.
 //
 // libjpeg leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
 // Its warnings of lost data count as failures: a truncated picture is not passed on as a whole one.
@@ -10,6 +10,7 @@
 
 #include <jerror.h>
 
+#include "codec/cmyk.h"
 #include "codec/formats.h"
 #include "codec/jpeg_segments.h"
 
@@ -78,13 +79,21 @@ class JpegReader : public Reader {
         check_size(info_.image_width, info_.image_height);
         describe();
         read_metadata();
+        if (is_cmyk()) {
+            inks_to_rgb_.emplace(description_.metadata.icc_profile, info_.saw_Adobe_marker != FALSE);
+        }
         errors_.trouble.guarded([&] { set_size(reduction); });
         width_ = info_.output_width;
         height_ = info_.output_height;
+        inks_.resize(inks_to_rgb_ ? size_t{width_} * 4 : 0);
     }
 
     void read(uint32_t rows, uint8_t *pixels, uint8_t *) override {
         const size_t row_bytes = size_t{width_} * description_.channels;
+        if (inks_to_rgb_) {
+            read_inks(rows, pixels, row_bytes);
+            return;
+        }
         errors_.trouble.guarded([&] {
             start();
             for (uint32_t row = 0; row < rows; ++row) {
@@ -108,12 +117,28 @@ class JpegReader : public Reader {
         }
         sorter.tell(*supply_.input, supply_.offset - supply_.manager.bytes_in_buffer, description_.metadata, notices);
         errors_.trouble.tell_warnings(notices);
+        if (inks_to_rgb_) {
+            describe_as_srgb(description_.metadata);
+            notices.push_back(cmyk_converted);
+        }
     }
 
   private:
     static void on_progress(j_common_ptr common) {
         if (reinterpret_cast<j_decompress_ptr>(common)->input_scan_number > most_scans) {
             reinterpret_cast<JpegErrors *>(common->err)->trouble.fail("too many scans");
+        }
+    }
+
+    bool is_cmyk() const { return info_.jpeg_color_space == JCS_CMYK || info_.jpeg_color_space == JCS_YCCK; }
+
+    void read_inks(uint32_t rows, uint8_t *pixels, size_t row_bytes) {
+        for (uint32_t row = 0; row < rows; ++row) {
+            errors_.trouble.guarded([this] {
+                JSAMPROW to = inks_.data();
+                jpeg_read_scanlines(&info_, &to, 1);
+            });
+            inks_to_rgb_->convert(inks_.data(), pixels + row * row_bytes, width_);
         }
     }
 
@@ -132,7 +157,7 @@ class JpegReader : public Reader {
 
     // The decoder has its fast ways for these sizes.
     void set_size(const Reduction &reduction) {
-        info_.out_color_space = description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
+        info_.out_color_space = inks_to_rgb_ ? JCS_CMYK : description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         for (info_.scale_denom = 8; info_.scale_denom > 1; info_.scale_denom /= 2) {
             jpeg_calc_output_dimensions(&info_);
             if (info_.output_width >= reduction.width && info_.output_height >= reduction.height) {
@@ -166,10 +191,9 @@ class JpegReader : public Reader {
             return 1;
         case JCS_YCbCr:
         case JCS_RGB:
-            return 3;
         case JCS_CMYK:
         case JCS_YCCK:
-            throw Error("CMYK pictures are not supported");
+            return 3;
         default:
             throw Error("neither gray nor RGB: " + std::to_string(info_.num_components) + " channels of unknown colours");
         }
@@ -192,8 +216,11 @@ class JpegReader : public Reader {
         return {ratio(&jpeg_component_info::h_samp_factor), ratio(&jpeg_component_info::v_samp_factor)};
     }
 
-    // The tables that the header names; a file may bring them later or never.
+    // The tables that the header names; a file may bring them later or never. Those of inks are of no use to another round.
     std::optional<JpegQuantisation> quantisation() const {
+        if (is_cmyk()) {
+            return std::nullopt;
+        }
         const auto table = [this](int component) { return info_.quant_tbl_ptrs[info_.comp_info[component].quant_tbl_no & 3]; };
         const JQUANT_TBL *luminance = table(0);
         const JQUANT_TBL *colours = table(info_.num_components == 3 ? 1 : 0);
@@ -247,7 +274,9 @@ class JpegReader : public Reader {
     Supply supply_;
     bool started_ = false;
     jpeg_progress_mgr progress_{};
-    Decompressor info_{}; // last, so that it goes first: it uses the others
+    std::optional<CmykToRgb> inks_to_rgb_; // of a CMYK file
+    Bytes inks_;                           // a row of them
+    Decompressor info_{};                  // last, so that it goes first: it uses the others
 };
 
 } // namespace

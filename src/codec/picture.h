@@ -15,7 +15,7 @@
 
 namespace codec {
 
-enum class Format { png, jpeg };
+enum class Format { png, jpeg, tiff, webp, heif };
 
 using Bytes = std::vector<uint8_t>;
 
@@ -88,6 +88,9 @@ struct JpegQuantisation {
     std::array<uint16_t, 64> colours{};
 };
 
+// How the rows of a TIFF file are packed; one that was packed in a way that is not written has the first.
+enum class TiffCompression { deflate, lzw, packbits, none };
+
 // A picture without its pixels.
 struct Description {
     Format format = Format::png; // of the file that it came from
@@ -98,6 +101,8 @@ struct Description {
     bool progressive = false; // JPEG: refined scan by scan
     Subsampling subsampling;
     std::optional<JpegQuantisation> quantisation; // of a JPEG file
+    bool lossless = false;                        // WebP: every pixel as it was
+    TiffCompression tiff_compression = TiffCompression::deflate;
     Metadata metadata;
 
     size_t area() const { return size_t{width} * height; }

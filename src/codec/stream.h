@@ -4,6 +4,7 @@
 #define KO_CODEC_STREAM_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -22,6 +23,9 @@ class Input {
     // which failure() then explains.
     virtual std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept = 0;
 
+    // The number of bytes; none if it cannot be found out, which failure() then explains.
+    virtual std::optional<uint64_t> size() noexcept = 0;
+
     virtual const char *failure() const noexcept = 0;
 };
 
@@ -31,6 +35,10 @@ class Output {
 
     // Writes all bytes behind those before. False if it cannot, which failure() then explains.
     virtual bool write(std::span<const uint8_t> bytes) noexcept = 0;
+
+    // Writes bytes over those from an offset on, all of which were written before: for formats whose header says where later
+    // parts ended up.
+    virtual bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept = 0;
 
     virtual const char *failure() const noexcept = 0;
 };
@@ -47,6 +55,8 @@ class MemoryInput : public Input {
         return count;
     }
 
+    std::optional<uint64_t> size() noexcept override { return bytes_.size(); }
+
     const char *failure() const noexcept override { return ""; }
 
   private:
@@ -62,6 +72,11 @@ class MemoryOutput : public Output {
         } catch (...) {
             return false;
         }
+    }
+
+    bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept override {
+        std::copy(bytes.begin(), bytes.end(), bytes_.begin() + static_cast<std::ptrdiff_t>(offset));
+        return true;
     }
 
     const char *failure() const noexcept override { return "not enough memory"; }

@@ -63,6 +63,17 @@ std::optional<size_t> FileInput::read(uint64_t offset, std::span<uint8_t> room) 
     return static_cast<size_t>(count);
 }
 
+std::optional<uint64_t> FileInput::size() noexcept {
+    if (is_kept_) {
+        return kept_.size();
+    }
+    const std::optional<uint64_t> size = file_.size();
+    if (!size) {
+        explain(failure_, "cannot be read", {});
+    }
+    return size;
+}
+
 void FileInput::keep_all() {
     is_kept_ = true;
     std::array<uint8_t, 1 << 16> room;
@@ -82,6 +93,14 @@ void FileInput::keep_all() {
 
 bool Target::write(std::span<const uint8_t> bytes) noexcept {
     if (file_.write(bytes)) {
+        return true;
+    }
+    explain(failure_, "cannot write ", name_);
+    return false;
+}
+
+bool Target::rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept {
+    if (file_.write_at(offset, bytes)) {
         return true;
     }
     explain(failure_, "cannot write ", name_);
@@ -153,11 +172,23 @@ void Draft::abandon_all() {
 
 namespace {
 
+// The picture is held until it is whole: a part of one is of no use to whoever reads it.
 class StandardOutput : public Target {
   public:
     StandardOutput() : Target("the standard output") { file_ = system::File::standard_output(); }
 
-    void take_place() override {}
+    bool write(std::span<const uint8_t> bytes) noexcept override { return held_.write(bytes); }
+    bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept override { return held_.rewrite(offset, bytes); }
+    const char *failure() const noexcept override { return held_.failure(); }
+
+    void take_place() override {
+        if (!file_.write(held_.bytes())) {
+            fail();
+        }
+    }
+
+  private:
+    codec::MemoryOutput held_;
 };
 
 } // namespace

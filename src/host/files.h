@@ -30,6 +30,7 @@ class FileInput : public codec::Input {
     explicit FileInput(const std::filesystem::path &path);
 
     std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept override;
+    std::optional<uint64_t> size() noexcept override;
     const char *failure() const noexcept override { return failure_.c_str(); }
 
     // As they were when the file was opened; none of what is no regular file.
@@ -51,6 +52,7 @@ class Target : public codec::Output {
     ~Target() override = default;
 
     bool write(std::span<const uint8_t> bytes) noexcept override;
+    bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept override;
     const char *failure() const noexcept override { return failure_.c_str(); }
 
     // To be called when all is written. Throws FileError.

@@ -18,15 +18,23 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr std::array<std::pair<const char *, codec::Format>, 4> extensions = {{{".jpg", codec::Format::jpeg},
-                                                                               {".jpeg", codec::Format::jpeg},
-                                                                               {".jpe", codec::Format::jpeg},
-                                                                               {".png", codec::Format::png}}};
+constexpr std::array<std::pair<const char *, codec::Format>, 10> extensions = {{{".jpg", codec::Format::jpeg},
+                                                                                {".jpeg", codec::Format::jpeg},
+                                                                                {".jpe", codec::Format::jpeg},
+                                                                                {".png", codec::Format::png},
+                                                                                {".tif", codec::Format::tiff},
+                                                                                {".tiff", codec::Format::tiff},
+                                                                                {".webp", codec::Format::webp},
+                                                                                {".heic", codec::Format::heif},
+                                                                                {".heif", codec::Format::heif},
+                                                                                {".avif", codec::Format::heif}}};
 
 std::string known_extensions() {
     std::string text;
-    for (const auto &entry : extensions) {
-        text += (text.empty() ? "" : ", ") + std::string(entry.first);
+    for (const auto &[extension, format] : extensions) {
+        if (codec::is_written(format)) {
+            text += (text.empty() ? "" : ", ") + std::string(extension);
+        }
     }
     return text;
 }
@@ -67,7 +75,15 @@ void check_folder(const fs::path &folder) {
     }
 }
 
+bool is_only_read(const fs::path &path) {
+    const std::optional<codec::Format> format = format_of_extension(path);
+    return format && !codec::is_written(*format);
+}
+
 std::string reason_against(const fs::path &target) {
+    if (is_only_read(target)) {
+        return "cannot write " + target.string() + ": HEIC and AVIF files are only read";
+    }
     std::error_code error;
     const fs::file_status status = fs::status(target, error);
     if (fs::is_directory(status)) {
@@ -78,6 +94,9 @@ std::string reason_against(const fs::path &target) {
     }
     return "";
 }
+
+// The name that a picture keeps, but for the extension of a format that it cannot be written in.
+fs::path kept_name(fs::path name) { return is_only_read(name) ? name.replace_extension(".jpg") : name; }
 
 // ---- where each picture goes
 
@@ -139,7 +158,8 @@ class Layout {
         if (destination_.in_place) {
             return picture.input;
         }
-        const fs::path named = destination_.output.empty() ? fs::path(picture.input) : destination_.output / picture.place;
+        const fs::path named =
+            destination_.output.empty() ? kept_name(picture.input) : destination_.output / kept_name(picture.place);
         return named.parent_path() / (named.stem().native() + destination_.suffix + named.extension().native());
     }
 

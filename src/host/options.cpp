@@ -123,7 +123,9 @@ std::string refuse_empty(const std::string &name) { return name.empty() ? "an em
 
 void add_inputs(CLI::App &command, Options &options) {
     Selection &selection = options.selection;
-    command.add_option("INPUT", selection.inputs, "pictures, folders with pictures, or - for the standard input")
+    command
+        .add_option("INPUT", selection.inputs,
+                    "pictures (JPEG, PNG, TIFF, WebP, HEIC, AVIF), folders with pictures, or - for the standard input")
         ->type_name("");
     command.add_flag("-r,--recursive", selection.recursive, "look into folders below folders, and keep their structure")
         ->group(input_group);
@@ -247,7 +249,8 @@ void add_score(CLI::App &command, Judging &judging) {
 
 void add_quality(CLI::App &command, Options &options) {
     add_number(command, "--quality", options.quality, 1, 100, "the input's, or " + std::to_string(codec::default_quality),
-               "quality of JPEG output")
+               "quality of JPEG and of WebP output, which has " + std::to_string(codec::default_webp_quality) +
+                   " or is lossless like its input")
         ->group(output_group);
 }
 
@@ -329,8 +332,9 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
 
 const std::string about_files =
     "Pictures are told apart by content. A file in a folder keeps its input's format and name; the\n"
-    "extension of a single output chooses the format. Metadata is carried over, and a notice names what is\n"
-    "not. A picture that a mark says was done already is left as it is.\n";
+    "extension of a single output chooses the format. HEIC and AVIF files are only read, and become JPEG.\n"
+    "Metadata is carried over, and a notice names what is not. A picture that a mark says was done already\n"
+    "is left as it is.\n";
 
 const std::string about_status =
     "The exit status is 0 if all went well, which a picture that is left as it is did too; 1 if some pictures\n"

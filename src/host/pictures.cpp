@@ -24,9 +24,10 @@ template <class Step> void for_each_band(uint32_t height, uint32_t rows, const S
     }
 }
 
-void note_name(const Job &job, codec::Format format, codec::Notices &notices) {
+void note_name(const Job &job, codec::Format format, const codec::Description &source, codec::Notices &notices) {
     if (job.target != standard_stream && format_of_extension(job.target) != format) {
-        notices.push_back("written as " + std::string(codec::name(format)) + " like the input, whatever the name says");
+        const char *reason = format == source.format ? " like the input" : ", as the input's format is only read";
+        notices.push_back("written as " + std::string(codec::name(format)) + reason + ", whatever the name says");
     }
 }
 
@@ -119,13 +120,15 @@ void Source::complete() {
     }
 }
 
-codec::Format target_format(const Job &job, const codec::Description &source) { return job.format.value_or(source.format); }
+codec::Format target_format(const Job &job, const codec::Description &source) {
+    return job.format.value_or(codec::is_written(source.format) ? source.format : codec::Format::jpeg);
+}
 
 void write_picture(const Job &job, Source &source, std::optional<int> quality, const RowStep &step, Entry &entry,
                    const Trace &trace) {
     const codec::Format format = target_format(job, source.description());
     const codec::Description picture = traced(source.description(), format, trace, source.notices);
-    note_name(job, format, source.notices);
+    note_name(job, format, picture, source.notices);
     if (job.dry_run) {
         return;
     }
@@ -173,7 +176,7 @@ void copy_picture(const Job &job, Source &source, std::optional<int> quality, En
     }
     entry.at(Stage::writing);
     source.notices.clear(); // what the decoding changed or left out is there in the copy
-    note_name(job, source.description().format, source.notices);
+    note_name(job, source.description().format, source.description(), source.notices);
     if (!job.dry_run) {
         copy_file(source.input(), job.target, source.traits());
     }

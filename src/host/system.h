@@ -48,7 +48,11 @@ class File {
     int64_t read_at(uint64_t offset, std::span<uint8_t> room) noexcept;
     int64_t read(std::span<uint8_t> room) noexcept;
 
+    std::optional<uint64_t> size() const noexcept;
+
+    // Write all bytes, behind those before or at an offset.
     bool write(std::span<const uint8_t> bytes) noexcept;
+    bool write_at(uint64_t offset, std::span<const uint8_t> bytes) noexcept;
 
     // Brings the bytes to the disk, where the file system can.
     bool sync() noexcept;

@@ -104,6 +104,17 @@ bool File::write(std::span<const uint8_t> bytes) noexcept {
            static_cast<int64_t>(bytes.size());
 }
 
+bool File::write_at(uint64_t offset, std::span<const uint8_t> bytes) noexcept {
+    return repeat(bytes.size(), [&](size_t done) {
+               return ::pwrite(number_, bytes.data() + done, bytes.size() - done, static_cast<off_t>(offset + done));
+           }) == static_cast<int64_t>(bytes.size());
+}
+
+std::optional<uint64_t> File::size() const noexcept {
+    struct stat status {};
+    return ::fstat(number_, &status) == 0 ? std::optional<uint64_t>(status.st_size) : std::nullopt;
+}
+
 bool File::sync() noexcept { return ::fsync(number_) == 0 || errno == EINVAL || errno == ENOSYS; }
 
 bool File::has_room() noexcept {

@@ -97,7 +97,7 @@ TEST(Recognise, TellsFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of("\xff\xd8\xff")), Format::jpeg);
     EXPECT_STREQ(codec::name(Format::png), "PNG");
     EXPECT_STREQ(codec::name(Format::jpeg), "JPEG");
-    EXPECT_EQ(error_of("just a text"), "neither a PNG nor a JPEG file");
+    EXPECT_EQ(error_of("just a text"), "a text file, not a picture");
     EXPECT_EQ(error_of(""), "the file is empty");
 }
 
@@ -339,9 +339,9 @@ TEST(JpegReader, RefusesColoursThatItDoesNotKnow) {
               "neither gray nor RGB: 2 channels of unknown colours");
 }
 
-TEST(JpegReader, RefusesCmyk) {
-    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "CMYK pictures are not supported");
-    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "CMYK pictures are not supported");
+TEST(JpegReader, RefusesCmykWithoutAProfile) {
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, soft)), "a CMYK picture without a colour profile");
+    EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::ycck}, soft)), "a CMYK picture without a colour profile");
 }
 
 TEST(JpegWriter, KeepsColourSampling) {

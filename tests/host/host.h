@@ -53,7 +53,7 @@ void expect_success(const Outcome &outcome);
 void expect_one_error(const Outcome &outcome, const std::string &line);
 
 // The same with exit status 2: nothing was done.
-inline const std::string no_extension = ": its extension is not one of .jpg, .jpeg, .jpe, .png";
+inline const std::string no_extension = ": its extension is not one of .jpg, .jpeg, .jpe, .png, .tif, .tiff, .webp";
 void expect_wrong_usage(const Outcome &outcome, const std::string &line);
 
 // A picture with shadows to open.

@@ -173,7 +173,7 @@ TEST_F(HostCurves, DoNotTakeThePlaceOfTheirPictureOrAFolder) {
 
 TEST_F(HostCurves, NeedAPicture) {
     const std::string name = put("in.png", "no picture");
-    expect_one_error(curves(name, path("grid")), name + ": neither a PNG nor a JPEG file");
+    expect_one_error(curves(name, path("grid")), name + ": a text file, not a picture");
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 

@@ -240,7 +240,7 @@ TEST_F(HostJudge, SaysWhatTheEnhancementDoes) {
 TEST_F(HostJudge, TakesManyPictures) {
     const Words inputs = {put("a.png", judged_png({})), path("missing.png"), put("b.jpg", dark_jpeg()), put("c.png", "none")};
     const Words errors = {"ko: " + inputs[1] + ": cannot be read: No such file or directory",
-                          "ko: " + inputs[3] + ": neither a PNG nor a JPEG file"};
+                          "ko: " + inputs[3] + ": a text file, not a picture"};
     const Outcome pages = judge(inputs);
     EXPECT_EQ(pages.status, 1);
     EXPECT_EQ(pages.err_lines(), errors);

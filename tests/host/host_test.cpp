@@ -157,7 +157,7 @@ TEST_F(HostPixels, OfSixteenBitsAreReducedWithANotice) {
 
 TEST_F(HostPixels, OfCmykAreRefused) {
     const std::string name = put("in.jpg", dark_jpeg({.colour = JpegColour::cmyk}));
-    expect_one_error(enhance({name}, path("out.jpg")), name + ": CMYK pictures are not supported");
+    expect_one_error(enhance({name}, path("out.jpg")), name + ": a CMYK picture without a colour profile");
     EXPECT_EQ(left(), (std::set<std::string>{"in.jpg"}));
 }
 
@@ -287,7 +287,7 @@ TEST_F(HostErrors, OfOnePictureLeaveTheOthersAlone) {
                           put("cut.jpg", dark_jpeg().substr(0, 900)), put("z.jpg", dark_jpeg())};
     const Outcome outcome = enhance(inputs, path("out"));
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_EQ(outcome.err_lines(), (Words{"ko: " + inputs[1] + ": neither a PNG nor a JPEG file",
+    EXPECT_EQ(outcome.err_lines(), (Words{"ko: " + inputs[1] + ": a text file, not a picture",
                                           "ko: " + inputs[2] + ": cannot be read: No such file or directory",
                                           "ko: " + inputs[3] + ": premature end of JPEG file"}));
     EXPECT_EQ(outcome.out_lines().size(), 2u);

@@ -1,0 +1,27 @@
+// Inside the codec: the one thing in Exif data that the codec must know, since pixels and orientation belong together. All else
+// in it is carried as it is. Exif data has the structure of a TIFF file; no offset in it is trusted.
+#ifndef KO_CODEC_EXIF_H
+#define KO_CODEC_EXIF_H
+
+#include <cstdint>
+#include <optional>
+#include <span>
+
+#include "codec/picture.h"
+
+namespace codec {
+
+inline constexpr uint16_t upright = 1; // the first row is the top, the first pixel of a row its left
+
+// The orientation, 1 to 8. None if the data says nothing of it, or nothing sensible.
+std::optional<uint16_t> exif_orientation(std::span<const uint8_t> exif);
+
+// Overwrites the orientation where the data has one.
+void set_exif_orientation(Bytes &exif, uint16_t orientation);
+
+// Exif data that says nothing but the orientation.
+Bytes exif_of_orientation(uint16_t orientation);
+
+} // namespace codec
+
+#endif

@@ -1,0 +1,280 @@
+// HEIC and AVIF files in: the primary picture of a file as 8-bit RGB with alpha beside it. The decoder needs the whole file and
+// gives the whole picture.
+//
+// What the file says of turning and cropping is part of decoding, so that the picture comes upright. Its Exif data says the
+// same once more, and would turn it twice.
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <new>
+
+#include <lcms2.h>
+#include <libheif/heif.h>
+
+#include "codec/alpha.h"
+#include "codec/exif.h"
+#include "codec/formats.h"
+#include "codec/guard.h"
+
+namespace codec {
+
+namespace {
+
+// libheif's own state, which all threads share.
+struct Library {
+    Library() { heif_init(nullptr); }
+    ~Library() { heif_deinit(); }
+    Library(const Library &) = delete;
+    Library &operator=(const Library &) = delete;
+};
+
+template <auto Free> using Freeing = decltype([](auto *object) { Free(object); });
+using ContextPtr = std::unique_ptr<heif_context, Freeing<heif_context_free>>;
+using HandlePtr = std::unique_ptr<heif_image_handle, Freeing<heif_image_handle_release>>;
+using ImagePtr = std::unique_ptr<heif_image, Freeing<heif_image_release>>;
+using OptionsPtr = std::unique_ptr<heif_decoding_options, Freeing<heif_decoding_options_free>>;
+using NclxPtr = std::unique_ptr<heif_color_profile_nclx, Freeing<heif_nclx_color_profile_free>>;
+using CurvePtr = std::unique_ptr<cmsToneCurve, Freeing<cmsFreeToneCurve>>;
+using ProfilePtr = std::unique_ptr<void, Freeing<cmsCloseProfile>>;
+
+// Colours as a file names them by numbers, where they are not those of sRGB: as an ICC profile, which other formats can carry.
+class NamedColours {
+  public:
+    explicit NamedColours(const heif_color_profile_nclx &nclx) : nclx_(nclx) {}
+
+    bool are_of_high_range() const {
+        return nclx_.transfer_characteristics == heif_transfer_characteristic_ITU_R_BT_2100_0_PQ ||
+               nclx_.transfer_characteristics == heif_transfer_characteristic_ITU_R_BT_2100_0_HLG;
+    }
+
+    bool are_srgb() const {
+        const auto primaries = nclx_.color_primaries;
+        const bool usual = primaries == heif_color_primaries_ITU_R_BT_709_5 || primaries == heif_color_primaries_unspecified;
+        return usual && exponent() == 0.0;
+    }
+
+    // Empty if the colours are none that a profile can describe.
+    Bytes profile() const {
+        const cmsCIExyY white = {nclx_.color_primary_white_x, nclx_.color_primary_white_y, 1.0};
+        const cmsCIExyYTRIPLE primaries = {{nclx_.color_primary_red_x, nclx_.color_primary_red_y, 1.0},
+                                           {nclx_.color_primary_green_x, nclx_.color_primary_green_y, 1.0},
+                                           {nclx_.color_primary_blue_x, nclx_.color_primary_blue_y, 1.0}};
+        const CurvePtr curve = tone_curve();
+        cmsToneCurve *curves[3] = {curve.get(), curve.get(), curve.get()};
+        const ProfilePtr made(curve ? cmsCreateRGBProfile(&white, &primaries, curves) : nullptr);
+        cmsUInt32Number size = 0;
+        if (!made || cmsSaveProfileToMem(made.get(), nullptr, &size) == FALSE) {
+            return {};
+        }
+        Bytes bytes(size);
+        return cmsSaveProfileToMem(made.get(), bytes.data(), &size) != FALSE ? bytes : Bytes();
+    }
+
+  private:
+    // 0 for the curve of sRGB, with which those for television are taken to be shown.
+    double exponent() const {
+        switch (nclx_.transfer_characteristics) {
+        case heif_transfer_characteristic_ITU_R_BT_470_6_System_M:
+            return 2.2;
+        case heif_transfer_characteristic_ITU_R_BT_470_6_System_B_G:
+            return 2.8;
+        case heif_transfer_characteristic_linear:
+            return 1.0;
+        default:
+            return 0.0;
+        }
+    }
+
+    CurvePtr tone_curve() const {
+        static constexpr std::array<cmsFloat64Number, 5> srgb = {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045};
+        const double power = exponent();
+        return CurvePtr(power != 0.0 ? cmsBuildGamma(nullptr, power) : cmsBuildParametricToneCurve(nullptr, 4, srgb.data()));
+    }
+
+    const heif_color_profile_nclx &nclx_;
+};
+
+class HeifReader : public Reader {
+  public:
+    HeifReader(Input &input, std::string kind) : kind_(std::move(kind)) {
+        static const Library library;
+        file_ = read_all(input);
+        context_.reset(heif_context_alloc());
+        if (!context_) {
+            throw std::bad_alloc();
+        }
+        check(heif_context_read_from_memory_without_copy(context_.get(), file_.data(), file_.size(), nullptr));
+        heif_image_handle *handle = nullptr;
+        const heif_error error = heif_context_get_primary_image_handle(context_.get(), &handle);
+        handle_.reset(handle);
+        check(error);
+        describe();
+        read_metadata();
+    }
+
+    void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) override {
+        if (!image_) {
+            decode();
+        }
+        for (uint32_t row = 0; row < rows; ++row) {
+            const uint8_t *from = plane_ + row_++ * stride_;
+            if (description_.has_alpha) {
+                separate(from, pixels, alpha);
+                alpha += alpha != nullptr ? width_ : 0;
+            } else {
+                std::copy_n(from, description_.row_bytes(), pixels);
+            }
+            pixels += description_.row_bytes();
+        }
+    }
+
+    void finish(Notices &notices) override {
+        if (bits_ > 8) {
+            notices.push_back(std::to_string(bits_) + " bits a channel reduced to 8");
+        }
+        if (multiplied_) {
+            notices.push_back(divided_by_alpha);
+        }
+        if (high_range_) {
+            notices.push_back("the colours are coded for a high dynamic range and look flat without it");
+        }
+        if (further_ > 0) {
+            notices.push_back(further_pictures(further_));
+        }
+    }
+
+  private:
+    void check(const heif_error &error) const {
+        if (error.code == heif_error_Ok) {
+            return;
+        }
+        if (error.code == heif_error_Memory_allocation_error && error.subcode != heif_suberror_Security_limit_exceeded) {
+            throw std::bad_alloc();
+        }
+        if (error.subcode == heif_suberror_Unsupported_codec || error.code == heif_error_Unsupported_filetype) {
+            throw Error(kind_ + ", which this build cannot read");
+        }
+        if (error.subcode == heif_suberror_End_of_data) {
+            throw Error("truncated HEIF file");
+        }
+        std::string text = error.message; // which may end its line
+        std::replace(text.begin(), text.end(), '\n', ' ');
+        text.erase(text.find_last_not_of(' ') + 1);
+        Trouble trouble;
+        trouble.note(text.c_str());
+        trouble.raise();
+    }
+
+    void describe() {
+        width_ = static_cast<uint32_t>(std::max(heif_image_handle_get_width(handle_.get()), 0));
+        height_ = static_cast<uint32_t>(std::max(heif_image_handle_get_height(handle_.get()), 0));
+        check_size(width_, height_);
+        description_.format = Format::heif;
+        description_.width = width_;
+        description_.height = height_;
+        description_.channels = 3;
+        description_.has_alpha = heif_image_handle_has_alpha_channel(handle_.get()) != 0;
+        multiplied_ = description_.has_alpha && heif_image_handle_is_premultiplied_alpha(handle_.get()) != 0;
+        bits_ = heif_image_handle_get_luma_bits_per_pixel(handle_.get());
+        further_ = static_cast<uint32_t>(std::max(heif_context_get_number_of_top_level_images(context_.get()) - 1, 0));
+    }
+
+    void read_metadata() {
+        read_exif();
+        read_profile();
+    }
+
+    // The block begins with the place, behind the number itself, where Exif data as other files have it begins.
+    void read_exif() {
+        heif_item_id id = 0;
+        if (heif_image_handle_get_list_of_metadata_block_IDs(handle_.get(), "Exif", &id, 1) != 1) {
+            return;
+        }
+        Bytes block(heif_image_handle_get_metadata_size(handle_.get(), id));
+        if (block.size() < 4) {
+            return;
+        }
+        check(heif_image_handle_get_metadata(handle_.get(), id, block.data()));
+        const uint64_t place = uint64_t{block[0]} << 24 | uint64_t{block[1]} << 16 | uint64_t{block[2]} << 8 | block[3];
+        if (place < block.size() - 4) {
+            Bytes &exif = description_.metadata.exif;
+            exif.assign(block.begin() + 4 + static_cast<std::ptrdiff_t>(place), block.end());
+            set_exif_orientation(exif, upright);
+        }
+    }
+
+    void read_profile() {
+        Bytes &profile = description_.metadata.icc_profile;
+        profile.resize(heif_image_handle_get_raw_color_profile_size(handle_.get()));
+        if (!profile.empty()) {
+            check(heif_image_handle_get_raw_color_profile(handle_.get(), profile.data()));
+            return;
+        }
+        heif_color_profile_nclx *nclx = nullptr;
+        const heif_error error = heif_image_handle_get_nclx_color_profile(handle_.get(), &nclx);
+        const NclxPtr owner(nclx);
+        if (error.code == heif_error_Ok && nclx != nullptr) {
+            const NamedColours colours(*nclx);
+            high_range_ = colours.are_of_high_range();
+            profile = colours.are_srgb() || high_range_ ? Bytes() : colours.profile();
+        }
+    }
+
+    void decode() {
+        const OptionsPtr options(heif_decoding_options_alloc());
+        if (!options) {
+            throw std::bad_alloc();
+        }
+        options->convert_hdr_to_8bit = 1;
+        options->strict_decoding = 1;
+        heif_image *image = nullptr;
+        const heif_chroma layout = description_.has_alpha ? heif_chroma_interleaved_RGBA : heif_chroma_interleaved_RGB;
+        const heif_error error = heif_decode_image(handle_.get(), &image, heif_colorspace_RGB, layout, options.get());
+        image_.reset(image);
+        check(error);
+        int stride = 0;
+        plane_ = heif_image_get_plane_readonly(image, heif_channel_interleaved, &stride);
+        stride_ = static_cast<size_t>(std::max(stride, 0));
+        const auto is = [image](int (*side)(const heif_image *, heif_channel), uint32_t size) {
+            return side(image, heif_channel_interleaved) == static_cast<int>(size);
+        };
+        if (plane_ == nullptr || !is(heif_image_get_width, width_) || !is(heif_image_get_height, height_)) {
+            throw Error("the picture is not of the size that the file says");
+        }
+        handle_.reset();
+        context_.reset();
+        file_ = {};
+    }
+
+    // alpha is null where nobody asks for it.
+    void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
+        for (uint32_t x = 0; x < width_; ++x, from += 4, pixels += 3) {
+            std::copy_n(from, 3, pixels);
+            if (multiplied_) {
+                divide_by_alpha(pixels, 3, from[3]);
+            }
+            if (alpha != nullptr) {
+                alpha[x] = from[3];
+            }
+        }
+    }
+
+    std::string kind_;
+    Bytes file_; // until it is decoded, as are context and handle
+    ContextPtr context_;
+    HandlePtr handle_;
+    ImagePtr image_;
+    const uint8_t *plane_ = nullptr; // of the image
+    size_t stride_ = 0;
+    size_t row_ = 0;
+    int bits_ = 8;
+    bool multiplied_ = false; // the colours by their alpha
+    bool high_range_ = false;
+    uint32_t further_ = 0;
+};
+
+} // namespace
+
+std::unique_ptr<Reader> open_heif(Input &input, const std::string &kind) { return std::make_unique<HeifReader>(input, kind); }
+
+} // namespace codec

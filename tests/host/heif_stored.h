@@ -1,0 +1,21 @@
+// Small files made by encoders, for tests where libheif has none, or none that can do it.
+#ifndef KO_TESTS_HOST_HEIF_STORED_H
+#define KO_TESTS_HOST_HEIF_STORED_H
+
+#include <cstdint>
+#include <string>
+
+namespace ko_test {
+
+// 64 by 48 pixels of stored_colour, with Exif data that says nothing but orientation 6.
+std::string stored_heic();
+std::string stored_avif();
+
+// The same pixels with 12 bits a channel, and no Exif data.
+std::string stored_deep_avif();
+
+uint32_t stored_colour(uint32_t x, uint32_t y, uint32_t c);
+
+} // namespace ko_test
+
+#endif

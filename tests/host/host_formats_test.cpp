@@ -1,0 +1,183 @@
+// The program over files of all formats, as a user has them.
+#include <filesystem>
+
+#include "cmyk_profile.h"
+#include "codec_files.h"
+#include "heif_stored.h"
+#include "host.h"
+#include "tiff_files.h"
+#include "webp_files.h"
+
+namespace {
+
+using namespace ko_test;
+
+Outcome enhance(const Words &inputs, const std::string &output, Words options = {}) {
+    options.push_back("--force");
+    return run_command("enhance", inputs, output, options);
+}
+
+TiffRecipe tiff_recipe() { return {.width = 96, .height = 80}; }
+WebpRecipe webp_recipe() { return {.width = 96, .height = 80}; }
+
+class HostFormats : public Host {
+  protected:
+    // What the program makes of the same pixels in a PNG file.
+    Pixels enhanced_png() const {
+        const std::string name = put("reference/in.png", dark_png());
+        expect_success(enhance({name}, path("reference/out.png")));
+        const Pixels pixels = png_pixels(read_bytes(path("reference/out.png")));
+        EXPECT_NE(pixels, png_pixels(dark_png()));
+        std::filesystem::remove_all(path("reference"));
+        return pixels;
+    }
+};
+
+std::string written(const std::string &path) {
+    std::string file = read_bytes(path);
+    EXPECT_NE(file, "") << path;
+    return file;
+}
+
+TEST_F(HostFormats, TiffIsEnhancedLikeOthers) {
+    const std::string name = put("in.tif", tiff_file(tiff_recipe(), dark));
+    expect_success(enhance({name}, path("out.tif")));
+    EXPECT_EQ(tiff_pixels(written(path("out.tif"))), enhanced_png());
+    EXPECT_EQ(tiff_number(written(path("out.tif")), TIFFTAG_COMPRESSION), COMPRESSION_NONE);
+}
+
+TEST_F(HostFormats, WebpIsEnhancedLikeOthers) {
+    const std::string name = put("in.webp", webp_file(webp_recipe(), dark));
+    expect_success(enhance({name}, path("out.webp")));
+    EXPECT_EQ(webp_pixels(written(path("out.webp")), false), enhanced_png()) << "lossless like the input";
+}
+
+TEST_F(HostFormats, EachBecomesEveryOther) {
+    const Words inputs = {put("a.tif", tiff_file(tiff_recipe(), dark)), put("b.webp", webp_file(webp_recipe(), dark)),
+                          put("c.png", dark_png())};
+    for (const std::string &input : inputs) {
+        for (const auto &[extension, format] :
+             {std::pair("png", codec::Format::png), std::pair("jpeg", codec::Format::jpeg),
+              std::pair("TIFF", codec::Format::tiff), std::pair("webp", codec::Format::webp)}) {
+            const std::string output = path(std::string("out.") + extension);
+            expect_success(enhance({input}, output));
+            EXPECT_EQ(codec::recognise(bytes_of(written(output))), format) << input << " to " << output;
+        }
+        EXPECT_EQ(png_pixels(written(path("out.png"))), enhanced_png()) << input;
+        EXPECT_EQ(tiff_pixels(written(path("out.TIFF"))), enhanced_png()) << input;
+    }
+}
+
+TEST_F(HostFormats, QualityIsForWebpToo) {
+    const std::string name = put("in.webp", webp_file(webp_recipe(), dark));
+    expect_success(enhance({name}, path("low.webp"), {"--quality", "20"}));
+    expect_success(enhance({name}, path("high.webp"), {"--quality", "95"}));
+    EXPECT_LT(written(path("low.webp")).size(), written(path("high.webp")).size());
+    EXPECT_NE(webp_chunk_data(written(path("low.webp")), "VP8 "), "");
+}
+
+TEST_F(HostFormats, APictureThatStaysIsCopied) {
+    const auto plain = [](uint32_t, uint32_t, uint32_t) { return 200u; };
+    const std::string tiff =
+        tiff_file({.width = 96, .height = 80, .bits = 16, .tile = 16}, [](uint32_t, uint32_t, uint32_t) { return 50000u; });
+    const std::string webp = webp_file(webp_recipe(), plain);
+    const Words inputs = {put("a.tif", tiff), put("b.webp", webp)};
+    expect_success(run_command("enhance", inputs, path("out")));
+    EXPECT_EQ(read_bytes(path("out/a.tif")), tiff) << "16 bits and tiles";
+    EXPECT_EQ(read_bytes(path("out/b.webp")), webp);
+}
+
+TEST_F(HostFormats, ATiffFileMayBeWrittenOverItself) {
+    const std::string name = put("in.tif", tiff_file(tiff_recipe(), dark));
+    expect_success(enhance({name}, name));
+    EXPECT_EQ(tiff_pixels(written(name)), enhanced_png());
+    EXPECT_EQ(left(), std::set<std::string>{"in.tif"});
+}
+
+TEST_F(HostFormats, OrientationIsCarried) {
+    TiffRecipe recipe = tiff_recipe();
+    recipe.orientation = 6;
+    const std::string name = put("in.tif", tiff_file(recipe, dark));
+    expect_success(enhance({name}, path("out.tif")));
+    EXPECT_EQ(tiff_number(written(path("out.tif")), TIFFTAG_ORIENTATION), 6u);
+    expect_success(enhance({name}, path("out.webp")));
+    EXPECT_EQ(webp_chunk_data(written(path("out.webp")), "EXIF").size(), 26u);
+}
+
+TEST_F(HostFormats, CmykBecomesSrgb) {
+    JpegRecipe recipe{.colour = JpegColour::ycck, .segments = icc_segments(cmyk_profile())};
+    const std::string name = put("in.jpg", dark_jpeg(recipe));
+    const Outcome outcome = enhance({name}, path("out.jpg"));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: CMYK converted to sRGB through its profile\n");
+    EXPECT_EQ(jpeg_pixels(written(path("out.jpg"))).channels, 3u);
+    EXPECT_EQ(jpeg_icc_profile(written(path("out.jpg"))), "");
+}
+
+TEST_F(HostFormats, DamagedFilesLeaveNothing) {
+    const std::string tiff = put("a.tif", tiff_file(tiff_recipe(), dark).substr(0, 9000));
+    const std::string whole = webp_file(webp_recipe(), dark);
+    const std::string webp = put("b.webp", whole.substr(0, whole.size() / 2));
+    const Outcome outcome = enhance({tiff, webp}, path("out"));
+    EXPECT_EQ(outcome.status, 1);
+    ASSERT_EQ(outcome.err_lines().size(), 2u) << outcome.err;
+    EXPECT_TRUE(outcome.err_lines()[0].starts_with("ko: " + tiff + ": "));
+    EXPECT_EQ(outcome.err_lines()[1], "ko: " + webp + ": truncated WebP file");
+    EXPECT_EQ(left(), (std::set<std::string>{"a.tif", "b.webp", "out"}));
+}
+
+TEST_F(HostFormats, HeifCannotBeWritten) {
+    const std::string name = put("in.png", dark_png());
+    for (const char *extension : {"heic", "HEIF", "avif"}) {
+        const std::string output = path(std::string("out.") + extension);
+        expect_one_error(enhance({name}, output), name + ": cannot write " + output + ": HEIC and AVIF files are only read");
+    }
+    EXPECT_EQ(left(), std::set<std::string>{"in.png"});
+}
+
+TEST_F(HostFormats, OthersAreNamed) {
+    const std::string name = put("in.gif", "GIF89a" + std::string(40, '\0'));
+    expect_one_error(enhance({name}, path("out.png")), name + ": a GIF file, which cannot be read");
+}
+
+#ifdef KO_READS_HEIF
+
+TEST_F(HostFormats, HeifBecomesJpegInAFolder) {
+    const Words inputs = {put("a.heic", stored_heic()), put("b.AVIF", stored_avif())};
+    expect_success(enhance(inputs, path("out")));
+    for (const char *name : {"out/a.jpg", "out/b.jpg"}) {
+        const std::string file = written(path(name));
+        EXPECT_EQ(codec::recognise(bytes_of(file)), codec::Format::jpeg);
+        EXPECT_EQ(jpeg_segment(file, 0xe1)[25], '\1') << "upright";
+    }
+    EXPECT_EQ(left(), (std::set<std::string>{"a.heic", "b.AVIF", "out", "out/a.jpg", "out/b.jpg"}));
+}
+
+TEST_F(HostFormats, HeifThatStaysBecomesJpegToo) {
+    const std::string name = put("a.heic", stored_heic());
+    expect_success(run_command("enhance", {name}, path("out") + "/", {"--policy", "conservative", "--score", "1"}));
+    EXPECT_EQ(codec::recognise(bytes_of(written(path("out/a.jpg")))), codec::Format::jpeg);
+}
+
+TEST_F(HostFormats, HeifIsJpegWhateverTheNameSays) {
+    const std::string name = put("a.avif", stored_avif());
+    const Outcome outcome = enhance({name}, path("picture"));
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err,
+              "ko: " + name + ": notice: written as JPEG, as the input's format is only read, whatever the name says\n");
+    EXPECT_EQ(codec::recognise(bytes_of(written(path("picture")))), codec::Format::jpeg);
+    expect_success(enhance({name}, path("out.webp")));
+    EXPECT_EQ(codec::recognise(bytes_of(written(path("out.webp")))), codec::Format::webp);
+}
+
+// Two pictures whose names differ in their formats alone become one name.
+TEST_F(HostFormats, NoJpegReplacesAnother) {
+    const Words inputs = {put("a.heic", stored_heic()), put("a.avif", stored_avif())};
+    const Outcome outcome = enhance(inputs, path("out"));
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(outcome.err, "ko: " + inputs[1] + ": cannot write " + path("out/a.jpg") + ": taken by " + inputs[0] + "\n");
+}
+
+#endif
+
+} // namespace

@@ -135,6 +135,7 @@ class JpegReader : public Reader {
     void read_inks(uint32_t rows, uint8_t *pixels, size_t row_bytes) {
         for (uint32_t row = 0; row < rows; ++row) {
             errors_.trouble.guarded([this] {
+                start();
                 JSAMPROW to = inks_.data();
                 jpeg_read_scanlines(&info_, &to, 1);
             });

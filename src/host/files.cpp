@@ -125,11 +125,13 @@ Draft::Draft(const fs::path &target, const std::optional<system::Traits> &traits
 
 Draft::~Draft() {
     file_.close();
-    const std::lock_guard<std::mutex> guard(drafts_lock);
-    if (drafts.erase(path_) != 0) {
-        std::error_code error;
-        fs::remove(path_, error);
+    if (placed_) {
+        return; // another draft may have this one's path by now
     }
+    const std::lock_guard<std::mutex> guard(drafts_lock);
+    drafts.erase(path_);
+    std::error_code error;
+    fs::remove(path_, error);
 }
 
 void Draft::check_room() {
@@ -151,6 +153,7 @@ void Draft::take_place() {
         fail();
     }
     drafts.erase(path_);
+    placed_ = true;
 }
 
 void Draft::take_permissions() {

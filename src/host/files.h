@@ -97,6 +97,7 @@ class Draft : public Target {
     std::filesystem::path target_;
     std::optional<system::Traits> traits_;
     std::filesystem::path path_;
+    bool placed_ = false;
 };
 
 // A draft, or the standard output for its name. Makes the folders above a draft that are missing.

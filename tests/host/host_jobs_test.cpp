@@ -155,7 +155,7 @@ TEST_F(HostJobs, LeaveMessagesAtTheirPlace) {
         EXPECT_EQ(lines[1], "ko: " + inputs[1] + ": notice: 16 bits a channel reduced to 8");
         EXPECT_EQ(lines[4], "ko: " + inputs[3] + ": cannot be read: No such file or directory");
         EXPECT_EQ(lines[6], "ko: " + inputs[5] + ": truncated PNG file");
-        EXPECT_EQ(lines[10], "ko: " + inputs[9] + ": neither a PNG nor a JPEG file");
+        EXPECT_EQ(lines[10], "ko: " + inputs[9] + ": a text file, not a picture");
         EXPECT_EQ(lines[13], "ko: " + inputs[11] + ": premature end of JPEG file");
     }
 }

@@ -145,7 +145,7 @@ TEST_F(HostReport, TellsDecisionReasonSizeAndTimes) {
                   ">it has no detail hidden in its shadows: 64 of 64 blocks would gain too little detail (limit 63)</span>"),
               std::string::npos);
     EXPECT_NE(rows[2].summary.find("<span class=\"outcome failed\">failed</span>"), std::string::npos);
-    EXPECT_NE(rows[2].summary.find(">neither a PNG nor a JPEG file</span>"), std::string::npos);
+    EXPECT_NE(rows[2].summary.find(">a text file, not a picture</span>"), std::string::npos);
     std::set<std::string> stages;
     double sum = 0.0;
     for (const Json &timing : rows[0].data.at("timings")) {
@@ -499,12 +499,13 @@ TEST_F(HostReport, KeepsThePicturesOutOfMemory) {
         inputs.push_back(put("p" + std::to_string(i) + ".png", png_file({600, 400}, rough)));
     }
     const Words options = {"--force", "-j", "1", "--report", path("page.html")};
-    const Outcome one = run_command("enhance", {inputs[0]}, path("one/"), options);
+    // After a few pictures the allocator has what it reuses for all others.
+    const Outcome few = run_command("enhance", {inputs.begin(), inputs.begin() + 4}, path("few/"), options);
     const Outcome many = run_command("enhance", inputs, path("many/"), options);
     EXPECT_EQ(many.status, 0);
     const uint64_t page = std::filesystem::file_size(path("page.html"));
     EXPECT_GT(page, 4u << 20);
-    EXPECT_LT(many.peak_memory, one.peak_memory + page / 4);
+    EXPECT_LT(many.peak_memory, few.peak_memory + page / 4);
 }
 
 } // namespace

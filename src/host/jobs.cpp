@@ -51,6 +51,9 @@ bool is_there(const fs::path &path) {
 
 // A name without an extension is no picture's, so it is a folder's that does not exist yet.
 bool names_folder(const fs::path &output) {
+    if (output == standard_stream) {
+        return false;
+    }
     return !output.has_filename() || is_folder(output) || (!output.has_extension() && !is_there(output));
 }
 

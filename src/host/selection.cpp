@@ -23,7 +23,7 @@ class Lister {
 
     void add(const std::string &input) {
         std::error_code error;
-        if (fs::is_directory(input, error)) {
+        if (input != standard_stream && fs::is_directory(input, error)) {
             add_folder(input);
         } else {
             add_file({input, fs::path(input).filename()});

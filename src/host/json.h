@@ -13,6 +13,23 @@ namespace host {
 
 using Json = nlohmann::basic_json<nlohmann::ordered_map, std::vector, std::string, bool, int64_t, uint64_t, float>;
 
+// Sets a member to a file's name. One that is no UTF-8 has its bytes in a second member as hexadecimal digits: JSON has no
+// others.
+inline void set_name(Json &object, const std::string &key, const std::string &name) {
+    object[key] = name;
+    try {
+        object[key].dump();
+    } catch (const Json::type_error &) {
+        std::string digits;
+        for (const char c : name) {
+            constexpr const char *hexadecimal = "0123456789abcdef";
+            const auto byte = static_cast<unsigned char>(c);
+            digits += {hexadecimal[byte / 16], hexadecimal[byte % 16]};
+        }
+        object[key + "_hex"] = digits;
+    }
+}
+
 // The object without its line's end. Bytes of a file's name that are no UTF-8 become U+FFFD.
 inline std::string line_of(const Json &object) { return object.dump(-1, ' ', false, Json::error_handler_t::replace); }
 

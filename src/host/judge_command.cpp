@@ -164,7 +164,10 @@ Json decision_object(const Judgement &judgement, Policy policy) {
 
 std::string object_about(const Job &job, const Source &source, const Scores &scores) {
     const Judgement judgement = scores.judgement();
-    Json object = {{"file", job.input}, {"width", source.size().width}, {"height", source.size().height}};
+    Json object = Json::object();
+    set_name(object, "file", job.input);
+    object["width"] = source.size().width;
+    object["height"] = source.size().height;
     object["score"] = number(judgement.values, Measure::score).value_or(Json(nullptr));
     object["scores"] = by_measure(block_measures, [&](Measure measure) { return scores.of_blocks(measure); });
     object["block_thresholds"] =

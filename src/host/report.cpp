@@ -110,7 +110,7 @@ void Entry::failed(const std::string &why) {
     report_.fail();
     print(stderr, "ko: " + name_ + ": " + why + "\n");
     if (report_.reporting_.style == Style::json) {
-        print(report_.lines_, line_of({{"file", name_}, {"error", why}}) + "\n");
+        print(report_.lines_, line_of(object_with({{"error", why}})) + "\n");
     }
     add_unseen({"failed", PageOutcome::Kind::failed}, why);
 }
@@ -122,7 +122,7 @@ void Entry::answered(const std::string &text) {
 
 void Entry::skipped(const std::string &output, const std::string &why) {
     if (report_.reporting_.style == Style::json) {
-        print(report_.lines_, line_of({{"file", name_}, {"output", output}, {"decision", "skipped"}, {"reason", why}}) + "\n");
+        print(report_.lines_, line_of(object_with({{"output", output}, {"decision", "skipped"}, {"reason", why}})) + "\n");
     } else if (report_.reporting_.style == Style::lines) {
         print(report_.lines_, name_ + ": skipped: " + why + "\n");
     }
@@ -196,12 +196,19 @@ std::string Entry::line(const Result &result) const {
     return text + "\n";
 }
 
+Json Entry::object_with(const Json &members) const {
+    Json object = Json::object();
+    set_name(object, "file", name_);
+    object.update(members.is_null() ? Json::object() : members);
+    return object;
+}
+
 std::string Entry::object(const Result &result) const {
-    Json object = {{"file", name_},
-                   {"output", result.output},
-                   {"width", result.width},
-                   {"height", result.height},
-                   {"decision", result.decision}};
+    Json object = object_with({});
+    set_name(object, "output", result.output);
+    object["width"] = result.width;
+    object["height"] = result.height;
+    object["decision"] = result.decision;
     if (!result.reason.empty()) {
         object["reason"] = result.reason;
     }

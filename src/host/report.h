@@ -94,6 +94,7 @@ class Entry {
     void add_to_page();
     void add_unseen(const PageOutcome &outcome, const std::string &why);
     std::string line(const Result &result) const;
+    Json object_with(const Json &members) const;
     std::string object(const Result &result) const;
     double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
     double seconds(Stage stage) const { return std::chrono::duration<double>(spent_[static_cast<size_t>(stage)]).count(); }

@@ -207,7 +207,10 @@ TEST_F(HostJudge, NamesComeOutAsTheyAre) {
         EXPECT_EQ(object_of(input).at("file"), input);
     }
     const std::string latin = put("d\xe4mmerung.png", png_file({16, 16, 8}, dark));
-    EXPECT_EQ(object_of(latin).at("file"), path("d\xef\xbf\xbdmmerung.png")) << "no UTF-8: a mark in its place";
+    const Json object = object_of(latin);
+    EXPECT_EQ(object.at("file"), path("d\xef\xbf\xbdmmerung.png")) << "no UTF-8: a mark in its place";
+    EXPECT_TRUE(object.at("file_hex").get<std::string>().ends_with("2f64e46d6d6572756e672e706e67"));
+    EXPECT_FALSE(object_of(put("plain.png", png_file({16, 16, 8}, dark))).contains("file_hex"));
 }
 
 TEST_F(HostJudge, TheGainOptionsCount) {

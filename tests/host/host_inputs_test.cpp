@@ -118,7 +118,7 @@ TEST_F(HostInputs, NoClobberLeavesExistingFilesAlone) {
 }
 
 TEST_F(HostInputs, ADryRunWritesNothing) {
-    put_pictures({"in/a.png"});
+    put("in/a.png", judged_png({}));
     put("in/b.png", judged_png({64, 0, 0}));
     const std::set<std::string> before = left();
     const Outcome outcome = run_command("enhance", {path("in")}, path("out"), {"--dry-run"});

@@ -117,7 +117,7 @@ std::vector<std::string> command_names(const CLI::App &app) {
     return names;
 }
 
-// In a specification of zsh's _arguments.
+// In an argument of zsh's _arguments.
 std::string zsh_text(const std::string &text) {
     std::string escaped;
     for (const char c : text) {

@@ -331,7 +331,7 @@ CLI::App &add_command(CLI::App &app, Options &options, Command which, const std:
 }
 
 const std::string about_files =
-    "Pictures are told apart by content. A file in a folder keeps its input's format and name; the\n"
+    "Pictures are recognised by content. A file in a folder keeps its input's format and name; the\n"
     "extension of a single output chooses the format. HEIC and AVIF files are only read, and become JPEG.\n"
     "Metadata is carried over, and a notice names what is not. A picture that a mark says was done already\n"
     "is left as it is.\n";

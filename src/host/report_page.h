@@ -21,7 +21,7 @@ namespace host {
 struct Options;
 
 // Pictures are added from any thread and in any order. They stand in the page in the order of their numbers, and wait in a file
-// beside it rather than in memory: how many there were of which kind is known at the end, and told at the start.
+// beside it rather than in memory: how many there were of which kind is known at the end, and stands at the start.
 class ReportPage {
   public:
     // The title is that of the run, such as "ko enhance". Throws FileError if the page cannot be written where it is to be.

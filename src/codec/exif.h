@@ -1,5 +1,4 @@
-// Inside the codec: the one thing in Exif data that the codec must know, since pixels and orientation belong together. All else
-// in it is carried as it is. Exif data has the structure of a TIFF file; no offset in it is trusted.
+// The one thing in Exif data that must be understood beside pixels: which way up they are. All else in it is carried as it is.
 #ifndef KO_CODEC_EXIF_H
 #define KO_CODEC_EXIF_H
 
@@ -17,10 +16,7 @@ inline constexpr uint16_t upright = 1; // the first row is the top, the first pi
 std::optional<uint16_t> exif_orientation(std::span<const uint8_t> exif);
 
 // Overwrites the orientation where the data has one.
-void set_exif_orientation(Bytes &exif, uint16_t orientation);
-
-// Exif data that says nothing but the orientation.
-Bytes exif_of_orientation(uint16_t orientation);
+void set_upright(Bytes &exif);
 
 } // namespace codec
 

@@ -7,6 +7,8 @@
 #include <array>
 #include <memory>
 #include <new>
+#include <string_view>
+#include <vector>
 
 #include <lcms2.h>
 #include <libheif/heif.h>
@@ -19,6 +21,8 @@
 namespace codec {
 
 namespace {
+
+constexpr std::string_view xmp_content = "application/rdf+xml";
 
 // libheif's own state, which all threads share.
 struct Library {
@@ -181,25 +185,47 @@ class HeifReader : public Reader {
 
     void read_metadata() {
         read_exif();
+        read_xmp();
         read_profile();
+    }
+
+    Bytes block_of(heif_item_id id) const {
+        Bytes block(heif_image_handle_get_metadata_size(handle_.get(), id));
+        if (!block.empty()) {
+            check(heif_image_handle_get_metadata(handle_.get(), id, block.data()));
+        }
+        return block;
+    }
+
+    std::vector<heif_item_id> blocks_of_type(const char *type) const {
+        const int count = heif_image_handle_get_number_of_metadata_blocks(handle_.get(), type);
+        std::vector<heif_item_id> ids(static_cast<size_t>(std::max(count, 0)));
+        ids.resize(
+            static_cast<size_t>(heif_image_handle_get_list_of_metadata_block_IDs(handle_.get(), type, ids.data(), count)));
+        return ids;
+    }
+
+    void read_xmp() {
+        for (const heif_item_id id : blocks_of_type("mime")) {
+            if (heif_image_handle_get_metadata_content_type(handle_.get(), id) == xmp_content) {
+                description_.metadata.xmp = block_of(id);
+                return;
+            }
+        }
     }
 
     // The block begins with the place, behind the number itself, where Exif data as other files have it begins.
     void read_exif() {
-        heif_item_id id = 0;
-        if (heif_image_handle_get_list_of_metadata_block_IDs(handle_.get(), "Exif", &id, 1) != 1) {
-            return;
-        }
-        Bytes block(heif_image_handle_get_metadata_size(handle_.get(), id));
+        const std::vector<heif_item_id> ids = blocks_of_type("Exif");
+        const Bytes block = ids.empty() ? Bytes() : block_of(ids.front());
         if (block.size() < 4) {
             return;
         }
-        check(heif_image_handle_get_metadata(handle_.get(), id, block.data()));
         const uint64_t place = uint64_t{block[0]} << 24 | uint64_t{block[1]} << 16 | uint64_t{block[2]} << 8 | block[3];
         if (place < block.size() - 4) {
             Bytes &exif = description_.metadata.exif;
             exif.assign(block.begin() + 4 + static_cast<std::ptrdiff_t>(place), block.end());
-            set_exif_orientation(exif, upright);
+            set_upright(exif);
         }
     }
 

@@ -70,6 +70,24 @@ Bytes iptc_among(std::span<const uint8_t> resources) {
     return {};
 }
 
+Bytes without_padding(Bytes iptc) {
+    constexpr size_t head_size = 5; // a mark, two numbers, and the length of two bytes
+    constexpr uint8_t mark = 0x1c;
+    constexpr size_t longest = 0x7fff; // what is longer has its length in another form, and is left as it is
+    size_t end = 0;
+    while (iptc.size() - end >= head_size && iptc[end] == mark) {
+        const size_t size = number_at(iptc, end + 3, 2);
+        if (size > longest || size > iptc.size() - end - head_size) {
+            return iptc;
+        }
+        end += head_size + size;
+    }
+    const bool is_padding = iptc.size() - end < 4 && std::all_of(iptc.begin() + static_cast<std::ptrdiff_t>(end), iptc.end(),
+                                                                 [](uint8_t byte) { return byte == 0; });
+    iptc.resize(is_padding ? end : iptc.size());
+    return iptc;
+}
+
 Bytes resources_with_iptc(const Metadata &metadata) {
     Bytes resources = metadata.photoshop;
     if (!metadata.iptc.empty() && iptc_among(resources).empty()) {

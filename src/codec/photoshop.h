@@ -1,4 +1,5 @@
-// Inside the codec: Photoshop's image resources, a list of numbered blocks in which JPEG files keep their IPTC records.
+// Inside the codec: Photoshop's image resources, a list of numbered blocks in which JPEG files keep their IPTC records, and
+// these.
 #ifndef KO_CODEC_PHOTOSHOP_H
 #define KO_CODEC_PHOTOSHOP_H
 
@@ -10,6 +11,9 @@ namespace codec {
 
 // The IPTC records among image resources; none without any, or if the list is damaged before them.
 Bytes iptc_among(std::span<const uint8_t> resources);
+
+// IPTC records without the zeros that fill a whole number of four bytes, as TIFF files have them.
+Bytes without_padding(Bytes iptc);
 
 // The picture's image resources. IPTC records that they lack are added at their end.
 Bytes resources_with_iptc(const Metadata &metadata);

@@ -1,7 +1,7 @@
 // TIFF files in: the first picture of a file, whatever way it is stored and packed, as 8-bit gray or RGB with alpha beside it.
 //
-// The pixels stay as they are stored. Where the file says that they are to be shown turned, the orientation becomes Exif data,
-// which carries it into every format.
+// The pixels stay as they are stored. Where the file says that they are to be shown turned, the orientation goes with the Exif
+// data, which carries it into every format.
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -9,16 +9,23 @@
 
 #include "codec/alpha.h"
 #include "codec/cmyk.h"
-#include "codec/exif.h"
 #include "codec/formats.h"
+#include "codec/photoshop.h"
 #include "codec/tiff_common.h"
+#include "codec/tiff_exif.h"
 #include "codec/tiff_rows.h"
+#include "codec/tiff_structure.h"
 
 namespace codec {
 
 namespace {
 
+using Directory = std::vector<TiffStructure::Entry>;
+
 constexpr uint16_t most_channels = 32;
+
+// More metadata in one piece is no concern of a picture.
+constexpr uint64_t largest_block = uint64_t{1} << 26;
 
 // Gives libtiff the bytes of an input.
 struct Source {
@@ -68,61 +75,20 @@ template <class Value> Value value_of(TIFF *tiff, uint32_t tag) {
 
 // Counts the pictures of a file behind its first one, without those that are there to look at a large one quickly. Damaged
 // directories end the count, and so does one too many.
-class FurtherPictures {
-  public:
-    FurtherPictures(Input &input, TIFF *tiff)
-        : input_(input), large_(TIFFIsBigTIFF(tiff) != 0), big_endian_(TIFFIsBigEndian(tiff) != 0) {
-        std::set<uint64_t> seen = {TIFFCurrentDirOffset(tiff)};
-        uint64_t directory = behind(*seen.begin());
-        while (directory != 0 && seen.size() <= most && seen.insert(directory).second) {
-            count_ += is_reduced(directory) ? 0 : 1;
-            directory = behind(directory);
-        }
+uint32_t count_further_pictures(TiffStructure &file, uint64_t first) {
+    constexpr size_t most = 10'000;
+    std::set<uint64_t> seen = {first};
+    uint32_t count = 0;
+    uint64_t position = file.behind(first);
+    while (position != 0 && seen.size() <= most && seen.insert(position).second) {
+        const auto directory = file.directory(position);
+        const TiffStructure::Entry *kind = directory ? find(*directory, TIFFTAG_SUBFILETYPE) : nullptr;
+        const bool is_reduced = kind != nullptr && (file.number(kind->position, 4).value_or(0) & FILETYPE_REDUCEDIMAGE) != 0;
+        count += is_reduced ? 0 : 1;
+        position = file.behind(position);
     }
-
-    uint32_t count() const { return count_; }
-
-  private:
-    static constexpr size_t most = 10'000;
-
-    // The number of so many bytes at an offset, 0 where the file has none.
-    uint64_t number(uint64_t offset, size_t size) {
-        std::array<uint8_t, 8> bytes{};
-        const std::span<uint8_t> room(bytes.data(), size);
-        if (const std::optional<size_t> count = input_.read(offset, room); !count || *count < size) {
-            return 0;
-        }
-        if (!big_endian_) {
-            std::reverse(room.begin(), room.end());
-        }
-        uint64_t value = 0;
-        for (const uint8_t byte : room) {
-            value = value << 8 | byte;
-        }
-        return value;
-    }
-
-    // Where the next directory stands; 0 if there is none.
-    uint64_t behind(uint64_t directory) {
-        const uint64_t entries = number(directory, large_ ? 8 : 2);
-        if (entries > 0xffff) {
-            return 0;
-        }
-        return number(directory + (large_ ? 8 + 20 * entries : 2 + 12 * entries), large_ ? 8 : 4);
-    }
-
-    // The field that says so comes first.
-    bool is_reduced(uint64_t directory) {
-        const uint64_t entry = directory + (large_ ? 8 : 2);
-        const bool is_subfile_type = number(entry, 2) == TIFFTAG_SUBFILETYPE;
-        return is_subfile_type && (number(entry + (large_ ? 12 : 8), 4) & FILETYPE_REDUCEDIMAGE) != 0;
-    }
-
-    Input &input_;
-    bool large_;
-    bool big_endian_;
-    uint32_t count_ = 0;
-};
+    return count;
+}
 
 // What the samples of a pixel mean.
 enum class Kind { black_is_0, white_is_0, rgb, palette, cmyk, converted };
@@ -134,8 +100,10 @@ class TiffReader : public Reader {
         refuse_raw();
         look_at_samples();
         describe();
-        read_metadata();
-        further_ = FurtherPictures(input, tiff_.get()).count();
+        TiffStructure structure(input, TIFFIsBigEndian(tiff_.get()) != 0, TIFFIsBigTIFF(tiff_.get()) != 0);
+        const uint64_t first = TIFFCurrentDirOffset(tiff_.get());
+        read_metadata(structure, structure.directory(first).value_or(Directory()));
+        further_ = count_further_pictures(structure, first);
         reports_.be_strict();
         rows_ = kind_ == Kind::converted ? converted_rows(tiff_.get(), layout_, reports_)
                                          : stored_rows(tiff_.get(), layout_, reports_);
@@ -155,6 +123,7 @@ class TiffReader : public Reader {
 
     void finish(Notices &notices) override {
         reports_.tell_warnings(notices);
+        notices.insert(notices.end(), left_out_.begin(), left_out_.end());
         if (layout_.bits == 16) {
             notices.push_back("16 bits a channel reduced to 8");
         }
@@ -327,22 +296,38 @@ class TiffReader : public Reader {
         }
     }
 
-    void read_metadata() {
+    void read_metadata(TiffStructure &structure, const Directory &directory) {
+        Metadata &metadata = description_.metadata;
         uint32_t size = 0;
         const uint8_t *profile = nullptr;
         if (TIFFGetField(tiff_.get(), TIFFTAG_ICCPROFILE, &size, &profile) != 0) {
-            description_.metadata.icc_profile.assign(profile, profile + size);
+            metadata.icc_profile.assign(profile, profile + size);
         }
         if (kind_ == Kind::cmyk) {
-            inks_to_rgb_.emplace(description_.metadata.icc_profile, false);
+            inks_to_rgb_.emplace(metadata.icc_profile, false);
             inks_.resize(size_t{width_} * 4);
-            describe_as_srgb(description_.metadata);
+            describe_as_srgb(metadata);
         }
-        description_.metadata.density = density();
-        const auto orientation = value<uint16_t>(TIFFTAG_ORIENTATION);
-        if (orientation != upright && orientation >= 1 && orientation <= 8) {
-            description_.metadata.exif = exif_of_orientation(orientation);
+        metadata.density = density();
+        metadata.exif = exif_in_tiff(structure, directory, left_out_);
+        metadata.xmp = block(structure, directory, TIFFTAG_XMLPACKET);
+        metadata.photoshop = block(structure, directory, TIFFTAG_PHOTOSHOP);
+        metadata.iptc = iptc(structure, directory);
+    }
+
+    Bytes block(TiffStructure &structure, const Directory &directory, uint32_t tag) {
+        const TiffStructure::Entry *entry = find(directory, tag);
+        if (entry != nullptr && entry->size() > largest_block) {
+            left_out_.push_back("metadata of " + std::to_string(entry->size()) + " bytes is left out");
+            return {};
         }
+        return entry != nullptr ? structure.value(*entry) : Bytes();
+    }
+
+    // Records in a field of their own, or among the image resources.
+    Bytes iptc(TiffStructure &structure, const Directory &directory) {
+        Bytes records = block(structure, directory, TIFFTAG_RICHTIFFIPTC);
+        return records.empty() ? iptc_among(description_.metadata.photoshop) : without_padding(std::move(records));
     }
 
     // Densities that are no whole numbers become ones per metre, which are finer.
@@ -430,6 +415,7 @@ class TiffReader : public Reader {
     bool multiplied_ = false; // the colours by their alpha
     bool other_channels_ = false;
     uint32_t further_ = 0;
+    Notices left_out_; // of the metadata
     std::array<uint8_t, 3 * 256> palette_{};
     std::optional<CmykToRgb> inks_to_rgb_;
     Bytes inks_;                     // of a row

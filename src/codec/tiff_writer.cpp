@@ -4,8 +4,11 @@
 #include <array>
 
 #include "codec/exif.h"
+#include "codec/extended_xmp.h"
 #include "codec/formats.h"
+#include "codec/left_out.h"
 #include "codec/tiff_common.h"
+#include "codec/tiff_exif.h"
 
 namespace codec {
 
@@ -13,6 +16,8 @@ namespace {
 
 // Samples of a strip: enough for the packing to find what repeats, and little to decode for one row.
 constexpr size_t strip_samples = 1 << 18;
+
+constexpr size_t header_size = 8;
 
 // Takes libtiff's bytes to an output, which grows at its end and is rewritten before it.
 struct Target {
@@ -85,10 +90,20 @@ class TiffWriter : public Writer {
     TiffWriter(Output &output, const Description &picture, Notices &notices)
         : target_{&output, &reports_}, picture_(picture), channels_(picture.channels + (picture.has_alpha ? 1 : 0)),
           samples_(size_t{picture.width} * channels_) {
-        tiff_ = open_handle("wl", {&target_, on_read, on_write, on_seek, on_size}, reports_);
+        // The file begins with the Exif data, whose header becomes that of the file.
+        const Bytes &exif = picture.metadata.exif;
+        const bool has_exif = exif.size() >= header_size;
+        if (has_exif && !target_.put(exif)) {
+            reports_.check(false);
+        }
+        tiff_ =
+            open_handle(has_exif && exif[0] == 'M' ? "wb" : "wl", {&target_, on_read, on_write, on_seek, on_size}, reports_);
         tell_losses(notices);
         set_layout();
         set_metadata();
+        if (has_exif) {
+            put_exif(tiff_.get(), exif, picture.metadata.density.has_value(), reports_, notices);
+        }
     }
 
     void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) override {
@@ -105,6 +120,7 @@ class TiffWriter : public Writer {
 
   private:
     void tell_losses(Notices &notices) const {
+        tell_left_out(picture_.metadata, {.xmp = true, .photoshop = true, .iptc = true}, notices);
         if (picture_.metadata.png_colours.gamma && picture_.metadata.icc_profile.empty()) {
             notices.push_back("a TIFF file has no room for the PNG file's gamma, which is left out");
         }
@@ -139,8 +155,17 @@ class TiffWriter : public Writer {
         if (!metadata.icc_profile.empty()) {
             set(TIFFTAG_ICCPROFILE, static_cast<uint32_t>(metadata.icc_profile.size()), metadata.icc_profile.data());
         }
+        set_block(TIFFTAG_XMLPACKET, whole_xmp(metadata));
+        set_block(TIFFTAG_PHOTOSHOP, metadata.photoshop);
+        set_block(TIFFTAG_RICHTIFFIPTC, metadata.iptc);
         if (metadata.density) {
             set_density(*metadata.density);
+        }
+    }
+
+    void set_block(uint32_t tag, const Bytes &bytes) {
+        if (!bytes.empty()) {
+            set(tag, static_cast<uint32_t>(bytes.size()), bytes.data());
         }
     }
 

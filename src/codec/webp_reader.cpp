@@ -9,13 +9,13 @@
 #include <webp/mux.h>
 
 #include "codec/formats.h"
+#include "codec/marks.h"
 
 namespace codec {
 
 namespace {
 
 constexpr size_t head_size = 12; // of the container: its mark, its size, and what it holds
-constexpr std::string_view exif_mark("Exif\0\0", 6);
 
 using MuxPtr = std::unique_ptr<WebPMux, decltype([](WebPMux *mux) { WebPMuxDelete(mux); })>;
 
@@ -112,6 +112,7 @@ class WebpReader : public Reader {
             }
             description_.metadata.exif = std::move(exif);
             description_.metadata.icc_profile = chunk(mux.get(), "ICCP");
+            description_.metadata.xmp = chunk(mux.get(), "XMP ");
         }
     }
 

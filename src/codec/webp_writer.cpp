@@ -7,7 +7,9 @@
 #include <webp/encode.h>
 #include <webp/mux.h>
 
+#include "codec/extended_xmp.h"
 #include "codec/formats.h"
+#include "codec/left_out.h"
 
 namespace codec {
 
@@ -74,7 +76,7 @@ class WebpWriter : public Writer {
         }
         WebPPictureFree(&canvas_);
         const Metadata &metadata = picture_.metadata;
-        if (metadata.icc_profile.empty() && metadata.exif.empty()) {
+        if (metadata.icc_profile.empty() && metadata.exif.empty() && metadata.xmp.empty()) {
             put({encoded.mem, encoded.size});
         } else {
             put_with_metadata({encoded.mem, encoded.size});
@@ -84,6 +86,7 @@ class WebpWriter : public Writer {
   private:
     void tell_losses(Notices &notices) const {
         const Metadata &metadata = picture_.metadata;
+        tell_left_out(metadata, {.xmp = true}, notices);
         if (metadata.png_colours.gamma && metadata.icc_profile.empty()) {
             notices.push_back("a WebP file has no room for the PNG file's gamma, which is left out");
         }
@@ -139,6 +142,7 @@ class WebpWriter : public Writer {
         check_mux(WebPMuxSetImage(mux.get(), &encoded, 0));
         add(mux.get(), "ICCP", picture_.metadata.icc_profile);
         add(mux.get(), "EXIF", picture_.metadata.exif);
+        add(mux.get(), "XMP ", whole_xmp(picture_.metadata));
         Assembled file;
         check_mux(WebPMuxAssemble(mux.get(), &file));
         put(file);

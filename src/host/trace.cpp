@@ -105,9 +105,10 @@ metadata::Thumbnail thumbnail_of(const kohost::Image &preview, const metadata::B
     return thumbnail;
 }
 
-metadata::ExifChange thumbnail_change(const metadata::Exif &exif, const Trace &trace, codec::Notices &notices) {
+metadata::ExifChange thumbnail_change(const metadata::Exif &exif, codec::Format format, const Trace &trace,
+                                      codec::Notices &notices) {
     metadata::ExifChange change;
-    if (trace.deeds.empty() || !exif.has_thumbnail) {
+    if (trace.deeds.empty() || !exif.has_thumbnail || format == codec::Format::tiff) { // which has no place for one
         return change;
     }
     const auto preview = trace.preview && !exif.thumbnail.empty() ? trace.preview() : std::nullopt;
@@ -152,11 +153,12 @@ void mark_text(codec::Metadata &metadata, const metadata::Mark &mark) {
 }
 
 // Adds the mark behind the names of software in the Exif data. The name in a PNG text moves there if it is the only one.
-void change_exif(codec::Metadata &metadata, const Trace &trace, const metadata::Mark *mark, size_t most,
+void change_exif(codec::Metadata &metadata, codec::Format format, const Trace &trace, const metadata::Mark *mark,
                  codec::Notices &notices) {
+    const size_t most = format == codec::Format::jpeg ? largest_exif_in_jpeg : SIZE_MAX;
     const metadata::Bytes block = metadata.exif.empty() ? metadata::empty_exif() : metadata.exif;
     const metadata::Exif exif = metadata::read_exif(block);
-    metadata::ExifChange change = thumbnail_change(exif, trace, notices);
+    metadata::ExifChange change = thumbnail_change(exif, format, trace, notices);
     auto moved = metadata.png_texts.end();
     if (mark != nullptr) {
         const auto text = find_software(metadata.png_texts);
@@ -180,7 +182,6 @@ void mark_comment(std::vector<std::string> &comments, const metadata::Mark &mark
 void leave_trace(codec::Metadata &metadata, codec::Format format, const Trace &trace, const metadata::Mark &mark,
                  codec::Notices &notices) {
     const bool is_png = format == codec::Format::png;
-    const size_t most = format == codec::Format::jpeg ? largest_exif_in_jpeg : SIZE_MAX;
     if (is_png) {
         mark_text(metadata, mark);
     }
@@ -188,7 +189,7 @@ void leave_trace(codec::Metadata &metadata, codec::Format format, const Trace &t
         return;
     }
     try {
-        change_exif(metadata, trace, is_png ? nullptr : &mark, most, notices);
+        change_exif(metadata, format, trace, is_png ? nullptr : &mark, notices);
     } catch (const metadata::Error &error) {
         notices.push_back(error.what() + std::string(" and is carried as it is"));
         if (!is_png) {

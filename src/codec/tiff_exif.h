@@ -1,0 +1,22 @@
+// Inside the codec: Exif data in TIFF files. Other formats have it as a block with directories of its own; in a TIFF file its
+// first directory is the one that also says how the pixels are stored.
+#ifndef KO_CODEC_TIFF_EXIF_H
+#define KO_CODEC_TIFF_EXIF_H
+
+#include "codec/tiff_common.h"
+#include "codec/tiff_structure.h"
+
+namespace codec {
+
+// The Exif data in a TIFF file as a block. Empty if the first directory says nothing but how the pixels are stored. Adds a
+// notice for what cannot be taken.
+Bytes exif_in_tiff(TiffStructure &file, const std::vector<TiffStructure::Entry> &first, Notices &notices);
+
+// Puts Exif data into a file that is about to be written and whose first bytes are those of the block, so that all that the
+// block points to is found where it was. Orientation and density, which a file has without Exif data too, are not put there,
+// except for a density where the picture has none. Adds a notice for what has no place in the file.
+void put_exif(TIFF *tiff, std::span<const uint8_t> exif, bool has_density, const TiffReports &reports, Notices &notices);
+
+} // namespace codec
+
+#endif

@@ -11,12 +11,11 @@ namespace host {
 namespace {
 
 std::string draw(const Job &job, Source &source, const TileTRC &curves, std::optional<int> quality) {
-    codec::Notices notices;
     const codec::Picture drawn = draw_curves(source.load(), curves);
     Draft draft(job.target);
-    const auto writer = codec::create(draft, drawn, {target_format(job, drawn), quality}, notices);
+    const auto writer = codec::create(draft, drawn, {target_format(job, drawn), quality}, source.notices);
     writer->write(drawn.height, drawn.pixels.get(), nullptr);
-    writer->finish(notices);
+    writer->finish(source.notices);
     draft.take_place();
     return "curves drawn";
 }

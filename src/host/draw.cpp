@@ -2,6 +2,7 @@
 #include "draw.h"
 
 #include "kohost/curves.h"
+#include "metadata/exif.h"
 
 namespace host {
 
@@ -15,6 +16,15 @@ kohost::ColorImagePtr luminance_of(const codec::Picture &picture) {
         kohost::check(image != nullptr, "the luminance cannot be computed");
     }
     return image;
+}
+
+// What the camera says holds for the drawing too, but for the thumbnail.
+codec::Bytes exif_without_thumbnail(const codec::Bytes &exif) {
+    try {
+        return exif.empty() ? exif : metadata::changed_exif(exif, {.drop_thumbnail = true});
+    } catch (const metadata::Error &) {
+        return exif;
+    }
 }
 
 } // namespace
@@ -36,7 +46,7 @@ codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves)
     result.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area());
     kohost::check(KoRealImageToByteArray(drawn.get(), result.pixels.get(), 0, picture.height, 0) == KO_OK,
                   "the curves cannot be drawn");
-    result.metadata.exif = picture.metadata.exif;
+    result.metadata.exif = exif_without_thumbnail(picture.metadata.exif);
     result.metadata.density = picture.metadata.density;
     return result;
 }

@@ -15,15 +15,36 @@ std::string reason_of(const kohost::Excess &excess) {
     return std::string(kohost::meaning_of(excess.measure)) + ": " + kohost::text_of(excess);
 }
 
-// The reason against a picture. A page shows its measures, whatever the policy makes of them.
+std::string shown(kohost::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
+
+// Such as "53 of 64 blocks would gain too little detail (limit 63)" for each measure that was taken.
+std::string text_of(const kohost::Judgement &judgement, kohost::Policy policy) {
+    const auto &limits = judgement.limits[static_cast<size_t>(policy) - 1];
+    std::string text;
+    for (const kohost::Measure measure : kohost::measures) {
+        const auto value = kohost::value_of(judgement.values, measure);
+        if (const auto limit = kohost::value_of(limits, measure); value && limit) {
+            text += (text.empty() ? "" : ", ") + kohost::text_of(kohost::Excess{measure, *value, *limit});
+        }
+    }
+    return text;
+}
+
+// The reason against a picture. A page and the details show its measures, whatever the policy makes of them.
 std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning,
-                                    const kohost::Judging &judging, PageEntry *page) {
-    if (page == nullptr) {
+                                    const kohost::Judging &judging, Entry &entry) {
+    if (entry.page() == nullptr && !entry.wants_details()) {
         return kohost::reason_against(working_copy, tuning, judging);
     }
     const kohost::Scores scores(working_copy, tuning, judging.score);
-    keep_scores(*page, scores, judging.policy);
-    return kohost::deciding(scores.judgement(), judging.policy);
+    const kohost::Judgement judgement = scores.judgement();
+    if (entry.page() != nullptr) {
+        keep_scores(*entry.page(), scores, judging.policy);
+    }
+    if (judging.policy != kohost::Policy::always) {
+        entry.detail("judged at " + shown(working_copy.average.size) + " pixels: " + text_of(judgement, judging.policy));
+    }
+    return kohost::deciding(judgement, judging.policy);
 }
 
 // A picture in small under the curves of the whole; none if it has too few pixels for the grid.
@@ -76,10 +97,11 @@ Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning
         return enhancement;
     }
     entry.at(Stage::judging);
-    if (const auto excess = judge(working_copy, tuning, judging, entry.page())) {
+    if (const auto excess = judge(working_copy, tuning, judging, entry)) {
         return {Decision::turned_down, reason_of(*excess), nullptr, {}};
     }
     entry.at(Stage::curves);
+    entry.detail("curves for " + shown(grid) + " tiles, computed at " + shown(working_copy.average.size) + " pixels");
     enhancement.curves = kohost::fit_curves(working_copy.average.pixels(), tuning, grid);
     return enhancement;
 }

@@ -3,8 +3,10 @@
 #include "grid_file.h"
 
 #include <string>
+#include <string_view>
 
 #include "files.h"
+#include "system.h"
 
 namespace host {
 
@@ -25,12 +27,27 @@ bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoError
 // True if a file gives the curves back.
 bool holds(const fs::path &path, const TileTRC &curves) {
     const kohost::TileTrcPtr again = empty_grid();
+    const system::ErrorStreamCapture printed;
     const bool loaded = KoTileTRCLoad(again.get(), path.c_str()) == KO_OK;
     if (!loaded && short_of_memory()) {
         throw kohost::LibraryError("the saved curves cannot be checked");
     }
     KoStatusClear();
     return loaded && KoTileTRCCompare(again.get(), &curves) != 0;
+}
+
+// What the library printed of a line that it rejects: `"path", line 7: "the line": why`, with or without the line, whose bytes
+// may be any. Gives why, or nothing if something else was printed.
+std::string reason_in(const std::string &printed) {
+    constexpr std::string_view behind_line = "\": ";
+    constexpr std::string_view behind_path = "\", line ";
+    const size_t quoted = printed.rfind(behind_line);
+    const size_t place = printed.find(behind_path);
+    const size_t colon = place != std::string::npos ? printed.find(": ", place) : place;
+    const size_t begin = quoted != std::string::npos  ? quoted + behind_line.size()
+                         : colon != std::string::npos ? colon + 2
+                                                      : printed.size();
+    return printed.substr(begin, printed.find('\n', begin) - begin);
 }
 
 std::string shown(uint64_t across, uint64_t down) { return std::to_string(across) + "x" + std::to_string(down); }
@@ -68,8 +85,13 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
 kohost::TileTrcPtr load_grid(const fs::path &path) {
     KoStatusClear();
     kohost::TileTrcPtr grid = empty_grid();
+    system::ErrorStreamCapture printed;
     const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
-    kohost::check(loaded, short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read");
+    const std::string why = reason_in(printed.take());
+    if (!loaded) {
+        const char *what = short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read";
+        throw kohost::LibraryError(what, why);
+    }
     const uint64_t columns = KoTileTRCGetNumStripsX(grid.get());
     const uint64_t rows = KoTileTRCGetNumStripsY(grid.get());
     if (columns == 0 || rows == 0) {

@@ -140,8 +140,10 @@ void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
     }
 }
 
+bool Entry::wants_details() const { return report_.reporting_.verbose; }
+
 void Entry::detail(const std::string &text) {
-    if (report_.reporting_.verbose) {
+    if (wants_details()) {
         print(stderr, "ko: " + name_ + ": " + text + "\n");
     }
 }

@@ -73,6 +73,7 @@ class Entry {
     // About this picture; details are for those who ask for them.
     void notice(const std::string &text);
     void detail(const std::string &text);
+    bool wants_details() const;
 
     // Something the library prints of its own accord.
     void message(const std::string &text) { print(stderr, text + "\n"); }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 #include <filesystem>
 #include <optional>
 #include <span>
@@ -72,6 +73,25 @@ class File {
 
 bool can_write_into(const std::filesystem::path &folder) noexcept;
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept;
+
+// Takes what is written to the standard error stream while it exists, on any thread. If the system gives no temporary file, the
+// stream stays as it is.
+class ErrorStreamCapture {
+  public:
+    ErrorStreamCapture() noexcept;
+    ~ErrorStreamCapture() { end(); }
+    ErrorStreamCapture(const ErrorStreamCapture &) = delete;
+    ErrorStreamCapture &operator=(const ErrorStreamCapture &) = delete;
+
+    // What was written, up to a megabyte; the stream is then as it was.
+    std::string take();
+
+  private:
+    void end() noexcept;
+
+    std::FILE *kept_ = nullptr;
+    int stream_ = -1; // as it was
+};
 
 // A number that no other process has now.
 unsigned process();

@@ -147,6 +147,41 @@ bool rename(const std::filesystem::path &from, const std::filesystem::path &to) 
     return ::rename(from.c_str(), to.c_str()) == 0;
 }
 
+ErrorStreamCapture::ErrorStreamCapture() noexcept : kept_(std::tmpfile()) {
+    std::fflush(stderr);
+    stream_ = kept_ != nullptr ? ::fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0) : -1;
+    if (stream_ >= 0) {
+        ::dup2(::fileno(kept_), STDERR_FILENO);
+    }
+}
+
+std::string ErrorStreamCapture::take() {
+    constexpr size_t most = 1 << 20;
+    std::string text;
+    if (stream_ >= 0) {
+        std::fflush(stderr);
+        text.resize(most);
+        const int number = ::fileno(kept_);
+        text.resize(static_cast<size_t>(std::max(
+            repeat(most,
+                   [&](size_t done) { return ::pread(number, text.data() + done, most - done, static_cast<off_t>(done)); }),
+            int64_t{0})));
+    }
+    end();
+    return text;
+}
+
+void ErrorStreamCapture::end() noexcept {
+    if (stream_ >= 0) {
+        std::fflush(stderr);
+        ::dup2(stream_, STDERR_FILENO);
+        ::close(std::exchange(stream_, -1));
+    }
+    if (kept_ != nullptr) {
+        std::fclose(std::exchange(kept_, nullptr));
+    }
+}
+
 unsigned process() { return static_cast<unsigned>(::getpid()); }
 
 unsigned processors() { return std::max(std::thread::hardware_concurrency(), 1u); }

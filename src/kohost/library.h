@@ -10,10 +10,12 @@
 
 namespace kohost {
 
-// A library call failed; the text ends with the library's own message chain, one line for each call that passed it on.
+// A library call failed; the text holds the library's own message chain, one line for each call that passed it on, and behind
+// it why, if that is known from elsewhere.
 class LibraryError : public std::runtime_error {
   public:
-    explicit LibraryError(const std::string &what) : std::runtime_error(what + ": " + KoErrorGetLastErrorMessage()) {}
+    explicit LibraryError(const std::string &what, const std::string &why = "")
+        : std::runtime_error(what + ": " + KoErrorGetLastErrorMessage() + (why.empty() ? "" : ": " + why)) {}
 };
 
 // Throws unless a step worked and left no failure on the thread: most calls report through the thread's status, some through

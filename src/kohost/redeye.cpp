@@ -161,7 +161,7 @@ std::vector<std::string> try_model(const std::string &model) {
     KoStatusClear();
     const RedEyeCorrectionPtr correction = make_correction(model, nullptr);
     const ColorImagePtr image = image_of(trial_picture().pixels());
-    process(*correction, *image, "the model cannot be used");
+    process(*correction, *image, ("the model " + model + " cannot be used").c_str());
     const std::string stem = correction->classifier_path;
     return {correction->config_path, correction->projection_path, stem + "_RE_FE", stem + "_RE_BE"};
 }

@@ -139,7 +139,8 @@ TEST_F(HostAuto, AModelThatCannotBeUsedLeavesNothingBehind) {
     const std::string name = put("in.png", eyes_png({}));
     const Outcome outcome = improve({name}, path("new/out.png"), {"--model", path("missing.cfg")});
     EXPECT_EQ(outcome.out, "");
-    expect_one_error(outcome, "the model cannot be used: [ERROR] Cannot open file \"" + path("missing.cfg") + "\" for reading");
+    expect_one_error(outcome, "the model " + path("missing.cfg") + " cannot be used: [ERROR] Cannot open file \"" +
+                                  path("missing.cfg") + "\" for reading");
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 

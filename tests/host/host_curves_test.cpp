@@ -6,6 +6,7 @@
 #include <nlohmann/json.hpp>
 
 #include "answers.h"
+#include "exif_files.h"
 #include "host.h"
 #include "judged_pictures.h"
 
@@ -256,6 +257,22 @@ TEST_F(HostDraw, KeepsExifAndDensityButNoColourProfile) {
     EXPECT_EQ(jpeg_icc_profile(read_bytes(path("out.jpg"))), "");
 }
 
+TEST_F(HostDraw, LeavesTheThumbnailOfThePictureOut) {
+    const std::string exif = exif_file({.software = "Darkroom", .thumbnail = dark_jpeg()});
+    const std::string name = put("in.png", dark_png(png_rgb, {{"eXIf", exif}}));
+    expect_success(curves(name, path("out.png"), {"--draw"}));
+    const std::string drawn = png_chunk_data(read_bytes(path("out.png")), "eXIf");
+    EXPECT_EQ(exif_thumbnail(drawn), "");
+    EXPECT_EQ(exif_software(drawn), "Darkroom");
+}
+
+TEST_F(HostDraw, NamesWhatTheFormatHasNoPlaceFor) {
+    const std::string name = put("in.png", dark_png(png_rgb, {{"eXIf", exif_block(70'000)}}));
+    const Outcome outcome = curves(name, path("out.jpg"), {"--draw"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: the Exif data is too large for a JPEG file and left out\n");
+}
+
 TEST_F(HostDraw, IsWrittenInTheFormatOfItsName) {
     const std::string name = put("in.png", dark_png());
     expect_success(curves(name, path("out.jpg"), {"--draw", "--quality", "50"}));
@@ -413,6 +430,19 @@ TEST_F(HostGrids, OfNoUseAreRefused) {
         {"GrayLinear\nbits 8 -1 1\n", too_large}};
     for (const auto &[file, reason] : cases) {
         expect_refused(put("grid", file), reason);
+    }
+}
+
+TEST_F(HostGrids, OfAnotherKindAreNamedOnceAndWithoutTheirBytes) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {std::string("\xff\xd8\0\1\2 \": \n\x1b[31m", 15), "line 1: Invalid value, must be GrayLinear or GrayLinearEncoded"},
+        {"GrayLinear\nbits 8 1 1\n1\n\x1b[31m\": \x07\n", "line 4: Invalid value, <GRAY>"},
+        {"GrayLinear\n\n\x01\xffg\n", "line 2: Invalid value, must be bits <bit per pixel> <num strips X> <num strips Y>"}};
+    for (const auto &[file, reason] : cases) {
+        const std::string grid = put("grid", file);
+        const Outcome outcome = apply(grid, {put("in.png", dark_png())}, path("out.png"));
+        EXPECT_EQ(outcome.err,
+                  "ko: " + grid + ": the curves cannot be read: [ERROR] Read error in file \"" + grid + "\", " + reason + "\n");
     }
 }
 

@@ -253,4 +253,18 @@ TEST_F(HostJudged, MistakesAreToldInOneLine) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
+TEST_F(HostJudged, IsExplainedByDetails) {
+    const std::string low = put("low.png", judged_png({.low_detail = 64}));
+    const std::string good = put("good.png", judged_png({.low_detail = 2, .low_entropy = 3, .noisy = 4}));
+    const Outcome outcome = enhance({low, good}, path("out"), {"--verbose"});
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err_lines(),
+              (Words{"ko: " + low + ": judged at 320 x 320 pixels: 64 of 64 blocks would gain too little detail (limit 63), " +
+                         "0 of 64 blocks have too uniform dark tones (limit 20), 0 of 64 blocks are too noisy (limit 23)",
+                     "ko: " + good + ": judged at 320 x 320 pixels: 2 of 64 blocks would gain too little detail (limit 63), " +
+                         "3 of 64 blocks have too uniform dark tones (limit 20), 4 of 64 blocks are too noisy (limit 23)",
+                     "ko: " + good + ": curves for 8x8 tiles, computed at 320 x 320 pixels"}));
+    EXPECT_EQ(enhance({low, good}, path("quiet")).err, "");
+}
+
 } // namespace

@@ -411,7 +411,7 @@ TEST_F(HostRedEye, ModelsThatCannotBeUsedLeaveNothingBehind) {
         const Outcome outcome = redeye(inputs, path("out"), {"--dump", path("dump"), "--model", config});
         EXPECT_EQ(outcome.status, 1) << what;
         EXPECT_EQ(outcome.out, "") << what;
-        EXPECT_TRUE(outcome.err.starts_with("ko: the model cannot be used: ")) << what << "\n" << outcome.err;
+        EXPECT_TRUE(outcome.err.starts_with("ko: the model " + config + " cannot be used: ")) << what << "\n" << outcome.err;
         EXPECT_NE(outcome.err.find(message), std::string::npos) << what << "\n" << outcome.err;
         EXPECT_EQ(pictures_left(), (std::set<std::string>{"gray.png", "none.png", "in.png"})) << what;
     }

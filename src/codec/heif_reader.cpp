@@ -17,6 +17,7 @@
 #include "codec/exif.h"
 #include "codec/formats.h"
 #include "codec/guard.h"
+#include "codec/interleaved.h"
 
 namespace codec {
 
@@ -98,7 +99,7 @@ class NamedColours {
     const heif_color_profile_nclx &nclx_;
 };
 
-class HeifReader : public Reader {
+class HeifReader : public InterleavedReader {
   public:
     HeifReader(Input &input, std::string kind) : kind_(std::move(kind)) {
         static const Library library;
@@ -114,22 +115,6 @@ class HeifReader : public Reader {
         check(error);
         describe();
         read_metadata();
-    }
-
-    void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) override {
-        if (!image_) {
-            decode();
-        }
-        for (uint32_t row = 0; row < rows; ++row) {
-            const uint8_t *from = plane_ + row_++ * stride_;
-            if (description_.has_alpha) {
-                separate(from, pixels, alpha);
-                alpha += alpha != nullptr ? width_ : 0;
-            } else {
-                std::copy_n(from, description_.row_bytes(), pixels);
-            }
-            pixels += description_.row_bytes();
-        }
     }
 
     void finish(Notices &notices) override {
@@ -246,7 +231,7 @@ class HeifReader : public Reader {
         }
     }
 
-    void decode() {
+    const uint8_t *decode() override {
         const OptionsPtr options(heif_decoding_options_alloc());
         if (!options) {
             throw std::bad_alloc();
@@ -259,30 +244,18 @@ class HeifReader : public Reader {
         image_.reset(image);
         check(error);
         int stride = 0;
-        plane_ = heif_image_get_plane_readonly(image, heif_channel_interleaved, &stride);
+        const uint8_t *plane = heif_image_get_plane_readonly(image, heif_channel_interleaved, &stride);
         stride_ = static_cast<size_t>(std::max(stride, 0));
         const auto is = [image](int (*side)(const heif_image *, heif_channel), uint32_t size) {
             return side(image, heif_channel_interleaved) == static_cast<int>(size);
         };
-        if (plane_ == nullptr || !is(heif_image_get_width, width_) || !is(heif_image_get_height, height_)) {
+        if (plane == nullptr || !is(heif_image_get_width, width_) || !is(heif_image_get_height, height_)) {
             throw Error("the picture is not of the size that the file says");
         }
         handle_.reset();
         context_.reset();
         file_ = {};
-    }
-
-    // alpha is null where nobody asks for it.
-    void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
-        for (uint32_t x = 0; x < width_; ++x, from += 4, pixels += 3) {
-            std::copy_n(from, 3, pixels);
-            if (multiplied_) {
-                divide_by_alpha(pixels, 3, from[3]);
-            }
-            if (alpha != nullptr) {
-                alpha[x] = from[3];
-            }
-        }
+        return plane;
     }
 
     std::string kind_;
@@ -290,11 +263,7 @@ class HeifReader : public Reader {
     ContextPtr context_;
     HandlePtr handle_;
     ImagePtr image_;
-    const uint8_t *plane_ = nullptr; // of the image
-    size_t stride_ = 0;
-    size_t row_ = 0;
     int bits_ = 8;
-    bool multiplied_ = false; // the colours by their alpha
     bool high_range_ = false;
     uint32_t further_ = 0;
 };

@@ -9,6 +9,7 @@
 #include <webp/mux.h>
 
 #include "codec/formats.h"
+#include "codec/interleaved.h"
 #include "codec/marks.h"
 
 namespace codec {
@@ -49,7 +50,7 @@ Bytes container_of(Input &input) {
     }
 }
 
-class WebpReader : public Reader {
+class WebpReader : public InterleavedReader {
   public:
     explicit WebpReader(Input &input) : file_(container_of(input)) {
         WebPBitstreamFeatures features;
@@ -64,22 +65,6 @@ class WebpReader : public Reader {
         read_metadata();
     }
 
-    void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) override {
-        if (whole_ == nullptr) {
-            decode();
-        }
-        for (uint32_t row = 0; row < rows; ++row) {
-            const uint8_t *from = whole_.get() + row_++ * size_t{width_} * channels();
-            if (description_.has_alpha) {
-                separate(from, pixels, alpha);
-                alpha += alpha != nullptr ? width_ : 0;
-            } else {
-                std::copy_n(from, description_.row_bytes(), pixels);
-            }
-            pixels += description_.row_bytes();
-        }
-    }
-
     void finish(Notices &notices) override {
         if (damaged_metadata_) {
             notices.push_back("the metadata is damaged and left out");
@@ -87,8 +72,6 @@ class WebpReader : public Reader {
     }
 
   private:
-    size_t channels() const { return description_.has_alpha ? 4 : 3; }
-
     void describe(const WebPBitstreamFeatures &features) {
         width_ = static_cast<uint32_t>(features.width);
         height_ = static_cast<uint32_t>(features.height);
@@ -122,36 +105,26 @@ class WebpReader : public Reader {
         return found ? Bytes(data.bytes, data.bytes + data.size) : Bytes();
     }
 
-    void decode() {
+    const uint8_t *decode() override {
         Decoding decoding;
         if (WebPInitDecoderConfig(&decoding) == 0) {
             throw Error("libwebp is of another version");
         }
-        const size_t row_bytes = width_ * channels();
-        Plane whole = std::make_unique_for_overwrite<uint8_t[]>(row_bytes * height_);
+        stride_ = size_t{width_} * (description_.has_alpha ? 4 : 3);
+        Plane whole = std::make_unique_for_overwrite<uint8_t[]>(stride_ * height_);
         decoding.output.colorspace = description_.has_alpha ? MODE_RGBA : MODE_RGB;
         decoding.output.is_external_memory = 1;
-        decoding.output.u.RGBA = {whole.get(), static_cast<int>(row_bytes), row_bytes * height_};
+        decoding.output.u.RGBA = {whole.get(), static_cast<int>(stride_), stride_ * height_};
         if (const VP8StatusCode status = WebPDecode(file_.data(), file_.size(), &decoding); status != VP8_STATUS_OK) {
             fail(status);
         }
         whole_ = std::move(whole);
         file_ = {};
-    }
-
-    // alpha is null where nobody asks for it.
-    void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
-        for (uint32_t x = 0; x < width_; ++x, from += 4) {
-            pixels = std::copy_n(from, 3, pixels);
-            if (alpha != nullptr) {
-                alpha[x] = from[3];
-            }
-        }
+        return whole_.get();
     }
 
     Bytes file_; // until it is decoded
     Plane whole_;
-    size_t row_ = 0;
     bool damaged_metadata_ = false;
 };
 

@@ -4,10 +4,10 @@
 #include <cstdio>
 #include <exception>
 
+#include "command_line.h"
 #include "commands.h"
 #include "files.h"
 #include "kohost/library.h"
-#include "options.h"
 #include "report.h"
 #include "system.h"
 

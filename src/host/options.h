@@ -1,4 +1,4 @@
-// The command line.
+// What the command line asks for.
 #ifndef KO_HOST_OPTIONS_H
 #define KO_HOST_OPTIONS_H
 
@@ -33,19 +33,6 @@ struct Options {
     Reporting reporting;
     unsigned jobs = 1; // pictures that are worked on at the same time
 };
-
-struct CommandLine {
-    std::optional<Options> options; // none when there is nothing to do but to leave
-    int exit_status = 0;
-};
-
-// Exit statuses.
-inline constexpr int all_done = 0;
-inline constexpr int some_failed = 1;
-inline constexpr int wrong_usage = 2;
-
-// Reads the command line. Answers a call for help or the version itself, and writes one line about a mistake.
-CommandLine read_command_line(int argc, const char *const *argv);
 
 } // namespace host
 

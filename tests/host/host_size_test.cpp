@@ -430,11 +430,11 @@ TEST_F(HostSize, MistakesAreOneLineEach) {
         {{"--max-slope", "2.5"}, "--max-slope: '2.5" + slope},
         {{"--max-slope", "x"}, "--max-slope: 'x" + slope},
         {{"--max-slope", "4294967297"}, "--max-slope: '4294967297" + slope},
-        {{"--jobs", "0"}, "-j,--jobs: '0" + jobs},
-        {{"--jobs", "-2"}, "-j,--jobs: '-2" + jobs},
-        {{"--jobs", "1025"}, "-j,--jobs: '1025" + jobs},
-        {{"--jobs", "1.5"}, "-j,--jobs: '1.5" + jobs},
-        {{"-j", "many"}, "-j,--jobs: 'many" + jobs}};
+        {{"--jobs", "0"}, "--jobs: '0" + jobs},
+        {{"--jobs", "-2"}, "--jobs: '-2" + jobs},
+        {{"--jobs", "1025"}, "--jobs: '1025" + jobs},
+        {{"--jobs", "1.5"}, "--jobs: '1.5" + jobs},
+        {{"-j", "many"}, "--jobs: 'many" + jobs}};
     for (const auto &[options, beginning] : cases) {
         for (const std::string command : {"enhance", "curves"}) {
             const Outcome outcome = run_command(command, {name}, path("out.png"), options);

@@ -553,6 +553,7 @@ TEST_F(HostCommandLine, MisspeltWordsGetTheirNearestNeighbour) {
         {{"judg", "x"}, "there is no command judg; did you mean judge? (see ko --help)"},
         {{"frobnicate"}, "there is no command frobnicate (see ko --help)"},
         {{"help", "curve"}, "there is no command curve; did you mean curves? (see ko help --help)"},
+        {{"enhance", "x", "--suf", "y"}, "there is no option --suf; did you mean --suffix? (see ko enhance --help)"},
         {{"enhance", "x", "-o", "y", "--jsno"}, "there is no option --jsno; did you mean --json? (see ko enhance --help)"},
         {{"enhance", "x", "-o", "y", "--max-gian=2"},
          "there is no option --max-gian=2; did you mean --max-gain? (see ko enhance --help)"},

@@ -1,113 +1,27 @@
-// Every number is read whole and checked against its range here, so that the library sees sensible arguments only.
-#include "options.h"
+// Which options each command has, and which of them go together.
+#include "command_options.h"
 
-#include <algorithm>
-#include <array>
-#include <charconv>
 #include <filesystem>
-#include <iostream>
-#include <numeric>
-#include <sstream>
 #include <system_error>
-#include <type_traits>
-#include <utility>
 
 #include <CLI/CLI.hpp>
 
 #include "codec/codec.h"
 #include "files.h"
 #include "kohost/judgement.h"
-#include "manual.h"
+#include "option_values.h"
 #include "system.h"
 
 namespace host {
 
-using kohost::Grid;
 using kohost::Judging;
-using kohost::name;
 using kohost::Policy;
 using kohost::RedEyeChoices;
 using kohost::Tuning;
 
 namespace {
 
-constexpr uint64_t most_strips = 256;
-constexpr uint64_t curve_step = 256;     // the library scales levels by whole numbers
-constexpr uint64_t largest_curve = 4096; // the time of the fit grows with the square
 constexpr unsigned most_jobs = 1024;
-constexpr double smallest_working_size = 0.01; // in megapixels
-constexpr double largest_working_size = 250.0;
-
-template <class Number> std::optional<Number> parse(std::string_view text) {
-    Number value{};
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-    if (error != std::errc() || end != text.data() + text.size()) {
-        return std::nullopt;
-    }
-    return value;
-}
-
-template <class Number> const char *kind() { return std::is_integral_v<Number> ? "a whole number" : "a number"; }
-
-// Adds an option whose value is a number from low to high; a NaN is in no range.
-template <class Target, class Number>
-CLI::Option *add_number(CLI::App &command, const std::string &option, Target &target, Number low, Number high,
-                        const std::string &shown, const std::string &text) {
-    const auto read = [=, &target](const std::string &argument) {
-        const std::optional<Number> value = parse<Number>(argument);
-        if (!value || !(*value >= low && *value <= high)) {
-            std::ostringstream message;
-            message << "'" << argument << "' is not " << kind<Number>() << " from " << low << " to " << high;
-            throw CLI::ValidationError(option, message.str());
-        }
-        target = *value;
-    };
-    return command.add_option_function<std::string>(option, read, text)->type_name("NUMBER")->default_str(shown);
-}
-
-Grid parse_grid(const std::string &argument) {
-    const size_t cross = argument.find('x');
-    const std::string_view text = argument;
-    const auto columns = parse<uint64_t>(text.substr(0, cross));
-    const auto rows = cross == std::string::npos ? std::nullopt : parse<uint64_t>(text.substr(cross + 1));
-    const auto sensible = [](std::optional<uint64_t> strips) { return strips && *strips >= 1 && *strips <= most_strips; };
-    if (!sensible(columns) || !sensible(rows)) {
-        throw CLI::ValidationError("--grid", "'" + argument + "' is not a grid such as 8x8, 1 to " +
-                                                 std::to_string(most_strips) + " tiles each way");
-    }
-    return {*columns, *rows};
-}
-
-uint64_t parse_curve_size(const std::string &argument) {
-    const auto size = parse<uint64_t>(argument);
-    if (!size || *size < curve_step || *size > largest_curve || *size % curve_step != 0) {
-        throw CLI::ValidationError("--curve-size", "'" + argument + "' is not a multiple of " + std::to_string(curve_step) +
-                                                       " from " + std::to_string(curve_step) + " to " +
-                                                       std::to_string(largest_curve));
-    }
-    return *size;
-}
-
-// Adds an option whose value is the name of one of several choices.
-template <class Choice, size_t Count>
-CLI::Option *add_choice(CLI::App &command, const std::string &option, Choice &target, const std::array<Choice, Count> &choices,
-                        const std::string &text) {
-    std::string names;
-    for (const Choice choice : choices) {
-        names += (names.empty() ? "" : ", ") + std::string(name(choice));
-    }
-    const auto read = [=, &target](const std::string &argument) {
-        const auto found =
-            std::find_if(choices.begin(), choices.end(), [&](Choice choice) { return argument == name(choice); });
-        if (found == choices.end()) {
-            throw CLI::ValidationError(option, "'" + argument + "' is none of " + names);
-        }
-        target = *found;
-    };
-    return command.add_option_function<std::string>(option, read, text + ": " + names)
-        ->type_name("NAME")
-        ->default_str(name(target));
-}
 
 // ---- groups of options, as the help shows them
 
@@ -176,17 +90,6 @@ void add_destination(CLI::App &command, Options &options) {
             "--dry-run", [&options] { options.destination.dry_run = options.reporting.dry_run = true; },
             "report what would be done, and write nothing")
         ->group(output_group);
-}
-
-uint64_t parse_working_area(const std::string &argument) {
-    if (argument == "full") {
-        return UINT64_MAX;
-    }
-    const auto megapixels = parse<double>(argument);
-    if (!megapixels || !(*megapixels >= smallest_working_size && *megapixels <= largest_working_size)) {
-        throw CLI::ValidationError("--working-size", "'" + argument + "' is neither a number from 0.01 to 250 nor 'full'");
-    }
-    return static_cast<uint64_t>(*megapixels * 1e6);
 }
 
 void add_working_size(CLI::App &command, Tuning &tuning) {
@@ -455,6 +358,8 @@ std::string missing_output(const Options &options, const std::string &word) {
            "'?";
 }
 
+} // namespace
+
 void check_together(const Options &options, const std::string &word) {
     const Destination &destination = options.destination;
     if (options.selection.inputs.empty() && options.selection.files_from.empty()) {
@@ -477,76 +382,6 @@ void check_together(const Options &options, const std::string &word) {
     }
 }
 
-// The fewest letters that are inserted, left out or replaced between two words.
-size_t distance(const std::string &one, const std::string &other) {
-    std::vector<size_t> row(other.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < one.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i + 1);
-        for (size_t j = 0; j < other.size(); ++j) {
-            const size_t replaced = diagonal + (one[i] != other[j] ? 1 : 0);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, diagonal + 1});
-        }
-    }
-    return row.back();
-}
-
-// The nearest of some words, "" if none is near enough to be meant.
-std::string nearest(const std::string &word, const std::vector<std::string> &words) {
-    const auto found = std::min_element(words.begin(), words.end(), [&](const std::string &a, const std::string &b) {
-        return distance(word, a) < distance(word, b);
-    });
-    return found != words.end() && distance(word, *found) <= std::max<size_t>(word.size() / 3, 1) ? *found : "";
-}
-
-std::vector<std::string> commands_of(const CLI::App &app) {
-    std::vector<std::string> words;
-    for (const CLI::App *command : app.get_subcommands({})) {
-        words.push_back(command->get_name());
-    }
-    return words;
-}
-
-std::vector<std::string> options_of(const CLI::App &command) {
-    std::vector<std::string> words;
-    for (const CLI::Option *option : command.get_options()) {
-        for (const std::string &name : option->get_lnames()) {
-            words.push_back("--" + name);
-        }
-    }
-    return words;
-}
-
-[[noreturn]] void refuse(const std::string &what, const std::string &word, const std::vector<std::string> &words) {
-    const std::string near = nearest(word, words);
-    throw UsageError(what + (near.empty() ? "" : "; did you mean " + near + "?"));
-}
-
-void refuse_extras(const CLI::App &app, const CLI::App *command) {
-    std::vector<std::string> extras = (command != nullptr ? *command : app).remaining();
-    std::erase(extras, "--"); // which ends the options
-    if (extras.empty()) {
-        return;
-    }
-    const std::string &word = extras.front();
-    if (word.starts_with("-") && word != "-") {
-        refuse("there is no option " + word, word.substr(0, word.find('=')), options_of(command != nullptr ? *command : app));
-    }
-    if (command == nullptr) {
-        refuse("there is no command " + word, word, commands_of(app));
-    }
-    throw UsageError("'" + word + "' is one input too many");
-}
-
-// CLI11's texts as one line.
-std::string one_line(std::string text) {
-    std::replace(text.begin(), text.end(), '\n', ' ');
-    return text;
-}
-
-// ---- the whole program
-
 void describe(CLI::App &app, Options &options) {
     app.set_version_flag("-V,--version", "ko " KO_VERSION);
     app.require_subcommand(0, 1);
@@ -564,77 +399,6 @@ void describe(CLI::App &app, Options &options) {
         "ko help COMMAND shows the help of a command, ko help --man the manual page as roff, ko help --bash and ko help\n"
         "--zsh the completions of the shells.");
     app.footer("ko help COMMAND, or ko COMMAND --help, shows the options of a command.");
-}
-
-// App::help would show the command that was given in place of the program.
-std::string overview(const CLI::App &app) { return app.get_formatter()->make_help(&app, "ko", CLI::AppFormatMode::Normal); }
-
-// Besides the commands, help answers with what packages install.
-std::string help_about(const CLI::App &app, const CLI::App &help) {
-    const std::vector<std::string> words = help.remaining();
-    if (words == std::vector<std::string>{"--man"}) {
-        return manual_page(app, KO_VERSION);
-    }
-    if (words == std::vector<std::string>{"--bash"}) {
-        return bash_completion(app);
-    }
-    if (words == std::vector<std::string>{"--zsh"}) {
-        return zsh_completion(app);
-    }
-    if (words.empty()) {
-        return overview(app);
-    }
-    const std::vector<std::string> commands = commands_of(app);
-    if (std::find(commands.begin(), commands.end(), words.front()) == commands.end()) {
-        refuse("there is no command " + words.front(), words.front(), commands);
-    }
-    return app.get_subcommand(words.front())->help("ko");
-}
-
-// The command that was given, or null.
-const CLI::App *given_command(CLI::App &app) {
-    const auto given = app.get_subcommands([](const CLI::App *command) { return command->parsed(); });
-    return given.empty() ? nullptr : given.front();
-}
-
-CommandLine parse_words(CLI::App &app, Options &options, int argc, const char *const *argv) {
-    app.parse(argc, argv);
-    const CLI::App *command = given_command(app);
-    if (command != nullptr && command->get_name() == "help") {
-        std::cout << help_about(app, *command);
-        return {std::nullopt, all_done};
-    }
-    refuse_extras(app, command);
-    if (command == nullptr) {
-        std::cout << overview(app);
-        return {std::nullopt, wrong_usage};
-    }
-    check_together(options, command->get_name());
-    options.reporting.output_is_taken = options.destination.output == standard_stream;
-    return {std::move(options), all_done};
-}
-
-} // namespace
-
-CommandLine read_command_line(int argc, const char *const *argv) {
-    CLI::App app("Improves photographs: opens shadows and repairs red eyes.", "ko");
-    Options options;
-    describe(app, options);
-    const auto mistake = [&](const std::string &text) {
-        const CLI::App *command = given_command(app);
-        const std::string help = command == nullptr ? "ko --help" : "ko " + command->get_name() + " --help";
-        std::cerr << "ko: " << one_line(text) << " (see " << help << ")\n";
-        return CommandLine{std::nullopt, wrong_usage};
-    };
-    try {
-        return parse_words(app, options, argc, argv);
-    } catch (const CLI::Success &success) { // help, version
-        return {std::nullopt, app.exit(success)};
-    } catch (const CLI::Error &error) {
-        return mistake(error.what());
-    } catch (const UsageError &error) {
-        return mistake(error.what());
-    }
 }
 
 } // namespace host

@@ -14,6 +14,7 @@ struct Places {
     bool comments = false;  // also for PNG texts that are comments
     bool jpeg_segments = false;
     bool png = false; // texts and chunks
+    bool density = true;
 };
 
 // The keyword of a PNG text that is a comment.

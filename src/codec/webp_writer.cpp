@@ -86,7 +86,7 @@ class WebpWriter : public Writer {
   private:
     void tell_losses(Notices &notices) const {
         const Metadata &metadata = picture_.metadata;
-        tell_left_out(metadata, {.xmp = true}, notices);
+        tell_left_out(metadata, {.xmp = true, .density = false}, notices);
         if (metadata.png_colours.gamma && metadata.icc_profile.empty()) {
             notices.push_back("a WebP file has no room for the PNG file's gamma, which is left out");
         }

@@ -1,7 +1,12 @@
 // Several pictures at once: whatever their number, the files, the lines and their order are those of one after the other.
+#include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <regex>
+#include <thread>
+
+#include <sys/stat.h>
 
 #include <nlohmann/json.hpp>
 
@@ -53,6 +58,31 @@ class HostJobs : public Host {
 };
 
 std::string timeless(const std::string &text) { return std::regex_replace(text, std::regex("[0-9]+\\.[0-9][0-9] s"), "x s"); }
+
+bool appears(const std::string &path, std::chrono::seconds patience) {
+    const auto end = std::chrono::steady_clock::now() + patience;
+    while (!fs::exists(path) && std::chrono::steady_clock::now() < end) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return fs::exists(path);
+}
+
+TEST_F(HostJobs, GoOnWhileOneOfThemWaits) {
+    const std::string slow = path("slow.jpg");
+    ASSERT_EQ(mkfifo(slow.c_str(), 0600), 0);
+    const std::string quick = put("quick.png", dark_png());
+    bool appeared = false;
+    std::jthread writer([&] { // the first picture's bytes come when the second one is done
+        appeared = appears(path("out/quick.png"), std::chrono::seconds(30));
+        std::ofstream(slow) << dark_jpeg();
+    });
+    const Outcome outcome = run("enhance", {slow, quick}, path("out"), "2", {"--force"});
+    writer.join();
+    EXPECT_TRUE(appeared) << "one after the other";
+    expect_success(outcome);
+    ASSERT_EQ(outcome.out_lines().size(), 2u);
+    EXPECT_TRUE(outcome.out_lines()[0].starts_with(slow)) << outcome.out;
+}
 
 struct Run {
     std::string command;

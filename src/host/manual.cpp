@@ -180,8 +180,7 @@ std::string bash_completion(const CLI::App &app) {
     }
     return script + "    esac\n    local options=\n" + words +
            "    esac\n    if [[ $word == -* ]]; then\n        COMPREPLY=($(compgen -W \"$options\" -- \"$word\"))\n    else\n"
-           "        compopt -o filenames 2>/dev/null\n        COMPREPLY=($(compgen -f -- \"$word\"))\n    fi\n}\ncomplete -F "
-           "_ko ko\n";
+           "        COMPREPLY=() # files, whose names bash itself completes\n    fi\n}\ncomplete -o default -F _ko ko\n";
 }
 
 std::string zsh_completion(const CLI::App &app) {

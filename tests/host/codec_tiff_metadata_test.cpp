@@ -518,6 +518,9 @@ TEST(TiffMetadataOut, ValuesOfTheFirstDirectoryAreWritten) {
                                  tiff_text(285, "A page"),
                                  tiff_bytes_of(40092, 1, std::string("C\0o\0m\0\0\0", 8)),
                                  tiff_shorts(18246, {4}), // rating
+                                 tiff_bytes_of(50341, 7, "PrintIM" + std::string("\0000300\0\0", 8)),
+                                 tiff_text(50708, "Camera works M7"),
+                                 tiff_text(50735, "0815"),
                                  tiff_shorts(18249, {75}),
                                  tiff_shorts(65001, {1, 2, 3, 4, 5}),
                                  tiff_longs(65002, {1, 0xffffffff, 3}),

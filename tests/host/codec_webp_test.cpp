@@ -202,8 +202,7 @@ TEST(WebpMetadata, NamesWhatHasNoPlace) {
               Notices{"the PNG chunk 'sCAL' is left out"});
     EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.photoshop.assign(20, 7); }),
               Notices{"the Photoshop image resources are left out"});
-    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.iptc.assign(20, 0x1c); }),
-              Notices{"the IPTC data is left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.iptc.assign(20, 0x1c); }), Notices{"the IPTC data is left out"});
 }
 
 TEST(WebpMetadata, TellsThatGammaIsLeftOut) {

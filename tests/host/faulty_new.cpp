@@ -11,20 +11,32 @@ thread_local bool has_failed = false;
 
 } // namespace
 
-void *operator new(size_t size) {
+// Every form is replaced, so that a sanitizer sees memory go back the way it came.
+void *operator new(size_t size, const std::nothrow_t &) noexcept {
     if (allocations_left > 0 && --allocations_left == 0) {
         has_failed = true;
-        throw std::bad_alloc();
+        return nullptr;
     }
-    void *const memory = std::malloc(std::max<size_t>(size, 1));
+    return std::malloc(std::max<size_t>(size, 1));
+}
+
+void *operator new(size_t size) {
+    void *const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
     return memory;
 }
 
+void *operator new[](size_t size) { return operator new(size); }
+void *operator new[](size_t size, const std::nothrow_t &) noexcept { return operator new(size, std::nothrow); }
+
 void operator delete(void *memory) noexcept { std::free(memory); }
 void operator delete(void *memory, size_t) noexcept { std::free(memory); }
+void operator delete[](void *memory) noexcept { std::free(memory); }
+void operator delete[](void *memory, size_t) noexcept { std::free(memory); }
+void operator delete(void *memory, const std::nothrow_t &) noexcept { std::free(memory); }
+void operator delete[](void *memory, const std::nothrow_t &) noexcept { std::free(memory); }
 
 namespace ko_test {
 

@@ -1,5 +1,5 @@
-// TIFF files and Exif blocks for tests, built value by value so that every directory can be had, also a wrong one, and taken
-// apart again without a library: what a library does not know or repairs would go unseen.
+// TIFF files and Exif blocks for tests: built value by value, so that a directory may also be wrong, and taken apart again
+// without a library, since what a library does not know or repairs would go unseen.
 #ifndef KO_TESTS_HOST_TIFF_DIRECTORIES_H
 #define KO_TESTS_HOST_TIFF_DIRECTORIES_H
 

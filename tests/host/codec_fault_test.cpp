@@ -1,12 +1,15 @@
-// The codec over streams that fail: at each call of a stream in turn, once and from there on. What was begun is given up
-// without anything left over, which a sanitizer watches.
+// The codec over streams that fail: at each call of a stream in turn, once and from there on; and with memory that fails at
+// each allocation in turn. What was begun is given up without anything left over, which a sanitizer watches.
 #include <algorithm>
+#include <new>
 
 #include <gtest/gtest.h>
 
 #include "codec/codec.h"
+#include "faulty_new.h"
 #include "image_files.h"
 #include "pictures.h"
+#include "tiff_directories.h"
 
 namespace {
 
@@ -91,6 +94,18 @@ struct Case {
 
     friend std::ostream &operator<<(std::ostream &stream, const Case &c) { return stream << c.name; }
 };
+
+// Directories of every kind, a maker note and the blocks beside them.
+std::string tiff_with_metadata() {
+    const std::vector<uint8_t> noise = noise_bytes(20'000, 3);
+    const std::string note(noise.begin(), noise.end());
+    const TiffTree tree = {.first = {tiff_text(271, "Camera works"), tiff_shorts(274, {6}), tiff_bytes_of(700, 1, note),
+                                     tiff_bytes_of(33723, 7, std::string("\x1c\x02\x78\0\1x", 6))},
+                           .exif = {tiff_fraction(33434, 1, 250), tiff_bytes_of(37500, 7, note)},
+                           .gps = {tiff_text(1, "N"), {.tag = 2, .type = 5, .numbers = {52, 1, 31, 1, 12, 1}}},
+                           .interoperability = {tiff_text(1, "R98")}};
+    return tiff_of_tree(tree, {.width = width, .height = height});
+}
 
 std::vector<Case> cases() {
     const std::vector<Chunk> before = {{"gAMA", big_endian(45455)}, {"eXIf", exif_block(700)}};
@@ -202,6 +217,73 @@ TEST_P(CodecFaults, OfEveryWriteAreErrors) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Codec, CodecFaults, testing::ValuesIn(cases()), [](const auto &test) { return test.param.name; });
+// ---- memory
+
+std::vector<Case> memory_cases() {
+    std::vector<Case> all = cases();
+    all.push_back({"tiff_exif", tiff_with_metadata()});
+    return all;
+}
+
+// All that a picture is, to be compared.
+std::vector<codec::Bytes> parts_of(const Picture &picture) {
+    const codec::Metadata &metadata = picture.metadata;
+    const auto plane = [](const codec::Plane &bytes, size_t size) {
+        return bytes ? codec::Bytes(bytes.get(), bytes.get() + size) : codec::Bytes();
+    };
+    return {plane(picture.pixels, picture.area() * picture.channels),
+            plane(picture.alpha, picture.area()),
+            metadata.exif,
+            metadata.icc_profile,
+            metadata.xmp,
+            metadata.photoshop,
+            metadata.iptc};
+}
+
+// Runs a step with the 1st, 2nd, 3rd and so on of its allocations failing until none does: it fails, or gives the same.
+template <class Step> void expect_memory_failures(const Step &step) {
+    const auto expected = step();
+    for (int number = 1;; ++number) {
+        fail_allocation(number);
+        std::optional<decltype(step())> result;
+        try {
+            result = step();
+        } catch (const std::bad_alloc &) {
+        } catch (const codec::Error &) {
+        }
+        if (!end_of_failures()) {
+            EXPECT_GT(number, 2) << "hardly anything failed";
+            EXPECT_EQ(result, expected);
+            return;
+        }
+        EXPECT_TRUE(!result || *result == expected) << "something is missing after allocation " << number;
+    }
+}
+
+class CodecMemoryFaults : public CodecFaults {};
+
+TEST_P(CodecMemoryFaults, OfReadingAreErrors) {
+    expect_memory_failures([&] {
+        Notices notices;
+        const Picture picture = codec::decode(bytes_of(file()), notices);
+        return std::pair(parts_of(picture), notices);
+    });
+}
+
+TEST_P(CodecMemoryFaults, OfWritingAreErrors) {
+    const Picture picture = this->picture();
+    for (const Format format : {Format::png, Format::jpeg, Format::tiff}) {
+        expect_memory_failures([&] {
+            Notices notices;
+            const codec::Bytes bytes = codec::encode(picture, {format, std::nullopt}, notices);
+            return std::pair(bytes, notices);
+        });
+    }
+}
+
+const auto name_of_case = [](const auto &test) { return test.param.name; };
+
+INSTANTIATE_TEST_SUITE_P(Codec, CodecFaults, testing::ValuesIn(cases()), name_of_case);
+INSTANTIATE_TEST_SUITE_P(Codec, CodecMemoryFaults, testing::ValuesIn(memory_cases()), name_of_case);
 
 } // namespace

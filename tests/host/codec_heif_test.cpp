@@ -25,7 +25,7 @@ class Heif : public testing::TestWithParam<HeifKind> {
   protected:
     void SetUp() override {
         if (!can_encode(GetParam())) {
-            GTEST_SKIP() << "no encoder";
+            GTEST_SKIP() << "libheif has no encoder here for the files that this test reads";
         }
     }
 
@@ -47,6 +47,36 @@ TEST(HeifReader, ReadsFilesMadeElsewhere) {
         ASSERT_EQ(picture.metadata.exif.size(), 26u);
         EXPECT_EQ(picture.metadata.exif[18] << 8 | picture.metadata.exif[19], 1) << "the orientation was applied";
     }
+}
+
+TEST(HeifReader, GivesTheRowsInPortions) {
+    for (const std::string &file : {stored_heic(), stored_avif()}) {
+        codec::MemoryInput input(bytes_of(file));
+        const auto reader = codec::open(input);
+        std::vector<uint8_t> pixels(64 * 48 * 3);
+        for (uint32_t row = 0; row < 48; row += 4) {
+            reader->read(4, pixels.data() + row * 192, nullptr);
+        }
+        EXPECT_EQ(pixels, pixels_of(decoded(file)));
+    }
+}
+
+TEST(HeifReader, ReducesDeepPictures) {
+    const std::string file = stored_deep_avif();
+    EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, stored_colour)), tolerance);
+    EXPECT_EQ(notices_of(file), Notices{"12 bits a channel reduced to 8"});
+}
+
+TEST(HeifReader, CarriesExifAndXmp) {
+    const std::string file = stored_avif_with_xmp();
+    const Picture picture = decoded(file);
+    EXPECT_EQ(text_of(picture.metadata.xmp), "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>");
+    EXPECT_EQ(picture.metadata.exif.size(), 26u);
+    EXPECT_EQ(notices_of(file), Notices{});
+    EXPECT_TRUE(decoded(stored_avif()).metadata.xmp.empty());
+    std::string other = file;
+    other.replace(other.find("application/rdf+xml"), 19, "application/rdf+xyz");
+    EXPECT_TRUE(decoded(other).metadata.xmp.empty());
 }
 
 TEST(HeifReader, IsAllThatThereIs) {
@@ -75,7 +105,7 @@ TEST_P(Heif, GivesPixelsAndAlpha) {
     }
 }
 
-TEST_P(Heif, GivesTheRowsInPortions) {
+TEST_P(Heif, GivesTheRowsInPortionsWithoutAlpha) {
     HeifRecipe with = recipe();
     with.alpha = true;
     const std::string file = heif_file(with, smooth);
@@ -86,22 +116,6 @@ TEST_P(Heif, GivesTheRowsInPortions) {
         reader->read(4, pixels.data() + row * 192, nullptr);
     }
     EXPECT_EQ(pixels, pixels_of(decoded(file)));
-}
-
-TEST_P(Heif, ReducesDeepPictures) {
-    if (GetParam() == HeifKind::avif) { // libheif 1.15 leads that encoder astray
-        const std::string file = stored_deep_avif();
-        EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, stored_colour)), tolerance);
-        EXPECT_EQ(notices_of(file), Notices{"12 bits a channel reduced to 8"});
-        return;
-    }
-    for (const int bits : {10, 12}) {
-        HeifRecipe with = recipe();
-        with.bits = bits;
-        const std::string file = heif_file(with, [bits](auto x, auto y, auto c) { return smooth(x, y, c) << (bits - 8); });
-        EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, smooth)), tolerance);
-        EXPECT_EQ(notices_of(file), Notices{std::to_string(bits) + " bits a channel reduced to 8"});
-    }
 }
 
 // A picture whose file says that it is to be turned comes turned.
@@ -125,6 +139,31 @@ TEST_P(Heif, CarriesExif) {
     EXPECT_EQ(text_of(decoded(file).metadata.exif), with.exif);
     EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe1), std::string("Exif\0\0", 6) + with.exif);
     EXPECT_TRUE(decoded(heif_file(recipe(), smooth)).metadata.exif.empty());
+}
+
+TEST_P(Heif, CarriesXmp) {
+    HeifRecipe with = recipe();
+    for (const size_t size : {40u, 70'000u}) {
+        with.xmp = "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>" + std::string(size, ' ');
+        for (const std::string &exif : {std::string(), exif_block(301)}) {
+            with.exif = exif;
+            const std::string file = heif_file(with, smooth);
+            const Picture picture = decoded(file);
+            EXPECT_EQ(text_of(picture.metadata.xmp), with.xmp);
+            EXPECT_EQ(text_of(picture.metadata.exif), exif);
+            EXPECT_EQ(notices_of(file), Notices{});
+        }
+    }
+    EXPECT_TRUE(decoded(heif_file(recipe(), smooth)).metadata.xmp.empty());
+}
+
+TEST_P(Heif, TakesNoOtherTextForXmp) {
+    HeifRecipe with = recipe();
+    with.xmp = "Just a text";
+    for (const std::string type : {"text/plain", "application/rdf", "application/rdf+xml2", "x"}) {
+        with.xmp_type = type;
+        EXPECT_TRUE(decoded(heif_file(with, smooth)).metadata.xmp.empty()) << type;
+    }
 }
 
 TEST_P(Heif, CarriesProfiles) {
@@ -191,8 +230,23 @@ TEST_P(Heif, TellsOfFurtherPictures) {
     EXPECT_EQ(notices_of(heif_file(with, smooth)), Notices{"2 further pictures in the file are left out"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Codec, Heif, testing::Values(HeifKind::heic, HeifKind::avif),
-                         [](const auto &test) { return std::string(test.param == HeifKind::heic ? "heic" : "avif"); });
+class DeepHeic : public Heif {};
+
+// libheif 1.15 leads the encoder of deep AVIF files astray.
+TEST_P(DeepHeic, IsReduced) {
+    for (const int bits : {10, 12}) {
+        HeifRecipe with = recipe();
+        with.bits = bits;
+        const std::string file = heif_file(with, [bits](auto x, auto y, auto c) { return smooth(x, y, c) << (bits - 8); });
+        EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, smooth)), tolerance);
+        EXPECT_EQ(notices_of(file), Notices{std::to_string(bits) + " bits a channel reduced to 8"});
+    }
+}
+
+const auto name_of_kind = [](const auto &test) { return std::string(test.param == HeifKind::heic ? "heic" : "avif"); };
+
+INSTANTIATE_TEST_SUITE_P(Codec, DeepHeic, testing::Values(HeifKind::heic), name_of_kind);
+INSTANTIATE_TEST_SUITE_P(Codec, Heif, testing::Values(HeifKind::heic, HeifKind::avif), name_of_kind);
 
 TEST(HeifDamage, TruncatedFilesAreErrors) {
     for (const std::string &file : {stored_heic(), stored_avif()}) {

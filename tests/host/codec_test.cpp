@@ -416,6 +416,36 @@ TEST(JpegWriter, KeepsTheTablesOfAJpegFile) {
     EXPECT_EQ(jpeg_tables(through(file, Format::jpeg)), jpeg_tables(file));
 }
 
+// Steps over 255 do not fit into a table of bytes.
+TEST(JpegWriter, KeepsTablesOfSixteenBits) {
+    const auto bytes_of_tables = [](const std::string &file) {
+        std::vector<int> sizes;
+        for (const auto &[marker, data] : jpeg_segments(file)) {
+            for (size_t place = 0; marker == 0xdb && place < data.size();) {
+                sizes.push_back(data[place] >> 4 == 0 ? 1 : 2);
+                place += 1 + 64 * static_cast<size_t>(sizes.back());
+            }
+        }
+        return sizes;
+    };
+    const JpegTable large = odd_table(200, 7);
+    const JpegTable largest = odd_table(32767, 0);
+    const JpegTable small = odd_table(1, 4);
+    for (const bool progressive : {false, true}) {
+        for (const auto &[luminance, colours] : {std::pair(large, small), std::pair(small, large), std::pair(largest, large)}) {
+            const std::string file = jpeg_file({.tables = {luminance, colours, colours}, .progressive = progressive}, soft);
+            ASSERT_EQ(jpeg_tables(file), (std::vector<JpegTable>{luminance, colours, colours}));
+            const std::string again = through(file, Format::jpeg);
+            EXPECT_EQ(jpeg_tables(again), jpeg_tables(file));
+            std::vector<int> sizes = bytes_of_tables(again);
+            sizes.resize(2);
+            EXPECT_EQ(sizes, (std::vector<int>{luminance == small ? 1 : 2, colours == small ? 1 : 2}));
+        }
+    }
+    const std::string gray = jpeg_file({.colour = JpegColour::gray, .tables = {large}}, soft);
+    EXPECT_EQ(jpeg_tables(through(gray, Format::jpeg)), std::vector<JpegTable>{large});
+}
+
 TEST(JpegWriter, KeepsTheForm) {
     for (const bool progressive : {false, true}) {
         for (const JpegColour colour : {JpegColour::gray, JpegColour::ycc}) {

@@ -147,6 +147,64 @@ TEST(WebpMetadata, SurvivesEverywhere) {
     }
 }
 
+TEST(WebpMetadata, XmpOfAnySizeIsRead) {
+    for (const size_t size : {1u, 12u, 13u, 65'536u, 300'001u}) {
+        const std::string xmp(size, 'x');
+        for (const bool lossless : {false, true}) {
+            const std::string file = webp_file({.lossless = lossless, .chunks = {{"XMP ", xmp}}}, soft);
+            Notices notices;
+            EXPECT_EQ(text_of(codec::decode(bytes_of(file), notices).metadata.xmp), xmp);
+            EXPECT_EQ(notices, Notices{});
+        }
+    }
+}
+
+// Chunks stand in one order, and the header says which of them a file has: readers pass over those that it does not name.
+TEST(WebpMetadata, IsWhereReadersLookForIt) {
+    constexpr uint32_t icc = 0x20;
+    constexpr uint32_t alpha = 0x10;
+    constexpr uint32_t exif = 0x08;
+    for (const uint32_t kinds : {icc, exif, icc | exif}) {
+        for (const bool transparent : {false, true}) {
+            Picture picture = picture_of(24, 20, 3, transparent, mixed);
+            picture.lossless = true;
+            std::string expected = "VP8X ";
+            const auto put = [&](uint32_t kind, codec::Bytes &bytes, const std::string &name) {
+                bytes.assign(kinds & kind ? 31 : 0, 'm');
+                expected += kinds & kind ? name + " " : "";
+            };
+            put(icc, picture.metadata.icc_profile, "ICCP");
+            expected += "VP8L ";
+            put(exif, picture.metadata.exif, "EXIF");
+            const std::string file = encoded(picture, Format::webp);
+            EXPECT_EQ(webp_chunk_types(file), expected);
+            EXPECT_EQ(static_cast<uint8_t>(webp_chunk_data(file, "VP8X").at(0)), kinds | (transparent ? alpha : 0));
+        }
+    }
+}
+
+TEST(WebpMetadata, NamesWhatHasNoPlace) {
+    Picture picture = picture_of(24, 20, 3, false, mixed);
+    const auto notices = [&](const auto &set) {
+        picture.metadata = {};
+        set(picture.metadata);
+        return encoding_notices(picture, Format::webp);
+    };
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.comments = {"A comment"}; }),
+              Notices{"the comment is left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.png_texts = {{.keyword = "Author", .text = "Jo"}}; }),
+              Notices{"the PNG text 'Author' is left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) {
+                  metadata.jpeg_segments = {{0xe5, {1, 2}}};
+              }),
+              Notices{"the JPEG segment APP5 is left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.png_chunks = {{.name = "sCAL", .bytes = {1}}}; }),
+              Notices{"the PNG chunk 'sCAL' is left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.photoshop.assign(20, 7); }),
+              Notices{"the Photoshop image resources are left out"});
+    EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.iptc.assign(20, 0x1c); }), Notices{"the IPTC data is left out"});
+}
+
 TEST(WebpMetadata, TellsThatGammaIsLeftOut) {
     const Picture picture = decoded(png_file({.before = {{"gAMA", big_endian(45455)}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::webp),

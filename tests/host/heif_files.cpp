@@ -104,6 +104,10 @@ std::string heif_file(const HeifRecipe &recipe, const Sample &sample) {
             check(
                 heif_context_add_exif_metadata(context.get(), made, recipe.exif.data(), static_cast<int>(recipe.exif.size())));
         }
+        if (!recipe.xmp.empty()) {
+            check(heif_context_add_generic_metadata(context.get(), made, recipe.xmp.data(), static_cast<int>(recipe.xmp.size()),
+                                                    "mime", recipe.xmp_type.c_str()));
+        }
     }
     std::string file;
     heif_writer writer{1, append};

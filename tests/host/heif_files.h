@@ -21,6 +21,8 @@ struct HeifRecipe {
     int bits = 8;
     int orientation = 1;   // of the file itself, as Exif counts
     std::string exif = {}; // from the byte-order mark on
+    std::string xmp = {};
+    std::string xmp_type = "application/rdf+xml"; // what its block is said to hold
     std::string profile = {};
     int primaries = 0; // 0 says nothing of colours
     int curve = 13;

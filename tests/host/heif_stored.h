@@ -11,6 +11,9 @@ namespace ko_test {
 std::string stored_heic();
 std::string stored_avif();
 
+// The same with an XMP packet, "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>".
+std::string stored_avif_with_xmp();
+
 // The same pixels with 12 bits a channel, and no Exif data.
 std::string stored_deep_avif();
 

@@ -3,8 +3,10 @@
 
 #include "cmyk_profile.h"
 #include "codec_files.h"
+#include "exif_files.h"
 #include "heif_stored.h"
 #include "host.h"
+#include "tiff_directories.h"
 #include "tiff_files.h"
 #include "webp_files.h"
 
@@ -105,6 +107,128 @@ TEST_F(HostFormats, OrientationIsCarried) {
     const std::string entry = exif.starts_with("II") ? std::string("\x12\x01\x03\0\x01\0\0\0\x06\0", 10)
                                                      : std::string("\x01\x12\0\x03\0\0\0\x01\0\x06", 10);
     EXPECT_NE(exif.find(entry), std::string::npos) << "tag 0x112, one short number, 6";
+}
+
+const std::string mark = "ko 0.1.0 (shadows opened)";
+
+// What a picture may say of itself, and of who wrote it.
+TiffTree described(const std::string &software) {
+    TiffTree tree = {.first = {tiff_text(271, "Camera works"), tiff_shorts(274, {6}), tiff_text(33432, "(c) Jo")},
+                     .exif = {tiff_fraction(33434, 1, 250),
+                              tiff_text(36867, "2021:05:04 03:02:01"),
+                              {.tag = 37500, .type = 7, .bytes = std::string(300, 'n'), .at = 1000}},
+                     .gps = {tiff_text(1, "N"), {.tag = 2, .type = 5, .numbers = {52, 1, 31, 1, 1234, 100}}},
+                     .interoperability = {tiff_text(1, "R98")}};
+    if (!software.empty()) {
+        tree.first.push_back(tiff_text(305, software));
+    }
+    return tree;
+}
+
+// Its values must be in a file or a block.
+void expect_described(const std::string &file, const std::string &software) {
+    const TiffTree tree = described(software);
+    const TiffFoundTree found = tiff_tree(file);
+    expect_values(found.first, tree.first);
+    expect_values(found.exif, tree.exif);
+    expect_values(found.gps, tree.gps);
+    expect_values(found.interoperability, tree.interoperability);
+    EXPECT_EQ(found.exif.at(37500).at, 1000u) << "the maker note is where it was";
+}
+
+std::string exif_of_jpeg(const std::string &jpeg) {
+    const std::string begin("Exif\0\0", 6);
+    const std::string segment = jpeg_segment(jpeg, 0xe1, begin);
+    return segment.empty() ? "" : segment.substr(begin.size());
+}
+
+// The name of the software in a TIFF file or a block, "" without one.
+std::string software_in(const std::string &file) {
+    const TiffFoundValues values = tiff_tree(file).first;
+    return values.contains(305) ? values.at(305).bytes.substr(0, values.at(305).bytes.size() - 1) : "";
+}
+
+TEST_F(HostFormats, AJpegFileKeepsWhatItSaysThroughATiffFile) {
+    const std::string xmp = "<?xpacket begin=''?><x:xmpmeta xmlns:x='adobe:ns:meta/'/><?xpacket end='w'?>";
+    const std::string xmp_mark("http://ns.adobe.com/xap/1.0/\0", 29);
+    const std::string iptc = std::string("\x1c\x02\x78\0\7", 5) + "Caption";
+    const std::string resources = "8BIM\4\4" + std::string("\0\0\0\0\0\x0c", 6) + iptc;
+    const std::string resources_mark("Photoshop 3.0\0", 14);
+    const std::vector<Segment> segments = {{0xe1, std::string("Exif\0\0", 6) + exif_of_tree(described("Firmware"), false)},
+                                           {0xe1, xmp_mark + xmp},
+                                           {0xed, resources_mark + resources}};
+    put("in.jpg", dark_jpeg({.segments = segments}));
+    expect_success(enhance({path("in.jpg")}, path("out.tif")));
+    const std::string tiff = written(path("out.tif"));
+    expect_described(tiff, "Firmware; " + mark);
+    EXPECT_EQ(tiff_bytes(tiff, TIFFTAG_XMLPACKET), xmp);
+    EXPECT_EQ(tiff_tree(tiff).first.at(33723).bytes, iptc);
+    EXPECT_EQ(tiff_bytes(tiff, TIFFTAG_PHOTOSHOP), resources);
+    for (const Words &options : {Words{}, Words{"--again"}}) { // as it is, and enhanced a second time
+        expect_success(enhance({path("out.tif")}, path("back.jpg"), options));
+        const std::string jpeg = written(path("back.jpg"));
+        expect_described(exif_of_jpeg(jpeg), "Firmware; " + mark);
+        EXPECT_EQ(jpeg_segment(jpeg, 0xe1, xmp_mark), xmp_mark + xmp);
+        EXPECT_EQ(jpeg_segment(jpeg, 0xed), resources_mark + resources);
+    }
+}
+
+void expect_left_alone(const Outcome &outcome) {
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(outcome.err, "");
+    EXPECT_TRUE(matches(outcome.out, ", left as it is: ko 0\\.1\\.0 opened its shadows already, " + time_shown)) << outcome.out;
+}
+
+TEST_F(HostFormats, ATiffFileIsMarkedOnce) {
+    put("plain.tif", tiff_file(tiff_recipe(), dark));
+    put("named.tif", tiff_of_tree(described("Firmware 1.2"), {.form = {false, false}, .width = 96, .height = 80}));
+    for (const auto &[name, software] : {std::pair("plain.tif", mark), std::pair("named.tif", "Firmware 1.2; " + mark)}) {
+        expect_success(enhance({path(name)}, path("first.tif")));
+        const std::string first = written(path("first.tif"));
+        EXPECT_EQ(software_in(first), software);
+        expect_left_alone(enhance({path("first.tif")}, path("second.tif")));
+        EXPECT_EQ(written(path("second.tif")), first);
+        expect_success(enhance({path("first.tif")}, path("again.tif"), {"--again"}));
+        const std::string again = written(path("again.tif"));
+        EXPECT_NE(tiff_pixels(again), tiff_pixels(first));
+        EXPECT_EQ(software_in(again), software) << "one mark";
+    }
+    expect_described(written(path("again.tif")), "Firmware 1.2; " + mark);
+}
+
+TEST_F(HostFormats, AWebpFileIsMarkedOnce) {
+    WebpRecipe named = webp_recipe();
+    named.chunks = {{"EXIF", exif_of_tree(described("Firmware 1.2"))}};
+    put("plain.webp", webp_file(webp_recipe(), dark));
+    put("named.webp", webp_file(named, dark));
+    for (const auto &[name, software] : {std::pair("plain.webp", mark), std::pair("named.webp", "Firmware 1.2; " + mark)}) {
+        expect_success(enhance({path(name)}, path("first.webp")));
+        const std::string first = written(path("first.webp"));
+        EXPECT_EQ(exif_software(webp_chunk_data(first, "EXIF")), software);
+        expect_left_alone(enhance({path("first.webp")}, path("second.webp")));
+        EXPECT_EQ(written(path("second.webp")), first);
+        expect_success(enhance({path("first.webp")}, path("again.webp"), {"--again"}));
+        const std::string again = written(path("again.webp"));
+        EXPECT_NE(webp_pixels(again, false), webp_pixels(first, false));
+        EXPECT_EQ(exif_software(webp_chunk_data(again, "EXIF")), software) << "one mark";
+    }
+    expect_described(webp_chunk_data(written(path("again.webp")), "EXIF"), "Firmware 1.2; " + mark);
+}
+
+// From one format into another, where the mark stands elsewhere in the file.
+TEST_F(HostFormats, AMarkGoesFromFormatToFormat) {
+    put("in.png", dark_png());
+    expect_success(enhance({path("in.png")}, path("a.tif")));
+    EXPECT_EQ(software_in(written(path("a.tif"))), mark);
+    expect_left_alone(enhance({path("a.tif")}, path("b.webp")));
+    EXPECT_EQ(exif_software(webp_chunk_data(written(path("b.webp")), "EXIF")), mark);
+    expect_left_alone(enhance({path("b.webp")}, path("c.jpg")));
+    EXPECT_EQ(exif_software(exif_of_jpeg(written(path("c.jpg")))), mark);
+    expect_left_alone(enhance({path("c.jpg")}, path("d.tif")));
+    EXPECT_EQ(software_in(written(path("d.tif"))), mark);
+    expect_left_alone(enhance({path("d.tif")}, path("e.png")));
+    expect_left_alone(enhance({path("e.png")}, path("f.tif")));
+    EXPECT_EQ(software_in(written(path("f.tif"))), mark);
 }
 
 TEST_F(HostFormats, CmykBecomesSrgb) {

@@ -2,6 +2,7 @@
 #include "host.h"
 #include "judged_pictures.h"
 #include "large_files.h"
+#include "tiff_directories.h"
 
 namespace {
 
@@ -55,6 +56,31 @@ TEST_F(HostMemory, OfPicturesThatAreDecodedWholeStaysLow) {
     put("rgba.png", png_file({side, side, 8, png_rgba, true, {}, {}}, texture));
     EXPECT_LT(peak("rgb.jpg"), uint64_t{side} * side * 30);
     EXPECT_LT(peak("rgba.png"), uint64_t{side} * side * 30);
+}
+
+// Directories that promise far more than a file has, or than is kept: many large values of which all lie on the same bytes, and
+// values larger than any file.
+TEST_F(HostMemory, OfTiffFilesWithHostileDirectoriesStaysLow) {
+    const TiffTreeRecipe recipe{.width = 96, .height = 80};
+    put("plain.tif", tiff_of_tree({}, recipe));
+    const uint64_t plain = peak("plain.tif");
+    constexpr uint64_t large = 4 << 20;
+    const Surroundings limited{.address_space = 1'000 * megabyte};
+    const std::string room(large, 'x');
+    for (const auto member : {&TiffTree::exif, &TiffTree::gps, &TiffTree::interoperability}) {
+        for (const uint64_t count : {large / 2, large / 16, uint64_t{UINT32_MAX}}) {
+            for (const uint32_t type : {2u, 7u, 10u}) {
+                TiffTree tree = {.exif = {tiff_text(36867, "2021:05:04 03:02:01")}};
+                for (uint32_t i = 0; i < 2000; ++i) {
+                    (tree.*member).push_back({.tag = 50'800 + i, .type = type, .count = count / 8, .offset = 20'000});
+                }
+                put("in.tif", tiff_of_tree(tree, recipe) + room);
+                const Outcome outcome = run_command("enhance", {path("in.tif")}, path("out.tif"), {"--force"}, limited);
+                EXPECT_EQ(outcome.status, 0) << outcome.err;
+                EXPECT_LT(outcome.peak_memory, plain + 40 * megabyte) << count << " of type " << type;
+            }
+        }
+    }
 }
 
 // The library's planes of a picture that is worked on whole.

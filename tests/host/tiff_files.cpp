@@ -43,10 +43,16 @@ toff_t seek_memory(thandle_t data, toff_t offset, int whence) {
 
 using TiffPtr = std::unique_ptr<TIFF, decltype([](TIFF *tiff) { TIFFClose(tiff); })>;
 
+using OptionsPtr = std::unique_ptr<TIFFOpenOptions, decltype([](TIFFOpenOptions *options) { TIFFOpenOptionsFree(options); })>;
+
+// Fields that libtiff does not know are no reason to write to the standard error stream.
 TiffPtr open_memory(Memory &memory, const char *mode) {
-    TiffPtr tiff(TIFFClientOpen(
+    const OptionsPtr options(TIFFOpenOptionsAlloc());
+    TIFFOpenOptionsSetWarningHandlerExtR(
+        options.get(), [](TIFF *, void *, const char *, const char *, va_list) { return 1; }, nullptr);
+    TiffPtr tiff(TIFFClientOpenExt(
         "memory", mode, &memory, read_memory, write_memory, seek_memory, [](thandle_t) { return 0; },
-        [](thandle_t data) -> toff_t { return memory_of(data).bytes.size(); }, nullptr, nullptr));
+        [](thandle_t data) -> toff_t { return memory_of(data).bytes.size(); }, nullptr, nullptr, options.get()));
     if (!tiff) {
         throw std::runtime_error("no TIFF file");
     }

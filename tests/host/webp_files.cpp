@@ -50,6 +50,19 @@ std::string encoded(const WebpRecipe &recipe, const Sample &sample) {
     return file;
 }
 
+std::vector<Chunk> chunks_of(const std::string &file) {
+    std::vector<Chunk> chunks;
+    for (size_t position = 12; position + 8 <= file.size();) {
+        size_t size = 0;
+        for (size_t i = 4; i-- > 0;) {
+            size = size << 8 | static_cast<uint8_t>(file.at(position + 4 + i));
+        }
+        chunks.emplace_back(file.substr(position, 4), file.substr(position + 8, size));
+        position += 8 + size + size % 2;
+    }
+    return chunks;
+}
+
 } // namespace
 
 std::string webp_file(const WebpRecipe &recipe, const Sample &sample) {
@@ -93,17 +106,20 @@ std::string webp_animation() {
 }
 
 std::string webp_chunk_data(const std::string &file, const std::string &type) {
-    for (size_t position = 12; position + 8 <= file.size();) {
-        size_t size = 0;
-        for (size_t i = 4; i-- > 0;) {
-            size = size << 8 | static_cast<uint8_t>(file.at(position + 4 + i));
+    for (const auto &[found, data] : chunks_of(file)) {
+        if (found == type) {
+            return data;
         }
-        if (file.compare(position, 4, type) == 0) {
-            return file.substr(position + 8, size);
-        }
-        position += 8 + size + size % 2;
     }
     return "";
+}
+
+std::string webp_chunk_types(const std::string &file) {
+    std::string types;
+    for (const auto &[type, data] : chunks_of(file)) {
+        types += type + " ";
+    }
+    return types;
 }
 
 Pixels webp_pixels(const std::string &file, bool alpha) {

@@ -155,6 +155,14 @@ Bytes read_all(Input &input) {
     }
 }
 
+uint64_t size_of(Input &input) {
+    const std::optional<uint64_t> size = input.size();
+    if (!size) {
+        throw Error(input.failure());
+    }
+    return *size;
+}
+
 void check_size(uint64_t width, uint64_t height) {
     if (width == 0 || height == 0) {
         throw Error("the picture has no pixels");

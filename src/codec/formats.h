@@ -31,6 +31,9 @@ std::string further_pictures(uint32_t count);
 // A whole file, for decoders that want it in memory.
 Bytes read_all(Input &input);
 
+// The size of a file; throws Error if it cannot be found out.
+uint64_t size_of(Input &input);
+
 // Refuses pictures over largest_area and those without pixels.
 void check_size(uint64_t width, uint64_t height);
 

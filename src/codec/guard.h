@@ -32,6 +32,14 @@ class Trouble {
 
     bool noted() const { return error_[0] != 0; }
 
+    // Turns a noted error into a warning.
+    void forgive() {
+        if (noted()) {
+            warn(error_.data());
+            error_[0] = 0;
+        }
+    }
+
     [[noreturn]] void raise() const { throw Error(readable(error_)); }
 
     void warn(const char *text) {

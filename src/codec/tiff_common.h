@@ -17,8 +17,16 @@ class TiffReports {
     // Passes a call's result on. A call that reported an error failed, whatever it returned.
     void check(bool good) const;
 
+    // From here on what libtiff calls an error is one only where a call fails: of the values beside the pixels any may be
+    // damaged.
+    void be_lenient() { lenient_ = true; }
+
     // From here on warnings are errors: those of the decoders mean that pixels are missing.
-    void be_strict() { strict_ = true; }
+    void be_strict() {
+        trouble_.forgive();
+        lenient_ = false;
+        strict_ = true;
+    }
 
     // The stream failed, which is the reason for whatever libtiff says afterwards. The text stays where it is.
     void stream_failed(const char *text) { stream_failure_ = text; }
@@ -31,6 +39,7 @@ class TiffReports {
   private:
     Trouble trouble_;
     const char *stream_failure_ = nullptr;
+    bool lenient_ = false;
     bool strict_ = false;
 };
 

@@ -12,6 +12,10 @@ namespace codec {
 // notice for what cannot be taken.
 Bytes exif_in_tiff(TiffStructure &file, const std::vector<TiffStructure::Entry> &first, Notices &notices);
 
+// What a TIFF file with some Exif data begins with: the block as it is, or laid out anew without what is damaged in it. Adds a
+// notice for what is left out.
+Bytes exif_for_tiff(const Bytes &exif, Notices &notices);
+
 // Puts Exif data into a file that is about to be written and whose first bytes are those of the block, so that all that the
 // block points to is found where it was. Orientation and density, which a file has without Exif data too, are not put there,
 // except for a density where the picture has none. Adds a notice for what has no place in the file.

@@ -20,7 +20,7 @@ namespace codec {
 
 namespace {
 
-using Directory = std::vector<TiffStructure::Entry>;
+using Entries = std::vector<TiffStructure::Entry>;
 
 constexpr uint16_t most_channels = 32;
 
@@ -58,14 +58,6 @@ toff_t on_seek(thandle_t data, toff_t offset, int whence) {
 
 toff_t on_size(thandle_t data) { return source_of(data).size; }
 
-uint64_t size_of(Input &input) {
-    const std::optional<uint64_t> size = input.size();
-    if (!size) {
-        throw Error(input.failure());
-    }
-    return *size;
-}
-
 // The value of a field that has one in every file, given or not.
 template <class Value> Value value_of(TIFF *tiff, uint32_t tag) {
     Value value{};
@@ -82,7 +74,7 @@ uint32_t count_further_pictures(TiffStructure &file, uint64_t first) {
     uint64_t position = file.behind(first);
     while (position != 0 && seen.size() <= most && seen.insert(position).second) {
         const auto directory = file.directory(position);
-        const TiffStructure::Entry *kind = directory ? find(*directory, TIFFTAG_SUBFILETYPE) : nullptr;
+        const TiffStructure::Entry *kind = directory ? find(directory->entries, TIFFTAG_SUBFILETYPE) : nullptr;
         const bool is_reduced = kind != nullptr && (file.number(kind->position, 4).value_or(0) & FILETYPE_REDUCEDIMAGE) != 0;
         count += is_reduced ? 0 : 1;
         position = file.behind(position);
@@ -96,14 +88,19 @@ enum class Kind { black_is_0, white_is_0, rgb, palette, cmyk, converted };
 class TiffReader : public Reader {
   public:
     explicit TiffReader(Input &input) : source_{&input, &reports_, size_of(input)} {
+        std::optional<TiffStructure> structure = TiffStructure::of(input);
+        const auto first = structure ? structure->directory(structure->first()) : std::nullopt;
+        if (!first) {
+            throw Error("truncated TIFF file");
+        }
+        refuse_overlaps(first->entries);
+        reports_.be_lenient();
         tiff_ = open_handle("r", {&source_, on_read, on_write, on_seek, on_size}, reports_);
         refuse_raw();
         look_at_samples();
         describe();
-        TiffStructure structure(input, TIFFIsBigEndian(tiff_.get()) != 0, TIFFIsBigTIFF(tiff_.get()) != 0);
-        const uint64_t first = TIFFCurrentDirOffset(tiff_.get());
-        read_metadata(structure, structure.directory(first).value_or(Directory()));
-        further_ = count_further_pictures(structure, first);
+        read_metadata(*structure, first->entries);
+        further_ = count_further_pictures(*structure, structure->first());
         reports_.be_strict();
         rows_ = kind_ == Kind::converted ? converted_rows(tiff_.get(), layout_, reports_)
                                          : stored_rows(tiff_.get(), layout_, reports_);
@@ -143,6 +140,18 @@ class TiffReader : public Reader {
 
   private:
     template <class Value> Value value(uint32_t tag) const { return value_of<Value>(tiff_.get(), tag); }
+
+    // libtiff keeps all values of the directory, so that those of a file that claims the same bytes many times would need far
+    // more memory than the file has bytes.
+    void refuse_overlaps(const Entries &directory) const {
+        uint64_t total = 0;
+        for (const TiffStructure::Entry &entry : directory) {
+            total += entry.size();
+            if (total > source_.size) {
+                throw Error("damaged TIFF file: its values overlap");
+            }
+        }
+    }
 
     // A raw file begins with a small picture to look at, or with samples that are no colours yet.
     void refuse_raw() const {
@@ -296,7 +305,7 @@ class TiffReader : public Reader {
         }
     }
 
-    void read_metadata(TiffStructure &structure, const Directory &directory) {
+    void read_metadata(TiffStructure &structure, const Entries &directory) {
         Metadata &metadata = description_.metadata;
         uint32_t size = 0;
         const uint8_t *profile = nullptr;
@@ -315,7 +324,7 @@ class TiffReader : public Reader {
         metadata.iptc = iptc(structure, directory);
     }
 
-    Bytes block(TiffStructure &structure, const Directory &directory, uint32_t tag) {
+    Bytes block(TiffStructure &structure, const Entries &directory, uint32_t tag) {
         const TiffStructure::Entry *entry = find(directory, tag);
         if (entry != nullptr && entry->size() > largest_block) {
             left_out_.push_back("metadata of " + std::to_string(entry->size()) + " bytes is left out");
@@ -325,7 +334,7 @@ class TiffReader : public Reader {
     }
 
     // Records in a field of their own, or among the image resources.
-    Bytes iptc(TiffStructure &structure, const Directory &directory) {
+    Bytes iptc(TiffStructure &structure, const Entries &directory) {
         Bytes records = block(structure, directory, TIFFTAG_RICHTIFFIPTC);
         return records.empty() ? iptc_among(description_.metadata.photoshop) : without_padding(std::move(records));
     }

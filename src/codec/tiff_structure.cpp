@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <array>
 
+#include "codec/formats.h"
+
 namespace codec {
 
 namespace {
@@ -27,10 +29,39 @@ uint64_t TiffStructure::number_in(std::span<const uint8_t> bytes) const {
     return value;
 }
 
+TiffStructure::TiffStructure(Input &input, bool big_endian, bool large)
+    : input_(input), size_(size_of(input)), big_endian_(big_endian), large_(large) {}
+
+std::optional<TiffStructure> TiffStructure::of(Input &input) {
+    constexpr uint64_t classic = 42;
+    constexpr uint64_t big = 43;
+    TiffStructure structure(input, false, false);
+    std::array<uint8_t, 2> order{};
+    structure.read(0, order);
+    structure.big_endian_ = order[0] == 'M';
+    const std::optional<uint64_t> version = structure.number(2, 2);
+    structure.large_ = version == big;
+    const std::optional<uint64_t> first = structure.large_ ? structure.number(8, 8) : structure.number(4, 4);
+    const bool has_order = order[0] == order[1] && (order[0] == 'I' || order[0] == 'M');
+    if (!has_order || (version != classic && version != big) || !first) {
+        return std::nullopt;
+    }
+    structure.first_ = *first;
+    return structure;
+}
+
+size_t TiffStructure::read(uint64_t position, std::span<uint8_t> bytes) {
+    const std::optional<size_t> count = input_.read(position, bytes);
+    if (!count) {
+        throw Error(input_.failure());
+    }
+    return *count;
+}
+
 std::optional<uint64_t> TiffStructure::number(uint64_t position, size_t size) {
     std::array<uint8_t, 8> room{};
     const std::span<uint8_t> bytes(room.data(), size);
-    return input_.read(position, bytes) == size ? std::optional(number_in(bytes)) : std::nullopt;
+    return read(position, bytes) == size ? std::optional(number_in(bytes)) : std::nullopt;
 }
 
 std::optional<uint64_t> TiffStructure::entry_count(uint64_t position) {
@@ -44,10 +75,9 @@ uint64_t TiffStructure::behind(uint64_t position) {
 }
 
 std::optional<TiffStructure::Entry> TiffStructure::entry(std::span<const uint8_t> bytes, uint64_t position) {
-    const uint64_t end = input_.size().value_or(0);
     const auto type = static_cast<ValueType>(number_in(bytes.subspan(2, 2)));
     const uint64_t count = number_in(bytes.subspan(4, offset_size()));
-    if (size_of(type) == 0 || count > end / size_of(type)) {
+    if (size_of(type) == 0 || count > size_ / size_of(type)) {
         return std::nullopt;
     }
     const size_t value_at = 4 + offset_size();
@@ -55,48 +85,38 @@ std::optional<TiffStructure::Entry> TiffStructure::entry(std::span<const uint8_t
     if (entry.size() > offset_size()) {
         entry.position = number_in(bytes.subspan(value_at));
     }
-    const bool inside = entry.position <= end && entry.size() <= end - entry.position;
+    const bool inside = entry.position <= size_ && entry.size() <= size_ - entry.position;
     return inside ? std::optional(entry) : std::nullopt;
 }
 
-std::optional<std::vector<TiffStructure::Entry>> TiffStructure::directory(uint64_t position) {
+std::optional<TiffStructure::Directory> TiffStructure::directory(uint64_t position) {
     const std::optional<uint64_t> count = entry_count(position);
     Bytes bytes(count.value_or(0) * entry_size());
     const uint64_t first = position + count_size();
-    if (!count || input_.read(first, bytes) != bytes.size()) {
+    if (!count || read(first, bytes) != bytes.size()) {
         return std::nullopt;
     }
-    std::vector<Entry> entries;
+    Directory directory;
     for (size_t at = 0; at < bytes.size(); at += entry_size()) {
         if (const auto found = entry(std::span(bytes).subspan(at, entry_size()), first + at)) {
-            entries.push_back(*found);
+            directory.entries.push_back(*found);
+        } else {
+            directory.whole = false;
         }
     }
-    return entries;
+    return directory;
 }
 
 Bytes TiffStructure::value(const Entry &entry) {
     Bytes bytes(entry.size());
-    const std::optional<size_t> count = input_.read(entry.position, bytes);
-    bytes.resize(count.value_or(0));
+    bytes.resize(read(entry.position, bytes));
     return bytes;
 }
 
-std::optional<ExifStructure> exif_structure(Input &exif) {
-    std::array<uint8_t, 2> order{};
-    const bool read = exif.read(0, order) == order.size();
-    if (!read || order[0] != order[1] || (order[0] != 'I' && order[0] != 'M')) {
-        return std::nullopt;
-    }
-    TiffStructure structure(exif, order[0] == 'M', false);
-    const std::optional<uint64_t> first = structure.number(4, 4);
-    return first ? std::optional(ExifStructure{structure, *first}) : std::nullopt;
-}
-
-const TiffStructure::Entry *find(const std::vector<TiffStructure::Entry> &directory, uint32_t tag) {
+const TiffStructure::Entry *find(const std::vector<TiffStructure::Entry> &entries, uint32_t tag) {
     const auto found =
-        std::find_if(directory.begin(), directory.end(), [tag](const TiffStructure::Entry &entry) { return entry.tag == tag; });
-    return found != directory.end() ? &*found : nullptr;
+        std::find_if(entries.begin(), entries.end(), [tag](const TiffStructure::Entry &entry) { return entry.tag == tag; });
+    return found != entries.end() ? &*found : nullptr;
 }
 
 } // namespace codec

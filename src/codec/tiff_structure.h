@@ -9,7 +9,7 @@
 #include <span>
 #include <vector>
 
-#include "codec/stream.h"
+#include "codec/codec.h"
 
 namespace codec {
 
@@ -50,15 +50,23 @@ class TiffStructure {
         uint64_t size() const { return count * size_of(type); } // of a value that count has been checked for
     };
 
-    // The input must outlive this.
-    //   large   a BigTIFF file
-    TiffStructure(Input &input, bool big_endian, bool large) : input_(input), big_endian_(big_endian), large_(large) {}
+    struct Directory {
+        std::vector<Entry> entries;
+        bool whole = true; // false if entries were left out: their values are of an unknown type or reach behind the end
+    };
+
+    // The structure of bytes that begin with the header of a TIFF file; none if they do not. The input must outlive it. All
+    // members throw Error if the input cannot be read.
+    static std::optional<TiffStructure> of(Input &input);
 
     bool big_endian() const { return big_endian_; }
+    bool large() const { return large_; } // a BigTIFF file
 
-    // The entries of the directory at a position, without those whose values are of an unknown type or reach behind the end of
-    // the bytes. None if not even the entries are whole.
-    std::optional<std::vector<Entry>> directory(uint64_t position);
+    // Where the first directory stands.
+    uint64_t first() const { return first_; }
+
+    // The directory at a position; none if its entries are not all there.
+    std::optional<Directory> directory(uint64_t position);
 
     // Where the directory behind one stands; 0 if none follows.
     uint64_t behind(uint64_t position);
@@ -70,6 +78,8 @@ class TiffStructure {
     Bytes value(const Entry &entry);
 
   private:
+    TiffStructure(Input &input, bool big_endian, bool large);
+
     size_t count_size() const { return large_ ? 8 : 2; }
     size_t entry_size() const { return large_ ? 20 : 12; }
     size_t offset_size() const { return large_ ? 8 : 4; }
@@ -78,22 +88,18 @@ class TiffStructure {
     std::optional<Entry> entry(std::span<const uint8_t> bytes, uint64_t position);
     uint64_t number_in(std::span<const uint8_t> bytes) const;
 
+    // Reads as many bytes as fit, fewer at the end alone.
+    size_t read(uint64_t position, std::span<uint8_t> bytes);
+
     Input &input_;
+    uint64_t size_;
     bool big_endian_;
     bool large_;
+    uint64_t first_ = 0;
 };
-
-// The structure of Exif data, with the position of its first directory.
-struct ExifStructure {
-    TiffStructure structure;
-    uint64_t first;
-};
-
-// None if the bytes begin as no Exif data does.
-std::optional<ExifStructure> exif_structure(Input &exif);
 
 // The entry with a tag; null if there is none.
-const TiffStructure::Entry *find(const std::vector<TiffStructure::Entry> &directory, uint32_t tag);
+const TiffStructure::Entry *find(const std::vector<TiffStructure::Entry> &entries, uint32_t tag);
 
 } // namespace codec
 

@@ -17,8 +17,6 @@ namespace {
 // Samples of a strip: enough for the packing to find what repeats, and little to decode for one row.
 constexpr size_t strip_samples = 1 << 18;
 
-constexpr size_t header_size = 8;
-
 // Takes libtiff's bytes to an output, which grows at its end and is rewritten before it.
 struct Target {
     Output *output;
@@ -91,19 +89,16 @@ class TiffWriter : public Writer {
         : target_{&output, &reports_}, picture_(picture), channels_(picture.channels + (picture.has_alpha ? 1 : 0)),
           samples_(size_t{picture.width} * channels_) {
         // The file begins with the Exif data, whose header becomes that of the file.
-        const Bytes &exif = picture.metadata.exif;
-        const bool has_exif = exif.size() >= header_size;
-        if (has_exif && !target_.put(exif)) {
+        const Bytes exif = exif_for_tiff(picture.metadata.exif, notices);
+        if (!target_.put(exif)) {
             reports_.check(false);
         }
-        tiff_ =
-            open_handle(has_exif && exif[0] == 'M' ? "wb" : "wl", {&target_, on_read, on_write, on_seek, on_size}, reports_);
+        const bool big_endian = !exif.empty() && exif[0] == 'M';
+        tiff_ = open_handle(big_endian ? "wb" : "wl", {&target_, on_read, on_write, on_seek, on_size}, reports_);
         tell_losses(notices);
         set_layout();
         set_metadata();
-        if (has_exif) {
-            put_exif(tiff_.get(), exif, picture.metadata.density.has_value(), reports_, notices);
-        }
+        put_exif(tiff_.get(), exif, picture.metadata.density.has_value(), reports_, notices);
     }
 
     void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) override {

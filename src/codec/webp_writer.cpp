@@ -140,14 +140,16 @@ class WebpWriter : public Writer {
             throw std::bad_alloc();
         }
         check_mux(WebPMuxSetImage(mux.get(), &encoded, 0));
+        const Bytes xmp = whole_xmp(picture_.metadata);
         add(mux.get(), "ICCP", picture_.metadata.icc_profile);
         add(mux.get(), "EXIF", picture_.metadata.exif);
-        add(mux.get(), "XMP ", whole_xmp(picture_.metadata));
+        add(mux.get(), "XMP ", xmp);
         Assembled file;
         check_mux(WebPMuxAssemble(mux.get(), &file));
         put(file);
     }
 
+    // The bytes must stay until the file is assembled.
     static void add(WebPMux *mux, const char *name, const Bytes &bytes) {
         if (!bytes.empty()) {
             const WebPData chunk{bytes.data(), bytes.size()};

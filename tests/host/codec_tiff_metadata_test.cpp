@@ -277,6 +277,16 @@ TEST_P(TiffHostileDirectories, ValuesOfNoKnownTypeOrCountBelow) {
     }
 }
 
+TEST_P(TiffHostileDirectories, ValuesOfNoKnownTypeOrCount) {
+    for (const uint32_t tag : {700u, 33723u, 34377u, 270u, 37724u, 65000u}) {
+        for (const uint32_t type : {1u, 2u, 3u, 4u, 7u, 0u, 200u, 65535u}) {
+            TiffValue value{.tag = tag, .type = type, .bytes = std::string(40, 'x'), .numbers = {1, 2, 3, 4}};
+            value.count = type == 0 || type >= 200 ? 1 : 0;
+            expect_pixels(file(with(value)), "tag " + std::to_string(tag) + " of type " + std::to_string(type));
+        }
+    }
+}
+
 // The entry of a tag in the directories of a file.
 size_t entry_of(const std::string &file, uint32_t tag) {
     const bool little = file.at(0) == 'I';
@@ -612,6 +622,24 @@ TEST(TiffMetadataOut, DamagedExifDataIsLeftOutAndNamed) {
         const Written result = written_exif(damaged);
         EXPECT_EQ(result.notices, damaged_exif) << testing::PrintToString(damaged.substr(0, 20));
         EXPECT_TRUE(result.tree.exif.empty());
+    }
+}
+
+TEST(TiffMetadataOut, ExifDataShorterThanItsHeaderIsNamed) {
+    for (size_t size = 1; size < 8; ++size) {
+        EXPECT_EQ(written_exif(exif_of_tree(full_tree).substr(0, size)).notices, damaged_exif) << size;
+    }
+}
+
+// A value outside of its block is not to become one that points to anything in the file.
+TEST(TiffMetadataOut, ExifValuesOutsideOfTheirBlockAreNamed) {
+    for (const auto member : {&TiffTree::first, &TiffTree::exif, &TiffTree::gps, &TiffTree::interoperability}) {
+        TiffTree tree = full_tree;
+        (tree.*member).push_back({.tag = 60000, .type = 2, .bytes = "A text that is long enough", .offset = 5000});
+        Picture picture = picture_of(6, 4, 3, false, mixed);
+        picture.metadata = metadata_of({.exif = exif_of_tree(tree)});
+        EXPECT_EQ(encoding_notices(picture, Format::tiff).size(), 1u);
+        EXPECT_NO_THROW(tiff_tree(encoded(picture, Format::tiff)));
     }
 }
 

@@ -159,12 +159,24 @@ TEST(WebpMetadata, XmpOfAnySizeIsRead) {
     }
 }
 
+TEST(WebpMetadata, XmpOfAnySizeIsWritten) {
+    for (const size_t size : {1u, 12u, 13u, 65'536u, 300'001u}) {
+        const std::string xmp(size, 'x');
+        for (const bool lossless : {false, true}) {
+            const std::string file = webp_file({.lossless = lossless, .chunks = {{"XMP ", xmp}}}, soft);
+            EXPECT_EQ(webp_chunk_data(through(file, Format::webp), "XMP "), xmp);
+            EXPECT_EQ(webp_chunk_data(through(through(file, Format::png), Format::webp), "XMP "), xmp);
+        }
+    }
+}
+
 // Chunks stand in one order, and the header says which of them a file has: readers pass over those that it does not name.
 TEST(WebpMetadata, IsWhereReadersLookForIt) {
     constexpr uint32_t icc = 0x20;
     constexpr uint32_t alpha = 0x10;
     constexpr uint32_t exif = 0x08;
-    for (const uint32_t kinds : {icc, exif, icc | exif}) {
+    constexpr uint32_t xmp = 0x04;
+    for (const uint32_t kinds : {icc, exif, xmp, icc | exif, exif | xmp, icc | exif | xmp}) {
         for (const bool transparent : {false, true}) {
             Picture picture = picture_of(24, 20, 3, transparent, mixed);
             picture.lossless = true;
@@ -176,6 +188,7 @@ TEST(WebpMetadata, IsWhereReadersLookForIt) {
             put(icc, picture.metadata.icc_profile, "ICCP");
             expected += "VP8L ";
             put(exif, picture.metadata.exif, "EXIF");
+            put(xmp, picture.metadata.xmp, "XMP ");
             const std::string file = encoded(picture, Format::webp);
             EXPECT_EQ(webp_chunk_types(file), expected);
             EXPECT_EQ(static_cast<uint8_t>(webp_chunk_data(file, "VP8X").at(0)), kinds | (transparent ? alpha : 0));

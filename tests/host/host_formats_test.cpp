@@ -173,6 +173,13 @@ TEST_F(HostFormats, AJpegFileKeepsWhatItSaysThroughATiffFile) {
     }
 }
 
+TEST_F(HostFormats, AJpegFileKeepsItsXmpInAWebpFile) {
+    const std::string xmp = "<?xpacket begin=''?><x:xmpmeta xmlns:x='adobe:ns:meta/'/><?xpacket end='w'?>";
+    put("in.jpg", dark_jpeg({.segments = {{0xe1, std::string("http://ns.adobe.com/xap/1.0/\0", 29) + xmp}}}));
+    expect_success(enhance({path("in.jpg")}, path("out.webp")));
+    EXPECT_EQ(webp_chunk_data(written(path("out.webp")), "XMP "), xmp);
+}
+
 void expect_left_alone(const Outcome &outcome) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");

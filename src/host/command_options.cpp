@@ -41,11 +41,11 @@ void add_inputs(CLI::App &command, Options &options) {
         .add_option("INPUT", selection.inputs,
                     "pictures (JPEG, PNG, TIFF, WebP, HEIC, AVIF), folders with pictures, or - for the standard input")
         ->type_name("");
-    command.add_flag("-r,--recursive", selection.recursive, "look into folders below folders, and keep their structure")
+    command.add_flag("-r,--recursive", selection.recursive, "include the pictures in subfolders, and keep their structure")
         ->group(input_group);
     command
         .add_option("--files-from", selection.files_from,
-                    "a file that names further inputs, one a line; - is the standard input")
+                    "a file that names further inputs, one per line; - is the standard input")
         ->type_name("FILE")
         ->check(refuse_empty)
         ->group(input_group);
@@ -76,14 +76,14 @@ void add_destination(CLI::App &command, Options &options) {
             ->group(output_group);
     CLI::Option *suffix = command
                               .add_option("--suffix", destination.suffix,
-                                          "put before the extension of each result; beside the input without --output")
+                                          "put before the extension of each result; without --output, beside the input")
                               ->type_name("TEXT")
                               ->group(output_group);
     command.add_flag("--in-place", destination.in_place, "overwrite the inputs")
         ->excludes(output)
         ->excludes(suffix)
         ->group(output_group);
-    command.add_flag("-n,--no-clobber", destination.no_clobber, "leave existing files as they are, and their pictures alone")
+    command.add_flag("-n,--no-clobber", destination.no_clobber, "leave existing files alone, and skip their pictures")
         ->group(output_group);
     command
         .add_flag_callback(
@@ -96,7 +96,7 @@ void add_working_size(CLI::App &command, Tuning &tuning) {
     command
         .add_option_function<std::string>(
             "--working-size", [&tuning](const std::string &argument) { tuning.working_area = parse_working_area(argument); },
-            "size at which pictures are judged and their curves made; 'full' takes them as they are")
+            "size at which pictures are judged and their curves made; 'full' is their own size")
         ->type_name("MEGAPIXELS")
         ->default_str("0.5")
         ->group(curve_group);
@@ -106,10 +106,9 @@ void add_working_size(CLI::App &command, Tuning &tuning) {
 void add_gain(CLI::App &command, Tuning &tuning) {
     add_number(command, "--max-gain", tuning.max_gain, 1.0f, 100.0f, "3.0", "gain in the deepest shadows")->group(curve_group);
     add_number(command, "--strength", tuning.strength, 0.0f, 10000.0f, "40.0",
-               "how far up the gain reaches between shadows and limit")
+               "how far the gain reaches from the shadows towards the limit")
         ->group(curve_group);
-    add_number(command, "--limit", tuning.limit, 0.01f, 1.0f, "0.6275",
-               "share of full brightness from which on nothing changes")
+    add_number(command, "--limit", tuning.limit, 0.01f, 1.0f, "0.6275", "share of full brightness above which nothing changes")
         ->group(curve_group);
     add_number(command, "--levels", tuning.levels, uint64_t{1}, uint64_t{255}, "5",
                "brightness levels of the edge-preserving blur")
@@ -133,26 +132,26 @@ void add_curves(CLI::App &command, Tuning &tuning) {
         ->default_str("256")
         ->group(curve_group);
     add_number(command, "--max-slope", tuning.max_slope, 0u, 255u, "the gain, at least 3",
-               "most levels by which a curve rises at once; 0 leaves curves as they were fitted")
+               "most levels by which a curve rises per step; 0 leaves curves as they were fitted")
         ->group(curve_group);
     add_gain(command, tuning);
 }
 
 void add_ratio(CLI::App &command, Tuning &tuning) {
     add_number(command, "--ratio", tuning.ratio, 0.0f, 1.0f, "0.5",
-               "colour: 0 shifts the channels, 1 scales them, between is a mix")
+               "colour: 0 shifts the channels, 1 scales them, values between mix the two")
         ->group(curve_group);
 }
 
 void add_score(CLI::App &command, Judging &judging) {
     add_number(command, "--score", judging.score, -1.0f, 1.0f, "-1",
-               "a score of your own for the judgement, the lower the better; -1 is none")
+               "a score of your own for the judgement, the lower the better; -1 for none")
         ->group(judgement_group);
 }
 
 void add_quality(CLI::App &command, Options &options) {
     add_number(command, "--quality", options.quality, 1, 100, "the input's, or " + std::to_string(codec::default_quality),
-               "quality of JPEG and of WebP output, which has " + std::to_string(codec::default_webp_quality) +
+               "quality of JPEG and WebP output; without it, WebP output has " + std::to_string(codec::default_webp_quality) +
                    " or is lossless like its input")
         ->group(output_group);
 }
@@ -162,21 +161,22 @@ void add_results(CLI::App &command, Options &options) {
     add_quality(command, options);
     command.add_flag("-p,--preserve", options.preserve, "keep the input's modification time and permissions")
         ->group(output_group);
-    command.add_flag("--again", options.again, "do also what the mark in a picture says was done")->group(judgement_group);
+    command.add_flag("--again", options.again, "repeat what a picture's mark says was done")->group(judgement_group);
 }
 
 CLI::Option *add_json(CLI::App &command, Options &options) {
     return command
         .add_flag_callback(
-            "--json", [&options] { options.reporting.style = Style::json; }, "one JSON object a line on the standard output")
+            "--json", [&options] { options.reporting.style = Style::json; },
+            "write one JSON object per line to the standard output")
         ->group(run_group);
 }
 
 // The options of every command that goes over many pictures.
 void add_run(CLI::App &command, Options &options) {
     options.jobs = system::processors();
-    add_number(command, "-j,--jobs", options.jobs, 1u, most_jobs, "one a processor",
-               "pictures that are worked on at the same time")
+    add_number(command, "-j,--jobs", options.jobs, 1u, most_jobs, "one per processor",
+               "number of pictures that are processed at once")
         ->group(run_group);
     command.add_flag("-v,--verbose", options.reporting.verbose, "report more about each picture")->group(run_group);
 }
@@ -199,7 +199,7 @@ void add_page(CLI::App &command, Options &options) {
         ->group(run_group);
 }
 
-// All that a caller may say of the judgement and the curves.
+// All that a caller may choose about the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {
     add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge")
         ->group(judgement_group);
@@ -218,7 +218,7 @@ CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::str
 }
 
 void add_repair(CLI::App &command, RedEyeChoices &choices) {
-    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model says of it")
+    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model's answer")
         ->group(red_eye_group);
     command.add_flag("--log", choices.log, "show the library's progress on the standard error stream")->group(red_eye_group);
 }
@@ -228,20 +228,20 @@ void add_repair(CLI::App &command, RedEyeChoices &choices) {
 CLI::App &add_command(CLI::App &app, Options &options, Command which, const std::string &word, const std::string &text) {
     CLI::App &command = *app.add_subcommand(word, text);
     command.group(command_group);
-    command.allow_extras(); // reported by read_command_line, with what was probably wanted
+    command.allow_extras(); // reported by read_command_line, with what was probably meant
     command.parse_complete_callback([&options, which] { options.command = which; });
     return command;
 }
 
 const std::string about_files =
-    "Pictures are recognised by content. A file in a folder keeps its input's format and name; the\n"
-    "extension of a single output chooses the format. HEIC and AVIF files are only read, and become JPEG.\n"
-    "Metadata is carried over, and a notice names what is not. A picture that a mark says was done already\n"
-    "is left as it is.\n";
+    "Pictures are recognised by content. A result in a folder keeps its input's format and name; the extension\n"
+    "of a single output selects the format. HEIC and AVIF files are only read, and become JPEG. Metadata is\n"
+    "carried over, and a notice names what is not. A picture whose mark says that the same was done already is\n"
+    "left as it is.\n";
 
 const std::string about_status =
-    "The exit status is 0 if all went well, which a picture that is left as it is did too; 1 if some pictures\n"
-    "failed; 2 if the command line makes no sense, and nothing was done.";
+    "The exit status is 0 if all pictures succeeded, including those that are left as they are; 1 if some\n"
+    "failed; 2 if the command line is wrong and nothing was done.";
 
 void add_enhance(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::enhance, "enhance", "Open up the shadows of photographs");
@@ -251,9 +251,10 @@ void add_enhance(CLI::App &app, Options &options) {
     add_results(command, options);
     add_page(command, options);
     add_report(command, options);
-    command.footer("One line per picture reports its name, size, the decision and the time. A picture that would not gain is\n"
-                   "left as it is, with the reason, and its file is copied; only another format is encoded anew.\n" +
-                   about_files + about_status);
+    command.footer(
+        "One line per picture reports its name, its size, the decision and the time. A picture that would not benefit\n"
+        "is left as it is: the line gives the reason, and the file is copied, or encoded anew for another format.\n" +
+        about_files + about_status);
 }
 
 void add_redeye(CLI::App &app, Options &options) {
@@ -261,9 +262,9 @@ void add_redeye(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::redeye, "redeye", "Repair red eyes in photographs");
     add_inputs(command, options);
     add_destination(command, options);
-    add_model(command, choices, "the configuration of the model that tells eyes from other things")->required();
+    add_model(command, choices, "the configuration of the model that distinguishes red eyes from other things")->required();
     add_repair(command, choices);
-    command.add_flag("--frames", choices.frames, "draw frames: green is accepted, yellow undecided, red rejected")
+    command.add_flag("--frames", choices.frames, "draw frames: green for accepted, yellow for undecided, red for rejected")
         ->group(red_eye_group);
     command.add_option("--dump", choices.dump, "a folder for files with what the model saw, made if it is missing")
         ->type_name("DIR")
@@ -281,22 +282,22 @@ void add_auto(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::improve, "auto", "Repair red eyes, then open up the shadows");
     add_inputs(command, options);
     add_destination(command, options);
-    add_model(command, options.red_eyes, "the configuration of the red-eye model; without one red eyes stay");
+    add_model(command, options.red_eyes, "the configuration of the red-eye model; without one, red eyes are not repaired");
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
     add_results(command, options);
     add_page(command, options);
     add_report(command, options);
-    command.footer("Red eyes are looked for in the picture as it came; without them it is judged, and enhanced if it gains.\n" +
+    command.footer("Red eyes are repaired first; then the picture is judged, and enhanced if it would benefit.\n" +
                    about_files + about_status);
 }
 
 void add_judge(CLI::App &app, Options &options) {
     CLI::App &command =
-        add_command(app, options, Command::judge, "judge", "Report what speaks for and against the enhancement");
+        add_command(app, options, Command::judge, "judge", "Report what counts for and against the enhancement");
     add_inputs(command, options);
     add_score(command, options.judging);
-    command.add_option("--scores", options.scores, "a file for the scores of all blocks, of one input")
+    command.add_option("--scores", options.scores, "a file for the scores of all blocks; for a single input")
         ->type_name("FILE")
         ->check(refuse_empty)
         ->group(output_group);
@@ -304,11 +305,11 @@ void add_judge(CLI::App &app, Options &options) {
     add_json(command, options);
     add_run(command, options);
     command.footer(
-        "A picture is judged by 8 by 8 blocks: by the detail that a block would gain (under 5.6 is too little), by the\n"
+        "A picture is judged in 8 by 8 blocks: by the detail that a block would gain (under 5.6 is too little), by the\n"
         "entropy of its dark tones (under 2.45 is too uniform), and by the colour noise where it is flat (over 1.0 is\n"
-        "too noisy; not measured in a gray picture). Each policy limits the number of such blocks, and a score if you\n"
-        "have one; a picture passes under a policy if it keeps within the limits of that policy or of one before it:\n"
-        "conservative, default, risky.\n" +
+        "too noisy; not measured in a gray picture). Each policy limits the number of such blocks, and the score if one\n"
+        "is given. A picture passes under a policy if it is within the limits of that policy or of one before it in the\n"
+        "order conservative, default, risky.\n" +
         about_status);
 }
 
@@ -324,8 +325,8 @@ void add_save_curves(CLI::App &app, Options &options) {
     add_quality(command, options);
     add_report(command, options);
     command.footer(
-        "The curves are made without a judgement. ko apply puts them onto pictures. What was saved is read back and\n"
-        "compared: the text form holds all curves, the others hold most.\n" +
+        "The curves are made without a judgement. ko apply applies them to pictures. The saved file is read back and\n"
+        "compared: the text form can hold all curves, the others most of them.\n" +
         about_status);
 }
 
@@ -342,7 +343,7 @@ void add_apply(CLI::App &app, Options &options) {
 
 bool is_power_of_two(uint64_t number) { return (number & (number - 1)) == 0; }
 
-// ---- what an option alone cannot know
+// ---- checks that involve several options
 
 bool writes_pictures(Command command) { return command != Command::judge && command != Command::curves; }
 
@@ -397,7 +398,7 @@ void describe(CLI::App &app, Options &options) {
     help.allow_extras();
     help.footer(
         "ko help COMMAND shows the help of a command, ko help --man the manual page as roff, ko help --bash and ko help\n"
-        "--zsh the completions of the shells.");
+        "--zsh the completions for these shells.");
     app.footer("ko help COMMAND, or ko COMMAND --help, shows the options of a command.");
 }
 

@@ -1,4 +1,4 @@
-// Inside the codec: colours that were multiplied by their alpha, which other formats and ko's own work on pixels do not know.
+// Inside the codec: colours that were multiplied by their alpha, for which other formats and ko's own work make no provision.
 #ifndef KO_CODEC_ALPHA_H
 #define KO_CODEC_ALPHA_H
 
@@ -10,7 +10,7 @@ namespace codec {
 
 inline constexpr const char *divided_by_alpha = "colours that were multiplied by alpha are divided by it";
 
-// The colours of one pixel; where nothing is to be seen they stay.
+// The colours of one pixel; they stay where it is fully transparent.
 inline void divide_by_alpha(uint8_t *pixel, size_t channels, uint8_t alpha) {
     if (alpha == 0 || alpha == 255) {
         return;

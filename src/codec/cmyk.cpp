@@ -1,4 +1,4 @@
-// Converts by the intent for photographs, "perceptual": colours that sRGB has not draw all others with them.
+// Converts with the rendering intent for photographs, "perceptual": colours that sRGB cannot represent shift all others too.
 #include "codec/cmyk.h"
 
 #include <new>

@@ -1,4 +1,4 @@
-// Inside the codec: pictures made for printing. ko works on gray and RGB, so their inks become sRGB as they are read.
+// Inside the codec: pictures made for printing. ko works on gray and RGB, so their inks are converted to sRGB as they are read.
 #ifndef KO_CODEC_CMYK_H
 #define KO_CODEC_CMYK_H
 
@@ -15,8 +15,8 @@ inline constexpr const char *cmyk_converted = "CMYK converted to sRGB through it
 // From four bytes a pixel, cyan, magenta, yellow and black, to three.
 class CmykToRgb {
   public:
-    // Throws Error without a profile, or with one that does not say what CMYK looks like.
-    //   inverted   255 is no ink, as JPEG files by Adobe's programs have it; otherwise it is the most
+    // Throws Error without a profile, or with one that does not describe CMYK.
+    //   inverted   255 is no ink, as in JPEG files by Adobe's programs; otherwise it is full ink
     CmykToRgb(const Bytes &profile, bool inverted);
 
     void convert(const uint8_t *inks, uint8_t *pixels, uint32_t count) const;

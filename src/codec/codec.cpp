@@ -20,7 +20,7 @@ Density scaled(const Density &density, Density::Unit unit, double factor) {
     return {unit, scale(density.x), scale(density.y)};
 }
 
-// Pixels in memory, handed out as they are asked for.
+// Pixels in memory, delivered in groups of rows as requested.
 class MemoryReader : public Reader {
   public:
     explicit MemoryReader(const Picture &picture) : picture_(picture) {

@@ -19,7 +19,7 @@
 
 namespace codec {
 
-// Why bytes cannot be read or a picture cannot be written: a clause in lower case without the file's name.
+// Why bytes cannot be read or a picture cannot be written: a clause in lower case, without the name of the file.
 class Error : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -28,7 +28,7 @@ class Error : public std::runtime_error {
 // What was changed or left out without being a failure, in the same form as an error's text.
 using Notices = std::vector<std::string>;
 
-// Larger pictures are refused before their pixels are asked for.
+// Larger pictures are refused before memory is allocated for their pixels.
 inline constexpr uint64_t largest_area = 250'000'000;
 
 inline constexpr int default_quality = 92;
@@ -40,7 +40,7 @@ const char *name(Format format);
 // HEIF files, HEIC and AVIF, are only read.
 constexpr bool is_written(Format format) { return format != Format::heif; }
 
-// The format that the bytes begin as, whatever their file is called.
+// The format that the first bytes show, whatever the name of the file.
 std::optional<Format> recognise(std::span<const uint8_t> bytes);
 
 // ---- reading
@@ -64,7 +64,7 @@ class Reader {
     //   alpha    rows * width() bytes; null leaves alpha out
     virtual void read(uint32_t rows, uint8_t *pixels, uint8_t *alpha) = 0;
 
-    // Reads the file to its end behind the last row, and adds what came up.
+    // Reads the file to its end after the last row, and adds the notices of the reading.
     virtual void finish(Notices &notices) = 0;
 
   protected:
@@ -75,8 +75,8 @@ class Reader {
     uint32_t height_ = 0;
 };
 
-// A picture that may be delivered reduced to a half, a quarter or an eighth of its size each way, the smallest that has at
-// least so many pixels each way. JPEG files are; they are decoded the faster for it.
+// A picture that may be delivered reduced to a half, a quarter or an eighth of its size each way: to the smallest of these with
+// at least the given number of pixels each way. JPEG files are reduced, and decoded the faster for it.
 struct Reduction {
     uint32_t width = UINT32_MAX;
     uint32_t height = UINT32_MAX;
@@ -109,17 +109,17 @@ class Writer {
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
 
-    // Writes the next rows; without alpha, or where the format has none, alpha is not read.
+    // Writes the next rows; if the picture or the format has no alpha, alpha is not read.
     virtual void write(uint32_t rows, const uint8_t *pixels, const uint8_t *alpha) = 0;
 
-    // Ends the file behind the last row, and adds what came up.
+    // Ends the file after the last row, and adds the notices of the writing.
     virtual void finish(Notices &notices) = 0;
 
   protected:
     Writer() = default;
 };
 
-// Begins to write a picture; output and description must outlive the writer. Adds what the format has no place for.
+// Begins to write a picture; output and description must outlive the writer. Adds a notice for what the format cannot hold.
 std::unique_ptr<Writer> create(Output &output, const Description &picture, const Encoding &encoding, Notices &notices);
 
 // Writes a whole picture.

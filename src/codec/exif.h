@@ -1,4 +1,4 @@
-// The one thing in Exif data that must be understood beside pixels: which way up they are. All else in it is carried as it is.
+// The one item in Exif data that the codec must interpret: which way up the pixels are. The rest is carried unchanged.
 #ifndef KO_CODEC_EXIF_H
 #define KO_CODEC_EXIF_H
 
@@ -12,7 +12,7 @@ namespace codec {
 
 inline constexpr uint16_t upright = 1; // the first row is the top, the first pixel of a row its left
 
-// The orientation, 1 to 8. None if the data says nothing of it, or nothing sensible.
+// The orientation, 1 to 8. None if the data has no orientation, or no valid one.
 std::optional<uint16_t> exif_orientation(std::span<const uint8_t> exif);
 
 // Overwrites the orientation where the data has one.

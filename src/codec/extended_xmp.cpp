@@ -29,7 +29,7 @@ uint32_t number_at(const Bytes &bytes, size_t position) {
     return value;
 }
 
-// The pieces of the rest with an id, put together; none if they are not whole.
+// The pieces of the rest with an id, put together; none if they are incomplete.
 std::optional<std::string> rest_with(std::string_view id, const std::vector<JpegSegment> &segments) {
     std::map<uint32_t, std::string_view> pieces;
     uint32_t size = 0;
@@ -66,7 +66,7 @@ std::optional<Reference> reference_in(std::string_view packet) {
     return Reference{begin, quote + id_size + 2, packet.substr(quote + 1, id_size)};
 }
 
-// What stands in the RDF element; none if there are names that the elements around it explain.
+// The content of the RDF element; none if it uses names that the elements around it declare.
 std::optional<std::string_view> content_of_rdf(std::string_view rest) {
     const size_t begin = rest.find("<rdf:RDF");
     const size_t content = rest.find('>', begin);

@@ -1,5 +1,5 @@
 // Inside the codec: an XMP packet that is too large for one segment of a JPEG file. Its first part is a packet of its own; the
-// rest is cut over further segments. Other formats get both in one packet.
+// rest is spread over further segments. Other formats get both in one packet.
 #ifndef KO_CODEC_EXTENDED_XMP_H
 #define KO_CODEC_EXTENDED_XMP_H
 

@@ -16,19 +16,19 @@ std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, 
 std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_webp(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
 
-// As many of the first bytes as recognition may look at.
+// As many of the first bytes as recognition needs.
 inline constexpr size_t enough_to_recognise = 512;
 
-// Why a file that begins so is not read: what it is, if that can be seen.
+// Why a file with these first bytes is not read: what it is, if they show that.
 std::string refusal_of(std::span<const uint8_t> beginning);
 
-// Which of the files of the format HEIF begins so: "an AVIF file" or "a HEIC file".
+// Which kind of HEIF file has these first bytes: "an AVIF file" or "a HEIC file".
 const char *kind_of(std::span<const uint8_t> beginning);
 
-// The notice of so many pictures.
+// The notice about this number of further pictures.
 std::string further_pictures(uint32_t count);
 
-// A whole file, for decoders that want it in memory.
+// A whole file, for decoders that need it in memory.
 Bytes read_all(Input &input);
 
 // The size of a file; throws Error if it cannot be found out.

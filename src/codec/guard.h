@@ -1,6 +1,6 @@
-// The one place where the codec meets setjmp. The C libraries leave a failed call by a jump, which must not pass over an object
-// with a destructor: guarded runs a step that holds none and turns the jump into an exception. All that must be released lives
-// outside of the step.
+// The only place where the codec uses setjmp. The C libraries leave a failed call by a jump, which must not pass over an object
+// with a destructor: guarded runs a step that holds none and turns the jump into an exception. Everything that must be released
+// lives outside the step.
 #ifndef KO_CODEC_GUARD_H
 #define KO_CODEC_GUARD_H
 
@@ -12,7 +12,7 @@
 
 namespace codec {
 
-// What the C libraries' callbacks write to. They must not throw, so texts go into fixed rooms, cut if need be.
+// What the C libraries' callbacks write to. They must not throw, so texts go into fixed arrays, truncated if need be.
 class Trouble {
   public:
     static constexpr size_t text_size = 512;
@@ -48,7 +48,7 @@ class Trouble {
         }
     }
 
-    // Hands the warnings on as notices, each text once.
+    // Passes the warnings on as notices, each text once.
     void tell_warnings(Notices &notices);
 
     template <class Step> void guarded(const Step &step) {

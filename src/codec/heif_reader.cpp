@@ -1,8 +1,8 @@
 // HEIC and AVIF files in: the primary picture of a file as 8-bit RGB with alpha beside it. The decoder needs the whole file and
 // gives the whole picture.
 //
-// What the file says of turning and cropping is part of decoding, so that the picture comes upright. Its Exif data says the
-// same once more, and would turn it twice.
+// Rotation and cropping that the file specifies are part of decoding, so the picture is delivered upright. Its Exif data gives
+// the same rotation once more, and would apply it twice.
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -42,7 +42,7 @@ using NclxPtr = std::unique_ptr<heif_color_profile_nclx, Freeing<heif_nclx_color
 using CurvePtr = std::unique_ptr<cmsToneCurve, Freeing<cmsFreeToneCurve>>;
 using ProfilePtr = std::unique_ptr<void, Freeing<cmsCloseProfile>>;
 
-// Colours as a file names them by numbers, where they are not those of sRGB: as an ICC profile, which other formats can carry.
+// Colours that a file specifies by code numbers, if they are not those of sRGB, as an ICC profile, which other formats hold.
 class NamedColours {
   public:
     explicit NamedColours(const heif_color_profile_nclx &nclx) : nclx_(nclx) {}
@@ -58,7 +58,7 @@ class NamedColours {
         return usual && exponent() == 0.0;
     }
 
-    // Empty if the colours are none that a profile can describe.
+    // Empty if no profile can describe the colours.
     Bytes profile() const {
         const cmsCIExyY white = {nclx_.color_primary_white_x, nclx_.color_primary_white_y, 1.0};
         const cmsCIExyYTRIPLE primaries = {{nclx_.color_primary_red_x, nclx_.color_primary_red_y, 1.0},
@@ -76,7 +76,7 @@ class NamedColours {
     }
 
   private:
-    // 0 for the curve of sRGB, with which those for television are taken to be shown.
+    // 0 for the curve of sRGB, which also stands for the curves of television.
     double exponent() const {
         switch (nclx_.transfer_characteristics) {
         case heif_transfer_characteristic_ITU_R_BT_470_6_System_M:
@@ -199,7 +199,7 @@ class HeifReader : public InterleavedReader {
         }
     }
 
-    // The block begins with the place, behind the number itself, where Exif data as other files have it begins.
+    // The block begins with a number: how far behind it the Exif data begins that other formats have.
     void read_exif() {
         const std::vector<heif_item_id> ids = blocks_of_type("Exif");
         const Bytes block = ids.empty() ? Bytes() : block_of(ids.front());

@@ -1,4 +1,4 @@
-// Inside the codec: rows out of a picture that a decoder gives as a whole, as RGB with alpha between the colours.
+// Inside the codec: rows of a picture that a decoder delivers as a whole, as RGB with interleaved alpha.
 #ifndef KO_CODEC_INTERLEAVED_H
 #define KO_CODEC_INTERLEAVED_H
 
@@ -27,14 +27,14 @@ class InterleavedReader : public Reader {
     }
 
   protected:
-    // Decodes the picture and gives its first row, from which stride_ bytes lead to the next one.
+    // Decodes the picture and returns its first row; the next one begins stride_ bytes later.
     virtual const uint8_t *decode() = 0;
 
     size_t stride_ = 0;
     bool multiplied_ = false; // the colours by their alpha
 
   private:
-    // alpha is null where nobody asks for it.
+    // alpha is null if the caller does not need it.
     void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
         for (uint32_t x = 0; x < width_; ++x, from += 4, pixels += 3) {
             std::copy_n(from, 3, pixels);

@@ -18,7 +18,7 @@ void on_error(j_common_ptr info) {
     errors_of(info).trouble.fail(text);
 }
 
-// Warnings that leave every pixel as it was written; all others mean that the picture is not whole.
+// Warnings that leave every pixel as it was written; all others mean that the picture is incomplete.
 constexpr std::array<int, 4> harmless_warnings = {JWRN_EXTRANEOUS_DATA, JWRN_JFIF_MAJOR, JWRN_ADOBE_XFORM, JWRN_BOGUS_ICC};
 
 bool is_harmless(int code) {

@@ -18,20 +18,20 @@ namespace codec {
 
 namespace {
 
-// Files with more scans than any encoder makes are there to waste time.
+// A file with more scans than any encoder makes can only be meant to waste time.
 constexpr int most_scans = 500;
 
-// Takes the encoded bytes from an input, room by room.
+// Takes the encoded bytes from an input, one buffer at a time.
 struct Supply {
     jpeg_source_mgr manager; // first: libjpeg hands its address back
     Input *input;
-    uint64_t offset; // in the input, behind the room
+    uint64_t offset; // in the input, after the buffer
     std::array<JOCTET, 1 << 16> room;
 };
 
 Supply &supply_of(j_decompress_ptr info) { return *reinterpret_cast<Supply *>(info->src); }
 
-// Behind the end of the file stands an end-of-image marker, so that libjpeg stops; the warning says why.
+// After the end of the file libjpeg gets an end-of-image marker, so that it stops; the warning gives the reason.
 boolean on_empty(j_decompress_ptr info) {
     static constexpr std::array<JOCTET, 2> end = {0xff, JPEG_EOI};
     Supply &supply = supply_of(info);
@@ -156,7 +156,7 @@ class JpegReader : public Reader {
         jpeg_read_header(&info_, TRUE);
     }
 
-    // The decoder has its fast ways for these sizes.
+    // The decoder has fast paths for these sizes.
     void set_size(const Reduction &reduction) {
         info_.out_color_space = inks_to_rgb_ ? JCS_CMYK : description_.channels == 1 ? JCS_GRAYSCALE : JCS_RGB;
         for (info_.scale_denom = 8; info_.scale_denom > 1; info_.scale_denom /= 2) {
@@ -168,7 +168,7 @@ class JpegReader : public Reader {
         jpeg_calc_output_dimensions(&info_);
     }
 
-    // Not before the first row is asked for: of a progressive file, this reads all.
+    // Not before the first row is requested: for a progressive file, this reads everything.
     void start() {
         if (!started_) {
             started_ = true;
@@ -200,7 +200,7 @@ class JpegReader : public Reader {
         }
     }
 
-    // Of two colour components that differ, the finer counts, and ratios that are no whole numbers count as full colour:
+    // Of two colour components that differ, the finer one counts, and ratios that are not whole numbers count as full colour:
     // neither loses anything.
     Subsampling subsampling() const {
         if (info_.num_components != 3) {
@@ -217,7 +217,7 @@ class JpegReader : public Reader {
         return {ratio(&jpeg_component_info::h_samp_factor), ratio(&jpeg_component_info::v_samp_factor)};
     }
 
-    // The tables that the header names; a file may bring them later or never. Those of inks are of no use to another round.
+    // The tables that the header names; a file may define them later or never. Those of inks are of no use for encoding RGB.
     std::optional<JpegQuantisation> quantisation() const {
         if (is_cmyk()) {
             return std::nullopt;
@@ -277,7 +277,7 @@ class JpegReader : public Reader {
     jpeg_progress_mgr progress_{};
     std::optional<CmykToRgb> inks_to_rgb_; // of a CMYK file
     Bytes inks_;                           // a row of them
-    Decompressor info_{};                  // last, so that it goes first: it uses the others
+    Decompressor info_{};                  // last, so that it is destroyed first: it uses the others
 };
 
 } // namespace

@@ -1,5 +1,5 @@
-// Segments are known by the marks that they begin with. Those that no rule names are carried as they are: cameras keep much of
-// their own there.
+// Segments are recognised by the marks that they begin with. Those that no rule names are carried unchanged: cameras keep much
+// of their own data there.
 #include "codec/jpeg_common.h"
 
 #include "codec/jpeg_segments.h"
@@ -27,7 +27,7 @@ constexpr std::string_view gain_map_mark("urn:iso:std:iso:ts:21496:-1\0", 28);
 constexpr std::string_view box_mark("JP", 2);
 constexpr std::string_view adobe_mark = "Adobe";
 
-constexpr size_t window_size = 1 << 16; // of what stands behind the picture
+constexpr size_t window_size = 1 << 16; // of what follows the picture
 
 bool begins_with(std::span<const uint8_t> bytes, std::string_view mark) {
     return bytes.size() >= mark.size() && std::equal(mark.begin(), mark.end(), bytes.begin());
@@ -43,8 +43,8 @@ void keep(int marker, std::span<const uint8_t> bytes, Metadata &metadata) {
 
 void assign(Bytes &to, std::span<const uint8_t> from) { to.assign(from.begin(), from.end()); }
 
-// The table of a file with several pictures: a directory as TIFF files have it. What it says is taken for what it is worth, to
-// name what is left out; a damaged one names nothing.
+// The table of a file with several pictures: a directory as in TIFF files. It only serves to name what is left out, so nothing
+// depends on it; a damaged one names nothing.
 class MultiPictureTable {
   public:
     explicit MultiPictureTable(std::span<const uint8_t> bytes) : bytes_(bytes), little_(begins_with(bytes, "II")) {
@@ -62,13 +62,13 @@ class MultiPictureTable {
     }
 
     uint32_t previews() const { return previews_; }
-    uint32_t pictures() const { return pictures_; } // further ones that are no previews
+    uint32_t pictures() const { return pictures_; } // further ones that are not previews
 
   private:
     static constexpr uint64_t pictures_tag = 0xb002;
     static constexpr uint64_t bytes_per_picture = 16;
 
-    // 0 outside of the table.
+    // 0 outside the table.
     uint64_t number(uint64_t position, uint64_t size) const {
         uint64_t value = 0;
         if (position + size <= bytes_.size()) {
@@ -185,7 +185,7 @@ void SegmentSorter::add_app0(std::span<const uint8_t> bytes, Metadata &metadata)
     }
 }
 
-// Exif data and the XMP packet are the first of their kind; Exif and XMP data beyond a segment's size goes on in others.
+// The first Exif data and the first XMP packet count; Exif and XMP data beyond a segment's size continues in others.
 void SegmentSorter::add_app1(std::span<const uint8_t> bytes, Metadata &metadata) {
     if (begins_with(bytes, exif_mark) && metadata.exif.empty()) {
         assign(metadata.exif, bytes.subspan(exif_mark.size()));
@@ -208,7 +208,7 @@ void SegmentSorter::add_app2(std::span<const uint8_t> bytes, Metadata &metadata)
     }
 }
 
-// Content credentials sign the bytes of the file that they came with. The name of what a box holds stands in its first segment.
+// Content credentials sign the bytes of the file that they came with. The first segment of a box names its content.
 void SegmentSorter::add_app11(std::span<const uint8_t> bytes, Metadata &metadata) {
     const bool is_box = begins_with(bytes, box_mark) && bytes.size() >= 4;
     const unsigned number = is_box ? bytes[2] * 256u + bytes[3] : 0;
@@ -265,7 +265,7 @@ std::string name_of(const JpegSegment &segment) {
     return "the JPEG segment APP" + std::to_string(segment.marker - JPEG_APP0) + (name.empty() ? "" : " '" + name + "'");
 }
 
-// A packet ends with room for an editor to write in, between its end and a processing instruction.
+// A packet ends with padding for editors, followed by a processing instruction.
 Bytes xmp_segment(std::span<const uint8_t> packet) {
     constexpr std::string_view trailer = "<?xpacket end=";
     Bytes segment(xmp_mark.begin(), xmp_mark.end());

@@ -1,4 +1,4 @@
-// Inside the codec: what a JPEG file holds beside its picture, in its segments and behind its end.
+// Inside the codec: what a JPEG file holds besides its picture, in its segments and after its end.
 #ifndef KO_CODEC_JPEG_SEGMENTS_H
 #define KO_CODEC_JPEG_SEGMENTS_H
 
@@ -10,20 +10,20 @@
 
 namespace codec {
 
-// Sorts the segments of one file. What cannot stand in a file with other pixels is remembered, to be named.
+// Sorts the segments of one file. What must not be carried into a file with other pixels is recorded, to be named.
 class SegmentSorter {
   public:
-    // Adds the next application segment or comment to the metadata where it belongs. The parts of an ICC profile are passed
-    // over: libjpeg puts them together.
+    // Adds the next application segment or comment to the metadata where it belongs. The parts of an ICC profile are skipped:
+    // libjpeg puts them together.
     void add(int marker, std::span<const uint8_t> bytes, Metadata &metadata);
 
-    // The image resources are whole: takes from them what has a field of its own.
+    // Called when the image resources are complete: takes from them what has a field of its own.
     static void complete(Metadata &metadata);
 
     bool has_icc_profile() const { return has_icc_profile_; }
 
     // Names what was not carried.
-    //   tail   where in the input the picture ends; what stands behind is lost with any new file
+    //   tail   where in the input the picture ends; what follows is lost in any new file
     void tell(Input &input, uint64_t tail, const Metadata &metadata, Notices &notices) const;
 
   private:
@@ -34,7 +34,7 @@ class SegmentSorter {
 
     bool has_icc_profile_ = false;
     bool has_jfif_thumbnail_ = false;
-    bool has_gain_map_ = false;      // beside what XMP says
+    bool has_gain_map_ = false;      // besides what XMP says
     Bytes multi_picture_;            // the table of a file with several pictures
     std::set<unsigned> credentials_; // numbers of boxes with content credentials, each spread over segments
 };
@@ -42,7 +42,7 @@ class SegmentSorter {
 // A segment for a notice, such as "the JPEG segment APP12 'Ducky'".
 std::string name_of(const JpegSegment &segment);
 
-// An XMP packet's segment; none if it does not fit one, even without the room that editors leave at its end.
+// An XMP packet's segment; none if it does not fit into one, even without the padding at its end.
 Bytes xmp_segment(std::span<const uint8_t> packet);
 
 } // namespace codec

@@ -1,5 +1,5 @@
 // JPEG files out: gray, or YCbCr with the colour sampling, the quantisation and the form, baseline or progressive, that the
-// picture came with. A baseline file has the standard Huffman tables: tables made to measure would need all its coefficients at
+// picture came with. A baseline file has the standard Huffman tables: optimised tables would need all its coefficients at
 // once.
 //
 // libjpeg leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
@@ -18,7 +18,7 @@ namespace codec {
 
 namespace {
 
-// Hands the encoded bytes over room by room.
+// Passes the encoded bytes to an output, one buffer at a time.
 struct Destination {
     jpeg_destination_mgr manager; // first: libjpeg hands its address back
     Output *output;
@@ -40,7 +40,7 @@ void flush(j_compress_ptr info, size_t count) {
     }
 }
 
-// libjpeg asks for the whole room to be taken, whatever free_in_buffer says.
+// libjpeg expects the whole buffer to be taken, whatever free_in_buffer says.
 boolean on_full(j_compress_ptr info) {
     flush(info, destination_of(info).room.size());
     empty_room(info);
@@ -125,7 +125,7 @@ class JpegWriter : public Writer {
         return segments;
     }
 
-    // Adds segments that each begin with a mark and hold as much of the content as they have room for; no content is none.
+    // Adds segments that each begin with a mark and hold as much of the content as fits; none for an empty content.
     template <class Content>
     static void add_parts(std::vector<JpegSegment> &segments, int marker, std::string_view mark, const Content &content) {
         const size_t most = largest_segment - mark.size();
@@ -155,7 +155,7 @@ class JpegWriter : public Writer {
         jpeg_start_compress(&info_, TRUE);
     }
 
-    // Quantised as finely as before, a picture loses least by another round.
+    // With the same quantisation as before, a picture loses least when it is encoded again.
     void set_quality(const int *quality) {
         if (quality == nullptr && picture_.quantisation) {
             set_steps(0, picture_.quantisation->luminance);
@@ -212,7 +212,7 @@ class JpegWriter : public Writer {
     const Description &picture_;
     JpegErrors errors_{};
     Destination destination_;
-    Compressor info_{}; // last, so that it goes first: it uses the others
+    Compressor info_{}; // last, so that it is destroyed first: it uses the others
 };
 
 } // namespace

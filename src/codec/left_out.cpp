@@ -44,7 +44,7 @@ void tell_left_out(const Metadata &metadata, const Places &places, Notices &noti
     if (!places.comments && !metadata.comments.empty()) {
         add_once(notices, "the comment is left out");
     }
-    // Exif data has a density of its own, and one without a unit says nothing but the shape of pixels.
+    // Exif data has a density of its own, and one without a unit gives only the shape of pixels.
     if (!places.density && metadata.density && metadata.density->unit != Density::Unit::none && metadata.exif.empty()) {
         add_once(notices, "the density is left out");
     }

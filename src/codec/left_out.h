@@ -1,4 +1,4 @@
-// Inside the codec: what a format has no place for is named, piece by piece.
+// Inside the codec: notices that name, piece by piece, what a format has no place for.
 #ifndef KO_CODEC_LEFT_OUT_H
 #define KO_CODEC_LEFT_OUT_H
 
@@ -6,7 +6,7 @@
 
 namespace codec {
 
-// The places for metadata that a format has, beside those that every format here has: for Exif data and an ICC profile.
+// The places for metadata that a format has, besides those that every format here has: for Exif data and an ICC profile.
 struct Places {
     bool xmp = false;
     bool photoshop = false; // with the IPTC records in it
@@ -26,7 +26,7 @@ void tell_left_out(const Metadata &metadata, const Places &places, Notices &noti
 // Adds a notice unless it was given before.
 void add_once(Notices &notices, const std::string &notice);
 
-// The beginning of bytes that are a name, for a notice: what cannot be printed ends it.
+// The beginning of bytes that are a name, for a notice: the first byte that cannot be printed ends it.
 std::string readable_name(std::span<const uint8_t> bytes);
 
 } // namespace codec

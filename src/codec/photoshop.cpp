@@ -28,7 +28,7 @@ struct Resource {
     std::span<const uint8_t> bytes;
 };
 
-// Takes the first resource off a list; none at its end and where it is damaged.
+// Removes the first resource from a list; none at its end or if it is damaged.
 std::optional<Resource> take(std::span<const uint8_t> &list) {
     constexpr size_t name_at = signature.size() + 2;
     if (list.size() <= name_at || !std::equal(signature.begin(), signature.end(), list.begin())) {
@@ -73,7 +73,7 @@ Bytes iptc_among(std::span<const uint8_t> resources) {
 Bytes without_padding(Bytes iptc) {
     constexpr size_t head_size = 5; // a mark, two numbers, and the length of two bytes
     constexpr uint8_t mark = 0x1c;
-    constexpr size_t longest = 0x7fff; // what is longer has its length in another form, and is left as it is
+    constexpr size_t longest = 0x7fff; // a longer one has its length in another form, and is left as it is
     size_t end = 0;
     while (iptc.size() - end >= head_size && iptc[end] == mark) {
         const size_t size = number_at(iptc, end + 3, 2);

@@ -1,7 +1,8 @@
-// A picture in a file: what it is, and all that travels beside its pixels from one file to the next.
+// A picture in a file: what it is, and all that is carried beside its pixels from one file to the next.
 //
-// Pixels are bytes, gray or RGB, pixel by pixel and row by row without gaps. Alpha is a plane of its own, so that whoever works
-// on the pixels need not know of it. Metadata is carried, never interpreted: the blocks go out byte for byte as they came in.
+// Pixels are bytes, gray or RGB, pixel by pixel and row by row without gaps. Alpha is a plane of its own, so that code that
+// works on the pixels need not know of it. Metadata is carried, never interpreted: the blocks go out byte for byte as they
+// came in.
 #ifndef KO_CODEC_PICTURE_H
 #define KO_CODEC_PICTURE_H
 
@@ -19,7 +20,7 @@ enum class Format { png, jpeg, tiff, webp, heif };
 
 using Bytes = std::vector<uint8_t>;
 
-// Pixel bytes as the system gives them: not cleared, so that a picture promised by a short file costs no memory.
+// Pixel bytes as the system allocates them: not cleared, so that a size claimed by a short file costs no memory.
 using Plane = std::unique_ptr<uint8_t[]>;
 
 // Pixels per unit along x and y; without a unit, the shape of a pixel alone.
@@ -30,7 +31,7 @@ struct Density {
     uint32_t y = 1;
 };
 
-// What a PNG file says of its colours beside an ICC profile; numbers are 100000 times the real ones.
+// What a PNG file says about its colours besides an ICC profile; numbers are 100000 times the real ones.
 struct PngColours {
     std::optional<int> srgb_intent;
     std::optional<int32_t> gamma;
@@ -66,9 +67,9 @@ struct Metadata {
     Bytes exif; // from the byte-order mark on
     Bytes icc_profile;
     Bytes xmp;                         // one packet, in UTF-8
-    Bytes photoshop;                   // image resources, one behind the other
+    Bytes photoshop;                   // image resources, one after the other
     Bytes iptc;                        // IIM records; the image resources hold them too where both came from one block
-    std::vector<std::string> comments; // of a JPEG file, which does not say in what encoding
+    std::vector<std::string> comments; // of a JPEG file, in an encoding that it does not state
     std::vector<PngText> png_texts;    // those that are none of the above
     std::optional<Density> density;
     PngColours png_colours;
@@ -82,13 +83,13 @@ struct Subsampling {
     int y = 1;
 };
 
-// How finely a JPEG file rounds: the 64 steps of luminance and of colours, row by row.
+// How finely a JPEG file quantises: the 64 steps of luminance and of colours, row by row.
 struct JpegQuantisation {
     std::array<uint16_t, 64> luminance{};
     std::array<uint16_t, 64> colours{};
 };
 
-// How the rows of a TIFF file are packed; one that was packed in a way that is not written has the first.
+// How the rows of a TIFF file are compressed; a compression that is not written is represented by the first of these.
 enum class TiffCompression { deflate, lzw, packbits, none };
 
 // A picture without its pixels.

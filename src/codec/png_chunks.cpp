@@ -10,7 +10,7 @@ namespace codec {
 
 namespace {
 
-// Names as libpng takes them, each with a zero behind it.
+// Names in libpng's form, each followed by a zero.
 constexpr std::array<const char, 6 * 5 + 1> of_libpng = {"bKGD\0oFFs\0pCAL\0sCAL\0sPLT\0tIME"};
 constexpr std::array<const char, 2 * 5 + 1> frames = {"fcTL\0fdAT"};
 

@@ -1,5 +1,5 @@
-// Inside the codec: which chunks of a PNG file may stand in a file with other pixels. A chunk says so by its name; where the
-// picture's size and colours are kept, some more may.
+// Inside the codec: which chunks of a PNG file may be carried into a file with other pixels. A chunk's name says so; if the
+// picture's size and colours are kept, a few more may.
 #ifndef KO_CODEC_PNG_CHUNKS_H
 #define KO_CODEC_PNG_CHUNKS_H
 
@@ -14,7 +14,7 @@ void keep_chunks(png_structp png);
 
 class ChunkSorter {
   public:
-    // plain_colours is true for a file whose pixels are not expanded or reduced: chunks may speak of them.
+    // plain_colours is true for a file whose pixels are not expanded or reduced: chunks that refer to their values stay valid.
     explicit ChunkSorter(bool plain_colours) : plain_colours_(plain_colours) {}
 
     // Adds a chunk to the metadata, or names it.

@@ -111,7 +111,7 @@ class PngReader : public Reader {
         joined_.resize(description_.has_alpha && !interlaced_ ? size_t{width_} * channels : 0);
     }
 
-    // The passes of an interlaced file need all of its rows.
+    // The passes of an interlaced file need all its rows.
     void read_whole() {
         const size_t row_bytes = png_get_rowbytes(png_, info_);
         whole_ = std::make_unique_for_overwrite<uint8_t[]>(row_bytes * height_);
@@ -122,7 +122,7 @@ class PngReader : public Reader {
         trouble_.guarded([&] { png_read_image(png_, rows.data()); });
     }
 
-    // The next row, alpha and all: in room, or among the rows of an interlaced file.
+    // The next row with its alpha: in room, or among the rows of an interlaced file.
     const uint8_t *next_row(uint8_t *room) {
         if (interlaced_) {
             return whole_.get() + png_get_rowbytes(png_, info_) * row_++;
@@ -131,7 +131,7 @@ class PngReader : public Reader {
         return room;
     }
 
-    // Takes every last channel out of interleaved pixels.
+    // Removes the last channel of each pixel from interleaved pixels.
     void separate(const uint8_t *from, uint8_t *pixels, uint8_t *alpha) const {
         for (uint32_t x = 0; x < width_; ++x) {
             pixels = std::copy_n(from, description_.channels, pixels);
@@ -245,10 +245,10 @@ class PngReader : public Reader {
     png_structp &png_ = structures_.png;
     png_infop &info_ = structures_.info;
     bool deep_ = false;
-    bool plain_colours_ = false; // pixels come as they stand in the file
+    bool plain_colours_ = false; // pixels are delivered as the file stores them
     bool interlaced_ = false;
     Bytes joined_;   // a row with alpha
-    Plane whole_;    // the rows of an interlaced file, alpha and all
+    Plane whole_;    // the rows of an interlaced file, with their alpha
     size_t row_ = 0; // the next of them
 };
 

@@ -1,5 +1,5 @@
-// XMP has a keyword that its standard gives it. For blocks in bytes there is the custom of common programs: a text that holds
-// the kind of the block, its length and its bytes in hexadecimal digits.
+// The keyword for XMP is that of its standard. Binary blocks are stored in the customary form of common programs: a text that
+// holds the kind of the block, its length and its bytes in hexadecimal digits.
 #include "codec/png_texts.h"
 
 #include <algorithm>
@@ -40,7 +40,7 @@ std::optional<size_t> number_in(std::string_view line) {
     return error == std::errc() && end == line.data() + line.size() ? std::optional(value) : std::nullopt;
 }
 
-// The block in a text; none if the text is anything else.
+// The block in a text; none if the text does not hold one.
 Bytes unpacked(std::string_view text) {
     if (!line_of(text).empty()) { // the text begins with the end of a line
         return {};
@@ -81,7 +81,7 @@ std::string packed(std::string_view kind, std::span<const uint8_t> bytes) {
     return text += '\n';
 }
 
-// Takes a mark off the beginning of bytes.
+// Removes a mark from the beginning of bytes.
 bool take_mark(std::span<const uint8_t> &bytes, std::string_view mark) {
     if (bytes.size() < mark.size() || !std::equal(mark.begin(), mark.end(), bytes.begin())) {
         return false;
@@ -137,7 +137,7 @@ bool is_ascii(const std::string &text) {
     return std::all_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-// Bytes that follow the first one of a character in UTF-8; none for a byte that begins no character.
+// The number of bytes that follow the first one of a character in UTF-8; none for a byte that begins no character.
 std::optional<size_t> followers(unsigned char first) {
     if (first < 0x80) {
         return 0;

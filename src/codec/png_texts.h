@@ -1,4 +1,4 @@
-// Inside the codec: the texts of a PNG file, and the metadata that is kept in texts for want of chunks of its own.
+// Inside the codec: the texts of a PNG file, and the metadata that is kept in texts because it has no chunk of its own.
 #ifndef KO_CODEC_PNG_TEXTS_H
 #define KO_CODEC_PNG_TEXTS_H
 
@@ -6,11 +6,11 @@
 
 namespace codec {
 
-// Adds a text that was read to the metadata where it belongs. Exif data and an ICC profile in texts count where the file has no
-// chunks for them, so those come first.
+// Adds a text that was read to the metadata where it belongs. Exif data and an ICC profile in texts count only if the file has
+// no chunks for them, so those must be read first.
 void add_text(PngText text, Metadata &metadata);
 
-// All texts of a PNG file with this metadata. Adds what cannot be a text.
+// All texts of a PNG file with this metadata. Adds a notice for what cannot become a text.
 std::vector<PngText> texts_to_write(const Metadata &metadata, Notices &notices);
 
 // The comments of a JPEG file with this metadata.

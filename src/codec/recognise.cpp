@@ -1,5 +1,5 @@
-// Tells files apart by their first bytes: the formats that are read, and those for which a refusal has a better word than
-// "unknown".
+// Distinguishes files by their first bytes: the formats that are read, and those for which a refusal can give a better reason
+// than "unknown".
 #include <algorithm>
 #include <array>
 #include <string_view>
@@ -17,7 +17,7 @@ std::string_view text_of(std::span<const uint8_t> bytes) {
     return {reinterpret_cast<const char *>(bytes.data()), bytes.size()};
 }
 
-// True if a text stands at an offset.
+// True if the bytes have a text at an offset.
 bool has(std::string_view bytes, size_t offset, std::string_view text) {
     return bytes.size() >= offset && bytes.substr(offset).starts_with(text);
 }
@@ -66,7 +66,7 @@ bool is_tiff(std::string_view bytes) {
     return has_mark && !has(bytes, 0, canon_raw);
 }
 
-// A file that is not read, by what stands at an offset.
+// A kind of file that is not read, recognised by a mark at an offset.
 struct Stranger {
     size_t offset;
     std::string_view mark;
@@ -115,7 +115,7 @@ bool is_text(std::string_view bytes) {
     });
 }
 
-// Null if nothing tells.
+// Null if the bytes do not show it.
 const char *name_of(std::string_view bytes) {
     const auto *found = std::find_if(std::begin(strangers), std::end(strangers),
                                      [bytes](const Stranger &stranger) { return has(bytes, stranger.offset, stranger.mark); });

@@ -19,7 +19,7 @@ class Input {
   public:
     virtual ~Input() = default;
 
-    // Reads bytes from an offset on: as many as fit into room, fewer at the end of the file alone. None if they cannot be read,
+    // Reads bytes from an offset on: as many as fit into room, fewer only at the end of the file. None if they cannot be read,
     // which failure() then explains.
     virtual std::optional<size_t> read(uint64_t offset, std::span<uint8_t> room) noexcept = 0;
 
@@ -33,11 +33,11 @@ class Output {
   public:
     virtual ~Output() = default;
 
-    // Writes all bytes behind those before. False if it cannot, which failure() then explains.
+    // Appends all bytes to those before. False if it cannot, which failure() then explains.
     virtual bool write(std::span<const uint8_t> bytes) noexcept = 0;
 
-    // Writes bytes over those from an offset on, all of which were written before: for formats whose header says where later
-    // parts ended up.
+    // Overwrites bytes from an offset on, all of which were written before: for formats whose header gives the positions of
+    // later parts.
     virtual bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept = 0;
 
     virtual const char *failure() const noexcept = 0;

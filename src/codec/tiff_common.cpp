@@ -9,13 +9,14 @@ namespace codec {
 
 namespace {
 
-// No picture that is worked on needs more in one piece. What a header merely promises is asked for as far as the file reaches.
+// No picture that is processed needs more in one piece. Of a size that a header merely claims, only as much is allocated as the
+// file holds.
 constexpr tmsize_t largest_piece = tmsize_t{largest_area} * 8;
 
-// Fields of other programs are no concern of the reader.
+// Other programs' fields do not concern the reader.
 constexpr std::string_view unknown_field = "Unknown field with tag";
 
-// Said of every file that is packed so, whole or not.
+// Reported for every file with this compression, whether complete or not.
 constexpr std::string_view old_jpeg = "Depreciated and troublesome old-style JPEG";
 
 using Text = std::array<char, Trouble::text_size>;

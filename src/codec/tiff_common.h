@@ -14,7 +14,7 @@ namespace codec {
 // What libtiff reports of one file. It returns from failed calls, so nothing jumps.
 class TiffReports {
   public:
-    // Passes a call's result on. A call that reported an error failed, whatever it returned.
+    // Returns a call's result. A call that reported an error counts as failed, whatever it returned.
     void check(bool good) const;
 
     // From here on what libtiff calls an error is one only where a call fails: of the values beside the pixels any may be
@@ -28,7 +28,7 @@ class TiffReports {
         strict_ = true;
     }
 
-    // The stream failed, which is the reason for whatever libtiff says afterwards. The text stays where it is.
+    // The stream failed, which is the cause of all that libtiff reports afterwards. The caller keeps the text alive.
     void stream_failed(const char *text) { stream_failure_ = text; }
 
     void tell_warnings(Notices &notices) { trouble_.tell_warnings(notices); }
@@ -57,7 +57,7 @@ struct TiffStream {
     TIFFSizeProc size;
 };
 
-// Opens a file, with the mode as libtiff has it. Stream and reports must outlive it.
+// Opens a file in one of libtiff's modes. Stream and reports must outlive it.
 TiffPtr open_handle(const char *mode, const TiffStream &stream, TiffReports &reports);
 
 } // namespace codec

@@ -28,7 +28,7 @@ constexpr auto storage_tags = std::to_array<uint32_t>(
      532,   559,   700,        32995, 32996, 32997, 32998, 33723, 34377, 34675, 34016, 34017, 34018, 34019, 34020, 34021,
      34022, 34023, tag_layers, 34024, 34025, 34026, 34027, 34028, 34029, 34030, 50838, 50839});
 
-// Tags that a TIFF file has even if nobody says anything of the picture.
+// Tags that a TIFF file has even without Exif data.
 constexpr auto usual_tags =
     std::to_array<uint32_t>({TIFFTAG_ORIENTATION, TIFFTAG_XRESOLUTION, TIFFTAG_YRESOLUTION, TIFFTAG_RESOLUTIONUNIT});
 
@@ -91,7 +91,7 @@ class Putter {
         return sensible ? std::optional(static_cast<double>(*above) / static_cast<double>(*below)) : std::nullopt;
     }
 
-    // The directory stands in the file where it stood in the block.
+    // The directory has the same position in the file as in the block.
     bool put_pointer(const Entry &entry) {
         const auto position = entry.size() == 4 ? block_.number(entry.position, 4) : std::nullopt;
         if (!position || !block_.directory(*position)) {
@@ -105,7 +105,7 @@ class Putter {
     bool is_known(const Entry &entry) const { return TIFFFindField(tiff_, entry.tag, TIFF_ANY) != nullptr; }
 
     void introduce(const Entry &entry, short count, unsigned char passes_count) {
-        static char name[] = "Exif"; // libtiff asks for one that may be changed
+        static char name[] = "Exif"; // libtiff requires one that is not const
         const TIFFFieldInfo info = {entry.tag,    count, count,        static_cast<TIFFDataType>(entry.type),
                                     FIELD_CUSTOM, 1,     passes_count, name};
         reports_.check(TIFFMergeFieldInfo(tiff_, &info, 1) == 0);

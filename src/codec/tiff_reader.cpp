@@ -1,6 +1,6 @@
-// TIFF files in: the first picture of a file, whatever way it is stored and packed, as 8-bit gray or RGB with alpha beside it.
+// TIFF files in: the first picture of a file, however it is stored and compressed, as 8-bit gray or RGB with alpha beside it.
 //
-// The pixels stay as they are stored. Where the file says that they are to be shown turned, the orientation goes with the Exif
+// The pixels stay as they are stored. If the file says that they are to be shown rotated, the orientation goes into the Exif
 // data, which carries it into every format.
 #include <algorithm>
 #include <array>
@@ -24,7 +24,7 @@ using Entries = std::vector<TiffStructure::Entry>;
 
 constexpr uint16_t most_channels = 32;
 
-// More metadata in one piece is no concern of a picture.
+// No picture needs more metadata in one piece.
 constexpr uint64_t largest_block = uint64_t{1} << 26;
 
 // Gives libtiff the bytes of an input.
@@ -65,7 +65,7 @@ template <class Value> Value value_of(TIFF *tiff, uint32_t tag) {
     return value;
 }
 
-// Counts the pictures of a file behind its first one, without those that are there to look at a large one quickly. Damaged
+// Counts the pictures of a file after its first one, without reduced copies for a quick view of a large one. Damaged
 // directories end the count, and so does one too many.
 uint32_t count_further_pictures(TiffStructure &file, uint64_t first) {
     constexpr size_t most = 10'000;
@@ -205,7 +205,7 @@ class TiffReader : public Reader {
         }
     }
 
-    // libjpeg gives RGB if it is asked.
+    // libjpeg gives RGB on request.
     Kind kind_of_ycbcr() const {
         if (value<uint16_t>(TIFFTAG_COMPRESSION) != COMPRESSION_JPEG || layout_.apart) {
             return Kind::converted;
@@ -245,7 +245,7 @@ class TiffReader : public Reader {
         }
     }
 
-    // Of the channels behind the colours one may be alpha.
+    // One of the channels after the colours may be alpha.
     void look_at_further_channels() {
         uint16_t count = 0;
         const uint16_t *kinds = nullptr;
@@ -289,7 +289,7 @@ class TiffReader : public Reader {
         }
     }
 
-    // The levels have 16 bits, and 8 in files by those who did not know.
+    // The levels have 16 bits, but only 8 in files by some programs.
     void read_palette() {
         std::array<uint16_t *, 3> levels{};
         reports_.check(TIFFGetField(tiff_.get(), TIFFTAG_COLORMAP, &levels[0], &levels[1], &levels[2]) != 0);
@@ -339,7 +339,7 @@ class TiffReader : public Reader {
         return records.empty() ? iptc_among(description_.metadata.photoshop) : without_padding(std::move(records));
     }
 
-    // Densities that are no whole numbers become ones per metre, which are finer.
+    // Densities that are not whole numbers are converted to densities per metre, which are finer.
     std::optional<Density> density() const {
         float x = 0;
         float y = 0;
@@ -402,7 +402,7 @@ class TiffReader : public Reader {
         inks_to_rgb_->convert(inks_.data(), pixels, width_);
     }
 
-    // alpha is null where nobody asks for it.
+    // alpha is null if the caller does not need it.
     void convert_alpha(const uint8_t *samples, uint8_t *pixels, uint8_t *alpha) const {
         for (uint32_t x = 0; x < width_; ++x) {
             const uint8_t opacity = samples[size_t{x} * layout_.channels + alpha_channel_];
@@ -428,7 +428,7 @@ class TiffReader : public Reader {
     std::array<uint8_t, 3 * 256> palette_{};
     std::optional<CmykToRgb> inks_to_rgb_;
     Bytes inks_;                     // of a row
-    std::unique_ptr<TiffRows> rows_; // last, so that they go first: they use the others
+    std::unique_ptr<TiffRows> rows_; // last, so that it is destroyed first: it uses the others
 };
 
 } // namespace

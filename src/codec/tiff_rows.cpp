@@ -14,7 +14,7 @@ namespace {
 // The nearest of 256 levels.
 uint8_t reduced(uint16_t level) { return static_cast<uint8_t>((level * 255u + 32767u) / 65535u); }
 
-// Takes samples as the file packs them apart.
+// Unpacks samples from the bits in which the file stores them.
 //   count    samples
 //   to       where the first one goes
 //   stride   from one to the next
@@ -39,7 +39,7 @@ void unpack(const uint8_t *packed, size_t count, const TiffLayout &layout, uint8
 
 size_t packed_size(size_t samples, const TiffLayout &layout) { return (samples * layout.bits + 7) / 8; }
 
-// Refuses a strip or tile that is missing: libtiff reads whatever stands where there should be pixels, if they are not packed.
+// Refuses a strip or tile that is missing: if pixels are not compressed, libtiff reads whatever is at their place.
 void check_stored(TIFF *tiff, uint32_t number, tmsize_t size, const TiffReports &reports) {
     uint16_t compression = 0;
     TIFFGetField(tiff, TIFFTAG_COMPRESSION, &compression);
@@ -47,7 +47,7 @@ void check_stored(TIFF *tiff, uint32_t number, tmsize_t size, const TiffReports 
     reports.check(TIFFGetStrileByteCount(tiff, number) >= least);
 }
 
-// Room for what libtiff decodes at once, given its own idea of the size.
+// Memory for what libtiff decodes at once, of the size that libtiff gives.
 Plane room_for(tmsize_t size, size_t needed, const TiffReports &reports) {
     reports.check(size > 0 && static_cast<size_t>(size) >= needed);
     return std::make_unique_for_overwrite<uint8_t[]>(static_cast<size_t>(size));
@@ -96,7 +96,7 @@ class BandRows : public TiffRows {
     // Decodes the rows from one on into the band.
     virtual void load(uint32_t first, uint32_t rows) = 0;
 
-    // Where a sample goes.
+    // The place of a sample in the band.
     uint8_t *place(uint32_t row, uint32_t x, uint16_t channel) {
         return band_.get() + row * layout_.row_samples() + size_t{x} * layout_.channels + channel;
     }

@@ -14,7 +14,7 @@ struct TiffLayout {
     uint32_t height = 0;
     uint16_t bits = 1;     // of a sample: 1, 2, 4, 8 or 16
     uint16_t channels = 1; // all that are stored
-    bool apart = false;    // each channel stands in strips or tiles of its own
+    bool apart = false;    // each channel is in strips or tiles of its own
     bool indices = false;  // samples are numbers of colours, not levels
 
     size_t row_samples() const { return size_t{width} * channels; }

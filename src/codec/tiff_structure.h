@@ -1,5 +1,5 @@
 // Inside the codec: the structure that TIFF files and Exif data share, a header and directories of entries. No number in it is
-// trusted: a place may lie anywhere, and what lies behind the end of the bytes does not exist.
+// trusted: a position may be anywhere, and what lies past the end of the bytes does not exist.
 #ifndef KO_CODEC_TIFF_STRUCTURE_H
 #define KO_CODEC_TIFF_STRUCTURE_H
 
@@ -47,7 +47,7 @@ class TiffStructure {
         ValueType type;
         uint64_t count;
         uint64_t position;                                      // of the value
-        uint64_t size() const { return count * size_of(type); } // of a value that count has been checked for
+        uint64_t size() const { return count * size_of(type); } // of a value whose count has been checked
     };
 
     struct Directory {
@@ -68,10 +68,10 @@ class TiffStructure {
     // The directory at a position; none if its entries are not all there.
     std::optional<Directory> directory(uint64_t position);
 
-    // Where the directory behind one stands; 0 if none follows.
+    // The position of the directory after one; 0 if none follows.
     uint64_t behind(uint64_t position);
 
-    // The number of so many bytes, at most 8, at a position.
+    // The number of the given size in bytes, at most 8, at a position.
     std::optional<uint64_t> number(uint64_t position, size_t size);
 
     // The bytes of a value, in the byte order of the whole.

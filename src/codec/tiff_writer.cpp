@@ -1,4 +1,4 @@
-// TIFF files out: 8-bit gray or RGB in strips, with alpha where the picture has it, packed as the picture came if it came as a
+// TIFF files out: 8-bit gray or RGB in strips, with alpha where the picture has it, compressed like the input if that was a
 // TIFF file.
 #include <algorithm>
 #include <array>
@@ -14,7 +14,7 @@ namespace codec {
 
 namespace {
 
-// Samples of a strip: enough for the packing to find what repeats, and little to decode for one row.
+// Samples of a strip: enough for the compression to find what repeats, and little to decode for one row.
 constexpr size_t strip_samples = 1 << 18;
 
 // Takes libtiff's bytes to an output, which grows at its end and is rewritten before it.
@@ -37,7 +37,7 @@ struct Target {
         return true;
     }
 
-    // Writes zeros up to the position if it is behind the end: libtiff writes the values of a directory before the directory.
+    // Writes zeros up to the position if it is past the end: libtiff writes the values of a directory before the directory.
     bool reach() {
         static constexpr std::array<uint8_t, 256> zeros{};
         const uint64_t wanted = position;
@@ -193,7 +193,7 @@ class TiffWriter : public Writer {
     uint32_t channels_; // with alpha
     Bytes samples_;     // of a row
     uint32_t row_ = 0;
-    TiffPtr tiff_; // last, so that it goes first: it uses the others
+    TiffPtr tiff_; // last, so that it is destroyed first: it uses the others
 };
 
 } // namespace

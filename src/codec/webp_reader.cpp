@@ -24,7 +24,7 @@ struct Decoding : WebPDecoderConfig {
     ~Decoding() { WebPFreeDecBuffer(&output); }
 };
 
-// The bytes of the container; what stands behind it is not part of the picture.
+// The bytes of the container; what follows it is not part of the picture.
 Bytes container_of(Input &input) {
     Bytes file = read_all(input);
     if (file.size() < head_size) {
@@ -91,7 +91,7 @@ class WebpReader : public InterleavedReader {
             Bytes exif = chunk(mux.get(), "EXIF");
             if (exif.size() >= exif_mark.size() && std::equal(exif_mark.begin(), exif_mark.end(), exif.begin())) {
                 exif.erase(exif.begin(),
-                           exif.begin() + exif_mark.size()); // some programs write it, and it does not belong here
+                           exif.begin() + exif_mark.size()); // some programs write it, though it does not belong here
             }
             description_.metadata.exif = std::move(exif);
             description_.metadata.icc_profile = chunk(mux.get(), "ICCP");

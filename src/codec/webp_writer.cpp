@@ -1,5 +1,5 @@
-// WebP files out: lossless if the picture came from such a file and nobody asks for a quality, otherwise lossy. The encoder
-// needs the whole picture.
+// WebP files out: lossless if the picture came from such a file and no quality is specified, otherwise lossy. The encoder needs
+// the whole picture.
 #include <algorithm>
 #include <memory>
 #include <new>
@@ -98,7 +98,7 @@ class WebpWriter : public Writer {
         }
         if (picture_.lossless && !quality) {
             config_.lossless = 1;
-            config_.exact = 1; // colours also where alpha hides them
+            config_.exact = 1; // keeps colours even where alpha hides them
         } else {
             config_.quality = static_cast<float>(quality.value_or(default_webp_quality));
         }

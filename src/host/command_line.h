@@ -1,4 +1,4 @@
-// The command line: what it asks for, or what is wrong with it.
+// The command line: what it requests, or what is wrong with it.
 #ifndef KO_HOST_COMMAND_LINE_H
 #define KO_HOST_COMMAND_LINE_H
 
@@ -9,7 +9,7 @@
 namespace host {
 
 struct CommandLine {
-    std::optional<Options> options; // none when there is nothing to do but to leave
+    std::optional<Options> options; // none if the program has nothing left to do
     int exit_status = 0;
 };
 
@@ -18,7 +18,7 @@ inline constexpr int all_done = 0;
 inline constexpr int some_failed = 1;
 inline constexpr int wrong_usage = 2;
 
-// Reads the command line. Answers a call for help or the version itself, and writes one line about a mistake.
+// Reads the command line. Answers a request for help or the version itself, and writes one line about a mistake.
 CommandLine read_command_line(int argc, const char *const *argv);
 
 } // namespace host

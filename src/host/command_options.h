@@ -15,7 +15,7 @@ namespace host {
 // Adds all commands with their options, which fill in the record while they are parsed.
 void describe(CLI::App &app, Options &options);
 
-// Throws UsageError for options that do not go together, or that lack another one, in a call of the command with this word.
+// Throws UsageError for options that exclude each other or require another one, in a call of the command with this name.
 void check_together(const Options &options, const std::string &word);
 
 } // namespace host

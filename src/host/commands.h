@@ -1,4 +1,4 @@
-// The program's commands. Each goes through the pictures of the command line and tells how they end.
+// The program's commands. Each processes the pictures of the command line and reports the outcome.
 #ifndef KO_HOST_COMMANDS_H
 #define KO_HOST_COMMANDS_H
 

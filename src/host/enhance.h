@@ -12,8 +12,8 @@ namespace host {
 
 enum class Decision {
     enhanced,
-    unchanged,  // there is nothing that curves could change
-    turned_down // the judgement is against it
+    unchanged,  // curves would change nothing
+    turned_down // by the judgement
 };
 
 struct Enhancement {
@@ -23,22 +23,22 @@ struct Enhancement {
     codec::Notices notices;    // about the curves
 };
 
-// A decision as an object reports it, and with its reason and what can be done about it, as a line does.
+// A decision as an object reports it, and as a line does, with its reason and how to override it.
 const char *shown(Decision decision);
 std::string line_about(const Enhancement &enhancement);
 
-// Judges a picture and makes its curves, both on its working copy. A grid with tiles too small for it is reduced, with a
-// notice. The page of the run, if there is one, gets to show both. Throws LibraryError if a call of the library fails.
+// Judges a picture and makes its curves, both on its working copy. A grid whose tiles are too small for it is reduced, with a
+// notice. The page of the run, if one is requested, gets both. Throws LibraryError if a call of the library fails.
 Enhancement plan(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
                  Entry &entry);
 
-// The grid for a working copy; adds a notice if it is smaller than the wanted one.
+// The grid for a working copy; adds a notice if it is smaller than the requested one.
 kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices);
 
-// What is reported of a picture that no curve changes.
+// The reason that is reported for a picture that no curve changes.
 inline constexpr const char *why_it_stays = "a gray picture stays as it is under a grid of 1x1";
 
-// Writes a picture under curves. The deeds are all that was done to it, the curves included.
+// Writes a picture with curves applied. The deeds are all that was done to it, including the curves.
 void write_enhanced(const Job &job, Source &source, std::optional<int> quality, const TileTRC &curves, float ratio,
                     Entry &entry, const std::vector<Deed> &deeds);
 

@@ -18,7 +18,7 @@ namespace host {
 // The name that stands for the standard input or output.
 inline constexpr const char *standard_stream = "-";
 
-// A file cannot be read or written; the text says why.
+// A file cannot be read or written; the text gives the reason.
 class FileError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
@@ -33,7 +33,7 @@ class FileInput : public codec::Input {
     std::optional<uint64_t> size() noexcept override;
     const char *failure() const noexcept override { return failure_.c_str(); }
 
-    // As they were when the file was opened; none of what is no regular file.
+    // As they were when the file was opened; none if it is not a regular file.
     const std::optional<system::Traits> &traits() const { return traits_; }
 
   private:
@@ -55,7 +55,7 @@ class Target : public codec::Output {
     bool rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept override;
     const char *failure() const noexcept override { return failure_.c_str(); }
 
-    // To be called when all is written. Throws FileError.
+    // Called when everything is written. Throws FileError.
     virtual void take_place() = 0;
 
   protected:
@@ -70,9 +70,9 @@ class Target : public codec::Output {
     std::string failure_; // of the latest write
 };
 
-// A file that is written beside its target and takes the target's name when it is whole; until then it is gone with its scope,
-// or when the program is interrupted, and the target stays as it was. The permissions of an existing target are kept, unless
-// the file is given traits.
+// A file that is written beside its target and takes the target's name when it is complete. If its scope ends or the program is
+// interrupted before that, the draft is removed, and the target stays as it was. The permissions of an existing target are kept
+// unless the file is given traits.
 class Draft : public Target {
   public:
     explicit Draft(const std::filesystem::path &target, const std::optional<system::Traits> &traits = std::nullopt);
@@ -82,7 +82,7 @@ class Draft : public Target {
 
     const std::filesystem::path &path() const { return path_; }
 
-    // Throws for want of room after somebody else wrote the file: where a write was cut, one more byte finds no room either.
+    // Throws if the disk is full after the library wrote the file: if its write was cut short, one more byte does not fit either.
     void check_room();
 
     // The bytes reach the disk before the name does: after a crash the target is the old file or the new one.
@@ -108,8 +108,8 @@ std::unique_ptr<Target> open_target(const std::filesystem::path &target,
 void copy_file(codec::Input &input, const std::filesystem::path &target,
                const std::optional<system::Traits> &traits = std::nullopt);
 
-// Writes a file by a step that is handed the path of the draft, which exists and is empty. look may refuse the whole file
-// before it takes its place. Both refuse by an exception.
+// Writes a file by a step that gets the path of the draft, which exists and is empty. look may refuse the finished file before
+// it takes its place. Both refuse by an exception.
 using DraftStep = std::function<void(const std::filesystem::path &draft)>;
 void write_file_by(const std::filesystem::path &target, const DraftStep &write, const DraftStep &look = nullptr);
 

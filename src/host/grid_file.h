@@ -20,7 +20,7 @@ inline constexpr std::array<GridForm, 3> grid_forms = {GridForm::text, GridForm:
 // Saves a grid and reads it back: a form that does not hold these curves is refused, and the target stays as it was.
 void save_grid(const TileTRC &curves, GridForm form, const std::filesystem::path &target);
 
-// Loads a grid of any form. It has tiles, and curves of at least the 256 entries that byte pictures need.
+// Loads a grid of any form. It is sure to have tiles, and curves of at least the 256 entries that byte pictures need.
 kohost::TileTrcPtr load_grid(const std::filesystem::path &path);
 
 // Throws if the grid has tiles too small for a picture of this size: several tiles in a direction need two pixels each.

@@ -1,4 +1,4 @@
-// Texts go into roff and shell code as they are but for the characters that mean something there.
+// Texts go into roff and shell code unchanged except for the characters that have a meaning there.
 #include "manual.h"
 
 #include <algorithm>
@@ -54,7 +54,7 @@ std::string joined(const std::vector<std::string> &words, const std::string &bet
 
 // ---- the manual page
 
-// A backslash and a hyphen mean something anywhere, a dot and an apostrophe at the start of a line.
+// A backslash and a hyphen have a meaning anywhere, a dot and an apostrophe at the start of a line.
 std::string roff(const std::string &text) {
     std::string escaped;
     for (const char c : text) {

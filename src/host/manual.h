@@ -1,5 +1,4 @@
-// The manual page and the completions of shells, made from the description of the command line, so that they say what --help
-// says.
+// The manual page and the completions for shells, made from the description of the command line, so that they agree with --help.
 #ifndef KO_HOST_MANUAL_H
 #define KO_HOST_MANUAL_H
 
@@ -11,7 +10,7 @@ class App;
 
 namespace host {
 
-// The page for man, section 1.
+// The page for section 1 of man.
 std::string manual_page(const CLI::App &app, const std::string &version);
 
 std::string bash_completion(const CLI::App &app);

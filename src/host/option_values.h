@@ -1,5 +1,5 @@
-// Options whose values are numbers or names out of a few: each value is read whole and checked against its range, so that the
-// library sees sensible arguments only.
+// Options whose values are numbers or one of a few names: each value is parsed completely and checked against its range, so that
+// the library gets only valid arguments.
 #ifndef KO_HOST_OPTION_VALUES_H
 #define KO_HOST_OPTION_VALUES_H
 
@@ -22,7 +22,7 @@ namespace host {
 
 inline constexpr uint64_t curve_step = 256; // the library scales levels by whole numbers
 
-// The number that a whole text is; none if it is anything else.
+// The number that a text is as a whole; none if it is anything else.
 template <class Number> std::optional<Number> parse(std::string_view text) {
     Number value{};
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);

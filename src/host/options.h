@@ -1,4 +1,4 @@
-// What the command line asks for.
+// What the command line requests.
 #ifndef KO_HOST_OPTIONS_H
 #define KO_HOST_OPTIONS_H
 
@@ -19,7 +19,7 @@ struct Options {
     Command command = Command::enhance;
     Selection selection;
     Destination destination;
-    std::string grid_file; // apply: what is applied
+    std::string grid_file; // apply: the curves to apply
     std::string scores;    // judge: the score file, or ""
     std::string page;      // enhance, redeye, auto: the page of the run, or ""
     kohost::Tuning tuning;
@@ -28,10 +28,10 @@ struct Options {
     GridForm form = GridForm::text;
     bool draw = false; // curves: a picture instead of a grid
     std::optional<int> quality;
-    bool again = false;    // also pictures that a mark says were done
+    bool again = false;    // even what a picture's mark says was done
     bool preserve = false; // results keep their inputs' times and permissions
     Reporting reporting;
-    unsigned jobs = 1; // pictures that are worked on at the same time
+    unsigned jobs = 1; // pictures that are processed at once
 };
 
 } // namespace host

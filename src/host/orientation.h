@@ -1,5 +1,5 @@
-// Which way up a picture is to be shown. Cameras store the rows of a picture as the sensor has them, and say in the Exif block
-// how it was held; the enhancement leaves both alone, and only what is shown to a person is turned.
+// Which way up a picture is to be shown. Cameras store the rows of a picture as the sensor delivers them, and record in the Exif
+// block how it was held; the enhancement leaves both alone, and only what is displayed is rotated.
 #ifndef KO_HOST_ORIENTATION_H
 #define KO_HOST_ORIENTATION_H
 
@@ -19,10 +19,10 @@ struct Orientation {
     bool reversed_y = false;
 };
 
-// What an Exif block says; as stored, if it says nothing or is damaged.
+// The orientation in an Exif block; as stored, if the block has none or is damaged.
 Orientation orientation_of(std::span<const uint8_t> exif);
 
-// The size that is shown of cells stored in columns and rows.
+// The size at which cells stored in columns and rows are shown.
 kohost::Size shown_size(const Orientation &orientation, kohost::Size stored);
 
 // For each cell that is shown, row by row, the number of the stored one.

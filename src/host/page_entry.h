@@ -1,5 +1,5 @@
-// What the page of a run shows of one picture. A picture's entry collects it while the picture is worked on, if a page is
-// wanted.
+// What the page of a run shows about one picture. If a page is requested, a picture's entry collects it while the picture is
+// processed.
 #ifndef KO_HOST_PAGE_ENTRY_H
 #define KO_HOST_PAGE_ENTRY_H
 
@@ -20,7 +20,7 @@
 
 namespace host {
 
-// How a picture ended, such as "enhanced". A picture may have several of these: one for each thing that was tried.
+// The outcome of a picture, such as "enhanced". A picture may have several: one for each thing that was tried.
 struct PageOutcome {
     enum class Kind { changed, left, failed };
     std::string text;
@@ -32,7 +32,7 @@ struct PageMeasure {
     kohost::Measure measure = kohost::Measure::detail;
     std::vector<float> scores;
     float threshold = 0.0f; // of a block
-    std::string count;      // the blocks past it, and how many may be, in words
+    std::string count;      // the number of blocks past it and the limit of that number, in words
 };
 
 // A copy of the curves: those of the tiles row by row, each of size entries.
@@ -61,19 +61,19 @@ struct PageEntry {
 
     std::optional<PageCurves> curves;
     std::vector<PageMeasure> measures;
-    std::string verdict; // what the judgement comes to beyond its counts, or ""
+    std::string verdict; // the result of the judgement beyond its counts, or ""
     std::optional<kohost::RedEyes> red_eyes;
 };
 
 // Adds an outcome unless the picture has it.
 void add_outcome(PageEntry &page, PageOutcome outcome);
 
-// The measures of a picture, with the limits of the policy that it is judged by.
+// The measures of a picture, with the limits of the policy by which it is judged.
 void keep_scores(PageEntry &page, const kohost::Scores &scores, kohost::Policy policy);
 
 void keep_curves(PageEntry &page, const TileTRC &curves);
 
-// What else a preview needs of the file.
+// What else a preview needs from the file.
 void keep_description(PageEntry &page, const codec::Description &picture);
 
 // The picture before anything is done to it. The first call counts.
@@ -87,7 +87,7 @@ class Previews {
     void before(uint32_t rows, const uint8_t *pixels);
     void after(uint32_t rows, const uint8_t *pixels);
 
-    // To be called after the last row.
+    // Called after the last row.
     void keep();
 
   private:

@@ -1,4 +1,4 @@
-// The float planes are the bulk of the memory: whoever makes curves lets go of image and record before applying them.
+// The float planes take up most of the memory: code that makes curves frees image and record before it applies them.
 #include "kohost/curves.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// The library says yes or no; the reason is found here by going through its measures in its order once more.
+// The library only decides; the reason is found here by going through its measures in its order once more.
 #include "kohost/judgement.h"
 
 #include <algorithm>
@@ -26,7 +26,7 @@ std::optional<double> count(uint64_t blocks) {
     return blocks == not_measured ? std::nullopt : std::optional(static_cast<double>(blocks));
 }
 
-// In single precision, as scores are: 0.35 is 0.35.
+// In single precision, like scores: 0.35 prints as 0.35.
 std::string shown(double number) {
     std::array<char, 64> room;
     const auto end = std::to_chars(room.data(), room.data() + room.size(), static_cast<float>(number)).ptr;

@@ -29,7 +29,7 @@ inline constexpr uint64_t not_measured = UINT64_MAX;
 // "conservative", "default", "risky", "always".
 const char *name(Policy policy);
 
-// The measured values and the limits of the policies that have some.
+// The measured values, and the limits of the policies that have limits.
 struct Judgement {
     DecisionMechanismThreshold values{};
     std::array<DecisionMechanismThreshold, policies_with_limits.size()> limits{};
@@ -45,14 +45,14 @@ struct Excess {
 // What the record holds after the deciding call.
 Judgement judgement_of(LocalContrastEnhancementImageFeatures &features);
 
-// A value or limit of a measure; none for a measure that was not taken.
+// The value or limit of a measure; none for a measure that was not taken.
 std::optional<double> value_of(const DecisionMechanismThreshold &values, Measure measure);
 
-// The measures by which a picture is over the limits of one policy.
+// The measures by which a picture exceeds the limits of one policy.
 std::vector<Excess> excesses(const Judgement &judgement, Policy policy);
 
-// The measure that turns a picture down: over the limits of all policies up to this one that the measures before it left. Its
-// limit is the widest of theirs. None if the picture passes.
+// The measure that turns a picture down: it exceeds the limits of all policies up to this one that the measures before it did
+// not rule out. Its limit is the widest of theirs. None if the picture passes.
 std::optional<Excess> deciding(const Judgement &judgement, Policy policy);
 
 // The first policy up to this one that lets the picture pass.
@@ -61,7 +61,7 @@ std::optional<Policy> passing(const Judgement &judgement, Policy policy);
 // Such as "64 of 64 blocks would gain too little detail (limit 63)".
 std::string text_of(const Excess &excess);
 
-// What that means for a person, such as "it has no detail hidden in its shadows".
+// What that means to a reader, such as "it has no detail hidden in its shadows".
 const char *meaning_of(Measure measure);
 
 // What blocks over a measure do, such as "would gain too little detail".

@@ -1,4 +1,4 @@
-// The library as a C++ host holds it: started once, its objects owned, its failures thrown.
+// The library as a C++ host uses it: started once, its objects owned, its failures thrown.
 #ifndef KO_KOHOST_LIBRARY_H
 #define KO_KOHOST_LIBRARY_H
 
@@ -10,8 +10,8 @@
 
 namespace kohost {
 
-// A library call failed; the text holds the library's own message chain, one line for each call that passed it on, and behind
-// it why, if that is known from elsewhere.
+// A library call failed; the text holds the library's own message chain, one line for each call that passed it on, followed by
+// the reason if that is known from elsewhere.
 class LibraryError : public std::runtime_error {
   public:
     explicit LibraryError(const std::string &what, const std::string &why = "")
@@ -19,7 +19,7 @@ class LibraryError : public std::runtime_error {
 };
 
 // Throws unless a step worked and left no failure on the thread: most calls report through the thread's status, some through
-// it alone. It is to be cleared before a sequence of calls.
+// it alone. The caller clears it before a sequence of calls.
 inline void check(bool worked, const char *what) {
     if (!worked || KoErrorGetLastError() != KO_OK) {
         throw LibraryError(what);

@@ -16,7 +16,7 @@ struct Size {
     bool operator==(const Size &) const = default;
 };
 
-// Bytes of somebody else.
+// Pixels that somebody else owns.
 struct Pixels {
     const uint8_t *bytes = nullptr;
     Size size;

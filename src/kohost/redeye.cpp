@@ -1,4 +1,4 @@
-// Every picture has a record of its own: one that has met too many blobs looks at no further picture.
+// Every picture has a record of its own: one that has found too many blobs processes no further picture.
 #include "kohost/redeye.h"
 
 #include <algorithm>
@@ -40,7 +40,7 @@ std::vector<Blob> blobs_of(const RedEyeImageParam &found) {
     return blobs;
 }
 
-// Without an object no model was read, and nothing classified.
+// Without this object no model was read, and nothing classified.
 uint32_t patch_count(const RedEyeCorrection &correction) {
     const OrientationHistogram *histogram = correction.orientation_histogram;
     return histogram != nullptr ? static_cast<uint32_t>(histogram->patch_count) : 0;
@@ -69,9 +69,9 @@ RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &
     return eyes;
 }
 
-// ---- what is done beside the repair by labels
+// ---- what is done besides the repair by labels
 
-// The full repair starts from the picture as it came: on top of the other one it would round twice.
+// The full repair starts from the original picture: on top of the other repair it would round twice.
 void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const Pixels &picture, ColorImage &image) {
     check(KoColorImageFromByteArray(&image, picture.bytes, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
           "the picture cannot be handed over");
@@ -91,7 +91,7 @@ void draw_frames(RedEyeCorrection &correction, RedEyeImageParam &found, ColorIma
           "the frames cannot be drawn");
 }
 
-// The binary one is written last: if it is whole, there was room for all.
+// The binary file is written last: if it is complete, the disk had room for all of them.
 bool dump_is_whole(const OrientationHistogram &histogram, const std::string &stem) {
     constexpr uint64_t header_words = 3;
     constexpr uint64_t place_words = 3;
@@ -101,8 +101,8 @@ bool dump_is_whole(const OrientationHistogram &histogram, const std::string &ste
     return std::filesystem::file_size(stem + "_feats.par", missing) == words * sizeof(uint32_t) && !missing;
 }
 
-// The name is the file's own with its extension, and the suffix the same for all: a picture's files are replaced by its next
-// run, whatever other pictures it runs with, and by no other picture's.
+// The name is the file's own with its extension, followed by the same suffix for every picture: the next run over a picture
+// replaces its files, whatever other pictures are processed with it, and no other picture's files do.
 void dump_patches(const RedEyeCorrection &correction, const RedEyeImageParam &found, const std::string &folder,
                   const std::string &name) {
     const std::string start = folder + "/";
@@ -119,7 +119,7 @@ void dump_patches(const RedEyeCorrection &correction, const RedEyeImageParam &fo
 constexpr uint32_t trial_side = 200;
 constexpr double trial_radius = 6.0;
 
-// A red disc in the middle of something like skin, within the sizes that are looked for.
+// A red disc in the middle of something like skin, of a size that is looked for.
 Image trial_picture() {
     constexpr std::array<uint8_t, 3> skin = {200, 150, 130};
     constexpr std::array<uint8_t, 3> red = {190, 30, 40};

@@ -1,5 +1,5 @@
-// The library measures only until the decision falls. A score over all limits lets it fall at once, and the record is told to
-// go on measuring: all measures are taken and no curves are made. The decision is then made from the counts.
+// The library measures only until the decision is made. A score over all limits decides at once, and the record is set to go on
+// measuring: all measures are taken and no curves are made. The actual decision is then made from the counts.
 #include "kohost/scores.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// All measures of a picture, whatever they say.
+// All measures of a picture, whatever the decision.
 #ifndef KO_KOHOST_SCORES_H
 #define KO_KOHOST_SCORES_H
 
@@ -15,8 +15,8 @@ namespace kohost {
 
 class Scores {
   public:
-    // Takes the measures of a picture of its own size. A gray picture has none of noise. All members throw LibraryError if a
-    // call of the library fails.
+    // Takes the measures of a picture at its own size. A gray picture has no measure of noise. All members throw LibraryError
+    // if a call of the library fails.
     Scores(const Pixels &picture, const Tuning &tuning, float score);
 
     // Takes those of a working copy.
@@ -25,10 +25,10 @@ class Scores {
     // What was measured, and the limits.
     Judgement judgement() const { return judgement_of(*features_); }
 
-    // The scores of the blocks, row by row; none for the measure of noise of a gray picture.
+    // The scores of the blocks, row by row; none for the noise of a gray picture.
     std::optional<std::span<const float>> of_blocks(Measure measure) const;
 
-    // The score from which on, or up to which, a block counts.
+    // The threshold past which a block counts.
     float block_threshold(Measure measure) const;
 
     // Writes the library's score file.

@@ -1,7 +1,7 @@
 // A weighted least-squares problem, solved exactly: among all curves of whole numbers whose steps are 0 to the limit, the one
-// with the least sum of squared distances from the fitted curve, each entry weighing what its tile holds of its level. The best
-// curve lies between two envelopes, the one that lags behind the jumps and the one that leads them, and a table over the values
-// between them finds it entry by entry. Whole numbers throughout, so the result is the same everywhere.
+// with the least sum of squared distances from the fitted curve, each entry weighted by the number of pixels that its tile has
+// at its level. The best curve lies between two envelopes, the one that lags behind the jumps and the one that leads them, and a
+// table over the values between them finds it entry by entry. All numbers are whole, so the result is the same everywhere.
 #include "kohost/slope.h"
 
 #include <algorithm>
@@ -53,13 +53,13 @@ class SlopeLimit {
         for (size_t i = curve.size() - 1; i > 0; --i) {
             high_[i - 1] = std::max(high_[i - 1], high_[i] - std::min(high_[i], max_slope_));
         }
-        // Black rises by one step at most: where a tile has no dark pixels, nothing else would hold it.
+        // Black rises by one step at most: where a tile has no dark pixels, nothing else would limit it.
         for (size_t i = 0; i < curve.size(); ++i) {
             high_[i] = static_cast<uint32_t>(std::min<uint64_t>(high_[i], curve[0] + uint64_t{max_slope_} * (i + 1)));
         }
     }
 
-    // The least cost of the entries before entry i if it has this value. Of equal ones the smallest step counts.
+    // The least cost of the entries before entry i if it has this value. Of equal costs the one with the smallest step counts.
     uint64_t reach(size_t i, uint32_t value) {
         const uint32_t least = std::max(low_[i - 1], value - std::min(value, max_slope_));
         uint32_t found = std::min(value, high_[i - 1]);

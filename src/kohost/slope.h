@@ -10,7 +10,7 @@
 namespace kohost {
 
 // Replaces each curve of a grid by the nearest one that never falls and whose neighbouring entries differ by at most max_slope,
-// 1 to 255. Curves that are so already are not changed.
+// 1 to 255. Curves that meet this already are not changed.
 //   luminance   the picture that the curves were fitted to, so that a curve changes least at the levels that its tile is made
 //   of;
 //               null weighs all levels alike

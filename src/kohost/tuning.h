@@ -28,12 +28,12 @@ struct Tuning {
     uint64_t working_area = default_working_area; // pixels of the working copy, about
     std::optional<uint32_t> max_slope;            // most levels between neighbouring entries of a curve; 0 is any number
 
-    // Without a choice, what the gain makes of neighbouring levels in the deepest shadows, and at least 3: a smaller limit
-    // would close shadows again, a larger one leaves jumps.
+    // Without a choice, the difference that the gain makes between neighbouring levels in the deepest shadows, and at least 3:
+    // a smaller limit would close shadows again, a larger one leaves jumps.
     uint32_t slope_limit() const { return max_slope.value_or(std::max(3u, static_cast<uint32_t>(std::ceil(max_gain)))); }
 };
 
-// Which pictures are enhanced; the numbers are the library's. A picture passes that keeps within the limits of the policy or of
+// Which pictures are enhanced; the numbers are the library's. A picture passes if it is within the limits of the policy or of
 // one before it.
 enum class Policy : int32_t { conservative = 1, standard = 2, risky = 3, always = 4 };
 

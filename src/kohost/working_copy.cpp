@@ -1,4 +1,4 @@
-// All in whole numbers. With from and to pixels in a direction, a pixel of the picture is to units long and one of the result
+// All numbers are whole. With from and to pixels in a direction, a pixel of the picture is to units long and one of the result
 // from units, so every overlap is a whole number of units and the weights of a pixel of the result add up to the product of the
 // picture's sides: 2^28 for the largest picture, times 255 well inside 64 bits.
 #include "kohost/working_copy.h"
@@ -38,7 +38,7 @@ Image sample_of(const Image &picture, Size size) {
 template <uint32_t Channels> void sum_over(const uint8_t *pixels, uint64_t from, uint64_t to, uint64_t *sums) {
     std::fill_n(sums, to * Channels, uint64_t{0});
     uint64_t x = 0;    // of the picture
-    uint64_t left = 0; // units of pixel x that belong to results before
+    uint64_t left = 0; // units of pixel x that belong to earlier pixels of the result
     for (uint64_t i = 0; i < to; ++i, sums += Channels) {
         uint64_t room = from; // units of this result that are not covered yet
         if (left > 0) {
@@ -109,7 +109,7 @@ void AreaAverage::add(uint32_t rows, const uint8_t *pixels) {
         sum_row(pixels);
         const uint64_t top = row_ * image_.size.height; // in units
         const uint64_t bottom = top + image_.size.height;
-        const uint64_t edge = (ended_ + 1) * from_.height; // of the result's row at work
+        const uint64_t edge = (ended_ + 1) * from_.height; // of the result's row in progress
         add_weighted(std::min(bottom, edge) - top);
         if (bottom >= edge) {
             end_row();

@@ -1,9 +1,10 @@
 // The working copy: a picture of any size reduced to one on which it is judged and its curves are made. The measures look at
-// neighbouring pixels, and their limits were made for small pictures; a grid of curves has no size and suits the whole picture.
+// neighbouring pixels, and their limits suit small pictures; a grid of curves does not depend on the size and suits the whole
+// picture.
 //
-// A picture is first halved each way up to three times, which a JPEG decoder does on the way, and then reduced to the working
-// size in two ways. Averaging serves all but the measure of noise, which it would hide: noise is measured on pixels as they
-// are.
+// A picture is first halved each way up to three times, which a JPEG decoder does while decoding, and then reduced to the
+// working size in two ways. Averaging serves all measures except noise, which it would hide: noise is measured on pixels that
+// are not averaged.
 #ifndef KO_KOHOST_WORKING_COPY_H
 #define KO_KOHOST_WORKING_COPY_H
 
@@ -19,18 +20,18 @@ struct WorkingCopy {
     Image sample;  // each pixel is the one in the middle of that area; no pixels if the picture was small enough to be both
 };
 
-// The size of the working copy of a picture: its shape at about so many pixels, or its own size if that is no larger.
+// The size of the working copy of a picture: its shape at about the given number of pixels, or its own size if it is no larger.
 Size working_size(Size picture, uint64_t area);
 
-// The size of a picture halved as often as it stays half as large again as its working copy each way: averages over few whole
-// pixels would be sharper in some places than in others.
+// The size of a picture halved as long as it stays at least 1.5 times as large as its working copy each way: averages over few
+// whole pixels would be sharper in some places than in others.
 Size halved_size(Size picture, Size working);
 
 // Reduces a halved picture to the working size.
 WorkingCopy make_working_copy(Image &&halved, Size working);
 
-// Reduces a picture whose rows come one after the other. Each pixel of the result is the exact average of the area that it
-// covers, rounded to the nearest level.
+// Reduces a picture that is passed row by row. Each pixel of the result is the exact average of the area that it covers,
+// rounded to the nearest level.
 class AreaAverage {
   public:
     // to is at most as large as from, each way, and has pixels.
@@ -50,9 +51,9 @@ class AreaAverage {
     Size from_;
     Image image_;
     uint64_t row_ = 0;              // rows added
-    uint64_t ended_ = 0;            // rows of the result that are whole
+    uint64_t ended_ = 0;            // rows of the result that are complete
     std::vector<uint64_t> sums_;    // of the row last added: for each sample of the result, levels times overlap
-    std::vector<uint64_t> columns_; // of the result's row at work, each row's sums times its overlap
+    std::vector<uint64_t> columns_; // of the result's row in progress, each row's sums times its overlap
 };
 
 } // namespace kohost

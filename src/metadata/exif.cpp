@@ -1,5 +1,5 @@
-// Exiv2 reads and compares; it does not write. What it would write is laid out anew, with the notes of cameras at other places,
-// of which it knows the inside in part. XMP, whose parser is not made for several threads, is left alone.
+// Exiv2 reads and compares; it does not write. What it would write is laid out anew, with maker notes at other places, whose
+// content it knows only in part. XMP, whose parser is not made for several threads, is left alone.
 #include "metadata/exif.h"
 
 #include <algorithm>
@@ -14,7 +14,7 @@ namespace metadata {
 
 namespace {
 
-// Exiv2 reports damage on the standard error stream unless it is silenced, once for all threads.
+// Exiv2 reports damage on the standard error stream unless it is silenced, which is done once for all threads.
 void silence() {
     static const bool silent = [] {
         Exiv2::LogMsg::setLevel(Exiv2::LogMsg::mute);
@@ -40,7 +40,7 @@ bool is_of_thumbnail(const Exiv2::Exifdatum &datum) { return datum.groupName() =
 
 using Value = std::pair<std::string, Bytes>;
 
-// All values that no change touches, with their keys.
+// All values that a change must not affect, with their keys.
 std::vector<Value> lasting_values(const Bytes &block) {
     std::vector<Value> values;
     for (const Exiv2::Exifdatum &datum : decoded(block)) {

@@ -1,4 +1,4 @@
-// Exif data: what the program asks of it, and the few changes that it makes.
+// Exif data: what the program needs from it, and the few changes that it makes.
 #ifndef KO_METADATA_EXIF_H
 #define KO_METADATA_EXIF_H
 
@@ -26,7 +26,7 @@ struct Thumbnail {
 
 // What a block says, from its byte-order mark on.
 struct Exif {
-    std::string software; // that wrote the picture, "" if it does not say
+    std::string software; // that wrote the picture, "" if it is not named
     bool has_thumbnail = false;
     Bytes thumbnail; // a JPEG file, or empty for one of another kind
 };
@@ -34,17 +34,17 @@ struct Exif {
 struct ExifChange {
     std::optional<std::string> software = std::nullopt;
     std::optional<Thumbnail> thumbnail = std::nullopt;
-    bool drop_thumbnail = false; // if there is no new one
+    bool drop_thumbnail = false; // if no new one is given
 };
 
-// A block that says nothing.
+// A block without entries.
 Bytes empty_exif();
 
-// Reads a block. Throws Error for one that is damaged.
+// Reads a block. Throws Error if it is damaged.
 Exif read_exif(const Bytes &block);
 
-// Changes a block, and nothing in it but what the change names: all other values are compared before and after, and all of them
-// stay where they are. Throws Error where that cannot be done.
+// Changes in a block only what the change names: all other values are compared before and after, and all of them stay where
+// they are. Throws Error if that cannot be done.
 Bytes changed_exif(const Bytes &block, const ExifChange &change);
 
 } // namespace metadata

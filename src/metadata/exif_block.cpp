@@ -1,5 +1,5 @@
 // A block is a TIFF file without a picture: a header, and directories whose entries hold a tag, a type, a count, and the value
-// or where it stands. The first directory links to a second one, which describes the thumbnail.
+// or its position. The first directory links to a second one, which describes the thumbnail.
 #include "metadata/exif_block.h"
 
 #include <algorithm>
@@ -20,7 +20,7 @@ constexpr uint32_t type_short = 3;
 constexpr uint32_t type_long = 4;
 
 constexpr uint32_t most_entries = 0xffff; // of a directory
-constexpr size_t inline_size = 4;         // of a value that stands in its entry
+constexpr size_t inline_size = 4;         // of a value that is held in its entry
 
 } // namespace
 
@@ -100,7 +100,7 @@ void ExifBlock::put(size_t position, size_t size, uint32_t value) {
     }
 }
 
-// Values and directories begin at even places.
+// Values and directories begin at even positions.
 size_t ExifBlock::append(const Bytes &bytes) {
     bytes_.resize(bytes_.size() + bytes_.size() % 2);
     const size_t position = bytes_.size();
@@ -123,7 +123,7 @@ std::optional<size_t> ExifBlock::find(const Directory &directory, uint32_t tag) 
     return std::nullopt;
 }
 
-// A number that stands in its entry.
+// A number that is held in its entry.
 std::optional<uint32_t> ExifBlock::number_of(const Directory &directory, uint32_t tag) const {
     const std::optional<size_t> entry = find(directory, tag);
     if (!entry || get(*entry + 4, 4) != 1) {
@@ -133,7 +133,7 @@ std::optional<uint32_t> ExifBlock::number_of(const Directory &directory, uint32_
     return type == type_short || type == type_long ? std::optional(get(*entry + 8, type == type_short ? 2 : 4)) : std::nullopt;
 }
 
-// True if the text of an entry stands inside the block and is at least so long.
+// True if the text of an entry is inside the block and has at least the given length.
 bool ExifBlock::has_room(size_t entry, size_t size) const {
     const size_t room = get(entry + 2, 2) == type_ascii ? get(entry + 4, 4) : 0;
     const size_t position = get(entry + 8, 4);
@@ -152,7 +152,7 @@ void ExifBlock::set_number(const Directory &directory, uint32_t tag, uint32_t va
     put(entry + 8, get(entry + 2, 2) == type_short ? 2 : 4, value);
 }
 
-// A directory has no room for one more entry: it is laid out anew at the end of the block, where the header then points.
+// A directory has no room for one more entry: it is laid out anew at the end of the block, and the header then points there.
 size_t ExifBlock::add_entry(uint32_t tag) {
     const Directory old = first();
     if (old.count == most_entries) {
@@ -184,7 +184,7 @@ std::optional<ExifBlock::Directory> ExifBlock::second() const {
     return position != 0 ? std::optional(directory_at(position)) : std::nullopt;
 }
 
-// Takes bytes that nothing points to any more off the end of the block, if they stand there.
+// Removes bytes that nothing points to any more, if they are at the end of the block.
 void ExifBlock::cut_end(size_t position, size_t size) {
     if (position <= bytes_.size() && size == bytes_.size() - position) {
         bytes_.resize(position);

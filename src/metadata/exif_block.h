@@ -1,5 +1,5 @@
-// An Exif block that is changed in place. Whatever is not changed stays byte for byte where it was: the notes of many cameras
-// point to places in the block, and nobody but their makers knows all of these pointers.
+// An Exif block that is changed in place. Whatever is not changed stays byte for byte where it was: many maker notes point to
+// places in the block, and only their makers know all of these pointers.
 #ifndef KO_METADATA_EXIF_BLOCK_H
 #define KO_METADATA_EXIF_BLOCK_H
 
@@ -12,19 +12,19 @@
 
 namespace metadata {
 
-// All members throw Error where the block is damaged; it must then not be used further.
+// All members throw Error if the block is damaged; it must not be used afterwards.
 class ExifBlock {
   public:
     explicit ExifBlock(Bytes bytes);
 
-    // Names the software: in its old place if there is room, otherwise at the end of the block, and with an entry of its own if
-    // there was none.
+    // Names the software: in its old place if the text fits there, otherwise at the end of the block, and with a new entry if
+    // it had none.
     void set_software(const std::string &text);
 
-    // Replaces the thumbnail, which must be a JPEG one, in its old place if there is room, otherwise at the end of the block.
+    // Replaces the thumbnail, which must be a JPEG file, in its old place if it fits there, otherwise at the end of the block.
     void set_thumbnail(const Thumbnail &thumbnail);
 
-    // Takes the thumbnail out, with its directory.
+    // Removes the thumbnail with its directory.
     void drop_thumbnail();
 
     const Bytes &bytes() const { return bytes_; }

@@ -10,7 +10,7 @@ constexpr std::string_view program = "ko ";
 constexpr std::string_view between_programs = "; ";
 constexpr std::string_view between_deeds = ", ";
 
-// A mark and where it stands.
+// A mark and its place in a text.
 struct Place {
     size_t begin;
     size_t end;
@@ -27,7 +27,7 @@ std::vector<std::string> deeds_in(std::string_view list) {
     return deeds;
 }
 
-// The mark that begins at a place in a text; none if it is something else.
+// The mark that begins at a place in a text; none if something else begins there.
 std::optional<Place> mark_at(std::string_view text, size_t begin) {
     const size_t version = begin + program.size();
     const size_t open = text.find_first_not_of("0123456789.", version);

@@ -16,14 +16,14 @@ struct Mark {
 
     bool has(std::string_view deed) const;
 
-    // Adds a deed unless it is among them.
+    // Adds a deed unless the mark has it already.
     void add(std::string_view deed);
 };
 
 // The mark in a text; none without one.
 std::optional<Mark> mark_in(std::string_view text);
 
-// The text with this mark in place of the one that it had, or at its end.
+// The text with this mark in place of its old one, or at its end.
 std::string with_mark(std::string_view text, const Mark &mark);
 
 } // namespace metadata

@@ -1,7 +1,7 @@
 # What the scripts share; to be sourced. root is the folder of the checkout.
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-# Installs the packages that are not there, on Debian and its kin.
+# Installs the packages that are missing, on Debian and its derivatives.
 install_missing() {
     if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
         echo "There is no apt here; this needs what Debian calls $*" >&2
@@ -19,7 +19,7 @@ install_missing() {
     fi
 }
 
-# Runs a command that nobody needs to read unless it fails.
+# Runs a command whose output is shown only if it fails.
 quietly() {
     local log status=0
     log=$(mktemp)
@@ -29,11 +29,11 @@ quietly() {
     return "$status"
 }
 
-# What the program is built with.
+# The packages that building the program needs.
 program_packages=(cmake g++ libcli11-dev libexiv2-dev libheif-dev libjpeg62-turbo-dev liblcms2-dev libpng-dev libtiff-dev libwebp-dev
     ninja-build nlohmann-json3-dev pkg-config)
 
-# Builds the program alone into a folder, and shows how far it is.
+# Builds only the program into a folder, and shows the progress.
 build_program() {
     install_missing "${program_packages[@]}"
     echo "Building $1/bin/ko"
@@ -41,7 +41,7 @@ build_program() {
     with_progress cmake --build "$1"
 }
 
-# Runs a build and keeps its newest line in sight: on a terminal that line alone, elsewhere every tenth. All of it is shown if the
+# Runs a build and shows its newest line: on a terminal only that line, elsewhere every tenth. The whole output is shown if the
 # build fails.
 with_progress() {
     local log line status=0 count=0

@@ -1,4 +1,4 @@
-// `ko apply`: a saved grid of curves onto pictures.
+// `ko apply`: applies a saved grid of curves to pictures.
 #include "commands.h"
 
 #include "enhance.h"

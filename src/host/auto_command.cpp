@@ -1,5 +1,5 @@
-// `ko auto`: everything that the library does for a photograph, on one decoded picture. Red eyes come first: the model knows
-// them as cameras make them, and the curves change colours. The picture is then judged and enhanced without them.
+// `ko auto`: everything that the library does for a photograph, on one decoded picture. Red eyes come first: the model expects
+// them as cameras record them, and the curves change colours. The repaired picture is then judged and enhanced.
 #include "commands.h"
 
 #include <optional>

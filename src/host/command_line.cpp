@@ -17,7 +17,7 @@ namespace host {
 
 namespace {
 
-// The fewest letters that are inserted, left out or replaced between two words.
+// The least number of letters to insert, leave out or replace to turn one word into the other.
 size_t distance(const std::string &one, const std::string &other) {
     std::vector<size_t> row(other.size() + 1);
     std::iota(row.begin(), row.end(), size_t{0});
@@ -32,7 +32,7 @@ size_t distance(const std::string &one, const std::string &other) {
     return row.back();
 }
 
-// The only word that begins so, otherwise the nearest one; "" if none is near enough to be meant.
+// The only word with this beginning, otherwise the nearest one; "" if none is near enough to be meant.
 std::string nearest(const std::string &word, const std::vector<std::string> &words) {
     const auto begins_so = [&](const std::string &other) { return other.starts_with(word); };
     if (std::count_if(words.begin(), words.end(), begins_so) == 1) {
@@ -69,7 +69,7 @@ std::vector<std::string> options_of(const CLI::App &command) {
 
 void refuse_extras(const CLI::App &app, const CLI::App *command) {
     std::vector<std::string> extras = (command != nullptr ? *command : app).remaining();
-    std::erase(extras, "--"); // which ends the options
+    std::erase(extras, "--"); // it only ends the options
     if (extras.empty()) {
         return;
     }
@@ -92,7 +92,7 @@ std::string one_line(std::string text) {
 // App::help would show the command that was given in place of the program.
 std::string overview(const CLI::App &app) { return app.get_formatter()->make_help(&app, "ko", CLI::AppFormatMode::Normal); }
 
-// Besides the commands, help answers with what packages install.
+// Besides help on commands, help gives the files that packages install.
 std::string help_about(const CLI::App &app, const CLI::App &help) {
     const std::vector<std::string> words = help.remaining();
     if (words == std::vector<std::string>{"--man"}) {

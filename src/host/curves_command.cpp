@@ -1,4 +1,4 @@
-// `ko curves`: the curves of one picture, as a file or drawn over the picture. There is no judgement.
+// `ko curves`: the curves of one picture, as a file or drawn over the picture, without a judgement.
 #include "commands.h"
 
 #include "draw.h"

@@ -1,4 +1,4 @@
-// The drawing is a picture of its own: what describes the colours of the first one would be wrong for it.
+// The drawing is a picture of its own: a description of the original's colours would be wrong for it.
 #include "draw.h"
 
 #include "kohost/curves.h"
@@ -18,7 +18,7 @@ kohost::ColorImagePtr luminance_of(const codec::Picture &picture) {
     return image;
 }
 
-// What the camera says holds for the drawing too, but for the thumbnail.
+// The camera's data apply to the drawing too, except for the thumbnail.
 codec::Bytes exif_without_thumbnail(const codec::Bytes &exif) {
     try {
         return exif.empty() ? exif : metadata::changed_exif(exif, {.drop_thumbnail = true});

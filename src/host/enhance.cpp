@@ -30,7 +30,7 @@ std::string text_of(const kohost::Judgement &judgement, kohost::Policy policy) {
     return text;
 }
 
-// The reason against a picture. A page and the details show its measures, whatever the policy makes of them.
+// The reason to turn a picture down. A page and the details show its measures, whatever the policy decides.
 std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning,
                                     const kohost::Judging &judging, Entry &entry) {
     if (entry.page() == nullptr && !entry.wants_details()) {
@@ -47,7 +47,7 @@ std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, con
     return kohost::deciding(judgement, judging.policy);
 }
 
-// A picture in small under the curves of the whole; none if it has too few pixels for the grid.
+// A reduced picture with the curves of the whole applied; none if it has too few pixels for the grid.
 std::optional<kohost::Image> under(const TileTRC &curves, float ratio, kohost::Image image) {
     const kohost::Grid grid{KoTileTRCGetNumStripsX(&curves), KoTileTRCGetNumStripsY(&curves)};
     const kohost::Grid fitting = kohost::fitting_grid(grid, image.size);
@@ -106,7 +106,8 @@ Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning
     return enhancement;
 }
 
-// A picture that is written is shown as it passes; one that is copied, by its working copy if that has enough pixels.
+// The preview of a picture that is written is made as its rows pass; that of a copied one from its working copy if that has
+// enough pixels.
 void show_plan(PageEntry &page, const kohost::WorkingCopy &working_copy, const Enhancement &enhancement) {
     if (enhancement.curves != nullptr) {
         keep_curves(page, *enhancement.curves);

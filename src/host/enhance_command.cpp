@@ -1,4 +1,4 @@
-// `ko enhance`: photographs in, enhanced photographs out. One that is turned down comes out as it went in.
+// `ko enhance`: photographs in, enhanced photographs out. One that is turned down comes out unchanged.
 #include "commands.h"
 
 #include "enhance.h"

@@ -18,14 +18,14 @@ constexpr size_t largest_kept = size_t{1} << 30;
 std::mutex drafts_lock;
 std::set<fs::path> drafts;
 
-// Where a target is in truth: a link stays a link.
+// The real path of a target: a link stays a link.
 fs::path place_of(const fs::path &target) {
     std::error_code missing;
     const fs::path real = fs::canonical(target, missing);
     return missing ? target : real;
 }
 
-// Keeps why a call failed; without memory for the text, none.
+// Keeps the reason for a call's failure, unless memory for the text is lacking.
 void explain(std::string &failure, const char *what, const std::string &name) noexcept {
     try {
         failure = what + name + ": " + system::failure();
@@ -126,7 +126,7 @@ Draft::Draft(const fs::path &target, const std::optional<system::Traits> &traits
 Draft::~Draft() {
     file_.close();
     if (placed_) {
-        return; // another draft may have this one's path by now
+        return; // by now another draft may have this one's path
     }
     const std::lock_guard<std::mutex> guard(drafts_lock);
     drafts.erase(path_);
@@ -160,7 +160,7 @@ void Draft::take_permissions() {
     std::error_code error;
     const fs::file_status present = fs::status(target_, error);
     if (fs::is_regular_file(present)) {
-        fs::permissions(path_, present.permissions(), error); // as far as the system lets us
+        fs::permissions(path_, present.permissions(), error); // as far as the system permits
     }
 }
 
@@ -175,7 +175,7 @@ void Draft::abandon_all() {
 
 namespace {
 
-// The picture is held until it is whole: a part of one is of no use to whoever reads it.
+// The picture is held back until it is complete: a part of one is of no use to the reader.
 class StandardOutput : public Target {
   public:
     StandardOutput() : Target("the standard output") { file_ = system::File::standard_output(); }
@@ -231,7 +231,7 @@ void write_file_by(const fs::path &target, const DraftStep &write, const DraftSt
     try {
         write(draft.path());
     } catch (const std::exception &) {
-        draft.check_room(); // the better reason, if it is one
+        draft.check_room(); // a full disk is the better reason
         throw;
     }
     draft.check_room();

@@ -82,7 +82,7 @@ class Draft : public Target {
 
     const std::filesystem::path &path() const { return path_; }
 
-    // Throws if the disk is full after the library wrote the file: if its write was cut short, one more byte does not fit either.
+    // Throws if the disk is full after other code wrote the file: where a write was cut short, one more byte does not fit.
     void check_room();
 
     // The bytes reach the disk before the name does: after a crash the target is the old file or the new one.

@@ -1,5 +1,5 @@
-// What the library says of a save speaks for the opening of the file, and two of the forms lose some curves without a word. So
-// what was saved is loaded again and compared before it takes its name.
+// The library's result of a save covers only the opening of the file, and two of the forms lose some curves silently. So what
+// was saved is loaded again and compared before it takes its name.
 #include "grid_file.h"
 
 #include <string>
@@ -24,7 +24,7 @@ kohost::TileTrcPtr empty_grid() {
 
 bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoErrorGetLastError() == KO_ERR_CREATE_OBJECT; }
 
-// True if a file gives the curves back.
+// True if a file holds the curves.
 bool holds(const fs::path &path, const TileTRC &curves) {
     const kohost::TileTrcPtr again = empty_grid();
     const system::ErrorStreamCapture printed;
@@ -36,8 +36,8 @@ bool holds(const fs::path &path, const TileTRC &curves) {
     return loaded && KoTileTRCCompare(again.get(), &curves) != 0;
 }
 
-// What the library printed of a line that it rejects: `"path", line 7: "the line": why`, with or without the line, whose bytes
-// may be any. Gives why, or nothing if something else was printed.
+// What the library printed about a line that it rejects: `"path", line 7: "the line": why`, with or without the line, which may
+// hold any bytes. Returns why, or nothing if something else was printed.
 std::string reason_in(const std::string &printed) {
     constexpr std::string_view behind_line = "\": ";
     constexpr std::string_view behind_path = "\", line ";

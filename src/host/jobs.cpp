@@ -1,4 +1,4 @@
-// Files are compared by what the system makes of their paths, links resolved.
+// Files are compared by their paths as the system resolves them, links included.
 #include "jobs.h"
 
 #include <algorithm>
@@ -49,7 +49,7 @@ bool is_there(const fs::path &path) {
     return fs::exists(path, error);
 }
 
-// A name without an extension is no picture's, so it is a folder's that does not exist yet.
+// A name without an extension is not a picture's, so it is that of a folder that does not exist yet.
 bool names_folder(const fs::path &output) {
     if (output == standard_stream) {
         return false;
@@ -98,7 +98,7 @@ std::string reason_against(const fs::path &target) {
     return "";
 }
 
-// The name that a picture keeps, but for the extension of a format that it cannot be written in.
+// The name that a picture keeps, except for the extension of a format in which it cannot be written.
 fs::path kept_name(fs::path name) { return is_only_read(name) ? name.replace_extension(".jpg") : name; }
 
 // ---- where each picture goes
@@ -125,7 +125,7 @@ class Layout {
         return jobs;
     }
 
-    // Makes the folder that the jobs write to, if there is one.
+    // Makes the folder to which the jobs write, if they write to one.
     void prepare(const std::vector<Job> &jobs) const {
         const bool into_folder = !destination_.output.empty() && !writes_stream() &&
                                  (jobs.size() != 1 || jobs.front().target != fs::path(destination_.output));
@@ -156,7 +156,7 @@ class Layout {
 
     bool writes_stream() const { return destination_.output == standard_stream; }
 
-    // A name that the suffix would make the input's own again is refused like any other.
+    // A name that is the input's own even with the suffix is refused like any other.
     fs::path target_of(const Selected &picture) const {
         if (destination_.in_place) {
             return picture.input;
@@ -176,7 +176,7 @@ class Layout {
     const Destination &destination_;
 };
 
-// No picture takes the place of another one, of what another one is made to, or, unless it is to be so, of itself.
+// No picture takes the place of another input, of another result or, except with --in-place, of itself.
 void refuse_clashes(const std::vector<Job> &jobs, const Destination &destination, const std::vector<std::string> &also_read) {
     std::map<fs::path, std::string> readers;
     for (const std::string &path : also_read) {

@@ -49,7 +49,7 @@ std::optional<codec::Format> format_of_extension(const std::filesystem::path &pa
 // Throws UsageError for a name without such an extension.
 void check_extension(const std::filesystem::path &path);
 
-// Makes a folder if it is missing. Throws FileError, which names with who what needs it, if no file can be written to it.
+// Makes a folder if it is missing. Throws FileError, in which who is what needs the folder, if no file can be written to it.
 void prepare_folder(const std::filesystem::path &folder, const std::string &who);
 
 // Lays out the jobs. Several inputs, and one whose output is a folder, keep their names there, and those from subfolders their

@@ -34,10 +34,10 @@ const char *key_of(Measure measure) {
     }
 }
 
-// What a policy comes to: its own answer, or that of one before it.
+// The decision of a policy: its own, or that of one before it.
 struct Verdict {
     bool enhanced;
-    std::string reason; // what speaks against the picture under this policy itself
+    std::string reason; // what counts against the picture under this policy itself
     std::string passes; // the policy that lets it pass, if it is another one
 };
 
@@ -77,7 +77,7 @@ bool is_over(Measure measure, float score, float threshold) {
     return measure == Measure::noise ? score > threshold : score < threshold;
 }
 
-// A table of 8 by 8 scores, those of blocks that count against the picture marked.
+// A table of 8 by 8 scores, with a mark at blocks that count against the picture.
 std::string table_of(Measure measure, std::span<const float> scores, float threshold) {
     constexpr size_t columns = 8;
     std::string table;
@@ -131,7 +131,7 @@ std::string page_about(const Job &job, const Source &source, const Scores &score
     return page;
 }
 
-// A value of each measure; null for one that was not taken.
+// A value for each measure; null for one that was not taken.
 template <class Value> Json by_measure(std::span<const Measure> wanted, const Value &value) {
     Json object = Json::object();
     for (const Measure measure : wanted) {

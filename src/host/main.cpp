@@ -1,4 +1,4 @@
-// The program `ko`: photographs in, enhanced photographs out. A picture that fails leaves the others alone.
+// The program `ko`: photographs in, enhanced photographs out. A picture that fails does not affect the others.
 #include <algorithm>
 #include <atomic>
 #include <cstdio>

@@ -1,4 +1,5 @@
-// The manual page and the completions for shells, made from the description of the command line, so that they agree with --help.
+// The manual page and the completions for shells, made from the description of the command line, so that they agree with
+// --help.
 #ifndef KO_HOST_MANUAL_H
 #define KO_HOST_MANUAL_H
 

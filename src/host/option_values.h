@@ -1,5 +1,5 @@
-// Options whose values are numbers or one of a few names: each value is parsed completely and checked against its range, so that
-// the library gets only valid arguments.
+// Options whose values are numbers or one of a few names: each value is parsed completely and checked against its range, so
+// that the library gets only valid arguments.
 #ifndef KO_HOST_OPTION_VALUES_H
 #define KO_HOST_OPTION_VALUES_H
 

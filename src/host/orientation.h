@@ -1,5 +1,5 @@
-// Which way up a picture is to be shown. Cameras store the rows of a picture as the sensor delivers them, and record in the Exif
-// block how it was held; the enhancement leaves both alone, and only what is displayed is rotated.
+// Which way up a picture is to be shown. Cameras store the rows of a picture as the sensor delivers them, and record in the
+// Exif block how they were held; the enhancement leaves both alone, and only what is displayed is rotated.
 #ifndef KO_HOST_ORIENTATION_H
 #define KO_HOST_ORIENTATION_H
 

@@ -9,7 +9,7 @@ namespace host {
 
 namespace {
 
-// JPEG files are up to 65535 pixels long, and a strip of a picture is no easier to look at than its beginning.
+// JPEG files are at most 65535 pixels long, and a long strip is no easier to view than its beginning.
 constexpr uint32_t longest_preview_side = 2000;
 
 kohost::Size preview_size(kohost::Size picture, uint64_t area) {
@@ -31,7 +31,7 @@ std::string verdict_of(const kohost::Judgement &judgement, kohost::Policy policy
 
 std::string shown(double count) { return std::to_string(static_cast<uint64_t>(count)); }
 
-// A picture passes under a policy if it keeps within the limits of that one or of one before it, so all of these count.
+// A picture passes under a policy if it is within the limits of that one or of one before it, so all of these count.
 std::string limits_in_words(const kohost::Judgement &judgement, kohost::Policy policy, kohost::Measure measure) {
     std::string each;
     std::set<double> different;

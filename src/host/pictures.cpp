@@ -31,7 +31,7 @@ void note_name(const Job &job, codec::Format format, const codec::Description &s
     }
 }
 
-// A working copy that was made smaller than the preview is no use to it: the picture is read once more.
+// A working copy smaller than the preview is of no use for it: the picture is read once more.
 void show_copied(PageEntry &page, Source &source, Entry &entry) {
     if (!page.before) {
         entry.at(Stage::reading);
@@ -40,7 +40,7 @@ void show_copied(PageEntry &page, Source &source, Entry &entry) {
     keep_description(page, source.description());
 }
 
-// Most pixels that are kept of a picture for its thumbnail.
+// Most pixels of a picture that are kept for its thumbnail.
 constexpr uint64_t preview_area = 500'000;
 
 kohost::Image reduced(const kohost::Image &image, kohost::Size size) {
@@ -51,7 +51,7 @@ kohost::Image reduced(const kohost::Image &image, kohost::Size size) {
 
 } // namespace
 
-// Every pass reports the same.
+// Every pass over a file reports the same notices.
 template <class Step> void Source::read_all(codec::Reader &reader, const Step &step) {
     const size_t row_bytes = size_t{reader.width()} * reader.description().channels;
     const uint32_t rows_at_once = band_rows(row_bytes);
@@ -158,7 +158,7 @@ void write_picture(const Job &job, Source &source, std::optional<int> quality, c
         writer->write(rows, band.data(), alpha.data());
         done += rows;
     });
-    codec::Notices known; // from the pass before
+    codec::Notices known; // from an earlier pass
     reader->finish(known);
     writer->finish(source.notices);
     target->take_place();
@@ -175,7 +175,7 @@ void copy_picture(const Job &job, Source &source, std::optional<int> quality, En
         show_copied(*page, source, entry);
     }
     entry.at(Stage::writing);
-    source.notices.clear(); // what the decoding changed or left out is there in the copy
+    source.notices.clear(); // what the decoding changed or left out is still in the copy
     note_name(job, source.description().format, source.description(), source.notices);
     if (!job.dry_run) {
         copy_file(source.input(), job.target, source.traits());

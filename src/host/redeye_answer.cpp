@@ -1,4 +1,4 @@
-// Boxes are told as four numbers, left, top, right and bottom; the last two are outside.
+// Boxes are reported as four numbers, left, top, right and bottom; the last two are exclusive.
 #include "redeye_answer.h"
 
 namespace host {

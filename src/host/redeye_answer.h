@@ -1,4 +1,4 @@
-// What is told of a picture's red eyes.
+// What is reported about a picture's red eyes.
 #ifndef KO_HOST_REDEYE_ANSWER_H
 #define KO_HOST_REDEYE_ANSWER_H
 
@@ -15,13 +15,13 @@ using kohost::RedEyes;
 // Such as "red eyes repaired".
 const char *shown(RedEyeDecision decision);
 
-// Why nothing was repaired, "" if nothing is red enough.
+// Why nothing was repaired, "" if nothing was red enough.
 std::string reason_of(const RedEyes &eyes);
 
 // Decision, counts of patches by label, and reason in a line.
 std::string line_about(const RedEyes &eyes);
 
-// Counts, blobs, boxes, scores and labels. A picture that was not looked at has none.
+// Counts, blobs, boxes, scores and labels. A picture that was not examined has none.
 Json members_of(const RedEyes &eyes);
 
 } // namespace host

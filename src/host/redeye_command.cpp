@@ -1,4 +1,4 @@
-// `ko redeye`: photographs in, photographs without red eyes out. One without any comes out as it went in.
+// `ko redeye`: photographs in, photographs without red eyes out. One without any comes out unchanged.
 #include "commands.h"
 
 #include "marked.h"

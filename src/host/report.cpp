@@ -1,4 +1,4 @@
-// The bar is the last line on the terminal: it is taken away before anything else is written and drawn anew at the next step.
+// The bar is the last line on the terminal: it is erased before anything else is written and drawn anew at the next step.
 #include "report.h"
 
 #include <algorithm>
@@ -28,7 +28,7 @@ constexpr std::array<StageEntry, stage_count + 1> stages = {{{"reading", "read",
 constexpr size_t bar_cells = 24;
 constexpr size_t longest_name = 30;
 
-// The entry of the picture that this thread works on.
+// The entry of the picture that this thread processes.
 thread_local Entry *present = nullptr;
 
 // The end of a path says more than its beginning.
@@ -129,7 +129,7 @@ void Entry::skipped(const std::string &output, const std::string &why) {
     add_unseen({"skipped", PageOutcome::Kind::left}, why);
 }
 
-// A picture of which a page has nothing to show.
+// For a picture of which a page can show nothing.
 void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
     if (page_) {
         *page_ = PageEntry{};
@@ -304,7 +304,7 @@ void Report::progress(size_t number, const std::string &name, Stage stage, doubl
     draw_bar(name, stage);
 }
 
-// Entries that had to wait for this one are written behind it.
+// Entries that had to wait for this one are written after it.
 void Report::end(Entry &entry) {
     const std::lock_guard<std::mutex> guard(lock_);
     ++finished_;
@@ -330,7 +330,7 @@ void Report::write(std::FILE *stream, const std::string &text) {
     std::fflush(stream);
 }
 
-// Cut to the terminal's width: a line that wraps cannot be taken away.
+// Cut to the terminal's width: a line that wraps cannot be erased.
 void Report::draw_bar(const std::string &name, Stage stage) {
     if (finished_ == progress_.size()) {
         return;
@@ -346,7 +346,7 @@ void Report::draw_bar(const std::string &name, Stage stage) {
     }
 }
 
-// Rate and rest, once they mean something.
+// Rate and remaining time, once they are meaningful.
 std::string Report::time_left() const {
     const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
     if (seconds < 2.0 || total_progress_ < 0.5) {

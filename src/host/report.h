@@ -1,8 +1,8 @@
-// What the program says: one line per picture on the standard output, as text or as a JSON object, notices and errors on the
-// standard error stream, and a bar over all pictures when the output is a terminal.
+// What the program reports: one line per picture on the standard output, as text or as a JSON object, notices and errors on the
+// standard error stream, and a bar for all pictures if the output is a terminal.
 //
-// Pictures may be worked on at the same time. Each has an entry, which keeps what is said of it; entries are written whole and
-// in the order of the inputs.
+// Pictures may be processed at the same time. Each has an entry, which keeps what is reported about it; entries are written
+// whole and in the order of the inputs.
 #ifndef KO_HOST_REPORT_H
 #define KO_HOST_REPORT_H
 
@@ -31,7 +31,7 @@ struct Reporting {
     bool verbose = false;         // more about each picture
     bool timings = false;         // how long each stage of a picture took
     bool dry_run = false;         // nothing is written
-    bool output_is_taken = false; // by a picture; what is said of it goes to the standard error stream
+    bool output_is_taken = false; // by a picture; what is reported about it goes to the standard error stream
 };
 
 // How a picture ended.
@@ -41,7 +41,7 @@ struct Result {
     std::string output;            // path of what was written
     std::string decision;          // such as "enhanced"
     std::string reason;            // why the decision is no, otherwise ""
-    std::string said = "";         // what a line says in place of the two, or ""
+    std::string said = "";         // text of a line in place of the two, or ""
     Json members = Json::object(); // further members of an object
 };
 
@@ -50,27 +50,27 @@ class ReportPage;
 struct PageEntry;
 struct PageOutcome;
 
-// What is said of one picture. An entry belongs to the thread that works on the picture.
+// What is reported about one picture. An entry belongs to the thread that processes the picture.
 class Entry {
   public:
     ~Entry();
     Entry(const Entry &) = delete;
     Entry &operator=(const Entry &) = delete;
 
-    // The picture is in a stage, and through a share of it. Time counts for the stage until the next call of these two.
+    // The picture is in a stage, a share of which is done. Time counts for the stage until the next call of these two.
     void at(Stage stage, double share = 0.0);
 
-    // Time counts for a stage without a word of it.
+    // Time counts for a stage, without showing it.
     void spend(Stage stage);
 
-    // The ends of a picture. The last is for a command whose answer is the picture's only trace: the text is printed whatever
+    // The ways in which a picture ends. The last is for a command whose answer is its only result: the text is printed whatever
     // the style.
     void done(const Result &result);
     void failed(const std::string &why);
     void answered(const std::string &text);
     void skipped(const std::string &output, const std::string &why);
 
-    // About this picture; details are for those who ask for them.
+    // Notices about this picture; details are shown only on request.
     void notice(const std::string &text);
     void detail(const std::string &text);
     bool wants_details() const;
@@ -78,10 +78,10 @@ class Entry {
     // Something the library prints of its own accord.
     void message(const std::string &text) { print(stderr, text + "\n"); }
 
-    // What the page of the run shows of this picture; null if there is no page, or once the picture has ended.
+    // What the page of the run shows about this picture; null without a page, or once the picture has ended.
     PageEntry *page() { return page_.get(); }
 
-    // Where the library may write of its progress with the picture.
+    // Where the library may write its progress with the picture.
     std::FILE *log();
 
   private:
@@ -119,7 +119,7 @@ class Report {
     Report(const Report &) = delete;
     Report &operator=(const Report &) = delete;
 
-    // So many pictures will begin. Called once, before the first.
+    // The number of pictures that will begin. Called once, before the first.
     void expect(size_t pictures);
 
     // Picture number of the inputs begins. Every number is begun once.
@@ -136,7 +136,7 @@ class Report {
     // An error that concerns no single picture.
     void error(const std::string &text);
 
-    // Something the library prints on this thread: it concerns the picture that the thread works on, if there is one.
+    // Something the library prints on this thread: it concerns the picture that the thread processes, if any.
     void message(const char *text);
 
     // True if all went well, and the standard output took what was written to it.

@@ -1,7 +1,7 @@
 // A row of the page is HTML and can be read without its script; what opens under the row is JSON from which the script builds
-// it, so that a closed picture costs its text and is decoded when somebody looks at it.
+// it, so that a closed picture costs only its text and is decoded when it is opened.
 //
-// Names of files and texts about them are foreign: they enter the page through escaped() and through JSON without '<'.
+// Names of files and texts about them are not trusted: they enter the page through escaped() and through JSON without '<'.
 #include "report_page.h"
 
 #include <algorithm>
@@ -33,7 +33,7 @@ size_t direction_mark(std::string_view text) {
     return found == marks.end() ? 0 : found->size();
 }
 
-// UTF-8 whatever came: other bytes become U+FFFD, and characters that nobody would see the numbers of their bytes.
+// Always UTF-8: other bytes become U+FFFD, and invisible characters the numbers of their bytes.
 std::string readable(const std::string &text) {
     const auto text8 = Json::parse(line_of(Json(text))).get<std::string>();
     std::string result;
@@ -79,7 +79,7 @@ std::string escaped(const std::string &text) {
     return result;
 }
 
-// As the content of a script element, which nothing but '<' can end.
+// As the content of a script element, which only '<' can end.
 std::string embedded(const Json &object) {
     std::string result;
     for (const char c : line_of(object)) {
@@ -142,7 +142,7 @@ std::string jpeg_uri(const kohost::Image &stored, const PageEntry &entry) {
     return "data:image/jpeg;base64," + base64(codec::encode(picture, {codec::Format::jpeg, preview_quality}, notices));
 }
 
-// At most so many tiles of a direction are shown: more would be too small to see, and too many to keep.
+// At most this number of tiles is shown in each direction: more would be too small to see, and too many to keep.
 constexpr uint32_t most_shown = 32;
 constexpr uint64_t points = 256;
 
@@ -179,7 +179,7 @@ Json object_of(const PageMeasure &measure, const Orientation &orientation) {
     for (const size_t block : shown_order(orientation, blocks)) {
         scores.push_back(measure.scores[block]);
     }
-    const bool low = measure.measure != kohost::Measure::noise; // blocks count under the threshold
+    const bool low = measure.measure != kohost::Measure::noise; // blocks below the threshold count
     const char *name = measure.measure == kohost::Measure::detail    ? "Detail gained"
                        : measure.measure == kohost::Measure::entropy ? "Entropy of dark tones"
                                                                      : "Colour noise";
@@ -190,7 +190,7 @@ Json object_of(const PageMeasure &measure, const Orientation &orientation) {
             {"scores", std::move(scores)}};
 }
 
-// A box in shares of the picture's size. Pixels of the box are scale times as long as the picture's.
+// A box as fractions of the picture's size. Pixels of the box are scale times as long as the picture's.
 std::array<float, 4> box_of(const kohost::Box &box, float scale, kohost::Size size, const Orientation &orientation) {
     const auto share = [scale](uint32_t pixel, uint32_t side) {
         return std::min(static_cast<float>(pixel) * scale / static_cast<float>(side), 1.0f);
@@ -253,7 +253,7 @@ Json object_of(const PageEntry &entry) {
 
 // ---- the row of a picture
 
-// The folder matters less than the name in it. Names of any direction of writing stay within themselves.
+// The folder matters less than the name in it. A name's direction of writing does not affect the text around it.
 std::string name_in_row(const std::string &name) {
     const size_t start = name.rfind('/') + 1;
     const std::string folder = name.substr(0, start);
@@ -330,7 +330,7 @@ void put_file(Draft &draft, const fs::path &path) {
     throw FileError(file.failure());
 }
 
-// A page of a thousand pictures is still one that a browser opens at once.
+// Even a page of a thousand pictures should open at once in a browser.
 constexpr uint64_t largest_preview = 250'000;
 constexpr uint64_t smallest_preview = 60'000;
 constexpr uint64_t all_previews = 60'000'000;
@@ -381,7 +381,7 @@ void ReportPage::count(const PageOutcome &outcome) {
 }
 
 std::string ReportPage::summary() const {
-    std::vector<Outcome> sorted = outcomes_; // threads decide which one came up first
+    std::vector<Outcome> sorted = outcomes_; // which one occurred first depends on the threads
     std::sort(sorted.begin(), sorted.end(), [](const Outcome &a, const Outcome &b) {
         return std::pair(a.outcome.kind, a.outcome.text) < std::pair(b.outcome.kind, b.outcome.text);
     });

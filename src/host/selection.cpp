@@ -1,4 +1,4 @@
-// Pictures in folders are known by their extensions; a file that is named itself is taken whatever it is called.
+// Pictures in folders are recognised by their extensions; a file that is named itself is taken whatever its name.
 #include "selection.h"
 
 #include <algorithm>
@@ -85,7 +85,7 @@ class Lister {
     std::set<fs::path> known_;
 };
 
-// One name a line, or, in a list that holds a zero byte, names that end with one.
+// One name per line, or, in a list that holds a zero byte, names that end with one.
 std::vector<std::string> names_in(const std::string &path) {
     FileInput input(path);
     std::string text;

@@ -12,14 +12,14 @@ namespace host {
 
 struct Selected {
     std::string input;
-    std::filesystem::path place; // below the folder that it was found in, or its bare name
-    std::string refusal = {};    // why it cannot be worked on, "" if nothing speaks against it
+    std::filesystem::path place; // below the folder in which it was found, or its bare name
+    std::string refusal = {};    // why it cannot be processed, "" if it can
     bool from_folder = false;
 };
 
 // Lists the pictures of a selection in the order in which it names them, those of a folder by name. Hidden files, and what is
-// in the folder except, are passed over; a picture that is named twice is listed once. Throws FileError if a list of files
-// cannot be read.
+// in the folder except, are skipped; a picture that is named twice is listed once. Throws FileError if a list of files cannot
+// be read.
 std::vector<Selected> pictures_of(const Selection &selection, const std::filesystem::path &except = {});
 
 // A path as files are compared: absolute, links resolved as far as it exists.

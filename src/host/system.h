@@ -1,5 +1,5 @@
-// All that the program asks of the system beyond the standard library: files, the terminal, signals. One back end for each
-// system stands behind it.
+// Everything that the program needs from the system beyond the standard library: files, the terminal, signals. Each system has
+// a back end of its own.
 #ifndef KO_HOST_SYSTEM_H
 #define KO_HOST_SYSTEM_H
 
@@ -16,7 +16,7 @@ namespace host::system {
 // What went wrong with the latest call on this thread, such as "Permission denied".
 std::string failure();
 
-// What a file is beside its bytes; times in nanoseconds of the system's clock.
+// What a file has besides its bytes; times in nanoseconds of the system's clock.
 struct Traits {
     unsigned permissions = 0;
     int64_t accessed = 0;
@@ -44,18 +44,18 @@ class File {
     // True for a file whose bytes can be read in any order.
     bool has_places() const noexcept;
 
-    // Read as many bytes as fit into room, fewer at the end alone, at an offset or where the last reading stopped; -1 on
+    // Read as many bytes as fit into room, fewer only at the end, at an offset or where the last reading stopped; -1 on
     // failure.
     int64_t read_at(uint64_t offset, std::span<uint8_t> room) noexcept;
     int64_t read(std::span<uint8_t> room) noexcept;
 
     std::optional<uint64_t> size() const noexcept;
 
-    // Write all bytes, behind those before or at an offset.
+    // Write all bytes, after those before or at an offset.
     bool write(std::span<const uint8_t> bytes) noexcept;
     bool write_at(uint64_t offset, std::span<const uint8_t> bytes) noexcept;
 
-    // Brings the bytes to the disk, where the file system can.
+    // Flushes the bytes to the disk, if the file system can.
     bool sync() noexcept;
 
     // True if the file system has room for one more byte at the end.
@@ -74,8 +74,8 @@ class File {
 bool can_write_into(const std::filesystem::path &folder) noexcept;
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept;
 
-// Takes what is written to the standard error stream while it exists, on any thread. If the system gives no temporary file, the
-// stream stays as it is.
+// Captures what is written to the standard error stream while it exists, on any thread. If the system provides no temporary
+// file, the stream stays as it is.
 class ErrorStreamCapture {
   public:
     ErrorStreamCapture() noexcept;
@@ -93,7 +93,7 @@ class ErrorStreamCapture {
     int stream_ = -1; // as it was
 };
 
-// A number that no other process has now.
+// A number that no other running process has.
 unsigned process();
 
 unsigned processors();

@@ -43,7 +43,7 @@ constexpr int64_t second = 1'000'000'000;
 int64_t nanoseconds(const timespec &time) { return time.tv_sec * second + time.tv_nsec; }
 
 timespec time_of(int64_t nanoseconds) {
-    const int64_t rest = (nanoseconds % second + second) % second; // also of times before the clock's first
+    const int64_t rest = (nanoseconds % second + second) % second; // also for times before the epoch
     return {(nanoseconds - rest) / second, rest};
 }
 
@@ -196,7 +196,7 @@ unsigned terminal_width() {
     return ::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
 }
 
-// A thread of its own waits for the signals, so that clean_up may take locks and call what it likes.
+// A thread of its own waits for the signals, so that clean_up may take locks and call any function.
 void on_interruption(void (*clean_up)()) {
     std::signal(SIGPIPE, SIG_IGN);
     sigset_t signals;

@@ -1,4 +1,4 @@
-// A PNG file has its mark in a text, every other one in its Exif data; where the latter cannot be changed, in a comment.
+// A PNG file has its mark in a text, every other file in its Exif data, or in a comment if that cannot be changed.
 #include "trace.h"
 
 #include <algorithm>
@@ -19,7 +19,7 @@ constexpr const char *software_keyword = "Software";
 // A block of Exif data fits into one segment of a JPEG file, behind six bytes of its own.
 constexpr size_t largest_exif_in_jpeg = 65527;
 
-// From the quality of most cameras' thumbnails down to the least that is still a picture.
+// From the quality of most cameras' thumbnails down to the least that is still recognisable.
 constexpr std::array<int, 5> thumbnail_qualities = {85, 75, 65, 50, 35};
 
 // What a camera makes, if nothing is known of the old thumbnail.
@@ -56,7 +56,7 @@ kohost::Size size_of(const metadata::Bytes &jpeg) {
 }
 
 // The size of the old thumbnail if it has the picture's shape, otherwise the largest of that shape that is no longer than the
-// old one: what is no part of the picture, such as bars beside it, is not made anew. No thumbnail is larger than the preview.
+// old one: what is not part of the picture, such as bars beside it, is not made anew. No thumbnail is larger than the preview.
 kohost::Size thumbnail_size(kohost::Size old, kohost::Size preview) {
     const double shape = static_cast<double>(preview.width) / preview.height;
     const bool same_shape =
@@ -77,7 +77,7 @@ codec::Picture reduced(const kohost::Image &preview, kohost::Size size) {
     codec::Picture picture;
     picture.width = size.width;
     picture.height = size.height;
-    picture.channels = 3; // thumbnails are in colour, also those of gray pictures
+    picture.channels = 3; // thumbnails are in colour, even those of gray pictures
     picture.subsampling = {2, 2};
     picture.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area() * 3);
     for (size_t i = 0; i < picture.area() * 3; ++i) {
@@ -108,7 +108,7 @@ metadata::Thumbnail thumbnail_of(const kohost::Image &preview, const metadata::B
 metadata::ExifChange thumbnail_change(const metadata::Exif &exif, codec::Format format, const Trace &trace,
                                       codec::Notices &notices) {
     metadata::ExifChange change;
-    if (trace.deeds.empty() || !exif.has_thumbnail || format == codec::Format::tiff) { // which has no place for one
+    if (trace.deeds.empty() || !exif.has_thumbnail || format == codec::Format::tiff) { // TIFF has no place for one
         return change;
     }
     const auto preview = trace.preview && !exif.thumbnail.empty() ? trace.preview() : std::nullopt;
@@ -123,7 +123,7 @@ metadata::ExifChange thumbnail_change(const metadata::Exif &exif, codec::Format 
 
 // ---- the mark
 
-// Changes a block. What no longer fits goes, the thumbnail first.
+// Changes a block. If the result is too large, the thumbnail is left out.
 metadata::Bytes changed(const metadata::Bytes &exif, metadata::ExifChange change, size_t most, codec::Notices &notices) {
     metadata::Bytes result = metadata::changed_exif(exif, change);
     if (result.size() > most && change.thumbnail) {
@@ -152,7 +152,7 @@ void mark_text(codec::Metadata &metadata, const metadata::Mark &mark) {
     }
 }
 
-// Adds the mark behind the names of software in the Exif data. The name in a PNG text moves there if it is the only one.
+// Adds the mark after the names of software in the Exif data. The name in a PNG text moves there if it is the only one.
 void change_exif(codec::Metadata &metadata, codec::Format format, const Trace &trace, const metadata::Mark *mark,
                  codec::Notices &notices) {
     const size_t most = format == codec::Format::jpeg ? largest_exif_in_jpeg : SIZE_MAX;

@@ -1,4 +1,4 @@
-// A job fails by an exception, whose text is the error's.
+// A job fails with an exception, whose text becomes that of the error.
 #include "workers.h"
 
 #include <algorithm>
@@ -45,7 +45,7 @@ void for_each_job(const std::vector<Job> &jobs, unsigned threads, Report &report
         for (size_t i = 1; i < std::min<size_t>(threads, jobs.size()); ++i) {
             others.emplace_back(work_off);
         }
-    } catch (const std::system_error &) { // no more threads: those that run do the work
+    } catch (const std::system_error &) { // no further thread can be made: those that run do the work
     }
     work_off();
 }

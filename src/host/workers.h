@@ -1,4 +1,4 @@
-// Works on the pictures of a command, several at the same time if it may.
+// Processes the pictures of a command, several at the same time if allowed.
 #ifndef KO_HOST_WORKERS_H
 #define KO_HOST_WORKERS_H
 
@@ -10,7 +10,7 @@
 
 namespace host {
 
-// Does a step for each job, on so many threads, and reports failures; one that fails leaves the others alone.
+// Runs a step for each job on the given number of threads and reports failures; a job that fails does not affect the others.
 void for_each_job(const std::vector<Job> &jobs, unsigned threads, Report &report,
                   const std::function<void(const Job &, Entry &)> &step);
 

@@ -1,7 +1,7 @@
 // A weighted least-squares problem, solved exactly: among all curves of whole numbers whose steps are 0 to the limit, the one
 // with the least sum of squared distances from the fitted curve, each entry weighted by the number of pixels that its tile has
-// at its level. The best curve lies between two envelopes, the one that lags behind the jumps and the one that leads them, and a
-// table over the values between them finds it entry by entry. All numbers are whole, so the result is the same everywhere.
+// at its level. The best curve lies between two envelopes, the one that lags behind the jumps and the one that leads them, and
+// a table over the values between them finds it entry by entry. All numbers are whole, so the result is the same everywhere.
 #include "kohost/slope.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// The script of the page of a run. It builds what stands under a picture's row when the row is opened and drops it when the row is
-// closed, so that a page of many pictures holds few of them decoded. All texts go in as text, never as markup.
+// The script of the page of a run. It builds what is under a picture's row when the row is opened and drops it when the row is
+// closed, so that a page of many pictures holds few of them decoded. All texts are inserted as text, never as markup.
 "use strict";
 
 (() => {

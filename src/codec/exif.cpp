@@ -6,7 +6,7 @@ namespace codec {
 
 namespace {
 
-// The entry of the orientation; none if the data has no sensible one.
+// The entry of the orientation; none if the data has no valid one.
 std::optional<TiffStructure::Entry> orientation_entry(TiffStructure &exif) {
     const auto directory = exif.directory(exif.first());
     const TiffStructure::Entry *entry = directory ? find(directory->entries, tag::orientation) : nullptr;

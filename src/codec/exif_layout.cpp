@@ -1,5 +1,5 @@
-// Where directories and values end up does not matter to a reader, but for the notes of camera makers, which may point to
-// places in the whole. They stay at their place wherever that can be.
+// Where directories and values end up does not matter to a reader, except for maker notes, which may point to places in the
+// whole block. They keep their place wherever possible.
 #include "codec/exif_layout.h"
 
 #include <algorithm>
@@ -18,7 +18,7 @@ constexpr uint32_t tag_maker_note = 37500;
 
 bool is_among(std::span<const uint32_t> tags, uint32_t tag) { return std::find(tags.begin(), tags.end(), tag) != tags.end(); }
 
-// Lays out a block anew: values and directories one behind the other, each directory behind what it points to.
+// Lays out a block anew: values and directories one after the other, each directory after what it points to.
 class BlockBuilder {
   public:
     explicit BlockBuilder(TiffStructure &source) : source_(source) {}
@@ -40,7 +40,7 @@ class BlockBuilder {
     static constexpr size_t inline_size = 4;
     static constexpr size_t largest = size_t{1} << 20;
 
-    // A place further behind would leave little room in the segment of a JPEG file.
+    // A place further on would leave little room in the segment of a JPEG file.
     static constexpr size_t furthest_maker_note = size_t{1} << 15;
 
     static constexpr std::array<uint32_t, 2> first_pointers = {tag::exif_directory, tag::gps_directory};
@@ -72,7 +72,7 @@ class BlockBuilder {
         }
     }
 
-    // Values and directories begin at even places.
+    // Values and directories begin at even positions.
     size_t add(const Bytes &bytes) {
         bytes_.resize(bytes_.size() + bytes_.size() % 2);
         const size_t position = bytes_.size();
@@ -100,7 +100,7 @@ class BlockBuilder {
         return value;
     }
 
-    // The directory that an entry points to, without pointers of its own but the one that Exif data has there.
+    // The directory that an entry points to, without pointers of its own except the one that Exif data has there.
     std::optional<Bytes> place_of_directory(const Entry &pointer) {
         const auto directory = directory_at(pointer);
         layout_.damaged |= !directory || !directory->whole;
@@ -138,7 +138,7 @@ class BlockBuilder {
 
     TiffStructure &source_;
     Bytes bytes_;
-    std::optional<uint64_t> maker_note_; // where it stands, if it stays
+    std::optional<uint64_t> maker_note_; // its position, if it keeps it
     ExifLayout layout_;
 };
 

@@ -1,5 +1,4 @@
-// Inside the codec: a block of Exif data laid out from directories elsewhere: those of a TIFF file, or of a block that is
-// damaged.
+// Inside the codec: a block of Exif data laid out from the directories of a TIFF file or of a damaged block.
 #ifndef KO_CODEC_EXIF_LAYOUT_H
 #define KO_CODEC_EXIF_LAYOUT_H
 

@@ -63,7 +63,7 @@ void on_skip(j_decompress_ptr info, long count) {
 void on_start(j_decompress_ptr) {}
 void on_end(j_decompress_ptr) {}
 
-// Ends with its scope, also where a constructor fails.
+// Ends with its scope, even if a constructor fails.
 struct Decompressor : jpeg_decompress_struct {
     ~Decompressor() { jpeg_destroy_decompress(this); }
 };

@@ -49,7 +49,7 @@ boolean on_full(j_compress_ptr info) {
 
 void on_end(j_compress_ptr info) { flush(info, destination_of(info).room.size() - info->dest->free_in_buffer); }
 
-// Ends with its scope, also where a constructor fails.
+// Ends with its scope, even if a constructor fails.
 struct Compressor : jpeg_compress_struct {
     ~Compressor() { jpeg_destroy_compress(this); }
 };

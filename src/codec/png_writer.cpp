@@ -14,7 +14,7 @@ namespace codec {
 
 namespace {
 
-// Ends with its scope, also where a constructor fails.
+// Ends with its scope, even if a constructor fails.
 struct Structures {
     png_structp png = nullptr;
     png_infop info = nullptr;

@@ -63,7 +63,7 @@ class Putter {
         }
     }
 
-    // X and Y, each a quotient, and the unit in which they count.
+    // X and Y, each a quotient, and their unit.
     void put_resolution(const Entries &directory) {
         const Entry *unit = find(directory, TIFFTAG_RESOLUTIONUNIT);
         const auto x = quotient(find(directory, TIFFTAG_XRESOLUTION));

@@ -12,8 +12,8 @@ namespace codec {
 // for what cannot be taken over.
 Bytes exif_in_tiff(TiffStructure &file, const std::vector<TiffStructure::Entry> &first, Notices &notices);
 
-// What a TIFF file with some Exif data begins with: the block as it is, or laid out anew without what is damaged in it. Adds a
-// notice for what is left out.
+// The first bytes of a TIFF file with Exif data: the block as it is, or laid out anew without its damaged parts. Adds a notice
+// for what is left out.
 Bytes exif_for_tiff(const Bytes &exif, Notices &notices);
 
 // Puts Exif data into a file that is about to be written and whose first bytes are those of the block, so that all that the

@@ -58,7 +58,7 @@ toff_t on_seek(thandle_t data, toff_t offset, int whence) {
 
 toff_t on_size(thandle_t data) { return source_of(data).size; }
 
-// The value of a field that has one in every file, given or not.
+// The value of a field, or its default if the file does not have it.
 template <class Value> Value value_of(TIFF *tiff, uint32_t tag) {
     Value value{};
     TIFFGetFieldDefaulted(tiff, tag, &value);
@@ -153,7 +153,7 @@ class TiffReader : public Reader {
         }
     }
 
-    // A raw file begins with a small picture to look at, or with samples that are no colours yet.
+    // A raw file begins with a small preview, or with samples that are not colours yet.
     void refuse_raw() const {
         const void *version = nullptr;
         uint16_t count = 0;
@@ -333,7 +333,7 @@ class TiffReader : public Reader {
         return entry != nullptr ? structure.value(*entry) : Bytes();
     }
 
-    // Records in a field of their own, or among the image resources.
+    // The records in a field of their own, or among the image resources.
     Bytes iptc(TiffStructure &structure, const Entries &directory) {
         Bytes records = block(structure, directory, TIFFTAG_RICHTIFFIPTC);
         return records.empty() ? iptc_among(description_.metadata.photoshop) : without_padding(std::move(records));

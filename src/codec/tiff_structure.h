@@ -52,7 +52,7 @@ class TiffStructure {
 
     struct Directory {
         std::vector<Entry> entries;
-        bool whole = true; // false if entries were left out: their values are of an unknown type or reach behind the end
+        bool whole = true; // false if entries were left out: their values are of an unknown type or extend past the end
     };
 
     // The structure of bytes that begin with the header of a TIFF file; none if they do not. The input must outlive it. All
@@ -62,10 +62,10 @@ class TiffStructure {
     bool big_endian() const { return big_endian_; }
     bool large() const { return large_; } // a BigTIFF file
 
-    // Where the first directory stands.
+    // The position of the first directory.
     uint64_t first() const { return first_; }
 
-    // The directory at a position; none if its entries are not all there.
+    // The directory at a position; none if its entries are incomplete.
     std::optional<Directory> directory(uint64_t position);
 
     // The position of the directory after one; 0 if none follows.
@@ -88,7 +88,7 @@ class TiffStructure {
     std::optional<Entry> entry(std::span<const uint8_t> bytes, uint64_t position);
     uint64_t number_in(std::span<const uint8_t> bytes) const;
 
-    // Reads as many bytes as fit, fewer at the end alone.
+    // Reads as many bytes as fit, fewer only at the end.
     size_t read(uint64_t position, std::span<uint8_t> bytes);
 
     Input &input_;
@@ -98,7 +98,7 @@ class TiffStructure {
     uint64_t first_ = 0;
 };
 
-// The entry with a tag; null if there is none.
+// The entry with a tag; null if none has it.
 const TiffStructure::Entry *find(const std::vector<TiffStructure::Entry> &entries, uint32_t tag);
 
 } // namespace codec

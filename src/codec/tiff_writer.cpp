@@ -17,7 +17,7 @@ namespace {
 // Samples of a strip: enough for the compression to find what repeats, and little to decode for one row.
 constexpr size_t strip_samples = 1 << 18;
 
-// Takes libtiff's bytes to an output, which grows at its end and is rewritten before it.
+// Passes libtiff's bytes to an output, which grows at its end and is overwritten before it.
 struct Target {
     Output *output;
     TiffReports *reports;

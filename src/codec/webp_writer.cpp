@@ -17,7 +17,7 @@ namespace {
 
 using MuxPtr = std::unique_ptr<WebPMux, decltype([](WebPMux *mux) { WebPMuxDelete(mux); })>;
 
-// Each ends with its scope, also where a constructor fails.
+// Each ends with its scope, even if a constructor fails.
 struct Canvas : WebPPicture {
     ~Canvas() { WebPPictureFree(this); }
 };

@@ -11,7 +11,7 @@
 
 namespace ko_test {
 
-// The object of a written picture without its times, all of which must be there.
+// The object of a written picture without its times, all of which must be present.
 inline nlohmann::json without_times(nlohmann::json object) {
     EXPECT_GE(object.at("seconds"), 0.0);
     const nlohmann::json timings = object.at("timings");

@@ -53,7 +53,7 @@ std::string cmyk_profile() {
     cmsStage *table = cmsStageAllocCLut16bit(nullptr, 9, 4, 3, nullptr);
     check(pipeline != nullptr && table != nullptr);
     check(cmsStageSampleCLut16bit(table, lab_of, to_lab.get(), 0) != 0);
-    // The form of the tag wants curves on both sides.
+    // The form of the tag requires curves on both sides.
     check(cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 4, nullptr)) != 0);
     check(cmsPipelineInsertStage(pipeline, cmsAT_END, table) != 0);
     check(cmsPipelineInsertStage(pipeline, cmsAT_END, cmsStageAllocToneCurves(nullptr, 3, nullptr)) != 0);

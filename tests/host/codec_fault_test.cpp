@@ -1,5 +1,5 @@
 // The codec over streams that fail: at each call of a stream in turn, once and from there on; and with memory that fails at
-// each allocation in turn. What was begun is given up without anything left over, which a sanitizer watches.
+// each allocation in turn. What was begun is abandoned without leaks, which a sanitizer checks.
 #include <algorithm>
 #include <new>
 
@@ -21,7 +21,7 @@ using codec::Picture;
 const std::string reading_failure = "the disc is gone: error 5";
 const std::string writing_failure = "no space left on it";
 
-// Counts the calls of a stream; one of them fails, and those behind it too if the fault stays.
+// Counts the calls of a stream; one of them fails, and later ones too if the fault stays.
 struct Fault {
     int at = 0; // 0 for none
     bool stays = false;
@@ -161,7 +161,7 @@ TEST_P(CodecFaults, OfReadingRowsAreErrors) {
     }
 }
 
-// A reader that met its fault is not asked for more; one that is given up half-way has met none.
+// A reader that met its fault is not used further; one that is abandoned half-way has met none.
 TEST_P(CodecFaults, LeaveNothingOfAReaderThatIsGivenUp) {
     for (const uint32_t rows : {0u, 1u, height / 2, height}) {
         codec::MemoryInput input(bytes_of(file()));
@@ -222,7 +222,7 @@ TEST_P(CodecFaults, OfEveryWriteAreErrors) {
 
 std::vector<Case> memory_cases() { return cases(); }
 
-// All that a picture is, to be compared.
+// Everything about a picture that is compared.
 std::vector<codec::Bytes> parts_of(const Picture &picture) {
     const codec::Metadata &metadata = picture.metadata;
     const auto plane = [](const codec::Plane &bytes, size_t size) {

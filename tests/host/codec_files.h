@@ -19,7 +19,7 @@ std::string text_of(const codec::Bytes &bytes);
 codec::Picture decoded(const std::string &file);
 codec::Notices notices_of(const std::string &file);
 
-// What the decoder says of a file, "no error" if nothing.
+// The decoder's error about a file, "no error" if it has none.
 std::string error_of(const std::string &file);
 
 std::string encoded(const codec::Picture &picture, codec::Format format, std::optional<int> quality = std::nullopt);
@@ -34,7 +34,7 @@ std::vector<uint8_t> alpha_of(const codec::Picture &picture);
 // Samples first to last of all pixels.
 std::vector<uint8_t> samples(uint32_t width, uint32_t height, uint32_t first, uint32_t last, const Sample &sample);
 
-// A picture in memory; the sample behind the colours is alpha.
+// A picture in memory; the sample after the colours is alpha.
 codec::Picture picture_of(uint32_t width, uint32_t height, uint32_t channels, bool alpha, const Sample &sample);
 
 // The greatest difference between two sets of bytes, 256 between sets of unequal size.
@@ -47,7 +47,7 @@ uint32_t soft(uint32_t x, uint32_t y, uint32_t c);
 // The nearest of 256 levels to one of 65536.
 uint32_t reduced(uint32_t level);
 
-// An input that gives bytes until a call, which fails, as do all behind it.
+// An input that gives bytes up to a call that fails, as do all later ones.
 class FailingInput : public codec::MemoryInput {
   public:
     FailingInput(const std::string &file, int calls) : MemoryInput(bytes_of(file)), left_(calls) {}
@@ -62,7 +62,7 @@ class FailingInput : public codec::MemoryInput {
     int left_;
 };
 
-// An output that takes bytes until a call, which fails, as do all behind it.
+// An output that takes bytes up to a call that fails, as do all later ones.
 class FailingOutput : public codec::MemoryOutput {
   public:
     explicit FailingOutput(int calls) : left_(calls) {}
@@ -81,7 +81,7 @@ class FailingOutput : public codec::MemoryOutput {
 void expect_input_failures(const std::string &file);
 void expect_output_failures(const codec::Picture &picture, codec::Format format);
 
-// Every beginning of a file is an error.
+// Every incomplete beginning of a file is an error.
 void expect_every_truncation_fails(const std::string &file);
 
 // Files with a few bytes changed are read or refused, nothing worse, and nothing is written to the standard error stream if the

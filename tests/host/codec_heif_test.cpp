@@ -16,7 +16,7 @@ using codec::Format;
 using codec::Notices;
 using codec::Picture;
 
-// What the encoders and the way by way of luminance may change.
+// What the encoders and the conversion to luminance and back may change.
 constexpr int tolerance = 5;
 
 uint32_t smooth(uint32_t x, uint32_t y, uint32_t c) { return c == 3 ? 55 + x * 3 : 30 + x * 2 + y + c * 20; }
@@ -118,7 +118,7 @@ TEST_P(Heif, GivesTheRowsInPortionsWithoutAlpha) {
     EXPECT_EQ(pixels, pixels_of(decoded(file)));
 }
 
-// A picture whose file says that it is to be turned comes turned.
+// A picture whose file specifies a rotation is delivered rotated.
 TEST_P(Heif, ComesUpright) {
     HeifRecipe with = recipe();
     with.orientation = 6;
@@ -190,7 +190,7 @@ TEST_P(Heif, TurnsNamedColoursIntoAProfile) {
     HeifRecipe with = recipe();
     with.primaries = 1;
     EXPECT_TRUE(decoded(heif_file(with, smooth)).metadata.icc_profile.empty()) << "those of sRGB";
-    with.primaries = 12; // of screens with more colours
+    with.primaries = 12; // of wide-gamut screens
     const Picture wide = decoded(heif_file(with, smooth));
     ASSERT_FALSE(wide.metadata.icc_profile.empty());
     const std::array<double, 3> red = red_of(wide.metadata.icc_profile);
@@ -201,7 +201,7 @@ TEST_P(Heif, TurnsNamedColoursIntoAProfile) {
     EXPECT_FALSE(decoded(heif_file(with, smooth)).metadata.icc_profile.empty());
 }
 
-TEST_P(Heif, TellsOfAHighRange) {
+TEST_P(Heif, ReportsAHighRange) {
     HeifRecipe with = recipe();
     with.primaries = 9;
     for (const int curve : {16, 18}) {
@@ -224,7 +224,7 @@ TEST_P(Heif, DividesColoursByAlpha) {
     EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, expected)), 2 * tolerance);
 }
 
-TEST_P(Heif, TellsOfFurtherPictures) {
+TEST_P(Heif, ReportsFurtherPictures) {
     HeifRecipe with = recipe();
     with.pictures = 3;
     EXPECT_EQ(notices_of(heif_file(with, smooth)), Notices{"2 further pictures in the file are left out"});

@@ -1,4 +1,4 @@
-// What travels beside a picture through the codec: from each format to each, and what is said of the rest.
+// What is carried beside a picture through the codec: from each format to each, and what is reported about the rest.
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -23,7 +23,7 @@ std::string text_of(const codec::Bytes &bytes) { return {bytes.begin(), bytes.en
 
 uint32_t soft(uint32_t x, uint32_t y, uint32_t c) { return (x * 3 + y * 2 + c * 40) & 0xff; }
 
-// A file on its way through the codec, and all that is said of it.
+// A file on its way through the codec, and everything that is reported about it.
 struct Passage {
     std::string file;
     Notices notices;

@@ -1,4 +1,4 @@
-// Files that are no pictures, or none that the codec reads: each is named for what it is.
+// Files that are not pictures, or not in a format that the codec reads: the error names what each is.
 #include <gtest/gtest.h>
 
 #include "codec_files.h"
@@ -10,7 +10,7 @@ namespace {
 using namespace ko_test;
 using codec::Format;
 
-TEST(Recognise, TellsFormatsByContent) {
+TEST(Recognise, DistinguishesFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of(tiff_file({}, mixed))), Format::tiff);
     EXPECT_EQ(codec::recognise(bytes_of(webp_file({}, mixed))), Format::webp);
     for (const std::string &mark :
@@ -25,7 +25,7 @@ TEST(Recognise, TellsFormatsByContent) {
     EXPECT_STREQ(codec::name(Format::webp), "WebP");
 }
 
-// A beginning of a file with zeros behind it.
+// The beginning of a file, followed by zeros.
 std::string file_of(const std::string &beginning) { return beginning + std::string(600, '\0'); }
 
 TEST(Recognise, NamesWhatCannotBeRead) {
@@ -77,7 +77,7 @@ TEST(Recognise, NamesTexts) {
     EXPECT_EQ(error_of(""), "the file is empty");
 }
 
-TEST(Recognise, SaysSoIfNothingTells) {
+TEST(Recognise, SaysSoIfTheFormatIsUnknown) {
     EXPECT_EQ(error_of(file_of("")), "not a picture that ko knows");
     EXPECT_EQ(error_of(file_of("BM")), "not a picture that ko knows") << "no such header";
     EXPECT_EQ(error_of(file_of("RIFF....WAVE")), "not a picture that ko knows");
@@ -85,7 +85,7 @@ TEST(Recognise, SaysSoIfNothingTells) {
     EXPECT_EQ(error_of(std::string("\x89PNG\r\n\x1a", 7)), "not a picture that ko knows");
 }
 
-// Brands are looked for within their box alone, and the version among them is none.
+// Brands are looked for only within their box, and the version among them is not a brand.
 TEST(Recognise, ReadsBrandsInTheirBox) {
     const auto boxes = [](char size, const std::string &brands) {
         return file_of(std::string("\0\0\0", 3) + size + "ftyp" + brands);

@@ -86,7 +86,7 @@ uint32_t reduced(uint32_t level) { return (level * 255 + 32767) / 65535; }
 
 uint32_t soft(uint32_t x, uint32_t y, uint32_t c) { return (x * 3 + y * 2 + c * 40) & 0xff; }
 
-TEST(Recognise, TellsFormatsByContent) {
+TEST(Recognise, DistinguishesFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of(png_file({}, mixed))), Format::png);
     EXPECT_EQ(codec::recognise(bytes_of(jpeg_file({}, mixed))), Format::jpeg);
     EXPECT_EQ(codec::recognise(bytes_of("")), std::nullopt);
@@ -249,7 +249,7 @@ TEST(JpegReader, GivesThePixelsOfEveryKind) {
     }
 }
 
-// The rows that a reader delivers, asked for in groups of changing height.
+// The rows that a reader delivers, requested in groups of changing height.
 std::vector<uint8_t> rows_in_groups(codec::Reader &reader, std::vector<uint8_t> *alpha, uint32_t seed) {
     Noise noise(seed);
     const size_t row_bytes = size_t{reader.width()} * reader.description().channels;
@@ -355,7 +355,7 @@ TEST(JpegWriter, KeepsColourSampling) {
     EXPECT_EQ(jpeg_sampling(through(png_file({}, mixed), Format::jpeg)), "11 11 11") << "a PNG file has full colour";
 }
 
-// What counts is the ratio of luminance to colour; one that is no whole number, or that the format has not, is full colour.
+// What counts is the ratio of luminance to colour; one that is not a whole number, or not in the format, is full colour.
 TEST(JpegWriter, TakesRatiosOfSampling) {
     const struct {
         int x, y, colour_x, colour_y;
@@ -473,7 +473,7 @@ std::vector<Segment> huffman_segments(const std::string &file) {
     return segments;
 }
 
-// A pass over the pixels to make tables to measure would ask for all of them before the first byte is written.
+// A pass over the pixels to optimise the tables would need all of them before the first byte is written.
 TEST(JpegWriter, HasTheStandardHuffmanTables) {
     const std::string plain = jpeg_file({.width = 40, .height = 40}, soft);
     const std::vector<Segment> standard = huffman_segments(plain);
@@ -482,7 +482,7 @@ TEST(JpegWriter, HasTheStandardHuffmanTables) {
     EXPECT_EQ(huffman_segments(through(png_file({}, mixed), Format::jpeg)), standard);
 }
 
-// The bytes leave in rooms of 65536.
+// The bytes are passed on in buffers of 65536.
 TEST(JpegWriter, WritesFilesOfManyRooms) {
     const std::vector<uint8_t> noise = noise_bytes(300 * 300, 5);
     const Sample sample = [&](uint32_t x, uint32_t y, uint32_t) { return noise[y * 300 + x]; };
@@ -506,7 +506,7 @@ TEST(JpegWriter, HasTheQualityAskedFor) {
     EXPECT_EQ(jpeg_tables(encode(picture, Format::jpeg)), jpeg_tables(jpeg_file({.quality = 92}, soft)));
 }
 
-TEST(JpegWriter, TellsThatAlphaIsLeftOut) {
+TEST(JpegWriter, ReportsThatAlphaIsLeftOut) {
     const Picture picture = decode(png_file({.colour = png_rgba}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file has no room for alpha, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
@@ -515,7 +515,7 @@ TEST(JpegWriter, TellsThatAlphaIsLeftOut) {
     }
 }
 
-TEST(JpegWriter, TellsThatGammaIsLeftOut) {
+TEST(JpegWriter, ReportsThatGammaIsLeftOut) {
     const std::string gamma = big_endian(45455);
     Picture picture = decode(png_file({.before = {{"gAMA", gamma}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg),
@@ -561,7 +561,7 @@ TEST(JpegMetadata, SurvivesInJpeg) {
     EXPECT_EQ(notices_of(again), Notices{});
 }
 
-// The application segments, which stand before all others.
+// The application segments, which come before all others.
 std::vector<Segment> application_segments(const std::string &file) {
     std::vector<Segment> segments = jpeg_segments(file);
     segments.erase(std::find_if(segments.begin(), segments.end(), [](const Segment &segment) { return segment.first < 0xe0; }),
@@ -582,7 +582,7 @@ TEST(JpegMetadata, ExifComesFirstAndTheRestInItsOrder) {
     EXPECT_EQ(segments_through({captions, other, xmp, exif}), (std::vector<Segment>{exif, captions, other, xmp}));
 }
 
-// The first block is the one that other formats get too.
+// The first block is also the one that other formats get.
 TEST(JpegMetadata, ASecondExifBlockStaysASegment) {
     const Segment first = {0xe1, exif_segment(exif_block(40))};
     const Segment second = {0xe1, exif_segment(exif_block(41))};
@@ -684,7 +684,7 @@ TEST(JpegMetadata, HasNoDensityOfItsOwnBesideExif) {
     EXPECT_EQ(jpeg_segment(through(file, Format::jpeg), 0xe0), "");
 }
 
-TEST(JpegMetadata, TellsWhatDoesNotFit) {
+TEST(JpegMetadata, ReportsWhatDoesNotFit) {
     const std::string exif = exif_block(65528);
     const Picture large = decode(png_file({.before = {{"eXIf", exif}}}, mixed));
     EXPECT_EQ(encoding_notices(large, Format::jpeg), Notices{"the Exif data is too large for a JPEG file and left out"});
@@ -694,7 +694,7 @@ TEST(JpegMetadata, TellsWhatDoesNotFit) {
 }
 
 // A profile is spread over at most 255 segments.
-TEST(JpegMetadata, TellsOfAProfileThatDoesNotFit) {
+TEST(JpegMetadata, ReportsAProfileThatDoesNotFit) {
     constexpr size_t most = 255 * 65519;
     Picture picture = decode(png_file({}, mixed));
     picture.metadata.icc_profile.assign(most, 7);
@@ -705,7 +705,7 @@ TEST(JpegMetadata, TellsOfAProfileThatDoesNotFit) {
     EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "");
 }
 
-TEST(JpegMetadata, TellsOfADamagedProfile) {
+TEST(JpegMetadata, ReportsADamagedProfile) {
     std::vector<Segment> segments = icc_segments(icc_profile("RGB ", 100000));
     segments.pop_back();
     const Notices notices = notices_of(jpeg_file({.segments = segments}, soft));
@@ -713,7 +713,7 @@ TEST(JpegMetadata, TellsOfADamagedProfile) {
     EXPECT_EQ(notices_of(jpeg_file({.segments = icc_segments(icc_profile("RGB ", 100000))}, soft)), Notices{});
 }
 
-TEST(PngMetadata, TellsOfAProfileThatDoesNotSuit) {
+TEST(PngMetadata, ReportsAProfileThatDoesNotSuit) {
     const Picture picture = decode(jpeg_file({.segments = icc_segments("no profile at all")}, soft));
     const Notices notices = encoding_notices(picture, Format::png);
     EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile does not suit a PNG file and is left out"),
@@ -731,7 +731,7 @@ TEST(PngMetadata, KeepsGrayProfiles) {
     EXPECT_TRUE(png_chunk_data(png, "iCCP").starts_with(std::string("ICC profile\0\0", 13))) << "its name and its packing";
 }
 
-// A profile that calls itself a well-known one, and is not, is as good as any other.
+// A profile that claims to be a well-known one, and is not, is as good as any other.
 TEST(PngMetadata, ProfilesAreNotCompared) {
     std::string profile = icc_profile("RGB ", 3048);
     profile.replace(84, 16, big_endian(0x29f83dde) + big_endian(0xaff255ae) + big_endian(0x7842fae4) + big_endian(0xca83390d));
@@ -800,7 +800,7 @@ TEST(Damaged, PngWithAWrongChecksum) {
     EXPECT_EQ(error_of(file), "IDAT: CRC error");
 }
 
-// A PNG file with chunks of these types behind its header whose checksums are wrong.
+// A PNG file with chunks of these types after its header, whose checksums are wrong.
 std::string with_wrong_chunks(const std::vector<std::string> &types) {
     std::string chunks;
     for (const std::string &type : types) {
@@ -811,7 +811,7 @@ std::string with_wrong_chunks(const std::vector<std::string> &types) {
     return file.insert(png_header(1, 1, 8, png_rgb, 0).size(), chunks);
 }
 
-TEST(Damaged, PngWithoutHarmToItsPixelsIsReadAndToldOf) {
+TEST(Damaged, PngWithoutHarmToItsPixelsIsReadAndReported) {
     const std::string file = with_wrong_chunks({"tEXt", "teXa", "tEXt"});
     EXPECT_EQ(notices_of(file), (Notices{"tEXt: CRC error", "teXa: CRC error"})) << "each text once";
     EXPECT_EQ(pixels_of(decode(file)), samples(8, 8, 0, 2, mixed));
@@ -853,7 +853,7 @@ TEST(Hostile, APromiseOfManyPixelsCostsNothing) {
     EXPECT_EQ(error_of(png_header(16000, 15000, 8, png_rgba, 1) + png_chunk("IDAT", "")), "truncated PNG file");
 }
 
-// The first of two scans is final, so that its repetitions are lawful and cost time alone.
+// The first of two scans is final, so that its repetitions are valid and only cost time.
 std::string with_repeated_scan(int times) {
     const std::string file = jpeg_file({.colour = JpegColour::gray, .two_scans = true}, mixed);
     const size_t begin = file.find("\xff\xda");
@@ -871,7 +871,7 @@ TEST(Hostile, ManyScansAreRefused) {
     EXPECT_EQ(error_of(with_repeated_scan(600)), "too many scans");
 }
 
-TEST(JpegReader, TellsOfBytesThatDoNotBelong) {
+TEST(JpegReader, ReportsBytesThatDoNotBelong) {
     std::string file = jpeg_file({}, mixed);
     file.insert(file.size() - 2, std::string(40, '\1'));
     const Notices notices = notices_of(file);
@@ -879,8 +879,8 @@ TEST(JpegReader, TellsOfBytesThatDoNotBelong) {
     EXPECT_NE(notices[0].find("extraneous bytes"), std::string::npos);
 }
 
-// A header of a later version is read as far as it is known.
-TEST(JpegReader, TellsOfAHeaderOfAnotherVersion) {
+// A header of a later version is read as far as it is understood.
+TEST(JpegReader, ReportsAHeaderOfAnotherVersion) {
     std::string file = jpeg_file({.density_unit = 1, .density_x = 300, .density_y = 200}, mixed);
     const std::vector<uint8_t> expected = jpeg_pixels(file).bytes;
     file[file.find(std::string("JFIF\0", 5)) + 5] = '\2';
@@ -890,7 +890,7 @@ TEST(JpegReader, TellsOfAHeaderOfAnotherVersion) {
     EXPECT_EQ(pixels_of(decode(file)), expected);
 }
 
-TEST(JpegReader, TellsOfAnUnknownTransformOfColours) {
+TEST(JpegReader, ReportsAnUnknownTransformOfColours) {
     std::string file = jpeg_file({.colour = JpegColour::rgb}, mixed);
     const size_t mark = file.find("Adobe");
     ASSERT_NE(mark, std::string::npos);

@@ -1,4 +1,4 @@
-// What a TIFF file says beside its pixels, through the codec in both directions: Exif directories, XMP, IPTC records, image
+// What a TIFF file holds besides its pixels, through the codec in both directions: Exif directories, XMP, IPTC records, image
 // resources, and what becomes of the rest.
 #include <algorithm>
 
@@ -100,7 +100,7 @@ TEST_P(TiffMetadataIn, BlocksArrive) {
     EXPECT_EQ(text_of(read(with(tiff_bytes_of(34675, 7, profile))).icc_profile), profile);
 }
 
-// The field holds bytes that are called numbers: their order in the file is that of the records.
+// The field holds bytes that are declared as numbers: their order in the file is that of the records.
 TEST_P(TiffMetadataIn, RecordsInNumbersLoseTheirPadding) {
     for (size_t size = 1; size <= 8; ++size) {
         const std::string records = "\x1c\x02\x78" + std::string(1, '\0') + static_cast<char>(size) + std::string(size, 'c');
@@ -221,7 +221,7 @@ TEST(TiffMetadataClassic, AMakerNoteRightBehindTheHeaderKeepsItsPlace) {
 
 // ---- hostile directories
 
-// Reads a file whose pixels are fine; whatever its directories say, they come.
+// Reads a file whose pixels are intact; they are delivered whatever its directories hold.
 void expect_pixels(const std::string &file, const std::string &what) {
     Notices notices;
     try {
@@ -322,7 +322,7 @@ TEST_P(TiffHostileDirectories, PointersThatLeadAnywhere) {
     }
 }
 
-// A directory that says that it has as many entries as can be said, with each of its places in memory taken by others.
+// A directory that claims the greatest number of entries, with each of its places in memory taken by others.
 TEST_P(TiffHostileDirectories, MoreEntriesThanThereAre) {
     const TiffForm form = GetParam();
     const std::string whole = file(full_tree);
@@ -341,7 +341,7 @@ TEST_P(TiffHostileDirectories, MoreEntriesThanThereAre) {
     }
 }
 
-// 65535 entries that all point to the same large value: little is said with little, and as much would be kept.
+// 65535 entries that all point to the same large value: a small file that would take much memory if all were kept.
 TEST_P(TiffHostileDirectories, ManyEntriesWithOneLargeValue) {
     TiffTree tree = full_tree;
     tree.exif.clear();
@@ -359,7 +359,7 @@ TEST_P(TiffHostileDirectories, ManyEntriesWithOneLargeValue) {
     EXPECT_EQ(notices, Notices{"the Exif data is too large, and parts of it are left out"});
 }
 
-// The pixels stand first; whatever is cut behind them, they come or the file is refused.
+// The pixels come first; wherever the file is cut after them, they are delivered or the file is refused.
 TEST_P(TiffHostileDirectories, CutAnywhere) {
     TiffTree tree = with_maker_note(note_of(300));
     tree.first.push_back(tiff_bytes_of(700, 1, xmp));
@@ -405,7 +405,7 @@ INSTANTIATE_TEST_SUITE_P(Codec, TiffHostileDirectories, testing::ValuesIn(forms)
 
 codec::Bytes block(const std::string &text) { return {text.begin(), text.end()}; }
 
-// What is put beside the pixels.
+// What is stored beside the pixels.
 struct Said {
     std::string exif = "";
     std::string profile = "";
@@ -434,7 +434,7 @@ codec::Metadata metadata_of(const Said &said) {
     return metadata;
 }
 
-// A picture with metadata in a TIFF file, and what is said of it.
+// A picture with metadata in a TIFF file, and what is reported about it.
 struct Written {
     std::string file;
     Notices notices;
@@ -631,7 +631,7 @@ TEST(TiffMetadataOut, ExifDataShorterThanItsHeaderIsNamed) {
     }
 }
 
-// A value outside of its block is not to become one that points to anything in the file.
+// A value outside its block must not become one that points to anything in the file.
 TEST(TiffMetadataOut, ExifValuesOutsideOfTheirBlockAreNamed) {
     for (const auto member : {&TiffTree::first, &TiffTree::exif, &TiffTree::gps, &TiffTree::interoperability}) {
         TiffTree tree = full_tree;
@@ -643,7 +643,7 @@ TEST(TiffMetadataOut, ExifValuesOutsideOfTheirBlockAreNamed) {
     }
 }
 
-// The directories stand behind their values, and the first of them at the end.
+// The directories come after their values, and the first of them at the end.
 TEST(TiffMetadataOut, ExifDataThatIsCutIsLeftOutAndNamed) {
     for (const bool little : {false, true}) {
         const std::string exif = exif_of_tree(with_maker_note(note_of(60)), little);

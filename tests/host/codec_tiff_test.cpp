@@ -236,7 +236,7 @@ TEST(TiffReader, GivesTheRowsInPortions) {
     }
 }
 
-TEST(TiffReader, TellsOfFurtherPictures) {
+TEST(TiffReader, ReportsFurtherPictures) {
     const TiffRecipe page;
     TiffRecipe small = page;
     small.subfile = FILETYPE_REDUCEDIMAGE;
@@ -250,7 +250,7 @@ TEST(TiffReader, TellsOfFurtherPictures) {
     }
 }
 
-// The offset of the next directory, which stands behind the entries of the first.
+// The offset of the next directory, which follows the entries of the first.
 size_t next_directory(const std::string &file) {
     const auto number = [&file](size_t place, int bytes) {
         size_t value = 0;
@@ -385,14 +385,14 @@ TEST(TiffMetadata, TakesTheDensityOfAPngFile) {
     EXPECT_EQ(png_chunk_data(through(file, Format::png), "pHYs"), density);
 }
 
-TEST(TiffMetadata, TellsThatGammaIsLeftOut) {
+TEST(TiffMetadata, ReportsThatGammaIsLeftOut) {
     const Picture picture = decoded(png_file({.before = {{"gAMA", big_endian(45455)}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::tiff),
               Notices{"a TIFF file has no room for the PNG file's gamma, which is left out"});
     EXPECT_EQ(encoding_notices(decoded(png_file({}, mixed)), Format::tiff), Notices{});
 }
 
-// Exif data with an orientation in either order of bytes, behind another entry.
+// Exif data with an orientation in either order of bytes, after another entry.
 std::string exif_with(int orientation, bool little) {
     const auto number = [little](uint32_t value, int bytes) {
         std::string text;
@@ -444,8 +444,8 @@ TEST(TiffOrientation, IsNotReadBehindTheEndOfExif) {
     }
 }
 
-// Nothing of a cut file is passed on as a whole picture. libtiff writes the directory behind the pixels and the values of
-// fields behind that; of those a reader may do without one.
+// No cut file is passed on as a complete picture. libtiff writes the directory after the pixels and the values of fields after
+// that; a reader may do without one of those.
 TEST(TiffDamage, TruncatedFilesAreErrors) {
     for (const Storage &storage : storages) {
         for (const int compression : {COMPRESSION_NONE, COMPRESSION_LZW, COMPRESSION_PACKBITS, COMPRESSION_ADOBE_DEFLATE}) {
@@ -472,7 +472,7 @@ TEST(TiffDamage, MissingPixelsAreErrors) {
             ASSERT_EQ(error_of(file), "no error");
             const uint32_t directory = static_cast<uint8_t>(file[4]) | static_cast<uint32_t>(static_cast<uint8_t>(file[5]))
                                                                            << 8;
-            // The size of the first strip, of which there are several: an array behind the directory, cut to half.
+            // The size of the first of several strips, halved: the sizes are an array after the directory.
             const uint32_t tag = tile == 0 ? TIFFTAG_STRIPBYTECOUNTS : TIFFTAG_TILEBYTECOUNTS;
             size_t entry = directory + 2;
             while ((static_cast<uint8_t>(file[entry]) | static_cast<uint32_t>(static_cast<uint8_t>(file[entry + 1])) << 8) !=
@@ -490,7 +490,7 @@ TEST(TiffDamage, MissingPixelsAreErrors) {
             size /= 2;
             file[values] = static_cast<char>(size);
             file[values + 1] = static_cast<char>(size >> 8);
-            if (compression == COMPRESSION_NONE && error_of(file) == "no error") { // the size goes without saying
+            if (compression == COMPRESSION_NONE && error_of(file) == "no error") { // the size follows from the rows
                 EXPECT_EQ(pixels_of(decoded(file)), samples(48, 40, 0, 2, mixed));
             } else {
                 EXPECT_NE(error_of(file), "no error") << "packing " << compression << ", tiles of " << tile;

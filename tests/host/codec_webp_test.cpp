@@ -170,7 +170,7 @@ TEST(WebpMetadata, XmpOfAnySizeIsWritten) {
     }
 }
 
-// Chunks stand in one order, and the header says which of them a file has: readers pass over those that it does not name.
+// Chunks have a fixed order, and the header says which of them a file has: readers skip those that it does not name.
 TEST(WebpMetadata, IsWhereReadersLookForIt) {
     constexpr uint32_t icc = 0x20;
     constexpr uint32_t alpha = 0x10;
@@ -218,7 +218,7 @@ TEST(WebpMetadata, NamesWhatHasNoPlace) {
     EXPECT_EQ(notices([](codec::Metadata &metadata) { metadata.iptc.assign(20, 0x1c); }), Notices{"the IPTC data is left out"});
 }
 
-TEST(WebpMetadata, TellsThatGammaIsLeftOut) {
+TEST(WebpMetadata, ReportsThatGammaIsLeftOut) {
     const Picture picture = decoded(png_file({.before = {{"gAMA", big_endian(45455)}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::webp),
               Notices{"a WebP file has no room for the PNG file's gamma, which is left out"});
@@ -248,7 +248,7 @@ TEST(WebpDamage, TruncatedFilesAreErrors) {
     }
 }
 
-// The container says that it is shorter, so that it is the pixels that are cut.
+// The container claims a smaller size, so that the pixels are cut.
 TEST(WebpDamage, MissingPixelsAreErrors) {
     for (const bool lossless : {false, true}) {
         const std::string whole = webp_file({.width = 100, .height = 100, .lossless = lossless}, mixed);
@@ -266,7 +266,7 @@ TEST(WebpDamage, MissingPixelsAreErrors) {
 TEST(WebpDamage, NeverCrashes) { EXPECT_GT(refused_of_damaged(all_kinds(), 4000), 500); }
 
 TEST(WebpHostile, EnormousPicturesAreRefused) {
-    // Fourteen bits for each side less one, behind the mark of the lossless form.
+    // Fourteen bits for each side less one, after the mark of the lossless form.
     std::string file = webp_file({}, mixed);
     const size_t mark = file.find('\x2f', 20);
     file.replace(mark + 1, 4, std::string("\xff\xff\xff\x0f", 4));

@@ -19,7 +19,7 @@ struct ExifRecipe {
     std::optional<uint32_t> thumbnail_orientation = std::nullopt;
     bool has_thumbnail_size = false; // tags with width and height, both 1
     uint32_t thumbnail_compression = 6;
-    std::string behind = ""; // bytes behind all that the block points to
+    std::string behind = ""; // bytes after all that the block points to
 };
 
 std::string exif_file(const ExifRecipe &recipe);

@@ -4,7 +4,7 @@
 
 namespace ko_test {
 
-// Makes the allocation of a number, counted from 1, fail in this thread; those behind it succeed again.
+// Makes the allocation with a number, counted from 1, fail in this thread; later ones succeed again.
 void fail_allocation(int number);
 
 // Ends it. True if an allocation failed.

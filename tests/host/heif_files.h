@@ -22,7 +22,7 @@ struct HeifRecipe {
     int orientation = 1;   // of the file itself, as Exif counts
     std::string exif = {}; // from the byte-order mark on
     std::string xmp = {};
-    std::string xmp_type = "application/rdf+xml"; // what its block is said to hold
+    std::string xmp_type = "application/rdf+xml"; // the declared type of its block
     std::string profile = {};
     int primaries = 0; // 0 says nothing of colours
     int curve = 13;

@@ -1,4 +1,4 @@
-// Small files made by encoders, for tests where libheif has none, or none that can do it.
+// Small files made by encoders, for tests where libheif has no encoder, or none that can make them.
 #ifndef KO_TESTS_HOST_HEIF_STORED_H
 #define KO_TESTS_HOST_HEIF_STORED_H
 
@@ -7,7 +7,7 @@
 
 namespace ko_test {
 
-// 64 by 48 pixels of stored_colour, with Exif data that says nothing but orientation 6.
+// 64 by 48 pixels of stored_colour, with Exif data that holds only orientation 6.
 std::string stored_heic();
 std::string stored_avif();
 

@@ -22,7 +22,7 @@ using Words = std::vector<std::string>;
 // True if an extended regular expression is found in a text.
 bool matches(const std::string &text, const std::string &pattern);
 
-// How the line of a picture ends.
+// The end of a picture's line.
 inline const std::string time_shown = "[0-9]+\\.[0-9][0-9] s";
 
 class Host : public testing::Test {

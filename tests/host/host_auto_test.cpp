@@ -31,7 +31,7 @@ const std::string meaning = "it has no detail hidden in its shadows: ";
 const std::string too_little =
     "left as it is: " + meaning + "64 of 64 blocks would gain too little detail (limit 63); --force enhances it";
 
-// What a line says between its size and the time.
+// The text of a line between its size and the time.
 std::string said_in(const std::string &line) {
     const size_t start = line.find(", ", line.find(" x ")) + 2;
     return line.substr(start, line.rfind(", ") - start);
@@ -111,7 +111,7 @@ TEST_F(HostAuto, WithoutAModelLeavesRedEyesAndSaysSoOnce) {
     expect_success(improve(inputs, path("out"), {"--force", "--quiet"}));
 }
 
-TEST_F(HostAuto, JsonTellsOfBoth) {
+TEST_F(HostAuto, JsonReportsBoth) {
     const std::string name = put("in.png", eyes_png());
     const Json object = Json::parse(improve({name}, path("out.png"), with_model({"--json"})).out);
     EXPECT_EQ(object.at("file"), name);

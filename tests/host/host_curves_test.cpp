@@ -1,4 +1,4 @@
-// `ko curves` and `ko apply`: grids of curves into files, onto pictures, and drawn.
+// `ko curves` and `ko apply`: grids of curves saved to files, applied to pictures, and drawn.
 #include <algorithm>
 #include <filesystem>
 #include <functional>
@@ -19,7 +19,7 @@ using Json = nlohmann::json;
 struct Form {
     std::string name;
     int32_t number;
-    std::string word; // that its file begins with
+    std::string word; // with which its file begins
 };
 
 const std::vector<Form> forms = {{"text", KO_TILETRC_TEXT, "GrayLinear\n"},
@@ -178,7 +178,7 @@ TEST_F(HostCurves, NeedAPicture) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
-TEST_F(HostCurves, MistakesAreToldInOneLine) {
+TEST_F(HostCurves, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", dark_png());
     const std::vector<std::pair<Words, std::string>> cases = {
         {{"--form", "gray"}, "--form: 'gray' is none of text, binary, encoded"},
@@ -201,7 +201,7 @@ TEST_F(HostCurves, MistakesAreToldInOneLine) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png"}));
 }
 
-TEST_F(HostCurves, AreToldAsJson) {
+TEST_F(HostCurves, AreReportedAsJson) {
     const std::string name = put("in.png", dark_png());
     const Outcome outcome = curves(name, path("grid"), {"--json", "--form", "encoded"});
     expect_success(outcome);
@@ -327,7 +327,7 @@ TEST_F(HostApply, TakesCurvesThatNoPictureGave) {
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), applied(png_pixels(file), curves_again.get(), 0.5f));
 }
 
-TEST_F(HostApply, MixesTheColoursAsTold) {
+TEST_F(HostApply, MixesTheColoursAsSpecified) {
     const std::string file = dark_png();
     const std::string name = put("in.png", file);
     expect_success(curves(name, path("grid")));
@@ -372,7 +372,7 @@ TEST_F(HostApply, DoesNotWriteOverTheGrid) {
     EXPECT_EQ(read_bytes(grid), text);
 }
 
-TEST_F(HostApply, IsToldAsJson) {
+TEST_F(HostApply, IsReportedAsJson) {
     put("grid", grid_file(256, 2, 2, brighter));
     const Words inputs = {put("a.png", dark_png()), path("none.png")};
     const Outcome outcome = apply(path("grid"), inputs, path("out"), {"--json"});
@@ -382,7 +382,7 @@ TEST_F(HostApply, IsToldAsJson) {
     EXPECT_EQ(Json::parse(outcome.out_lines()[1]).at("error"), "cannot be read: No such file or directory");
 }
 
-// A grid that cannot be had: nothing is written, and the last line names the file and the reason.
+// A grid that cannot be loaded: nothing is written, and the last line names the file and the reason.
 class HostGrids : public Host {
   protected:
     void expect_refused(const std::string &grid, const std::string &reason) {
@@ -455,7 +455,7 @@ TEST_F(HostGrids, CutShortAreRefused) {
     for (const Form &form : forms) {
         const std::string whole = grid_file(grid.get(), form.number);
         for (size_t part = 0; part < 12; ++part) {
-            // One byte less than the whole ends the last text line without its end, which is a number all the same.
+            // One byte less than the whole file leaves the last text line without its end, but with its number.
             const size_t less = form.number == KO_TILETRC_TEXT ? 4 : 1;
             const size_t size = part == 11 ? whole.size() - less : whole.size() * part / 11;
             SCOPED_TRACE(form.name + " " + std::to_string(size));

@@ -1,4 +1,4 @@
-// The program's use of the library when memory is short: each failure is told, and nothing is left over or half done.
+// The program's use of the library when memory is short: each failure is reported, and nothing is left over or half done.
 #include <algorithm>
 #include <filesystem>
 
@@ -47,7 +47,7 @@ void expect_allocator_in(const kohost::LibraryError &error) {
     EXPECT_NE(text.find("Cannot allocate"), std::string::npos) << text;
 }
 
-// Sweeps over a step whose outcome is a value: with memory short it gives the same or tells.
+// Sweeps over a step whose outcome is a value: when memory is short, it gives the same value or reports the failure.
 template <class Step> void expect_told(const Step &step) {
     const auto reference = step();
     const int faults = sweep_faults([&] {
@@ -73,7 +73,7 @@ class PictureFaults : public testing::TestWithParam<uint32_t> {
     const TemporaryFile file_{"saved"};
 };
 
-TEST_P(PictureFaults, OfTheMeasuresAreTold) {
+TEST_P(PictureFaults, OfTheMeasuresAreReported) {
     expect_told([&] {
         kohost::Scores scores(view(picture_), few_tiles(), kohost::no_score);
         const kohost::Judgement judgement = scores.judgement();
@@ -90,7 +90,7 @@ TEST_P(PictureFaults, OfTheMeasuresAreTold) {
     });
 }
 
-TEST_P(PictureFaults, OfTheScoreFileAreTold) {
+TEST_P(PictureFaults, OfTheScoreFileAreReported) {
     expect_told([&] {
         kohost::Scores scores(view(picture_), few_tiles(), kohost::no_score);
         scores.save(file_.c_str());
@@ -100,7 +100,7 @@ TEST_P(PictureFaults, OfTheScoreFileAreTold) {
 
 kohost::TileTrcPtr curves_of(const codec::Picture &picture) { return kohost::fit_curves(view(picture), few_tiles(), {2, 2}); }
 
-// The bytes under the picture's curves.
+// The bytes with the picture's curves applied.
 std::vector<uint8_t> enhanced(const codec::Picture &picture) {
     const kohost::TileTrcPtr curves = curves_of(picture);
     std::vector<uint8_t> bytes = pixels_of(picture);
@@ -109,12 +109,12 @@ std::vector<uint8_t> enhanced(const codec::Picture &picture) {
     return bytes;
 }
 
-TEST_P(PictureFaults, OfTheCurvesAndTheirApplicationAreTold) {
+TEST_P(PictureFaults, OfTheCurvesAndTheirApplicationAreReported) {
     EXPECT_NE(enhanced(picture_), pixels_of(picture_));
     expect_told([&] { return enhanced(picture_); });
 }
 
-TEST_P(PictureFaults, OfTheDecisionAreTold) {
+TEST_P(PictureFaults, OfTheDecisionAreReported) {
     const kohost::Pixels picture = view(picture_);
     kohost::Image halved{picture.size, picture.channels, pixels_of(picture_)};
     const kohost::WorkingCopy copy = kohost::make_working_copy(std::move(halved), {20, 15});
@@ -125,7 +125,7 @@ TEST_P(PictureFaults, OfTheDecisionAreTold) {
     });
 }
 
-TEST_P(PictureFaults, OfGridFilesAreTold) {
+TEST_P(PictureFaults, OfGridFilesAreReported) {
     const kohost::TileTrcPtr curves = curves_of(picture_);
     for (const host::GridForm form : host::grid_forms) {
         expect_told([&] {
@@ -136,7 +136,7 @@ TEST_P(PictureFaults, OfGridFilesAreTold) {
     }
 }
 
-TEST_P(PictureFaults, OfTheDrawingAreTold) {
+TEST_P(PictureFaults, OfTheDrawingAreReported) {
     const kohost::TileTrcPtr curves = curves_of(picture_);
     expect_told([&] { return pixels_of(host::draw_curves(picture_, *curves)); });
 }
@@ -174,7 +174,7 @@ class RedEyeFaults : public testing::Test {
     std::string model_;
 };
 
-TEST_F(RedEyeFaults, AreToldAndLeaveThePictureAlone) {
+TEST_F(RedEyeFaults, AreReportedAndLeaveThePictureAlone) {
     for (const bool full : {false, true}) {
         const kohost::RedEyeChoices choices = {.model = model_, .full = full, .frames = true, .dump = folder_.path()};
         codec::Picture reference = picture_with_eyes();
@@ -207,7 +207,7 @@ TEST_F(RedEyeFaults, OfOnePictureAreForgottenAtTheNext) {
     EXPECT_EQ(repaired(picture, {.model = model_, .dump = ""}).patches(), 3u);
 }
 
-TEST_F(RedEyeFaults, OfTheTrialAreTold) {
+TEST_F(RedEyeFaults, OfTheTrialAreReported) {
     expect_told([&] { return kohost::try_model(model_); });
 }
 

@@ -1,4 +1,4 @@
-// The program over files of all formats, as a user has them.
+// The program over files of all formats, as users have them.
 #include <filesystem>
 
 #include "cmyk_profile.h"
@@ -111,7 +111,7 @@ TEST_F(HostFormats, OrientationIsCarried) {
 
 const std::string mark = "ko 0.1.0 (shadows opened)";
 
-// What a picture may say of itself, and of who wrote it.
+// What a picture's metadata may say about it, and about who wrote it.
 TiffTree described(const std::string &software) {
     TiffTree tree = {.first = {tiff_text(271, "Camera works"), tiff_shorts(274, {6}), tiff_text(33432, "(c) Jo")},
                      .exif = {tiff_fraction(33434, 1, 250),
@@ -125,7 +125,7 @@ TiffTree described(const std::string &software) {
     return tree;
 }
 
-// Its values must be in a file or a block.
+// Its values must be present in a file or a block.
 void expect_described(const std::string &file, const std::string &software) {
     const TiffTree tree = described(software);
     const TiffFoundTree found = tiff_tree(file);
@@ -222,7 +222,7 @@ TEST_F(HostFormats, AWebpFileIsMarkedOnce) {
     expect_described(webp_chunk_data(written(path("again.webp")), "EXIF"), "Firmware 1.2; " + mark);
 }
 
-// From one format into another, where the mark stands elsewhere in the file.
+// From one format into another, in which the mark has another place.
 TEST_F(HostFormats, AMarkGoesFromFormatToFormat) {
     put("in.png", dark_png());
     expect_success(enhance({path("in.png")}, path("a.tif")));
@@ -302,7 +302,7 @@ TEST_F(HostFormats, HeifIsJpegUnlessTheNameSaysAnother) {
     EXPECT_EQ(codec::recognise(bytes_of(written(path("out.webp")))), codec::Format::webp);
 }
 
-// Two pictures whose names differ in their formats alone become one name.
+// Two pictures whose names differ only in their formats get the same name.
 TEST_F(HostFormats, NoJpegReplacesAnother) {
     const Words inputs = {put("a.heic", stored_heic()), put("a.avif", stored_avif())};
     const Outcome outcome = enhance(inputs, path("out"));

@@ -13,7 +13,7 @@ class GridFiles : public Host {
   protected:
     GridFiles() { write_bytes(target_, "old"); }
 
-    // Why a grid is not saved, "" if it is; the old file is then gone, and otherwise still there.
+    // Why a grid is not saved, "" if it is; the old file is then replaced, and otherwise unchanged.
     std::string saved(const TileTRC &grid, host::GridForm form) const {
         try {
             host::save_grid(grid, form, target_);

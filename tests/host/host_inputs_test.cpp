@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 
 class HostInputs : public Host {
   protected:
-    // Puts pictures of different levels, so that each result is known again.
+    // Writes pictures of different levels, so that each result can be recognised.
     void put_pictures(const Words &names) {
         for (size_t i = 0; i < names.size(); ++i) {
             const auto shade = static_cast<uint32_t>(i);

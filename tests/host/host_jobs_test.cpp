@@ -1,4 +1,4 @@
-// Several pictures at once: whatever their number, the files, the lines and their order are those of one after the other.
+// Several pictures at once: whatever their number, the files, the lines and their order are as if one followed the other.
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -24,7 +24,7 @@ constexpr size_t picture_count = 12;
 
 class HostJobs : public Host {
   protected:
-    // Pictures of every ending; long work stands before short, so that they do not end in their order.
+    // Pictures with every outcome; long work comes before short, so that they do not end in their order.
     Words pictures() const {
         const std::string eyes = eyes_png();
         return {put("a.png", png_file({500, 400, 8, png_rgb, false, {}, {}}, dark)),
@@ -140,7 +140,7 @@ TEST_F(HostJobs, ChangeNoLineOfTheGridsAndTheJudgement) {
     }
 }
 
-// What is said as JSON, without the times.
+// What is reported as JSON, without the times.
 std::vector<Json> objects_in(const Outcome &outcome) {
     std::vector<Json> objects;
     for (const std::string &line : outcome.out_lines()) {
@@ -165,7 +165,7 @@ TEST_F(HostJobs, ChangeNoObject) {
     }
 }
 
-// On a terminal, where all that is said is in one stream.
+// On a terminal, where everything that is reported is in one stream.
 TEST_F(HostJobs, LeaveMessagesAtTheirPlace) {
     const Words inputs = pictures();
     const Words names = {"a", "b", "c", "d", "e", "f", "g", "h", "i", "j", "k", "l"};
@@ -179,7 +179,7 @@ TEST_F(HostJobs, LeaveMessagesAtTheirPlace) {
                 order += line.substr(line.find(path("")) + path("").size(), 1);
             }
         }
-        // Notices of 16 bits and of the smaller grid stand before the lines of their pictures.
+        // Notices about 16 bits and about the smaller grid come before the lines of their pictures.
         EXPECT_EQ(order, "abbcdefghijkkl") << outcome.out;
         ASSERT_EQ(lines.size(), picture_count + 3);
         EXPECT_EQ(lines[1], "ko: " + inputs[1] + ": notice: 16 bits a channel reduced to 8");

@@ -66,7 +66,7 @@ std::string noise_table(const LocalContrastEnhancementImageFeatures &features) {
     return table_of(features.noiseScores, [](float score) { return score > 1.0f; });
 }
 
-// Numbers of JSON as floats; null is no number.
+// Numbers in JSON as floats; null is not a number.
 std::vector<float> floats_of(const Json &array) {
     std::vector<float> floats;
     for (const Json &element : array) {
@@ -108,7 +108,7 @@ TEST_F(HostJudge, ShowsTheTableAndTheDecisions) {
                   "always: enhanced\n");
 }
 
-TEST_F(HostJudge, TellsAllThatSpeaksAgainstAPicture) {
+TEST_F(HostJudge, ReportsAllThatCountsAgainstAPicture) {
     const std::string name = put("in.png", judged_png(some_of_each));
     const Outcome outcome = judge({name}, {"--score", "0.5"});
     expect_success(outcome);
@@ -340,7 +340,7 @@ TEST_F(HostScores, ForWhichThereIsNoRoomLeaveTheOldFile) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png", "scores"}));
 }
 
-TEST_F(HostJudge, MistakesAreToldInOneLine) {
+TEST_F(HostJudge, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", judged_png({}));
     for (const Words &options : {Words{"--policy", "risky"}, Words{"--grid", "2x2"}, Words{"--score", "2"}, Words{"-o", "out"},
                                  Words{"--scores", ""}, Words{"--max-gain", "0"}}) {

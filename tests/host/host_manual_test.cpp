@@ -1,4 +1,4 @@
-// What packages install beside the program: the manual page and the completions of the shells. All name what the help names.
+// What packages install beside the program: the manual page and the completions for shells. All name what the help names.
 #include <cstdio>
 #include <memory>
 #include <regex>
@@ -41,7 +41,7 @@ std::string answer_of(const std::string &shell_command) {
     return answer;
 }
 
-// A set of words, one a line.
+// A set of words, one per line.
 std::set<std::string> lines_of(const std::string &text) {
     std::istringstream stream(text);
     std::set<std::string> lines;

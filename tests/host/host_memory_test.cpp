@@ -1,4 +1,4 @@
-// How much memory the program asks for. A sanitizer keeps memory of its own, so there is nothing to be seen under one.
+// How much memory the program uses. A sanitizer keeps memory of its own, so that measuring under one is meaningless.
 #include "host.h"
 #include "judged_pictures.h"
 #include "large_files.h"
@@ -38,7 +38,7 @@ class HostMemory : public Host {
     }
 };
 
-// What follows means nothing if the system counts more of this process for its children.
+// What follows is meaningless if the system attributes more of this process to its children.
 TEST_F(HostMemory, OfThisProcessDoesNotHideThePrograms) {
     put("in.png", dark_png());
     EXPECT_LT(peak("in.png"), 25 * megabyte);
@@ -48,7 +48,7 @@ TEST_F(HostMemory, OfALargeJpegFileIsThatOfASmallOne) { expect_bounded(write_lar
 
 TEST_F(HostMemory, OfALargePngFileIsThatOfASmallOne) { expect_bounded(write_large_png, "in.png", 6000, 4000); }
 
-// Bytes a pixel of pictures whose first row asks for the whole file.
+// Bytes per pixel of pictures whose first row needs the whole file.
 TEST_F(HostMemory, OfPicturesThatAreDecodedWholeStaysLow) {
     constexpr uint32_t side = 2400;
     const Sample texture = [](uint32_t x, uint32_t y, uint32_t) { return dark_texture(x / 8, y / 8); };
@@ -86,7 +86,7 @@ TEST_F(HostMemory, OfTiffFilesWithHostileDirectoriesStaysLow) {
     }
 }
 
-// The library's planes of a picture that is worked on whole.
+// The library's planes of a picture that is processed as a whole.
 TEST_F(HostMemory, StaysUnderAHundredBytesAPixel) {
     // Large enough to outweigh what this process hands down to its children in the system's account.
     constexpr uint32_t side = 1200;

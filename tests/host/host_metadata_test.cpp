@@ -25,7 +25,7 @@ class HostMetadata : public Host {
         return run_command("enhance", inputs, output, options);
     }
 
-    // The result of a picture of its own, without a word about it.
+    // The result of a picture of its own, without a notice.
     std::string enhanced(const std::string &name, const std::string &file, const std::string &result) const {
         expect_success(enhance({put(name, file)}, path(result)));
         return read_bytes(path(result));

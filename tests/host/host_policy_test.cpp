@@ -1,4 +1,4 @@
-// `ko enhance` and the judgement: which pictures are turned down, what is said of them, and what is written in their place.
+// `ko enhance` and the judgement: which pictures are turned down, what is reported about them, and what is written instead.
 #include <nlohmann/json.hpp>
 
 #include "answers.h"
@@ -14,7 +14,7 @@ Outcome enhance(const Words &inputs, const std::string &output, const Words &opt
     return run_command("enhance", inputs, output, options);
 }
 
-// What the line of a picture says between its size and the time.
+// The text of a picture's line between its size and the time.
 std::string decision_in(const std::string &line) {
     const size_t size_end = line.find(" x ");
     const size_t start = line.find(", ", size_end) + 2;
@@ -50,7 +50,7 @@ TEST_P(Policies, DecideByTheCountsOfBlocks) {
 const std::string enhanced = "enhanced";
 const std::string left_alone = "left as it is: ";
 
-// What a line says of a picture that is turned down, by its figures: what they mean stands before them.
+// What a line reports about a picture that is turned down, by its figures: what they mean comes before them.
 std::string turned_down(const std::string &figures) {
     const auto is_about = [&](const char *text) { return figures.find(text) != std::string::npos; };
     const std::string meaning = is_about("detail")       ? "it has no detail hidden in its shadows"
@@ -79,11 +79,11 @@ INSTANTIATE_TEST_SUITE_P(
         Case{{0, 0, 37}, {}, enhanced}, Case{{0, 0, 38}, {}, turned_down("38 of 64 blocks are too noisy (limit 37)")},
         // A picture passes as any policy up to the named one would let it: this one is over the limits of risky and default.
         Case{{0, 22, 0}, {"--policy", "risky"}, enhanced},
-        // The measure that turns a picture down is the one at which the last policy falls, each by its own limits: default
-        // falls by the uniform blocks (limit 20), conservative by the noise.
+        // The measure that turns a picture down is the one that rules out the last policy, each by its own limits: the uniform
+        // blocks (limit 20) rule out default, the noise rules out conservative.
         Case{{0, 21, 38}, {}, turned_down("38 of 64 blocks are too noisy (limit 37)")},
         Case{{0, 7, 24}, {"--policy", "risky"}, enhanced},
-        // Without conservative, which falls by its score, the others' limits count.
+        // Without conservative, which the score rules out, the others' limits count.
         Case{{0, 21, 0}, {"--score", "0.3"}, turned_down("21 of 64 blocks have too uniform dark tones (limit 20)")},
         Case{{0, 0, 24}, {"--score", "0.3"}, turned_down("24 of 64 blocks are too noisy (limit 23)")},
         Case{{0, 7, 24}, {"--policy", "risky", "--score", "0.3"}, turned_down("24 of 64 blocks are too noisy (limit 23)")},
@@ -151,7 +151,7 @@ TEST_F(HostJudged, AnotherFormatIsEncodedFromThePixels) {
     EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = 70})));
 }
 
-TEST_F(HostJudged, ANameThatSaysAnotherFormatIsToldForACopyToo) {
+TEST_F(HostJudged, ANameOfAnotherFormatIsReportedForACopyToo) {
     const std::string file = judged_png(nothing_to_gain);
     const std::string name = put("in.jpg", file);
     const Outcome outcome = enhance({name}, path("folder/"));
@@ -207,7 +207,7 @@ TEST_F(HostJudged, QuietSaysNothingOfIt) {
     EXPECT_EQ(outcome.out, "");
 }
 
-TEST_F(HostJudged, JsonTellsEachPictureInAnObjectOfItsLine) {
+TEST_F(HostJudged, JsonReportsEachPictureInAnObjectOnALineOfItsOwn) {
     const Words inputs = {put("a \"b\"\\\n.png", judged_png(nothing_to_gain)), put("b.png", judged_png({})),
                           path("missing.png")};
     const Outcome outcome = enhance(inputs, path("out"), {"--json"});
@@ -230,7 +230,7 @@ TEST_F(HostJudged, JsonTellsEachPictureInAnObjectOfItsLine) {
     EXPECT_EQ(Json::parse(lines[2]), (Json{{"file", inputs[2]}, {"error", "cannot be read: No such file or directory"}}));
 }
 
-TEST_F(HostJudged, MistakesAreToldInOneLine) {
+TEST_F(HostJudged, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", judged_png({}));
     const std::vector<std::pair<Words, std::string>> cases = {
         {{"--policy", "bold"}, "--policy: 'bold' is none of conservative, default, risky, always"},

@@ -1,5 +1,5 @@
-// `ko redeye` from the outside: what it repairs, what it says of it, and what it leaves alone. What is right for a pixel is the
-// library's to say; the models are made here.
+// `ko redeye` from the outside: what it repairs, what it reports about it, and what it leaves alone. The right value of a pixel
+// comes from the library; the models are made here.
 #include <algorithm>
 #include <cmath>
 #include <filesystem>
@@ -33,7 +33,7 @@ class HostRedEye : public Host {
         return run_command("redeye", inputs, output, options, surroundings);
     }
 
-    // What stands in the folder beside the model.
+    // What is in the folder beside the model.
     std::set<std::string> pictures_left() const {
         std::set<std::string> names = left();
         std::erase_if(names, [](const std::string &name) { return name.starts_with("model"); });
@@ -124,7 +124,7 @@ TEST_F(HostRedEye, FullRepairsWhatIsAllRejected) {
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), repaired(png_pixels(file), model({.bias = 1000.0f}), {.full = true}));
 }
 
-TEST_F(HostRedEye, FramesTellTheLabelsByColour) {
+TEST_F(HostRedEye, FramesShowTheLabelsByColour) {
     const std::string file = eyes_png();
     const Outcome outcome = redeye({put("in.png", file)}, path("out.png"), {"--frames", "--json"});
     expect_success(outcome);
@@ -271,7 +271,7 @@ TEST_F(HostRedEye, ALargePictureIsSearchedOnASmallerCopy) {
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), repaired(png_pixels(file), model({.bias = 0.0f})));
 }
 
-TEST_F(HostRedEye, JsonTellsBlobsBoxesScoresAndLabels) {
+TEST_F(HostRedEye, JsonReportsBlobsBoxesScoresAndLabels) {
     const std::string file = eyes_png();
     const Words inputs = {put("in.png", file), put("gray.png", eyes_png({}, png_gray)),
                           put("many.png", eyes_png(eyes_in_rows(51))), path("missing.png")};
@@ -435,7 +435,7 @@ TEST_F(HostRedEye, NoPictureTakesThePlaceOfAModelsFile) {
     }
 }
 
-TEST_F(HostRedEye, MistakesAreToldInOneLine) {
+TEST_F(HostRedEye, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", eyes_png());
     const std::vector<std::pair<Words, std::string>> cases = {{{}, "--model is required"},
                                                               {{"--model", ""}, "--model: an empty name"},
@@ -446,7 +446,7 @@ TEST_F(HostRedEye, MistakesAreToldInOneLine) {
         const Outcome outcome = run_command("redeye", {name}, path("out.png"), options);
         EXPECT_EQ(outcome.status, 2) << beginning;
         EXPECT_EQ(outcome.err_lines().size(), 1u) << outcome.err;
-        if (beginning != "INPUT") { // an unknown option is told in the parser's words
+        if (beginning != "INPUT") { // an unknown option is reported in the parser's words
             EXPECT_TRUE(outcome.err.starts_with("ko: " + beginning)) << outcome.err;
         }
         EXPECT_TRUE(outcome.err.ends_with(" (see ko redeye --help)\n")) << outcome.err;

@@ -21,7 +21,7 @@ struct Row {
     Json data;
 };
 
-// What lies between two texts, the search starting at a place that is moved behind the second one; none if one is missing.
+// What is between two texts; the search starts at a place that is moved past the second one. None if one is missing.
 std::optional<std::string> between(const std::string &text, const std::string &start, const std::string &end, size_t &from) {
     const size_t first = text.find(start, from);
     const size_t last = first == std::string::npos ? first : text.find(end, first + start.size());
@@ -118,7 +118,7 @@ class HostReport : public Host {
 TEST_F(HostReport, KeepsTheOrderOfTheInputsWhateverTheThreads) {
     Words inputs;
     for (int i = 0; i < 24; ++i) {
-        const bool large = i % 5 == 0; // done long after those behind it
+        const bool large = i % 5 == 0; // done long after those that follow it
         inputs.push_back(put("p" + std::to_string(i) + ".png", large ? judged_png({}) : dark_png()));
     }
     const std::vector<Row> rows = rows_of(page_of("enhance", inputs, {"--force", "--jobs", "4"}));
@@ -130,7 +130,7 @@ TEST_F(HostReport, KeepsTheOrderOfTheInputsWhateverTheThreads) {
     }
 }
 
-TEST_F(HostReport, TellsDecisionReasonSizeAndTimes) {
+TEST_F(HostReport, ReportsDecisionReasonSizeAndTimes) {
     const Words inputs = {put("good.png", judged_png({})), put("poor.png", judged_png({.low_detail = 64})),
                           put("bad.png", "no picture")};
     const std::string page = page_of("enhance", inputs, {}, 1);
@@ -492,7 +492,7 @@ TEST_F(HostReport, LeavesThePicturesAndLinesAsTheyAre) {
     }
 }
 
-#ifndef __SANITIZE_ADDRESS__ // a sanitizer keeps what was given back
+#ifndef __SANITIZE_ADDRESS__ // a sanitizer keeps memory that was freed
 TEST_F(HostReport, KeepsThePicturesOutOfMemory) {
     const auto rough = [](uint32_t x, uint32_t y, uint32_t c) { return scatter(x + 1000 * c, y) % 100; };
     Words inputs;

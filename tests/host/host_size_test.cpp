@@ -76,13 +76,13 @@ kohost::Size working_size(const Pixels &pixels, uint64_t area) {
     return kohost::working_size({pixels.width, pixels.height}, area);
 }
 
-// The working copy of a picture that is decoded whole.
+// The working copy of a picture that is decoded at full size.
 Pixels working_copy(const Pixels &pixels, uint64_t area) {
     const kohost::Size size = working_size(pixels, area);
     return averaged(pixels, size.width, size.height);
 }
 
-// What the program makes of a picture: the curves of the copy on the whole.
+// What the program makes of a picture: the curves of the copy applied to the whole.
 Pixels expected_by(const Pixels &copy, const Pixels &whole, const Tuning &tuning = {}) {
     const FreshLibrary library;
     return applied(whole, curves_of(copy, tuning).get(), tuning.ratio);
@@ -125,7 +125,7 @@ TEST_F(HostSize, DoesNotChangeTheAnswerForAPhotograph) {
     }
 }
 
-// The answer about a picture, but for its size.
+// The answer about a picture, without its size.
 Json answer_about(const std::string &input, const std::string &working_size) {
     Json object = Json::parse(run_command("judge", {input}, "", {"--working-size", working_size, "--json"}).out);
     object.erase("file");

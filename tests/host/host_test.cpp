@@ -1,5 +1,5 @@
-// The program `ko` from the outside: what it writes, what it says, and what it leaves behind. Pictures are enhanced whatever
-// the judgement says of them, which has tests of its own.
+// The program `ko` from the outside: what it writes, what it reports, and what it leaves behind. Pictures are enhanced whatever
+// the judgement about them, which has tests of its own.
 #include <filesystem>
 #include <set>
 
@@ -94,7 +94,7 @@ TEST_F(HostPixels, FollowEveryOption) {
     }
 }
 
-TEST_F(HostPixels, DefaultsAreAsTold) {
+TEST_F(HostPixels, DefaultsAreAsDocumented) {
     const std::string file = dark_png();
     expect_success(enhance({put("in.png", file)}, path("out.png"),
                            {"--grid", "8x8", "--curve-size", "256", "--max-gain", "3.0", "--strength", "40.0", "--limit",
@@ -225,7 +225,7 @@ TEST_F(HostMetadata, SurvivesInBothFormats) {
 
 using HostFormat = Host;
 
-TEST_F(HostFormat, IsToldByContentAndChosenByTheOutputsExtension) {
+TEST_F(HostFormat, IsRecognisedByContentAndSelectedByTheOutputsExtension) {
     const std::string misnamed = put("really.jpg", dark_png());
     const std::string jpeg = put("in.JPG", dark_jpeg());
     const auto begins_as_png = [&](const std::string &name) { return read_bytes(path(name)).starts_with("\x89PNG"); };
@@ -257,7 +257,7 @@ TEST_F(HostFormat, OfAnUnknownExtensionIsRefused) {
     EXPECT_EQ(left(), (std::set<std::string>{"in.png", "out"}));
 }
 
-TEST_F(HostFormat, JpegOutputTellsThatAlphaIsLost) {
+TEST_F(HostFormat, JpegOutputReportsThatAlphaIsLost) {
     const std::string name = put("in.png", dark_png(png_rgba));
     const Outcome outcome = enhance({name}, path("out.jpg"));
     EXPECT_EQ(outcome.status, 0);
@@ -424,7 +424,7 @@ TEST_F(HostFiles, HaveAnyName) {
     EXPECT_TRUE(exists(path("a folder with spaces/d\xc3\xa4mmerung.jpg")));
 }
 
-TEST_F(HostFiles, GoIntoAFolderThatIsThereUnderTheirNames) {
+TEST_F(HostFiles, GoIntoAnExistingFolderUnderTheirNames) {
     const std::string name = put("x.png", dark_png());
     fs::create_directory(path("out"));
     expect_success(enhance({name}, path("out")));
@@ -477,7 +477,7 @@ TEST_F(HostOutput, OnATerminalNothingOfABarStaysHoweverManyPicturesAreAtWork) {
     EXPECT_EQ(lines.back(), "");
 }
 
-TEST_F(HostOutput, TellsTheTimesOfAllStages) {
+TEST_F(HostOutput, ReportsTheTimesOfAllStages) {
     const Words inputs = {put("a.png", dark_png()), put("b.png", judged_png({64, 0, 0}))};
     const Outcome outcome = run_command("enhance", inputs, path("out"), {"--timings", "--policy", "conservative"});
     expect_success(outcome);
@@ -498,7 +498,7 @@ TEST_F(HostOutput, ElsewhereHasPlainLines) {
 
 using HostCommandLine = Host;
 
-TEST_F(HostCommandLine, MistakesAreToldInOneLine) {
+TEST_F(HostCommandLine, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", dark_png());
     const std::vector<std::pair<Words, std::string>> cases = {
         {{"--grid", "0x0"}, "--grid: '0x0' is not a grid"},

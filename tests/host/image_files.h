@@ -1,4 +1,4 @@
-// PNG and JPEG files for tests: built piece by piece, so that every kind of file can be had, and taken apart independently of
+// PNG and JPEG files for tests: built piece by piece, so that every kind of file can be made, and taken apart independently of
 // the codec.
 #ifndef KO_TESTS_HOST_IMAGE_FILES_H
 #define KO_TESTS_HOST_IMAGE_FILES_H
@@ -56,13 +56,13 @@ std::vector<Chunk> png_chunks(const std::string &file);
 // The data of the first chunk of a type, "" without one.
 std::string png_chunk_data(const std::string &file, const std::string &type);
 
-// The pixels as they stand in the file, at 8 bits.
+// The pixels as they are stored in the file, at 8 bits.
 Pixels png_pixels(const std::string &file);
 
 // Marker (0xe1 is APP1) and data of a JPEG segment.
 using Segment = std::pair<int, std::string>;
 
-// The steps by which a component of a JPEG file is rounded, row by row.
+// The quantisation steps of a component of a JPEG file, row by row.
 using JpegTable = std::array<uint16_t, 64>;
 
 enum class JpegColour { gray, ycc, rgb, cmyk, ycck, two_unknown };
@@ -96,7 +96,7 @@ std::string jpeg_segment(const std::string &file, int marker, const std::string 
 // The sampling factors of the components, such as "22 11 11" for 4:2:0.
 std::string jpeg_sampling(const std::string &file);
 
-// Quantisation factor of the lowest luminance frequency, which tells the quality.
+// Quantisation factor of the lowest luminance frequency, which indicates the quality.
 int jpeg_first_factor(const std::string &file);
 
 // The quantisation tables of the components.

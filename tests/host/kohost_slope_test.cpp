@@ -215,7 +215,7 @@ TEST(Slope, OneStepOverTheLimitIsOver) {
     }
 }
 
-// ---- what the pixels say
+// ---- the influence of the pixels
 
 // The curve changes on the side of the step that holds no pixels.
 TEST(Slope, LeavesTheLevelsAloneThatTheTileHolds) {
@@ -232,7 +232,7 @@ TEST(Slope, LeavesTheLevelsAloneThatTheTileHolds) {
     }
 }
 
-// The left tiles hold the level before the step, the right ones the level behind it, and the column and the row that belong to
+// The left tiles hold the level before the step, the right ones the level after it, and the column and the row that belong to
 // no tile the other level.
 TEST(Slope, CountsTheTilesOwnPixels) {
     const Curve step = single_step(256, 100, 20, 120);

@@ -1,5 +1,5 @@
-// Files of large pictures, written row by row so that the test that asks for them stays small itself: the system counts a part
-// of its memory for the programs that it starts.
+// Files of large pictures, written row by row so that the test that needs them stays small itself: the system attributes a part
+// of its memory to the programs that it starts.
 #ifndef KO_TESTS_HOST_LARGE_FILES_H
 #define KO_TESTS_HOST_LARGE_FILES_H
 

@@ -1,4 +1,4 @@
-// Marks, and changes of Exif blocks: what is asked for and nothing else, whatever the block holds.
+// Marks, and changes of Exif blocks: only what is requested changes, whatever the block holds.
 #include <algorithm>
 
 #include <gtest/gtest.h>
@@ -75,7 +75,7 @@ TEST(Mark, HasADeedOnce) {
 
 class ExifOrders : public testing::TestWithParam<bool> {
   protected:
-    // A block with all that a camera writes. Its notes point to places in the block.
+    // A block with all that a camera writes. Its maker note points to places in the block.
     ExifRecipe recipe() const {
         return {.little = GetParam(), .maker_note = "Notes of some camera, which point to byte 123", .thumbnail = jpeg_of(500)};
     }
@@ -184,7 +184,7 @@ TEST(Exif, ABlockWithoutAThumbnailGetsNone) {
     EXPECT_EQ(changed(exif_file({}), {.drop_thumbnail = true}), exif_file({}));
 }
 
-// A new thumbnail in the place of the old one would destroy what else stands there.
+// A new thumbnail in the place of the old one would destroy what else is stored there.
 TEST(Exif, ABlockWhosePartsOverlapIsLeftAlone) {
     std::string block = exif_file({.maker_note = std::string(300, 'n'), .thumbnail = jpeg_of(500)});
     const size_t note = block.find("nnnn");
@@ -200,7 +200,7 @@ TEST(Exif, WhatIsNoBlockIsAnError) {
     }
 }
 
-// A change of a damaged block is done or refused; if it is done, the block says so.
+// A change of a damaged block is made or refused; if it is made, the block shows it.
 void try_change(const std::string &block, const ExifChange &change, size_t &done) {
     try {
         metadata::read_exif(bytes_of(block));

@@ -1,4 +1,4 @@
-// Pictures with red eyes of known places, and models that tell them apart.
+// Pictures with red eyes at known places, and models that distinguish them.
 #ifndef KO_TESTS_HOST_RED_EYE_PICTURES_H
 #define KO_TESTS_HOST_RED_EYE_PICTURES_H
 
@@ -45,7 +45,7 @@ inline Sample skin_with(std::vector<Eye> eyes) {
 inline constexpr uint32_t eyes_width = 320;
 inline constexpr uint32_t eyes_height = 200;
 
-// From left to right the eyes are smooth, a little rough and rough, and one is too near the edge for the model.
+// From left to right the eyes are smooth, slightly rough and rough, and one is too near the edge for the model.
 inline const std::vector<Eye> four_eyes = {{60, 60, 7, 0}, {140, 100, 7, 30}, {230, 60, 8, 60}, {311, 150, 7, 0}};
 
 inline std::string eyes_png(const std::vector<Eye> &eyes = four_eyes, int colour = png_rgb) {

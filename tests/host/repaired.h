@@ -12,7 +12,7 @@ namespace ko_test {
 
 struct Repair {
     bool full = false;
-    bool on_top = false;    // the full repair on the picture repaired by labels, instead of the one as it came
+    bool on_top = false;    // the full repair on the picture repaired by labels, instead of the original one
     uint64_t thickness = 0; // of frames; 0 for none
 };
 

@@ -41,7 +41,7 @@ void send_to_file(int stream, const std::string &path) {
     close(file);
 }
 
-// True in a process whose programs may write only where permissions let them: what root gives up here none of them gets back.
+// True in a process whose programs may write only where permissions let them: none of them regains what root gives up here.
 bool bind_by_permissions() { return geteuid() != 0 || prctl(PR_CAPBSET_DROP, CAP_DAC_OVERRIDE, 0, 0, 0) == 0; }
 
 [[noreturn]] void become_program(const std::vector<std::string> &arguments, const Surroundings &surroundings) {

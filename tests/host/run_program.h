@@ -1,4 +1,4 @@
-// Runs the program and keeps what it says.
+// Runs the program and keeps its output.
 #ifndef KO_TESTS_HOST_RUN_PROGRAM_H
 #define KO_TESTS_HOST_RUN_PROGRAM_H
 
@@ -18,7 +18,7 @@ struct Surroundings {
 struct Outcome {
     int status = -1; // exit status; -1 if a signal ended the program
     std::string out;
-    std::string err;          // "" on a terminal: all is in out
+    std::string err;          // "" on a terminal, where everything is in out
     uint64_t peak_memory = 0; // bytes
 
     std::vector<std::string> out_lines() const;

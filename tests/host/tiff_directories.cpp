@@ -63,7 +63,7 @@ class Builder {
         return at;
     }
 
-    // Puts the values that have a place of their own there, before anything else is written.
+    // Puts values with a specified position there, before anything else is written.
     void place(const TiffTree &tree) {
         for (const TiffValues *values : {&tree.first, &tree.exif, &tree.gps, &tree.interoperability, &tree.thumbnail}) {
             for (const TiffValue &value : *values) {
@@ -75,7 +75,7 @@ class Builder {
         }
     }
 
-    // Writes a directory and gives its place.
+    // Writes a directory and returns its position.
     uint64_t add_directory(TiffValues values, uint64_t next) {
         if (values.empty()) {
             return 0;

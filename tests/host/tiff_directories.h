@@ -23,7 +23,7 @@ struct TiffValue {
     uint32_t type = 0;
     std::string bytes = {};                        // of the types whose items are bytes: 1, 2, 6 and 7
     std::vector<uint32_t> numbers = {};            // of others; two for each fraction and each number of 64 bits
-    uint64_t at = 0;                               // where in the file it stands; 0 is anywhere
+    uint64_t at = 0;                               // its position in the file; 0 is anywhere
     std::optional<uint64_t> count = std::nullopt;  // in place of the true one
     std::optional<uint64_t> offset = std::nullopt; // the same
 };
@@ -60,7 +60,7 @@ std::string tiff_of_tree(const TiffTree &tree, const TiffTreeRecipe &recipe = {}
 // Its pixels.
 std::vector<uint8_t> tiff_tree_pixels(uint32_t width = 6, uint32_t height = 4);
 
-// A value of a file: its bytes as they stand there, and what they mean.
+// A value of a file: its bytes as they are stored, and what they mean.
 struct TiffFound {
     uint32_t type = 0;
     uint64_t count = 0;
@@ -69,7 +69,7 @@ struct TiffFound {
     std::vector<uint32_t> numbers = {}; // as above
 };
 
-// The directories of a file or a block; those that it lacks are empty. A position outside of the file throws.
+// The directories of a file or a block; those that it lacks are empty. A position outside the file throws.
 using TiffFoundValues = std::map<uint32_t, TiffFound>;
 struct TiffFoundTree {
     TiffForm form = {};
@@ -81,7 +81,7 @@ struct TiffFoundTree {
 };
 TiffFoundTree tiff_tree(const std::string &file);
 
-// Each value must be found as it was given, in whatever order of bytes; further ones may be found beside them.
+// Each value must be found as it was given, in whatever order of bytes; further ones may be found too.
 void expect_values(const TiffFoundValues &found, const TiffValues &values);
 
 } // namespace ko_test

@@ -123,7 +123,7 @@ void set_the_rest(TIFF *tiff, const TiffRecipe &recipe) {
     }
 }
 
-// Packs a sample behind others of a row.
+// Packs a sample after others of a row.
 void pack(std::vector<uint8_t> &row, size_t number, size_t bits, uint32_t value) {
     const size_t place = number * bits;
     if (bits == 16 || bits == 32) {

@@ -17,7 +17,7 @@ struct TiffRecipe {
     int bits = 8;
     int kind = PHOTOMETRIC_RGB;
     int channels = 3;                 // all
-    std::vector<uint16_t> extra = {}; // what those behind the colours are
+    std::vector<uint16_t> extra = {}; // the kinds of those after the colours
     int compression = COMPRESSION_NONE;
     int predictor = 0;  // 0 writes none
     bool apart = false; // planes of their own
@@ -41,7 +41,7 @@ std::string tiff_file(const TiffRecipe &recipe, const Sample &sample);
 // Several files' worth of pictures in one.
 std::string tiff_pages(const std::vector<TiffRecipe> &recipes, const Sample &sample);
 
-// What a file says of its first picture: a number, 0 if it says nothing.
+// A number that a file gives for its first picture, 0 without one.
 uint32_t tiff_number(const std::string &file, uint32_t tag);
 double tiff_real(const std::string &file, uint32_t tag);
 std::string tiff_bytes(const std::string &file, uint32_t tag);

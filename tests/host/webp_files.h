@@ -26,10 +26,10 @@ std::string webp_animation();
 // The data of the first chunk of a type, "" without one.
 std::string webp_chunk_data(const std::string &file, const std::string &type);
 
-// The types of all chunks, each with a space behind it.
+// The types of all chunks, each followed by a space.
 std::string webp_chunk_types(const std::string &file);
 
-// The pixels with alpha if asked for.
+// The pixels, with alpha if requested.
 Pixels webp_pixels(const std::string &file, bool alpha);
 
 } // namespace ko_test

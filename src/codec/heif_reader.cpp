@@ -250,7 +250,7 @@ class HeifReader : public InterleavedReader {
             return side(image, heif_channel_interleaved) == static_cast<int>(size);
         };
         if (plane == nullptr || !is(heif_image_get_width, width_) || !is(heif_image_get_height, height_)) {
-            throw Error("the picture is not of the size that the file says");
+            throw Error("the picture does not have the size that the file specifies");
         }
         handle_.reset();
         context_.reset();

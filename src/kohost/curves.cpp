@@ -16,7 +16,7 @@ int32_t space_of(uint32_t channels) { return channels == 1 ? KO_COLORSPACE_GRAY 
 ColorImagePtr image_of(const Pixels &picture) {
     ColorImagePtr image(KoColorImageNewFromByteArray(picture.size.width, picture.size.height, space_of(picture.channels),
                                                      picture.bytes, KO_BYTE_LAYOUT_INTERLEAVED));
-    check(image != nullptr, "the picture cannot be handed over");
+    check(image != nullptr, "the picture cannot be passed to the library");
     return image;
 }
 

@@ -74,7 +74,7 @@ RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &
 // The full repair starts from the original picture: on top of the other repair it would round twice.
 void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const Pixels &picture, ColorImage &image) {
     check(KoColorImageFromByteArray(&image, picture.bytes, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
-          "the picture cannot be handed over");
+          "the picture cannot be passed to the library");
     check(KoRedEyeCorrectionApply(&correction, &found, 1, &image) == KO_OK, "the red eyes cannot be repaired");
 }
 
@@ -187,7 +187,7 @@ RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoi
     }
     if (eyes.changed) {
         check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
-              "the picture cannot be taken back");
+              "the repaired picture cannot be read back");
     }
     return eyes;
 }

@@ -19,7 +19,7 @@ Profile profile_of(const Bytes &bytes) {
     }
     Profile profile(cmsOpenProfileFromMem(bytes.data(), static_cast<cmsUInt32Number>(bytes.size())));
     if (!profile || cmsGetColorSpace(profile.get()) != cmsSigCmykData) {
-        throw Error("a CMYK picture whose colour profile is of no use");
+        throw Error("a CMYK picture whose colour profile cannot be used");
     }
     return profile;
 }
@@ -35,7 +35,7 @@ CmykToRgb::CmykToRgb(const Bytes &profile, bool inverted) {
     transform_.reset(
         cmsCreateTransform(from.get(), inverted ? TYPE_CMYK_8_REV : TYPE_CMYK_8, to.get(), TYPE_RGB_8, INTENT_PERCEPTUAL, 0));
     if (!transform_) {
-        throw Error("a CMYK picture whose colour profile is of no use");
+        throw Error("a CMYK picture whose colour profile cannot be used");
     }
 }
 

@@ -169,7 +169,7 @@ void check_size(uint64_t width, uint64_t height) {
     }
     if (height > largest_area / width) {
         throw Error("too large: " + std::to_string(width) + " x " + std::to_string(height) + " pixels, at most " +
-                    std::to_string(largest_area) + " can be worked on");
+                    std::to_string(largest_area) + " can be processed");
     }
 }
 

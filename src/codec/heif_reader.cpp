@@ -119,13 +119,13 @@ class HeifReader : public InterleavedReader {
 
     void finish(Notices &notices) override {
         if (bits_ > 8) {
-            notices.push_back(std::to_string(bits_) + " bits a channel reduced to 8");
+            notices.push_back(std::to_string(bits_) + " bits per channel reduced to 8");
         }
         if (multiplied_) {
             notices.push_back(divided_by_alpha);
         }
         if (high_range_) {
-            notices.push_back("the colours are coded for a high dynamic range and look flat without it");
+            notices.push_back("the colours are coded for a high dynamic range and look flat on other screens");
         }
         if (further_ > 0) {
             notices.push_back(further_pictures(further_));

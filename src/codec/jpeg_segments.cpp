@@ -227,7 +227,7 @@ void SegmentSorter::tell(Input &input, uint64_t tail, const Metadata &metadata, 
         notices.push_back("the thumbnail in the JFIF header is left out");
     }
     if (!credentials_.empty()) {
-        notices.push_back("the content credentials (C2PA) do not hold for a changed file and are left out");
+        notices.push_back("the content credentials (C2PA) are not valid for a changed file and are left out");
     }
     const Bytes begin = window(input, tail);
     if (is_padding(begin)) {

@@ -90,7 +90,7 @@ class JpegWriter : public Writer {
 
     void tell_losses(Notices &notices) const {
         if (picture_.has_alpha) {
-            notices.push_back("a JPEG file has no room for alpha, which is left out");
+            notices.push_back("a JPEG file cannot hold alpha, which is left out");
         }
         if (!exif_fits()) {
             notices.push_back("the Exif data is too large for a JPEG file and left out");
@@ -99,7 +99,7 @@ class JpegWriter : public Writer {
             notices.push_back("the ICC profile is too large for a JPEG file and left out");
         }
         if (picture_.metadata.png_colours.gamma && picture_.metadata.icc_profile.empty()) {
-            notices.push_back("a JPEG file has no room for the PNG file's gamma, which is left out");
+            notices.push_back("a JPEG file cannot hold the PNG file's gamma, which is left out");
         }
         if (!picture_.metadata.xmp.empty() && xmp_segment(picture_.metadata.xmp).empty()) {
             notices.push_back("the XMP data is too large for a JPEG file and left out");

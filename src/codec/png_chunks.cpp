@@ -32,7 +32,7 @@ std::string lost(const PngChunk &chunk) {
         return "a PNG file with an animation: its further pictures are left out";
     }
     if (chunk.name == "caBX") {
-        return "the content credentials (C2PA) do not hold for a changed file and are left out";
+        return "the content credentials (C2PA) are not valid for a changed file and are left out";
     }
     return "the PNG chunk '" + chunk.name + "' is left out";
 }

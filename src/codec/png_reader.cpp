@@ -54,7 +54,7 @@ class PngReader : public Reader {
         read_metadata(notices);
         trouble_.tell_warnings(notices);
         if (deep_) {
-            notices.push_back("16 bits a channel reduced to 8");
+            notices.push_back("16 bits per channel reduced to 8");
         }
     }
 

@@ -163,7 +163,7 @@ std::string refusal_of(std::span<const uint8_t> bytes) {
         const bool is_svg = text.find("<svg") != std::string_view::npos;
         return is_svg ? "an SVG file, which cannot be read" : "a text file, not a picture";
     }
-    return "not a picture that ko knows";
+    return "not in a format that ko can read";
 }
 
 } // namespace codec

@@ -190,7 +190,7 @@ Bytes exif_for_tiff(const Bytes &exif, Notices &notices) {
         return {};
     }
     if (structure->behind(structure->first()) != 0) {
-        notices.push_back("a TIFF file has no room for the thumbnail in the Exif data, which is left out");
+        notices.push_back("a TIFF file cannot hold the thumbnail in the Exif data, which is left out");
     }
     ExifLayout layout = lay_out_exif(*structure, first->entries);
     layout.damaged |= !first->whole;

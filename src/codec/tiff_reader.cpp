@@ -122,7 +122,7 @@ class TiffReader : public Reader {
         reports_.tell_warnings(notices);
         notices.insert(notices.end(), left_out_.begin(), left_out_.end());
         if (layout_.bits == 16) {
-            notices.push_back("16 bits a channel reduced to 8");
+            notices.push_back("16 bits per channel reduced to 8");
         }
         if (inks_to_rgb_) {
             notices.push_back(cmyk_converted);
@@ -182,7 +182,7 @@ class TiffReader : public Reader {
     Kind kind() const {
         uint16_t photometric = 0;
         if (TIFFGetField(tiff_.get(), TIFFTAG_PHOTOMETRIC, &photometric) == 0) {
-            throw Error("the file does not say what its samples mean");
+            throw Error("the file does not specify what its samples mean");
         }
         switch (photometric) {
         case PHOTOMETRIC_MINISBLACK:
@@ -229,12 +229,12 @@ class TiffReader : public Reader {
     void check_layout() const {
         const auto form = value<uint16_t>(TIFFTAG_SAMPLEFORMAT);
         if (form != SAMPLEFORMAT_UINT && form != SAMPLEFORMAT_VOID) {
-            throw Error("the samples are not whole numbers from 0 on");
+            throw Error("the samples are not unsigned whole numbers");
         }
         const uint16_t bits = layout_.bits;
         const bool known = bits == 1 || bits == 2 || bits == 4 || bits == 8 || bits == 16;
         if (!known || (kind_ == Kind::palette && bits > 8)) {
-            throw Error(std::to_string(bits) + " bits a channel");
+            throw Error(std::to_string(bits) + " bits per channel");
         }
         if (layout_.channels < colours() || layout_.channels > most_channels ||
             (kind_ == Kind::converted && layout_.channels != 3)) {

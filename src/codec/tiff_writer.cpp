@@ -117,7 +117,7 @@ class TiffWriter : public Writer {
     void tell_losses(Notices &notices) const {
         tell_left_out(picture_.metadata, {.xmp = true, .photoshop = true, .iptc = true}, notices);
         if (picture_.metadata.png_colours.gamma && picture_.metadata.icc_profile.empty()) {
-            notices.push_back("a TIFF file has no room for the PNG file's gamma, which is left out");
+            notices.push_back("a TIFF file cannot hold the PNG file's gamma, which is left out");
         }
     }
 

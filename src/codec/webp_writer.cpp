@@ -88,7 +88,7 @@ class WebpWriter : public Writer {
         const Metadata &metadata = picture_.metadata;
         tell_left_out(metadata, {.xmp = true, .density = false}, notices);
         if (metadata.png_colours.gamma && metadata.icc_profile.empty()) {
-            notices.push_back("a WebP file has no room for the PNG file's gamma, which is left out");
+            notices.push_back("a WebP file cannot hold the PNG file's gamma, which is left out");
         }
     }
 

@@ -75,10 +75,10 @@ void refuse_extras(const CLI::App &app, const CLI::App *command) {
     }
     const std::string &word = extras.front();
     if (word.starts_with("-") && word != "-") {
-        refuse("there is no option " + word, word.substr(0, word.find('=')), options_of(command != nullptr ? *command : app));
+        refuse("unknown option " + word, word.substr(0, word.find('=')), options_of(command != nullptr ? *command : app));
     }
     if (command == nullptr) {
-        refuse("there is no command " + word, word, commands_of(app));
+        refuse("unknown command " + word, word, commands_of(app));
     }
     throw UsageError("'" + word + "' is one input too many");
 }
@@ -109,7 +109,7 @@ std::string help_about(const CLI::App &app, const CLI::App &help) {
     }
     const std::vector<std::string> commands = commands_of(app);
     if (std::find(commands.begin(), commands.end(), words.front()) == commands.end()) {
-        refuse("there is no command " + words.front(), words.front(), commands);
+        refuse("unknown command " + words.front(), words.front(), commands);
     }
     return app.get_subcommand(words.front())->help("ko");
 }

@@ -376,7 +376,7 @@ void check_together(const Options &options, const std::string &word) {
         throw UsageError("--scores: a score file is for one input, not " + std::to_string(options.selection.inputs.size()));
     }
     if (options.command == Command::curves && options.draw && options.tuning.curve_size != curve_step) {
-        throw UsageError("--draw: only curves of " + std::to_string(curve_step) + " entries are drawn");
+        throw UsageError("--draw: only curves of " + std::to_string(curve_step) + " entries can be drawn");
     }
     if (options.command == Command::curves && !is_power_of_two(options.tuning.curve_size)) {
         throw UsageError("--curve-size: a file holds curves of 256, 512, 1024, 2048 or 4096 entries");

@@ -89,7 +89,7 @@ kohost::TileTrcPtr load_grid(const fs::path &path) {
     const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
     const std::string why = reason_in(printed.take());
     if (!loaded) {
-        const char *what = short_of_memory() ? "its curves ask for more memory than there is" : "the curves cannot be read";
+        const char *what = short_of_memory() ? "its curves need more memory than is available" : "the curves cannot be read";
         throw kohost::LibraryError(what, why);
     }
     const uint64_t columns = KoTileTRCGetNumStripsX(grid.get());
@@ -109,7 +109,7 @@ void check_fit(const TileTRC &curves, uint64_t width, uint64_t height) {
     const uint64_t columns = KoTileTRCGetNumStripsX(&curves);
     const uint64_t rows = KoTileTRCGetNumStripsY(&curves);
     if (!fits(columns, width) || !fits(rows, height)) {
-        throw FileError("too small for a grid of " + shown(columns, rows) + ", which needs two pixels a tile each way");
+        throw FileError("too small for a grid of " + shown(columns, rows) + ", which needs two pixels per tile each way");
     }
 }
 

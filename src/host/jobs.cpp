@@ -71,7 +71,7 @@ void make_folder(const fs::path &folder, const std::string &who) {
 void check_folder(const fs::path &folder) {
     const fs::path place = folder.empty() ? "." : folder;
     if (!is_folder(place)) {
-        throw FileError(place.string() + (is_there(place) ? ": not a folder" : ": there is no such folder"));
+        throw FileError(place.string() + (is_there(place) ? ": not a folder" : ": no such folder"));
     }
     if (!system::can_write_into(place)) {
         throw FileError(place.string() + ": the folder cannot be written to: " + system::failure());

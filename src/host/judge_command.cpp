@@ -59,7 +59,7 @@ std::string shown(const Verdict &verdict) {
         return "left as it is: " + verdict.reason;
     }
     return verdict.passes.empty() ? "enhanced"
-                                  : "enhanced, within the limits of " + verdict.passes + "; over its own: " + verdict.reason;
+                                  : "enhanced, within the limits of " + verdict.passes + "; exceeds its own: " + verdict.reason;
 }
 
 const char *title_of(Measure measure) {

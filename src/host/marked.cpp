@@ -32,7 +32,7 @@ bool leave_marked(const Job &job, Source &source, Deed deed, const Options &opti
     copy_picture(job, source, options.quality, entry);
     report_notices(source.notices, entry);
     entry.done({source.size().width, source.size().height, job.target.string(), "left as it is",
-                "ko " + mark->version + " " + what_was_done(deed) + " already"});
+                "ko " + mark->version + " has already " + what_was_done(deed)});
     return true;
 }
 

@@ -44,7 +44,7 @@ std::string reason_of(const RedEyes &eyes) {
     case RedEyeDecision::gray:
         return "the picture is gray";
     case RedEyeDecision::too_many:
-        return std::to_string(eyes.blobs.size()) + " places could be some (limit " + std::to_string(eyes.limit) + ")";
+        return std::to_string(eyes.blobs.size()) + " places could be red eyes (limit " + std::to_string(eyes.limit) + ")";
     default:
         return "";
     }

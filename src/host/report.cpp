@@ -122,7 +122,10 @@ void Entry::answered(const std::string &text) {
 
 void Entry::skipped(const std::string &output, const std::string &why) {
     if (report_.reporting_.style == Style::json) {
-        print(report_.lines_, line_of(object_with({{"output", output}, {"decision", "skipped"}, {"reason", why}})) + "\n");
+        Json object = object_with({});
+        set_name(object, "output", output);
+        object.update({{"decision", "skipped"}, {"reason", why}});
+        print(report_.lines_, line_of(object) + "\n");
     } else if (report_.reporting_.style == Style::lines) {
         print(report_.lines_, name_ + ": skipped: " + why + "\n");
     }

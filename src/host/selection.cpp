@@ -43,7 +43,7 @@ class Lister {
         const size_t before = found_.size();
         walk(input, "");
         if (found_.size() == before) {
-            const std::string hint = recursive_ ? "" : "; --recursive looks into folders below";
+            const std::string hint = recursive_ ? "" : "; --recursive includes subfolders";
             found_.push_back({input, "", "no pictures in this folder" + hint, true});
         }
     }

@@ -191,7 +191,7 @@ void leave_trace(codec::Metadata &metadata, codec::Format format, const Trace &t
     try {
         change_exif(metadata, format, trace, is_png ? nullptr : &mark, notices);
     } catch (const metadata::Error &error) {
-        notices.push_back(error.what() + std::string(" and is carried as it is"));
+        notices.push_back(error.what() + std::string(" and is carried over unchanged"));
         if (!is_png) {
             mark_comment(metadata.comments, mark);
         }

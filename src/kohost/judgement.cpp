@@ -70,7 +70,7 @@ const char *meaning_of(Measure measure) {
     case Measure::noise:
         return "it is too noisy to be opened";
     default:
-        return "its score is against it";
+        return "its score is too high";
     }
 }
 

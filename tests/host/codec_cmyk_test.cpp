@@ -118,9 +118,9 @@ std::string with_profile(const std::string &profile) {
 
 TEST(CmykJpeg, NeedsAProfile) {
     EXPECT_EQ(error_of(jpeg_file({.colour = JpegColour::cmyk}, mixed)), "a CMYK picture without a colour profile");
-    EXPECT_EQ(error_of(with_profile("no profile")), "a CMYK picture whose colour profile is of no use");
-    EXPECT_EQ(error_of(with_profile(icc_profile("RGB ", 300))), "a CMYK picture whose colour profile is of no use");
-    EXPECT_EQ(error_of(with_profile(icc_profile("CMYK", 300))), "a CMYK picture whose colour profile is of no use")
+    EXPECT_EQ(error_of(with_profile("no profile")), "a CMYK picture whose colour profile cannot be used");
+    EXPECT_EQ(error_of(with_profile(icc_profile("RGB ", 300))), "a CMYK picture whose colour profile cannot be used");
+    EXPECT_EQ(error_of(with_profile(icc_profile("CMYK", 300))), "a CMYK picture whose colour profile cannot be used")
         << "one without tables";
     EXPECT_EQ(error_of(with_profile(cmyk_profile())), "no error");
 }

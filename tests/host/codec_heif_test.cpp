@@ -64,7 +64,7 @@ TEST(HeifReader, GivesTheRowsInPortions) {
 TEST(HeifReader, ReducesDeepPictures) {
     const std::string file = stored_deep_avif();
     EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, stored_colour)), tolerance);
-    EXPECT_EQ(notices_of(file), Notices{"12 bits a channel reduced to 8"});
+    EXPECT_EQ(notices_of(file), Notices{"12 bits per channel reduced to 8"});
 }
 
 TEST(HeifReader, CarriesExifAndXmp) {
@@ -207,7 +207,7 @@ TEST_P(Heif, ReportsAHighRange) {
     for (const int curve : {16, 18}) {
         with.curve = curve;
         const std::string file = heif_file(with, smooth);
-        EXPECT_EQ(notices_of(file), Notices{"the colours are coded for a high dynamic range and look flat without it"});
+        EXPECT_EQ(notices_of(file), Notices{"the colours are coded for a high dynamic range and look flat on other screens"});
         EXPECT_TRUE(decoded(file).metadata.icc_profile.empty());
     }
 }
@@ -239,7 +239,7 @@ TEST_P(DeepHeic, IsReduced) {
         with.bits = bits;
         const std::string file = heif_file(with, [bits](auto x, auto y, auto c) { return smooth(x, y, c) << (bits - 8); });
         EXPECT_LE(farthest(pixels_of(decoded(file)), samples(64, 48, 0, 2, smooth)), tolerance);
-        EXPECT_EQ(notices_of(file), Notices{std::to_string(bits) + " bits a channel reduced to 8"});
+        EXPECT_EQ(notices_of(file), Notices{std::to_string(bits) + " bits per channel reduced to 8"});
     }
 }
 
@@ -275,7 +275,7 @@ TEST(HeifHostile, EnormousPicturesAreRefused) {
     std::string file = stored_avif();
     const size_t size = file.find("ispe") + 8;
     file.replace(size, 8, std::string("\0\0\x7d\0\0\0\x7d\0", 8));
-    EXPECT_EQ(error_of(file), "too large: 32000 x 32000 pixels, at most 250000000 can be worked on");
+    EXPECT_EQ(error_of(file), "too large: 32000 x 32000 pixels, at most 250000000 can be processed");
     file.replace(size, 8, std::string("\0\0\0\0\0\0\0\0", 8));
     EXPECT_NE(error_of(file), "no error");
     file.replace(size, 8, std::string("\0\0\0\x60\0\0\0\x60", 8));

@@ -139,7 +139,7 @@ TEST(JpegToJpeg, LeavesOutWhatBelongsToTheOldFile) {
                                     Format::jpeg);
     EXPECT_EQ(segments_of(passage.file), (std::vector<Segment>{{0xeb, other_box}}));
     EXPECT_EQ(passage.notices, (Notices{"the thumbnail in the JFIF header is left out",
-                                        "the content credentials (C2PA) do not hold for a changed file and are left out"}));
+                                        "the content credentials (C2PA) are not valid for a changed file and are left out"}));
 }
 
 TEST(JpegToJpeg, AThumbnailInTheHeaderItselfIsNamed) {
@@ -262,13 +262,13 @@ TEST(PngToPng, NamesChunksThatDo) {
                                     Format::png);
     EXPECT_EQ(passage.notices,
               (Notices{"a PNG file with an animation: its further pictures are left out", "the PNG chunk 'prVT' is left out",
-                       "the content credentials (C2PA) do not hold for a changed file and are left out"}));
+                       "the content credentials (C2PA) are not valid for a changed file and are left out"}));
     EXPECT_EQ(png_chunks(passage.file).size(), 3u);
 }
 
 TEST(PngToPng, ABackgroundGoesWithTheColoursThatItIsSaidIn) {
     const std::string file = png_file({.depth = 16, .before = {{"bKGD", std::string(6, '\1')}}}, soft);
-    EXPECT_EQ(notices_of(file), (Notices{"the PNG chunk 'bKGD' is left out", "16 bits a channel reduced to 8"}));
+    EXPECT_EQ(notices_of(file), (Notices{"the PNG chunk 'bKGD' is left out", "16 bits per channel reduced to 8"}));
 }
 
 TEST(PngToPng, AnUnknownCriticalChunkIsAnError) { EXPECT_THROW(notices_of(png_with({{"CrIT", "?"}})), codec::Error); }

@@ -78,11 +78,11 @@ TEST(Recognise, NamesTexts) {
 }
 
 TEST(Recognise, SaysSoIfTheFormatIsUnknown) {
-    EXPECT_EQ(error_of(file_of("")), "not a picture that ko knows");
-    EXPECT_EQ(error_of(file_of("BM")), "not a picture that ko knows") << "no such header";
-    EXPECT_EQ(error_of(file_of("RIFF....WAVE")), "not a picture that ko knows");
+    EXPECT_EQ(error_of(file_of("")), "not in a format that ko can read");
+    EXPECT_EQ(error_of(file_of("BM")), "not in a format that ko can read") << "no such header";
+    EXPECT_EQ(error_of(file_of("RIFF....WAVE")), "not in a format that ko can read");
     EXPECT_EQ(error_of("\x89PNG"), "a text file, not a picture");
-    EXPECT_EQ(error_of(std::string("\x89PNG\r\n\x1a", 7)), "not a picture that ko knows");
+    EXPECT_EQ(error_of(std::string("\x89PNG\r\n\x1a", 7)), "not in a format that ko can read");
 }
 
 // Brands are looked for only within their box, and the version among them is not a brand.
@@ -97,7 +97,7 @@ TEST(Recognise, ReadsBrandsInTheirBox) {
     EXPECT_EQ(error_of(std::string("\0\0\0\x14"
                                    "ftypis",
                                    10)),
-              "not a picture that ko knows");
+              "not in a format that ko can read");
 }
 
 } // namespace

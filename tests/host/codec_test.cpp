@@ -121,7 +121,7 @@ TEST_P(PngDepths, BecomeBytesWithAlphaBesideThem) {
     };
     Notices notices;
     const Picture picture = codec::decode(bytes_of(png_file(recipe, sample)), notices);
-    EXPECT_EQ(notices, depth == 16 ? Notices{"16 bits a channel reduced to 8"} : Notices{});
+    EXPECT_EQ(notices, depth == 16 ? Notices{"16 bits per channel reduced to 8"} : Notices{});
     const uint32_t channels = (colour & 2) != 0 ? 3 : 1;
     EXPECT_EQ(picture.format, Format::png);
     EXPECT_EQ(picture.width, 13u);
@@ -508,7 +508,7 @@ TEST(JpegWriter, HasTheQualityAskedFor) {
 
 TEST(JpegWriter, ReportsThatAlphaIsLeftOut) {
     const Picture picture = decode(png_file({.colour = png_rgba}, mixed));
-    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file has no room for alpha, which is left out"});
+    EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file cannot hold alpha, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
     for (const int opaque : {png_gray, png_rgb}) {
         EXPECT_EQ(encoding_notices(decode(png_file({.colour = opaque}, mixed)), Format::jpeg), Notices{});
@@ -519,7 +519,7 @@ TEST(JpegWriter, ReportsThatGammaIsLeftOut) {
     const std::string gamma = big_endian(45455);
     Picture picture = decode(png_file({.before = {{"gAMA", gamma}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg),
-              Notices{"a JPEG file has no room for the PNG file's gamma, which is left out"});
+              Notices{"a JPEG file cannot hold the PNG file's gamma, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
     const std::string profile = icc_profile("RGB ", 300);
     picture.metadata.icc_profile.assign(profile.begin(), profile.end());
@@ -833,20 +833,20 @@ TEST(Hostile, LargePicturesAreTakenUpToTheMost) {
         return error_of(png_header(width, height, 8, png_gray, 0) + png_chunk("IDAT", ""));
     };
     EXPECT_EQ(promised(15625, 16000), "truncated PNG file");
-    EXPECT_EQ(promised(15625, 16001), "too large: 15625 x 16001 pixels, at most 250000000 can be worked on");
-    EXPECT_EQ(promised(15626, 16000), "too large: 15626 x 16000 pixels, at most 250000000 can be worked on");
+    EXPECT_EQ(promised(15625, 16001), "too large: 15625 x 16001 pixels, at most 250000000 can be processed");
+    EXPECT_EQ(promised(15626, 16000), "too large: 15626 x 16000 pixels, at most 250000000 can be processed");
 }
 
 TEST(Hostile, EnormousPicturesAreRefused) {
     const std::string most = std::to_string(codec::largest_area);
     EXPECT_EQ(error_of(png_header(900000, 900000, 8, png_rgba, 0) + png_chunk("IDAT", "")),
-              "too large: 900000 x 900000 pixels, at most " + most + " can be worked on");
+              "too large: 900000 x 900000 pixels, at most " + most + " can be processed");
     EXPECT_NE(error_of(png_header(0x7fffffff, 0x7fffffff, 8, png_rgba, 0) + png_chunk("IDAT", "")), "no error");
     EXPECT_NE(error_of(png_header(0, 5, 8, png_rgb, 0) + png_chunk("IDAT", "")), "no error");
     std::string jpeg = jpeg_file({}, mixed);
     const size_t frame = jpeg.find("\xff\xc0");
     jpeg.replace(frame + 5, 4, "\xff\xdc\xff\xdc");
-    EXPECT_EQ(error_of(jpeg), "too large: 65500 x 65500 pixels, at most " + most + " can be worked on");
+    EXPECT_EQ(error_of(jpeg), "too large: 65500 x 65500 pixels, at most " + most + " can be processed");
 }
 
 TEST(Hostile, APromiseOfManyPixelsCostsNothing) {

@@ -592,7 +592,7 @@ TEST(TiffMetadataOut, WhatHasNoPlaceIsNamed) {
     tree.thumbnail = {tiff_shorts(259, {6})};
     tree.jpeg = jpeg_file({}, mixed);
     const std::pair<Said, std::string> cases[] = {
-        {{.exif = exif_of_tree(tree)}, "a TIFF file has no room for the thumbnail in the Exif data, which is left out"},
+        {{.exif = exif_of_tree(tree)}, "a TIFF file cannot hold the thumbnail in the Exif data, which is left out"},
         {{.comments = {"A comment"}}, "the comment is left out"},
         {{.texts = {{.keyword = "Author", .text = "Jo"}}}, "the PNG text 'Author' is left out"},
         {{.segments = {{0xe5, {1, 2, 3}}}}, "the JPEG segment APP5 is left out"},

@@ -60,7 +60,7 @@ TEST_P(TiffStorage, IsReadAtEveryDepth) {
                                                       return kind == PHOTOMETRIC_MINISWHITE ? 255 - level : level;
                                                   }))
                 << bits << " bits of kind " << kind;
-            EXPECT_EQ(notices, bits == 16 ? Notices{"16 bits a channel reduced to 8"} : Notices{});
+            EXPECT_EQ(notices, bits == 16 ? Notices{"16 bits per channel reduced to 8"} : Notices{});
         }
     }
 }
@@ -278,14 +278,14 @@ TEST(TiffReader, NamesRawFiles) {
 }
 
 TEST(TiffReader, RefusesWhatItDoesNotKnow) {
-    EXPECT_EQ(error_of(tiff_file({.bits = 32}, mixed)), "32 bits a channel");
-    EXPECT_EQ(error_of(tiff_file({.bits = 12}, mixed)), "12 bits a channel");
+    EXPECT_EQ(error_of(tiff_file({.bits = 32}, mixed)), "32 bits per channel");
+    EXPECT_EQ(error_of(tiff_file({.bits = 12}, mixed)), "12 bits per channel");
     EXPECT_EQ(error_of(tiff_file({.bits = 16, .kind = PHOTOMETRIC_PALETTE, .channels = 1, .colours = {0}}, mixed)),
-              "16 bits a channel");
+              "16 bits per channel");
     EXPECT_EQ(error_of(tiff_file({.bits = 16, .sample_form = SAMPLEFORMAT_INT}, mixed)),
-              "the samples are not whole numbers from 0 on");
+              "the samples are not unsigned whole numbers");
     EXPECT_EQ(error_of(tiff_file({.bits = 32, .sample_form = SAMPLEFORMAT_IEEEFP}, mixed)),
-              "the samples are not whole numbers from 0 on");
+              "the samples are not unsigned whole numbers");
     EXPECT_EQ(error_of(tiff_file({.kind = PHOTOMETRIC_LOGLUV}, mixed)), "neither gray nor RGB: colours of TIFF kind 32845");
     EXPECT_EQ(error_of(tiff_file({.kind = PHOTOMETRIC_CIELAB}, mixed)), "neither gray nor RGB: colours of TIFF kind 8");
     EXPECT_EQ(error_of(tiff_file({.width = 2, .height = 2, .channels = 40}, mixed)), "40 channels");
@@ -388,7 +388,7 @@ TEST(TiffMetadata, TakesTheDensityOfAPngFile) {
 TEST(TiffMetadata, ReportsThatGammaIsLeftOut) {
     const Picture picture = decoded(png_file({.before = {{"gAMA", big_endian(45455)}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::tiff),
-              Notices{"a TIFF file has no room for the PNG file's gamma, which is left out"});
+              Notices{"a TIFF file cannot hold the PNG file's gamma, which is left out"});
     EXPECT_EQ(encoding_notices(decoded(png_file({}, mixed)), Format::tiff), Notices{});
 }
 
@@ -540,7 +540,7 @@ TEST(TiffHostile, EnormousPicturesAreRefused) {
         return error_of(file);
     };
     EXPECT_EQ(promised(16, 16, 0), "no error");
-    EXPECT_EQ(promised(900000, 900000, 0), "too large: 900000 x 900000 pixels, at most 250000000 can be worked on");
+    EXPECT_EQ(promised(900000, 900000, 0), "too large: 900000 x 900000 pixels, at most 250000000 can be processed");
     EXPECT_NE(promised(900000, 900000, 16), "no error");
     for (const uint32_t tile : {0, 16}) {
         EXPECT_NE(promised(15625, 16000, tile), "no error") << "the most, of which hardly anything is there";

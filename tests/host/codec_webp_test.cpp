@@ -221,7 +221,7 @@ TEST(WebpMetadata, NamesWhatHasNoPlace) {
 TEST(WebpMetadata, ReportsThatGammaIsLeftOut) {
     const Picture picture = decoded(png_file({.before = {{"gAMA", big_endian(45455)}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::webp),
-              Notices{"a WebP file has no room for the PNG file's gamma, which is left out"});
+              Notices{"a WebP file cannot hold the PNG file's gamma, which is left out"});
     EXPECT_EQ(encoding_notices(decoded(png_file({}, mixed)), Format::webp), Notices{});
 }
 
@@ -270,7 +270,7 @@ TEST(WebpHostile, EnormousPicturesAreRefused) {
     std::string file = webp_file({}, mixed);
     const size_t mark = file.find('\x2f', 20);
     file.replace(mark + 1, 4, std::string("\xff\xff\xff\x0f", 4));
-    EXPECT_EQ(error_of(file), "too large: 16384 x 16384 pixels, at most 250000000 can be worked on");
+    EXPECT_EQ(error_of(file), "too large: 16384 x 16384 pixels, at most 250000000 can be processed");
     file.replace(mark + 1, 4, std::string("\xff\x3f\x90\x0e", 4)); // 16384 x 14913
     EXPECT_NE(error_of(file), "no error");
 }

@@ -14,7 +14,7 @@ std::string stored_avif();
 // The same with an XMP packet, "<x:xmpmeta xmlns:x='adobe:ns:meta/'/>".
 std::string stored_avif_with_xmp();
 
-// The same pixels with 12 bits a channel, and no Exif data.
+// The same pixels with 12 bits per channel, and no Exif data.
 std::string stored_deep_avif();
 
 uint32_t stored_colour(uint32_t x, uint32_t y, uint32_t c);

@@ -167,7 +167,7 @@ TEST_F(HostCurves, DoNotTakeThePlaceOfTheirPictureOrAFolder) {
                          name + ": cannot write " + path("link.png") + ": it is the input");
         expect_one_error(curves(name, path("folder.png"), options),
                          name + ": cannot write " + path("folder.png") + ": a folder has this name");
-        expect_one_error(curves(name, path("none/grid.png"), options), path("none") + ": there is no such folder");
+        expect_one_error(curves(name, path("none/grid.png"), options), path("none") + ": no such folder");
     }
     EXPECT_EQ(read_bytes(name), dark_png());
 }
@@ -184,11 +184,11 @@ TEST_F(HostCurves, MistakesAreReportedInOneLine) {
         {{"--form", "gray"}, "--form: 'gray' is none of text, binary, encoded"},
         {{"--form", "text", "--draw"}, "--form excludes --draw"},
         {{"--curve-size", "768"}, "--curve-size: a file holds curves of 256, 512, 1024, 2048 or 4096 entries"},
-        {{"--draw", "--curve-size", "512"}, "--draw: only curves of 256 entries are drawn"},
+        {{"--draw", "--curve-size", "512"}, "--draw: only curves of 256 entries can be drawn"},
         {{"--grid", "0x1"}, "--grid: '0x1' is not a grid"},
-        {{"--policy", "always"}, "there is no option "},
-        {{"--force"}, "there is no option "},
-        {{"--ratio", "1"}, "there is no option "}};
+        {{"--policy", "always"}, "unknown option "},
+        {{"--force"}, "unknown option "},
+        {{"--ratio", "1"}, "unknown option "}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = curves(name, path("grid"), options);
         EXPECT_EQ(outcome.status, 2) << beginning;
@@ -342,7 +342,7 @@ TEST_F(HostApply, ServesManyPicturesOfAnySize) {
     const Words inputs = {put("a.png", dark_png()), put("b.jpg", dark_jpeg()), put("small.png", png_file({7, 6, 8}, dark)),
                           put("c.png", png_file({200, 31, 8, png_gray, false, {}, {}}, dark))};
     const Outcome outcome = apply(path("grid"), inputs, path("out"));
-    expect_one_error(outcome, inputs[2] + ": too small for a grid of 4x3, which needs two pixels a tile each way");
+    expect_one_error(outcome, inputs[2] + ": too small for a grid of 4x3, which needs two pixels per tile each way");
     EXPECT_EQ(outcome.out_lines().size(), 3u);
     EXPECT_EQ(left(), (std::set<std::string>{"grid", "a.png", "b.jpg", "small.png", "c.png", "out", "out/a.png", "out/b.jpg",
                                              "out/c.png"}));
@@ -404,7 +404,7 @@ TEST_F(HostGrids, ThatCannotBeReadAreRefused) {
 TEST_F(HostGrids, OfNoUseAreRefused) {
     const std::string unreadable = "the curves cannot be read: [ERROR] Read error in file";
     const std::string ended = "the curves cannot be read: [ERROR] Cannot read file";
-    const std::string too_large = "its curves ask for more memory than there is: Cannot allocate ";
+    const std::string too_large = "its curves need more memory than is available: Cannot allocate ";
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"", unreadable},
         {"nonsense", unreadable},

@@ -183,7 +183,8 @@ TEST_F(HostFormats, AJpegFileKeepsItsXmpInAWebpFile) {
 void expect_left_alone(const Outcome &outcome) {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
-    EXPECT_TRUE(matches(outcome.out, ", left as it is: ko 0\\.1\\.0 opened its shadows already, " + time_shown)) << outcome.out;
+    EXPECT_TRUE(matches(outcome.out, ", left as it is: ko 0\\.1\\.0 has already opened its shadows, " + time_shown))
+        << outcome.out;
 }
 
 TEST_F(HostFormats, ATiffFileIsMarkedOnce) {

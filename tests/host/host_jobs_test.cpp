@@ -182,7 +182,7 @@ TEST_F(HostJobs, LeaveMessagesAtTheirPlace) {
         // Notices about 16 bits and about the smaller grid come before the lines of their pictures.
         EXPECT_EQ(order, "abbcdefghijkkl") << outcome.out;
         ASSERT_EQ(lines.size(), picture_count + 3);
-        EXPECT_EQ(lines[1], "ko: " + inputs[1] + ": notice: 16 bits a channel reduced to 8");
+        EXPECT_EQ(lines[1], "ko: " + inputs[1] + ": notice: 16 bits per channel reduced to 8");
         EXPECT_EQ(lines[4], "ko: " + inputs[3] + ": cannot be read: No such file or directory");
         EXPECT_EQ(lines[6], "ko: " + inputs[5] + ": truncated PNG file");
         EXPECT_EQ(lines[10], "ko: " + inputs[9] + ": a text file, not a picture");

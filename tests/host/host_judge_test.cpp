@@ -88,24 +88,25 @@ TEST_F(HostJudge, ShowsTheTableAndTheDecisions) {
     expect_success(outcome);
     const FreshLibrary library;
     const FeaturesPtr features = measured(png_pixels(file));
-    EXPECT_EQ(outcome.out,
-              name +
-                  ": 320 x 320\n"
-                  "Detail: 5 of 64 blocks would gain too little detail (under 5.6, marked *); allowed: conservative 62, "
-                  "default 63, risky 63\n" +
-                  detail_table(*features) +
-                  "Dark tones: 21 of 64 blocks have too uniform dark tones (under 2.45, marked *); allowed: conservative 23, "
-                  "default 20 (exceeded), risky 6 (exceeded)\n" +
-                  tone_table(*features) +
-                  "Noise: 30 of 64 blocks are too noisy (over 1, marked *); allowed: conservative 37, default 23 (exceeded), "
-                  "risky 26 (exceeded)\n" +
-                  noise_table(*features) +
-                  "conservative: enhanced\n"
-                  "default: enhanced, within the limits of conservative; over its own: 21 of 64 blocks have too uniform dark "
-                  "tones (limit 20); 30 of 64 blocks are too noisy (limit 23)\n"
-                  "risky: enhanced, within the limits of conservative; over its own: 21 of 64 blocks have too uniform dark "
-                  "tones (limit 6); 30 of 64 blocks are too noisy (limit 26)\n"
-                  "always: enhanced\n");
+    EXPECT_EQ(
+        outcome.out,
+        name +
+            ": 320 x 320\n"
+            "Detail: 5 of 64 blocks would gain too little detail (under 5.6, marked *); allowed: conservative 62, "
+            "default 63, risky 63\n" +
+            detail_table(*features) +
+            "Dark tones: 21 of 64 blocks have too uniform dark tones (under 2.45, marked *); allowed: conservative 23, "
+            "default 20 (exceeded), risky 6 (exceeded)\n" +
+            tone_table(*features) +
+            "Noise: 30 of 64 blocks are too noisy (over 1, marked *); allowed: conservative 37, default 23 (exceeded), "
+            "risky 26 (exceeded)\n" +
+            noise_table(*features) +
+            "conservative: enhanced\n"
+            "default: enhanced, within the limits of conservative; exceeds its own: 21 of 64 blocks have too uniform dark "
+            "tones (limit 20); 30 of 64 blocks are too noisy (limit 23)\n"
+            "risky: enhanced, within the limits of conservative; exceeds its own: 21 of 64 blocks have too uniform dark "
+            "tones (limit 6); 30 of 64 blocks are too noisy (limit 26)\n"
+            "always: enhanced\n");
 }
 
 TEST_F(HostJudge, ReportsAllThatCountsAgainstAPicture) {
@@ -324,7 +325,7 @@ TEST_F(HostScores, DoNotTakeThePlaceOfTheirPictureOrAFolder) {
     expect_one_error(judge({name}, {"--scores", name}), name + ": cannot write " + name + ": it is the input");
     expect_one_error(judge({name}, {"--scores", path("folder")}),
                      name + ": cannot write " + path("folder") + ": a folder has this name");
-    expect_one_error(judge({name}, {"--scores", path("none/scores")}), path("none") + ": there is no such folder");
+    expect_one_error(judge({name}, {"--scores", path("none/scores")}), path("none") + ": no such folder");
     EXPECT_EQ(read_bytes(name), file);
 }
 

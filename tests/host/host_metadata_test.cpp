@@ -122,7 +122,7 @@ TEST_F(HostMetadata, JsonSaysWhyAPictureIsLeftAlone) {
     const Outcome outcome = enhance({path("a.png")}, path("b.png"), {"--json"});
     const nlohmann::json object = nlohmann::json::parse(outcome.out);
     EXPECT_EQ(object["decision"], "left as it is");
-    EXPECT_EQ(object["reason"], "ko 0.1.0 opened its shadows already");
+    EXPECT_EQ(object["reason"], "ko 0.1.0 has already opened its shadows");
     EXPECT_EQ(object["width"], png_pixels(read_bytes(path("a.png"))).width);
 }
 
@@ -131,7 +131,7 @@ TEST_F(HostMetadata, DamagedExifDataIsCarriedAndTheMarkIsInAComment) {
     put("in.jpg", dark_jpeg({.segments = {{0xe1, exif_mark + damaged}}}));
     const Outcome outcome = enhance({path("in.jpg")}, path("out.jpg"));
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_TRUE(matches(outcome.err, "notice: the Exif data .* and is carried as it is")) << outcome.err;
+    EXPECT_TRUE(matches(outcome.err, "notice: the Exif data .* and is carried over unchanged")) << outcome.err;
     const std::string result = read_bytes(path("out.jpg"));
     EXPECT_EQ(exif_of(result), damaged);
     EXPECT_EQ(jpeg_segment(result, 0xfe), mark);
@@ -267,7 +267,8 @@ TEST_F(HostMetadata, ExifDataWithoutRoomForAMarkIsCarried) {
     recipe.maker_note.resize(64000 + (65520 - exif_file(recipe).size()));
     put("in.jpg", dark_jpeg({.segments = {exif_segment(recipe)}}));
     const Outcome outcome = enhance({path("in.jpg")}, path("out.jpg"));
-    EXPECT_TRUE(matches(outcome.err, "notice: the Exif data has no room for a mark and is carried as it is")) << outcome.err;
+    EXPECT_TRUE(matches(outcome.err, "notice: the Exif data has no room for a mark and is carried over unchanged"))
+        << outcome.err;
     EXPECT_EQ(exif_of(read_bytes(path("out.jpg"))), exif_file(recipe));
     expect_left_alone(enhance({path("out.jpg")}, path("again.jpg")));
 }

@@ -56,7 +56,7 @@ std::string turned_down(const std::string &figures) {
     const std::string meaning = is_about("detail")       ? "it has no detail hidden in its shadows"
                                 : is_about("dark tones") ? "its dark parts are too uniform to be opened"
                                 : is_about("noisy")      ? "it is too noisy to be opened"
-                                                         : "its score is against it";
+                                                         : "its score is too high";
     return left_alone + meaning + ": " + figures + "; --force enhances it";
 }
 
@@ -147,7 +147,7 @@ TEST_F(HostJudged, AnotherFormatIsEncodedFromThePixels) {
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), jpeg_pixels(jpeg));
     const std::string name = put("alpha.png", judged_png(nothing_to_gain, png_rgba));
     EXPECT_EQ(enhance({name}, path("out.jpg"), {"--quality", "70"}).err,
-              "ko: " + name + ": notice: a JPEG file has no room for alpha, which is left out\n");
+              "ko: " + name + ": notice: a JPEG file cannot hold alpha, which is left out\n");
     EXPECT_EQ(jpeg_first_factor(read_bytes(path("out.jpg"))), jpeg_first_factor(dark_jpeg({.quality = 70})));
 }
 

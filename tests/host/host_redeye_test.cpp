@@ -198,7 +198,7 @@ TEST_F(HostRedEye, PicturesWithNothingToRepairAreCopied) {
         {eyes_png(), "no red eyes (0 accepted, 0 undecided, 3 rejected)", {.bias = 1000.0f}},
         {eyes_png(four_eyes, png_gray), "no red eyes: the picture is gray"},
         {eyes_png(four_eyes, png_gray_alpha), "no red eyes: the picture is gray"},
-        {eyes_png(eyes_in_rows(51)), "red eyes not repaired: 51 places could be some (limit 50)"},
+        {eyes_png(eyes_in_rows(51)), "red eyes not repaired: 51 places could be red eyes (limit 50)"},
         {png_file({1, 1, 8, png_rgb, false, {}, {}}, dark), "no red eyes"},
         {png_file({640, 2, 8, png_rgb, false, {}, {}}, skin_with({{20, 1, 1, 0}})), "no red eyes"}};
     for (const auto &[file, said, recipe] : cases) {
@@ -297,7 +297,7 @@ TEST_F(HostRedEye, JsonReportsBlobsBoxesScoresAndLabels) {
     EXPECT_EQ(gray.at("blobs"), Json::array());
     const Json many = Json::parse(lines[2]);
     EXPECT_EQ(many.at("decision"), "red eyes not repaired");
-    EXPECT_EQ(many.at("reason"), "51 places could be some (limit 50)");
+    EXPECT_EQ(many.at("reason"), "51 places could be red eyes (limit 50)");
     EXPECT_EQ(many.at("blobs").size(), 51u);
     EXPECT_EQ(many.at("blobs").at(50).at("patch"), nullptr);
     EXPECT_EQ(Json::parse(lines[3]), (Json{{"file", inputs[3]}, {"error", "cannot be read: No such file or directory"}}));

@@ -452,7 +452,7 @@ TEST_F(HostReport, RefusesThePlacesOfOtherFiles) {
     const std::string model = put_model(path("model"));
     expect_senseless(in, "cannot write " + in + ": it is an input");
     expect_senseless(path("out.png"), "cannot write " + path("out.png") + ": it is an output");
-    expect_refused(path("none/page.html"), path("none") + ": there is no such folder");
+    expect_refused(path("none/page.html"), path("none") + ": no such folder");
     std::filesystem::create_directory(path("folder"));
     expect_refused(path("folder"), "cannot write " + path("folder") + ": a folder has this name");
     const Outcome outcome = run_command("redeye", {in}, path("out.png"), {"--model", model, "--report", model});

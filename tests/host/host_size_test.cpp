@@ -261,7 +261,7 @@ TEST_F(HostSize, CurvesOfSixteenBitPicturesAreThoseOfTheirBytes) {
     const Sample deep = [&](uint32_t x, uint32_t y, uint32_t c) { return sample_of(picture)(x, y, c) * 257; };
     const std::string name = put("in.png", png_file({picture.width, picture.height, 16, png_rgb, false, {}, {}}, deep));
     const Outcome outcome = enhance(name, path("out.png"), {"--working-size", "0.04"});
-    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: 16 bits a channel reduced to 8\n") << "once, however often it is read";
+    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: 16 bits per channel reduced to 8\n") << "once, however often it is read";
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), expected_by(working_copy(picture, 40'000), picture));
 }
 

@@ -150,7 +150,7 @@ TEST_F(HostPixels, OfSixteenBitsAreReducedWithANotice) {
                                                     [](uint32_t x, uint32_t y, uint32_t c) { return dark(x, y, c) * 257; }));
     const Outcome outcome = enhance({name}, path("out.png"));
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: 16 bits a channel reduced to 8\n");
+    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: 16 bits per channel reduced to 8\n");
     const Pixels bytes = png_pixels(png_file({40, 40, 8, png_rgba, false, {}, {}}, dark));
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), expected(bytes));
 }
@@ -261,7 +261,7 @@ TEST_F(HostFormat, JpegOutputReportsThatAlphaIsLost) {
     const std::string name = put("in.png", dark_png(png_rgba));
     const Outcome outcome = enhance({name}, path("out.jpg"));
     EXPECT_EQ(outcome.status, 0);
-    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: a JPEG file has no room for alpha, which is left out\n");
+    EXPECT_EQ(outcome.err, "ko: " + name + ": notice: a JPEG file cannot hold alpha, which is left out\n");
 }
 
 using HostErrors = Host;
@@ -297,7 +297,7 @@ TEST_F(HostErrors, OfOnePictureLeaveTheOthersAlone) {
 TEST_F(HostErrors, AnInputThatIsAFolder) {
     fs::create_directory(path("pictures"));
     expect_one_error(enhance({path("pictures")}, path("out")),
-                     path("pictures") + ": no pictures in this folder; --recursive looks into folders below");
+                     path("pictures") + ": no pictures in this folder; --recursive includes subfolders");
 }
 
 TEST_F(HostErrors, AnOutputThatIsNoFolder) {
@@ -306,7 +306,7 @@ TEST_F(HostErrors, AnOutputThatIsNoFolder) {
     expect_one_error(enhance(inputs, file), file + ": not a folder, but several pictures need one");
     expect_one_error(enhance(inputs, file + "/deeper"), file + "/deeper: the folder cannot be made: Not a directory");
     expect_one_error(enhance({inputs[0]}, file + "/out.png"), file + ": not a folder");
-    expect_one_error(enhance({inputs[0]}, path("none/out.png")), path("none") + ": there is no such folder");
+    expect_one_error(enhance({inputs[0]}, path("none/out.png")), path("none") + ": no such folder");
     EXPECT_EQ(read_bytes(file), "in the way");
     EXPECT_EQ(left(), (std::set<std::string>{"a.png", "b.png", "file"}));
 }
@@ -524,7 +524,7 @@ TEST_F(HostCommandLine, MistakesAreReportedInOneLine) {
         {{"--ratio", "0.5 "}, "--ratio: '0.5 ' is not a number from 0 to 1"},
         {{"--quality", "0"}, "--quality: '0' is not a whole number from 1 to 100"},
         {{"--quality", "101"}, "--quality: '101' is not a whole number from 1 to 100"},
-        {{"--frob", "1"}, "there is no option "}};
+        {{"--frob", "1"}, "unknown option "}};
     for (const auto &[options, beginning] : cases) {
         const Outcome outcome = enhance({name}, path("out.png"), options);
         EXPECT_EQ(outcome.status, 2) << options[1];
@@ -549,14 +549,14 @@ TEST_F(HostCommandLine, WithoutInputOrOutputIsAMistake) {
 
 TEST_F(HostCommandLine, MisspeltWordsGetTheirNearestNeighbour) {
     const std::vector<std::pair<Words, std::string>> cases = {
-        {{"enhnace"}, "there is no command enhnace; did you mean enhance? (see ko --help)"},
-        {{"judg", "x"}, "there is no command judg; did you mean judge? (see ko --help)"},
-        {{"frobnicate"}, "there is no command frobnicate (see ko --help)"},
-        {{"help", "curve"}, "there is no command curve; did you mean curves? (see ko help --help)"},
-        {{"enhance", "x", "--suf", "y"}, "there is no option --suf; did you mean --suffix? (see ko enhance --help)"},
-        {{"enhance", "x", "-o", "y", "--jsno"}, "there is no option --jsno; did you mean --json? (see ko enhance --help)"},
+        {{"enhnace"}, "unknown command enhnace; did you mean enhance? (see ko --help)"},
+        {{"judg", "x"}, "unknown command judg; did you mean judge? (see ko --help)"},
+        {{"frobnicate"}, "unknown command frobnicate (see ko --help)"},
+        {{"help", "curve"}, "unknown command curve; did you mean curves? (see ko help --help)"},
+        {{"enhance", "x", "--suf", "y"}, "unknown option --suf; did you mean --suffix? (see ko enhance --help)"},
+        {{"enhance", "x", "-o", "y", "--jsno"}, "unknown option --jsno; did you mean --json? (see ko enhance --help)"},
         {{"enhance", "x", "-o", "y", "--max-gian=2"},
-         "there is no option --max-gian=2; did you mean --max-gain? (see ko enhance --help)"},
+         "unknown option --max-gian=2; did you mean --max-gain? (see ko enhance --help)"},
         {{"enhance", "a.jpg", "b.jpg"}, "no output: did you mean 'ko enhance a.jpg -o b.jpg'? (see ko enhance --help)"},
         {{"auto", "a.jpg", "b.jpg", "c.jpg"}, "no output: did you mean 'ko auto a.jpg ... -o c.jpg'? (see ko auto --help)"},
         {{"apply", "curves.txt", "a.jpg", "b.jpg"},

@@ -24,6 +24,14 @@ std::optional<uint16_t> exif_orientation(std::span<const uint8_t> exif) {
     return value >= 1 && value <= 8 ? std::optional(static_cast<uint16_t>(value)) : std::nullopt;
 }
 
+bool has_density(std::span<const uint8_t> exif) {
+    constexpr uint32_t tag_x_resolution = 282;
+    MemoryInput input(exif);
+    std::optional<TiffStructure> structure = TiffStructure::of(input);
+    const auto directory = structure ? structure->directory(structure->first()) : std::nullopt;
+    return directory && find(directory->entries, tag_x_resolution) != nullptr;
+}
+
 void set_upright(Bytes &exif) {
     MemoryInput input(exif);
     std::optional<TiffStructure> structure = TiffStructure::of(input);

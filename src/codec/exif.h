@@ -15,6 +15,9 @@ inline constexpr uint16_t upright = 1; // the first row is the top, the first pi
 // The orientation, 1 to 8. None if the data has no orientation, or no valid one.
 std::optional<uint16_t> exif_orientation(std::span<const uint8_t> exif);
 
+// True if the data has a density of its own.
+bool has_density(std::span<const uint8_t> exif);
+
 // Overwrites the orientation where the data has one.
 void set_upright(Bytes &exif);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "codec/exif.h"
 #include "codec/extended_xmp.h"
 #include "codec/jpeg_segments.h"
 
@@ -45,7 +46,7 @@ void tell_left_out(const Metadata &metadata, const Places &places, Notices &noti
         add_once(notices, "the comment is left out");
     }
     // Exif data has a density of its own, and one without a unit gives only the shape of pixels.
-    if (!places.density && metadata.density && metadata.density->unit != Density::Unit::none && metadata.exif.empty()) {
+    if (!places.density && metadata.density && metadata.density->unit != Density::Unit::none && !has_density(metadata.exif)) {
         add_once(notices, "the density is left out");
     }
     if (!places.jpeg_segments) {

@@ -129,9 +129,29 @@ class Putter {
         return true;
     }
 
+    // Two that libtiff knows, the white point and the primaries.
+    bool put_quotients(const Entry &entry) {
+        const uint64_t expected = entry.tag == TIFFTAG_WHITEPOINT ? 2 : entry.tag == TIFFTAG_PRIMARYCHROMATICITIES ? 6 : 0;
+        std::array<float, 6> values{};
+        for (uint64_t i = 0; i < std::min(entry.count, expected); ++i) {
+            const auto above = block_.number(entry.position + 8 * i, 4);
+            const auto below = block_.number(entry.position + 8 * i + 4, 4);
+            values[i] =
+                below.value_or(0) > 0 ? static_cast<float>(static_cast<double>(*above) / static_cast<double>(*below)) : 0.0f;
+        }
+        const bool good = expected > 0 && entry.count == expected && entry.type == ValueType::rational;
+        if (good) {
+            set(entry.tag, values.data());
+        }
+        return good;
+    }
+
     bool put_numbers(const Entry &entry) {
-        const bool is_quotient = entry.type == ValueType::rational || entry.type == ValueType::signed_rational;
-        if (is_quotient || entry.type == ValueType::directory || entry.count == 0 || is_known(entry)) {
+        if (entry.type == ValueType::rational) {
+            return put_quotients(entry);
+        }
+        if (entry.type == ValueType::signed_rational || entry.type == ValueType::directory || entry.count == 0 ||
+            is_known(entry)) {
             return false;
         }
         introduce(entry, TIFF_VARIABLE2, 1);

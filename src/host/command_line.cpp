@@ -153,6 +153,9 @@ CommandLine read_command_line(int argc, const char *const *argv) {
         return parse_words(app, options, argc, argv);
     } catch (const CLI::Success &success) { // help, version
         return {std::nullopt, app.exit(success)};
+    } catch (const CLI::ArgumentMismatch &error) {
+        const std::string text = error.what(); // such as "--output: 1 required OUT missing"
+        return mistake(text.find(" missing") != std::string::npos ? text.substr(0, text.find(':')) + " needs a value" : text);
     } catch (const CLI::Error &error) {
         return mistake(error.what());
     } catch (const UsageError &error) {

@@ -369,6 +369,9 @@ void check_together(const Options &options, const std::string &word) {
     if (writes_pictures(options.command) && destination.output.empty() && destination.suffix.empty() && !destination.in_place) {
         throw UsageError(missing_output(options, word));
     }
+    if (options.page == standard_stream) {
+        throw UsageError("--report: a page is written to a file");
+    }
     if (!options.page.empty() && destination.dry_run) {
         throw UsageError("--report: a dry run writes no page");
     }

@@ -103,6 +103,8 @@ fs::path kept_name(fs::path name) { return is_only_read(name) ? name.replace_ext
 
 // ---- where each picture goes
 
+constexpr const char *has_suffix = "its name has the suffix of a result";
+
 class Layout {
   public:
     explicit Layout(const Destination &destination) : destination_(destination) {}
@@ -116,10 +118,13 @@ class Layout {
         }
         std::vector<Job> jobs;
         for (const Selected &picture : pictures) {
+            if (picture.from_folder && is_result(picture)) {
+                continue;
+            }
             jobs.push_back(into_file ? Job{picture.input, destination_.output, format_of_extension(destination_.output)}
                                      : Job{picture.input, target_of(picture)});
             jobs.back().refusal = picture.refusal.empty() ? reason_to_refuse(jobs.back()) : picture.refusal;
-            jobs.back().skipped = reason_to_skip(jobs.back());
+            jobs.back().skipped = is_result(picture) ? has_suffix : reason_to_skip(jobs.back());
             jobs.back().dry_run = destination_.dry_run;
         }
         return jobs;
@@ -154,6 +159,12 @@ class Layout {
         check_extension(destination_.output);
     }
 
+    // Results beside their inputs are no inputs of the next run.
+    bool is_result(const Selected &picture) const {
+        return destination_.output.empty() && !destination_.suffix.empty() &&
+               fs::path(picture.input).stem().native().ends_with(destination_.suffix);
+    }
+
     bool writes_stream() const { return destination_.output == standard_stream; }
 
     // A name that is the input's own even with the suffix is refused like any other.
@@ -184,7 +195,9 @@ void refuse_clashes(const std::vector<Job> &jobs, const Destination &destination
     }
     std::set<fs::path> inputs;
     for (const Job &job : jobs) {
-        inputs.insert(resolved(job.input));
+        if (job.skipped != has_suffix) {
+            inputs.insert(resolved(job.input));
+        }
     }
     std::map<fs::path, std::string> writers;
     for (const Job &job : jobs) {

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdio>
 #include <exception>
+#include <iostream>
 
 #include "command_line.h"
 #include "commands.h"
@@ -72,7 +73,14 @@ int main(int argc, char **argv) {
     try {
         host::system::on_interruption(host::clean_up);
         const host::CommandLine command_line = host::read_command_line(argc, argv);
-        return command_line.options ? host::run(*command_line.options) : command_line.exit_status;
+        if (command_line.options) {
+            return host::run(*command_line.options);
+        }
+        std::cout.flush();
+        if (!std::cout) {
+            throw host::FileError("the standard output cannot be written");
+        }
+        return command_line.exit_status;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "ko: %s\n", error.what());
         return host::some_failed;

@@ -2,7 +2,7 @@
 #include "report.h"
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 
 #include "report_page.h"
 #include "system.h"
@@ -11,25 +11,11 @@ namespace host {
 
 namespace {
 
-struct StageEntry {
-    const char *name;
-    const char *key;
-    double start; // share of a picture's time that is over when the stage begins
-};
-
-constexpr std::array<StageEntry, stage_count + 1> stages = {{{"reading", "read", 0.0},
-                                                             {"red eyes", "red_eyes", 0.2},
-                                                             {"judging", "judge", 0.2},
-                                                             {"curves", "curves", 0.3},
-                                                             {"applying", "apply", 0.4},
-                                                             {"writing", "write", 0.4},
-                                                             {"", "", 1.0}}};
+// The share of a picture's time that is over when a stage begins, and at the end.
+constexpr std::array<double, stage_count + 1> stage_starts = {0.0, 0.2, 0.2, 0.3, 0.4, 0.4, 1.0};
 
 constexpr size_t bar_cells = 24;
 constexpr size_t longest_name = 30;
-
-// The entry of the picture that this thread processes.
-thread_local Entry *present = nullptr;
 
 // The end of a path says more than its beginning.
 std::string shortened(const std::string &name) {
@@ -44,192 +30,7 @@ std::string cells(double share) {
     return text;
 }
 
-std::string shown(double seconds) {
-    std::array<char, 32> room;
-    std::snprintf(room.data(), room.size(), "%.2f s", seconds);
-    return room.data();
-}
-
-std::string content_of(std::FILE *file) {
-    std::string text;
-    std::array<char, 4096> room;
-    std::rewind(file);
-    while (const size_t count = std::fread(room.data(), 1, room.size(), file)) {
-        text.append(room.data(), count);
-    }
-    return text;
-}
-
-double rounded(double seconds) { return std::round(seconds * 10000.0) / 10000.0; }
-
 } // namespace
-
-// ---- one picture
-
-Entry::Entry(Report &report, size_t number, std::string name) : report_(report), number_(number), name_(std::move(name)) {
-    page_ = report.page_ ? report.page_->entry(name_) : nullptr;
-    present = this;
-}
-
-Entry::~Entry() {
-    present = nullptr;
-    report_.end(*this);
-}
-
-void Entry::at(Stage stage, double share) {
-    spend(stage);
-    report_.progress(number_, name_, stage, share);
-}
-
-void Entry::spend(Stage stage) {
-    const Clock::time_point now = Clock::now();
-    spent_[static_cast<size_t>(stage_)] += now - switched_;
-    switched_ = now;
-    stage_ = stage;
-}
-
-void Entry::done(const Result &result) {
-    spend(stage_);
-    take_log();
-    if (report_.reporting_.style != Style::quiet) {
-        print(report_.lines_, report_.reporting_.style == Style::json ? object(result) : line(result));
-    }
-    if (page_) {
-        page_->size = {result.width, result.height};
-        page_->output = result.output;
-        if (page_->reason != result.reason) {
-            page_->reason += (page_->reason.empty() || result.reason.empty() ? "" : "; ") + result.reason;
-        }
-        add_outcome(*page_, {result.decision, page_->curves ? PageOutcome::Kind::changed : PageOutcome::Kind::left});
-        add_to_page();
-    }
-}
-
-void Entry::failed(const std::string &why) {
-    take_log();
-    report_.fail();
-    print(stderr, "ko: " + name_ + ": " + why + "\n");
-    if (report_.reporting_.style == Style::json) {
-        print(report_.lines_, line_of(object_with({{"error", why}})) + "\n");
-    }
-    add_unseen({"failed", PageOutcome::Kind::failed}, why);
-}
-
-void Entry::answered(const std::string &text) {
-    spend(stage_);
-    print(report_.lines_, text);
-}
-
-void Entry::skipped(const std::string &output, const std::string &why) {
-    if (report_.reporting_.style == Style::json) {
-        Json object = object_with({});
-        set_name(object, "output", output);
-        object.update({{"decision", "skipped"}, {"reason", why}});
-        print(report_.lines_, line_of(object) + "\n");
-    } else if (report_.reporting_.style == Style::lines) {
-        print(report_.lines_, name_ + ": skipped: " + why + "\n");
-    }
-    add_unseen({"skipped", PageOutcome::Kind::left}, why);
-}
-
-// For a picture of which a page can show nothing.
-void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
-    if (page_) {
-        *page_ = PageEntry{};
-        page_->name = name_;
-        page_->reason = why;
-        add_outcome(*page_, outcome);
-        add_to_page();
-    }
-}
-
-bool Entry::wants_details() const { return report_.reporting_.verbose; }
-
-void Entry::detail(const std::string &text) {
-    if (wants_details()) {
-        print(stderr, "ko: " + name_ + ": " + text + "\n");
-    }
-}
-
-void Entry::add_to_page() {
-    spend(stage_);
-    page_->seconds = seconds();
-    for (size_t i = 0; i < stage_count; ++i) {
-        if (const double time = rounded(seconds(static_cast<Stage>(i))); time > 0.0) {
-            page_->timings.emplace_back(stages[i].name, time);
-        }
-    }
-    report_.page_->add(number_, *page_);
-    page_.reset();
-}
-
-void Entry::notice(const std::string &text) {
-    if (page_) {
-        page_->notices.push_back(text);
-    }
-    if (report_.reporting_.style != Style::quiet) {
-        print(stderr, "ko: " + name_ + ": notice: " + text + "\n");
-    }
-}
-
-void Entry::take_log() {
-    if (log_ != nullptr) {
-        print(stderr, "ko: " + name_ + ": progress:\n" + content_of(log_.get()));
-        log_.reset();
-    }
-}
-
-std::FILE *Entry::log() {
-    log_.reset(std::tmpfile());
-    return log_.get();
-}
-
-std::string Entry::line(const Result &result) const {
-    const std::string why = result.reason.empty() ? "" : ": " + result.reason;
-    const std::string said = result.said.empty() ? result.decision + why : result.said;
-    std::string text = name_ + ": " + std::to_string(result.width) + " x " + std::to_string(result.height) + ", " + said +
-                       ", " + shown(seconds());
-    if (report_.reporting_.dry_run) {
-        text += ", nothing written";
-    }
-    if (report_.reporting_.timings) {
-        for (size_t i = 0; i < stage_count; ++i) {
-            text += (i == 0 ? " (" : ", ") + std::string(stages[i].name) + " " + shown(seconds(static_cast<Stage>(i)));
-        }
-        text += ")";
-    }
-    return text + "\n";
-}
-
-Json Entry::object_with(const Json &members) const {
-    Json object = Json::object();
-    set_name(object, "file", name_);
-    object.update(members.is_null() ? Json::object() : members);
-    return object;
-}
-
-std::string Entry::object(const Result &result) const {
-    Json object = object_with({});
-    set_name(object, "output", result.output);
-    object["width"] = result.width;
-    object["height"] = result.height;
-    object["decision"] = result.decision;
-    if (!result.reason.empty()) {
-        object["reason"] = result.reason;
-    }
-    object.update(result.members);
-    if (report_.reporting_.dry_run) {
-        object["dry_run"] = true;
-    }
-    object["seconds"] = std::round(seconds() * 100.0) / 100.0;
-    object["timings"] = Json::object();
-    for (size_t i = 0; i < stage_count; ++i) {
-        object["timings"][stages[i].key] = rounded(seconds(static_cast<Stage>(i)));
-    }
-    return line_of(object) + "\n";
-}
-
-// ---- all of them
 
 Report::Report(const Reporting &reporting)
     : reporting_(reporting), lines_(reporting.output_is_taken ? stderr : stdout),
@@ -267,12 +68,12 @@ void Report::remark(const std::string &text) {
 void Report::error(const std::string &text) {
     const std::lock_guard<std::mutex> guard(lock_);
     any_failed_ = true;
-    write(stderr, "ko: " + text + "\n");
+    write(stderr, without_controls("ko: " + text + "\n"));
 }
 
 void Report::message(const char *text) {
-    if (present != nullptr) {
-        present->message(text);
+    if (Entry *entry = Entry::of_this_thread()) {
+        entry->message(text);
         return;
     }
     const std::lock_guard<std::mutex> guard(lock_);
@@ -280,16 +81,36 @@ void Report::message(const char *text) {
 }
 
 bool Report::good() {
-    abandon();
+    sum_up("");
     if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
         error("the standard output cannot be written");
     }
     return !any_failed_;
 }
 
-void Report::abandon() {
+void Report::abandon() { sum_up("stopped: "); }
+
+void Report::count(const std::string &outcome) {
+    const std::lock_guard<std::mutex> guard(lock_);
+    ++outcomes_[outcome];
+}
+
+// A run of several pictures ends with a line on the terminal.
+void Report::sum_up(const char *how) {
     const std::lock_guard<std::mutex> guard(lock_);
     clear_bar();
+    if (!bar_ || progress_.size() < 2 || outcomes_.empty()) {
+        return;
+    }
+    std::string text = how + std::to_string(finished_) + " of " + std::to_string(progress_.size()) + " pictures: ";
+    for (const auto &[outcome, count] : outcomes_) {
+        text += std::to_string(count) + " " + outcome + ", ";
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - start_).count();
+    std::array<char, 32> room;
+    std::snprintf(room.data(), room.size(), "%.1f s\n", seconds);
+    write(stdout, text + room.data());
+    outcomes_.clear();
 }
 
 void Report::set_progress(size_t number, double progress) {
@@ -302,8 +123,8 @@ void Report::progress(size_t number, const std::string &name, Stage stage, doubl
         return;
     }
     const std::lock_guard<std::mutex> guard(lock_);
-    const StageEntry *entry = &stages[static_cast<size_t>(stage)];
-    set_progress(number, entry->start + share * (entry[1].start - entry->start));
+    const double *start = &stage_starts[static_cast<size_t>(stage)];
+    set_progress(number, start[0] + share * (start[1] - start[0]));
     draw_bar(name, stage);
 }
 
@@ -340,7 +161,7 @@ void Report::draw_bar(const std::string &name, Stage stage) {
     }
     const double share = total_progress_ / static_cast<double>(progress_.size());
     std::string line = cells(share) + " " + std::to_string(finished_ + 1) + "/" + std::to_string(progress_.size()) + " " +
-                       time_left() + shortened(name) + ": " + stages[static_cast<size_t>(stage)].name;
+                       time_left() + shortened(name_for_a_line(name)) + ": " + host::name(stage);
     line.resize(std::min<size_t>(line.size(), system::terminal_width() - 1));
     if (line != drawn_) {
         std::printf("\r\033[K%s", line.c_str());

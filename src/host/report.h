@@ -6,111 +6,19 @@
 #ifndef KO_HOST_REPORT_H
 #define KO_HOST_REPORT_H
 
-#include <array>
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "json.h"
+#include "entry.h"
 
 namespace host {
-
-enum class Stage { reading, red_eyes, judging, curves, applying, writing };
-inline constexpr size_t stage_count = 6;
-
-enum class Style { lines, json, quiet };
-
-struct Reporting {
-    Style style = Style::lines;
-    bool verbose = false;         // more about each picture
-    bool timings = false;         // how long each stage of a picture took
-    bool dry_run = false;         // nothing is written
-    bool output_is_taken = false; // by a picture; what is reported about it goes to the standard error stream
-};
-
-// How a picture ended.
-struct Result {
-    uint32_t width = 0;
-    uint32_t height = 0;
-    std::string output;            // path of what was written
-    std::string decision;          // such as "enhanced"
-    std::string reason;            // why the decision is no, otherwise ""
-    std::string said = "";         // text of a line in place of the two, or ""
-    Json members = Json::object(); // further members of an object
-};
-
-class Report;
-class ReportPage;
-struct PageEntry;
-struct PageOutcome;
-
-// What is reported about one picture. An entry belongs to the thread that processes the picture.
-class Entry {
-  public:
-    ~Entry();
-    Entry(const Entry &) = delete;
-    Entry &operator=(const Entry &) = delete;
-
-    // The picture is in a stage, a share of which is done. Time counts for the stage until the next call of these two.
-    void at(Stage stage, double share = 0.0);
-
-    // Time counts for a stage, without showing it.
-    void spend(Stage stage);
-
-    // The ways in which a picture ends. The last is for a command whose answer is its only result: the text is printed whatever
-    // the style.
-    void done(const Result &result);
-    void failed(const std::string &why);
-    void answered(const std::string &text);
-    void skipped(const std::string &output, const std::string &why);
-
-    // Notices about this picture; details are shown only on request.
-    void notice(const std::string &text);
-    void detail(const std::string &text);
-    bool wants_details() const;
-
-    // Something the library prints of its own accord.
-    void message(const std::string &text) { print(stderr, text + "\n"); }
-
-    // What the page of the run shows about this picture; null without a page, or once the picture has ended.
-    PageEntry *page() { return page_.get(); }
-
-    // Where the library may write its progress with the picture.
-    std::FILE *log();
-
-  private:
-    friend class Report;
-    using Clock = std::chrono::steady_clock;
-
-    Entry(Report &report, size_t number, std::string name);
-
-    void print(std::FILE *stream, const std::string &text) { said_.emplace_back(stream, text); }
-    void take_log();
-    void add_to_page();
-    void add_unseen(const PageOutcome &outcome, const std::string &why);
-    std::string line(const Result &result) const;
-    Json object_with(const Json &members) const;
-    std::string object(const Result &result) const;
-    double seconds() const { return std::chrono::duration<double>(Clock::now() - start_).count(); }
-    double seconds(Stage stage) const { return std::chrono::duration<double>(spent_[static_cast<size_t>(stage)]).count(); }
-
-    Report &report_;
-    const size_t number_;
-    const std::string name_;
-    std::vector<std::pair<std::FILE *, std::string>> said_;
-    std::unique_ptr<std::FILE, int (*)(std::FILE *)> log_{nullptr, std::fclose};
-    std::unique_ptr<PageEntry> page_;
-    Clock::time_point start_ = Clock::now();
-    Clock::time_point switched_ = start_;
-    Stage stage_ = Stage::reading;
-    std::array<Clock::duration, stage_count> spent_{};
-};
 
 class Report {
   public:
@@ -152,6 +60,8 @@ class Report {
     void progress(size_t number, const std::string &name, Stage stage, double share);
     void end(Entry &entry);
     void fail();
+    void count(const std::string &outcome);
+    void sum_up(const char *how);
     void write(std::FILE *stream, const std::string &text);
     void draw_bar(const std::string &name, Stage stage);
     void clear_bar();
@@ -171,7 +81,8 @@ class Report {
     std::vector<std::vector<std::pair<std::FILE *, std::string>>> waiting_; // said of pictures that ended before their turn
     std::vector<bool> ended_;
     size_t finished_ = 0;
-    size_t turn_ = 0; // the picture whose entry is written next
+    std::map<std::string, size_t> outcomes_; // how many pictures ended in each way
+    size_t turn_ = 0;                        // the picture whose entry is written next
     std::string drawn_;
     bool any_failed_ = false;
 };

@@ -74,7 +74,7 @@ class Lister {
             if (recursive_ && !entry.is_symlink(error) && (except_.empty() || resolved(entry.path()) != except_)) {
                 walk(entry.path(), place);
             }
-        } else if (format_of_extension(entry.path())) {
+        } else if (entry.is_regular_file(error) && format_of_extension(entry.path())) {
             add_file({entry.path().string(), place, "", true});
         }
     }

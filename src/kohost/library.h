@@ -5,17 +5,27 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "ko.h"
 
 namespace kohost {
 
-// A library call failed; the text holds the library's own message chain, one line for each call that passed it on, followed by
-// the reason if that is known from elsewhere.
+// The library's message chain in one line, newest first: each call that passed a failure on adds a line to it.
+inline std::string message_chain() {
+    constexpr std::string_view next_line = "\n-> ";
+    std::string chain = KoErrorGetLastErrorMessage();
+    for (size_t at = chain.find(next_line); at != std::string::npos; at = chain.find(next_line, at)) {
+        chain.replace(at, next_line.size(), ": ");
+    }
+    return chain;
+}
+
+// A library call failed; the text holds the message chain, followed by the reason if that is known from elsewhere.
 class LibraryError : public std::runtime_error {
   public:
     explicit LibraryError(const std::string &what, const std::string &why = "")
-        : std::runtime_error(what + ": " + KoErrorGetLastErrorMessage() + (why.empty() ? "" : ": " + why)) {}
+        : std::runtime_error(what + ": " + message_chain() + (why.empty() ? "" : ": " + why)) {}
 };
 
 // Throws unless a step worked and left no failure on the thread: most calls report through the thread's status, some through

@@ -568,6 +568,23 @@ TEST(TiffMetadataOut, FractionsOfTheFirstDirectoryAreNamed) {
     expect_tree(result.tree, full_tree);
 }
 
+TEST(TiffMetadataOut, KeepsTheWhitePointAndThePrimaries) {
+    TiffTree tree = full_tree;
+    tree.first.push_back({.tag = 318, .type = 5, .numbers = {3127, 10000, 329, 1000}});
+    tree.first.push_back({.tag = 319, .type = 5, .numbers = {64, 100, 33, 100, 3, 10, 6, 10, 15, 100, 6, 100}});
+    const Written result = written_exif(exif_of_tree(tree));
+    EXPECT_EQ(result.notices, Notices());
+    const auto expect_quotients = [&](uint32_t tag, const std::vector<double> &quotients) {
+        const std::vector<uint32_t> &numbers = result.tree.first.at(tag).numbers;
+        ASSERT_EQ(numbers.size(), 2 * quotients.size());
+        for (size_t i = 0; i < quotients.size(); ++i) {
+            EXPECT_NEAR(static_cast<double>(numbers[2 * i]) / numbers[2 * i + 1], quotients[i], 1e-6) << tag << " " << i;
+        }
+    };
+    expect_quotients(318, {0.3127, 0.329});
+    expect_quotients(319, {0.64, 0.33, 0.3, 0.6, 0.15, 0.06});
+}
+
 TEST(TiffMetadataOut, ResolutionOfExifDataCountsWithoutADensity) {
     for (const uint32_t unit : {2u, 3u}) {
         TiffTree tree = full_tree;

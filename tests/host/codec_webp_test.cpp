@@ -5,6 +5,7 @@
 
 #include "codec_files.h"
 #include "pictures.h"
+#include "tiff_directories.h"
 #include "webp_files.h"
 
 namespace {
@@ -194,6 +195,21 @@ TEST(WebpMetadata, IsWhereReadersLookForIt) {
             EXPECT_EQ(static_cast<uint8_t>(webp_chunk_data(file, "VP8X").at(0)), kinds | (transparent ? alpha : 0));
         }
     }
+}
+
+TEST(WebpMetadata, ADensityIsNamedUnlessExifDataHasOne) {
+    Picture picture = picture_of(6, 4, 3, false, soft);
+    picture.metadata.density = codec::Density{codec::Density::Unit::inch, 300, 300};
+    const Notices named = {"the density is left out"};
+    EXPECT_EQ(encoding_notices(picture, Format::webp), named);
+    const auto set_exif = [&](const std::string &exif) { picture.metadata.exif.assign(exif.begin(), exif.end()); };
+    set_exif(exif_of_tree({.first = {tiff_text(305, "ko")}}));
+    EXPECT_EQ(encoding_notices(picture, Format::webp), named);
+    set_exif(exif_of_tree({.first = {tiff_fraction(282, 300, 1), tiff_fraction(283, 300, 1)}}));
+    EXPECT_EQ(encoding_notices(picture, Format::webp), Notices());
+    set_exif("");
+    picture.metadata.density->unit = codec::Density::Unit::none;
+    EXPECT_EQ(encoding_notices(picture, Format::webp), Notices());
 }
 
 TEST(WebpMetadata, NamesWhatHasNoPlace) {

@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -208,6 +209,30 @@ TEST_F(HostInputs, AnInterruptedRunLeavesNoPartsAndGoesOn) {
             EXPECT_EQ(read_bytes(path("cut/" + name)), read_bytes(entry.path().string())) << name;
         }
     }
+}
+
+// A second run takes its own results for none of its inputs.
+TEST_F(HostInputs, WithASuffixGoOnWhereTheyWereCut) {
+    put_pictures({"in/a.png", "in/b.png"});
+    expect_success(enhance({path("in")}, "", {"--suffix", "-better"}));
+    const std::string first = read_bytes(path("in/a-better.png"));
+    fs::remove(path("in/a-better.png"));
+    const Outcome outcome = enhance({path("in")}, "", {"--suffix", "-better", "--no-clobber"});
+    expect_success(outcome);
+    EXPECT_EQ(outcome.out_lines().size(), 2u) << outcome.out;
+    EXPECT_EQ(read_bytes(path("in/a-better.png")), first);
+    const Outcome named = enhance({path("in/a.png"), path("in/a-better.png")}, "", {"--suffix", "-better"});
+    expect_success(named);
+    EXPECT_EQ(named.out_lines().back(), path("in/a-better.png") + ": skipped: its name has the suffix of a result");
+    EXPECT_EQ(left(), (std::set<std::string>{"in", "in/a.png", "in/b.png", "in/a-better.png", "in/b-better.png"}));
+}
+
+TEST_F(HostInputs, OfAFolderAreRegularFiles) {
+    put_pictures({"in/a.png"});
+    ASSERT_EQ(mkfifo(path("in/pipe.png").c_str(), 0600), 0);
+    const Outcome outcome = enhance({path("in")}, path("out"));
+    expect_success(outcome);
+    EXPECT_EQ(outcome.out_lines().size(), 1u);
 }
 
 } // namespace

@@ -45,7 +45,7 @@ std::string text_chunk(const std::string &keyword, const std::string &text) { re
 void expect_left_alone(const Outcome &outcome, const std::string &done = "opened its shadows") {
     EXPECT_EQ(outcome.status, 0);
     EXPECT_EQ(outcome.err, "");
-    EXPECT_TRUE(matches(outcome.out, ", left as it is: ko 0\\.1\\.0 " + done + " already, " + time_shown)) << outcome.out;
+    EXPECT_TRUE(matches(outcome.out, ", left as it is: ko 0\\.1\\.0 has already " + done + ", " + time_shown)) << outcome.out;
 }
 
 double mean(const Pixels &pixels) {

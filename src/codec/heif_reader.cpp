@@ -4,20 +4,18 @@
 // Rotation and cropping that the file specifies are part of decoding, so the picture is delivered upright. Its Exif data gives
 // the same rotation once more, and would apply it twice.
 #include <algorithm>
-#include <array>
 #include <memory>
 #include <new>
 #include <string_view>
 #include <vector>
 
-#include <lcms2.h>
 #include <libheif/heif.h>
 
-#include "codec/alpha.h"
 #include "codec/exif.h"
 #include "codec/formats.h"
 #include "codec/guard.h"
 #include "codec/interleaved.h"
+#include "codec/named_colours.h"
 
 namespace codec {
 
@@ -39,65 +37,6 @@ using HandlePtr = std::unique_ptr<heif_image_handle, Freeing<heif_image_handle_r
 using ImagePtr = std::unique_ptr<heif_image, Freeing<heif_image_release>>;
 using OptionsPtr = std::unique_ptr<heif_decoding_options, Freeing<heif_decoding_options_free>>;
 using NclxPtr = std::unique_ptr<heif_color_profile_nclx, Freeing<heif_nclx_color_profile_free>>;
-using CurvePtr = std::unique_ptr<cmsToneCurve, Freeing<cmsFreeToneCurve>>;
-using ProfilePtr = std::unique_ptr<void, Freeing<cmsCloseProfile>>;
-
-// Colours that a file specifies by code numbers, if they are not those of sRGB, as an ICC profile, which other formats hold.
-class NamedColours {
-  public:
-    explicit NamedColours(const heif_color_profile_nclx &nclx) : nclx_(nclx) {}
-
-    bool are_of_high_range() const {
-        return nclx_.transfer_characteristics == heif_transfer_characteristic_ITU_R_BT_2100_0_PQ ||
-               nclx_.transfer_characteristics == heif_transfer_characteristic_ITU_R_BT_2100_0_HLG;
-    }
-
-    bool are_srgb() const {
-        const auto primaries = nclx_.color_primaries;
-        const bool usual = primaries == heif_color_primaries_ITU_R_BT_709_5 || primaries == heif_color_primaries_unspecified;
-        return usual && exponent() == 0.0;
-    }
-
-    // Empty if no profile can describe the colours.
-    Bytes profile() const {
-        const cmsCIExyY white = {nclx_.color_primary_white_x, nclx_.color_primary_white_y, 1.0};
-        const cmsCIExyYTRIPLE primaries = {{nclx_.color_primary_red_x, nclx_.color_primary_red_y, 1.0},
-                                           {nclx_.color_primary_green_x, nclx_.color_primary_green_y, 1.0},
-                                           {nclx_.color_primary_blue_x, nclx_.color_primary_blue_y, 1.0}};
-        const CurvePtr curve = tone_curve();
-        cmsToneCurve *curves[3] = {curve.get(), curve.get(), curve.get()};
-        const ProfilePtr made(curve ? cmsCreateRGBProfile(&white, &primaries, curves) : nullptr);
-        cmsUInt32Number size = 0;
-        if (!made || cmsSaveProfileToMem(made.get(), nullptr, &size) == FALSE) {
-            return {};
-        }
-        Bytes bytes(size);
-        return cmsSaveProfileToMem(made.get(), bytes.data(), &size) != FALSE ? bytes : Bytes();
-    }
-
-  private:
-    // 0 for the curve of sRGB, which also stands for the curves of television.
-    double exponent() const {
-        switch (nclx_.transfer_characteristics) {
-        case heif_transfer_characteristic_ITU_R_BT_470_6_System_M:
-            return 2.2;
-        case heif_transfer_characteristic_ITU_R_BT_470_6_System_B_G:
-            return 2.8;
-        case heif_transfer_characteristic_linear:
-            return 1.0;
-        default:
-            return 0.0;
-        }
-    }
-
-    CurvePtr tone_curve() const {
-        static constexpr std::array<cmsFloat64Number, 5> srgb = {2.4, 1.0 / 1.055, 0.055 / 1.055, 1.0 / 12.92, 0.04045};
-        const double power = exponent();
-        return CurvePtr(power != 0.0 ? cmsBuildGamma(nullptr, power) : cmsBuildParametricToneCurve(nullptr, 4, srgb.data()));
-    }
-
-    const heif_color_profile_nclx &nclx_;
-};
 
 class HeifReader : public InterleavedReader {
   public:

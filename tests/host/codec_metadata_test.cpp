@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "codec/codec.h"
+#include "codec_files.h"
 #include "exif_files.h"
 #include "image_files.h"
 #include "pictures.h"
@@ -15,14 +15,6 @@ using codec::Format;
 using codec::Notices;
 using codec::Picture;
 
-std::span<const uint8_t> bytes_of(const std::string &text) {
-    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
-}
-
-std::string text_of(const codec::Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
-
-uint32_t soft(uint32_t x, uint32_t y, uint32_t c) { return (x * 3 + y * 2 + c * 40) & 0xff; }
-
 // A file on its way through the codec, and everything that is reported about it.
 struct Passage {
     std::string file;
@@ -30,7 +22,7 @@ struct Passage {
     codec::Metadata metadata; // as it was read
 };
 
-Passage through(const std::string &file, Format format) {
+Passage passed(const std::string &file, Format format) {
     Passage passage;
     const Picture picture = codec::decode(bytes_of(file), passage.notices);
     passage.metadata = picture.metadata;
@@ -103,7 +95,7 @@ TEST(JpegToJpeg, CarriesEverySegment) {
     segments.emplace_back(0xe2, "FPXR");
     segments.emplace_back(0xfe, "A comment");
     segments.emplace_back(0xfe, "Another one");
-    const Passage passage = through(jpeg_with(segments), Format::jpeg);
+    const Passage passage = passed(jpeg_with(segments), Format::jpeg);
     EXPECT_EQ(segments_of(passage.file), segments);
     EXPECT_EQ(passage.notices, Notices{});
     EXPECT_EQ(text_of(passage.metadata.iptc), iptc);
@@ -115,7 +107,7 @@ TEST(JpegToJpeg, ImageResourcesAreOneList) {
                                            {0xed, "Adobe_CM"},
                                            {0xed, photoshop_mark + large.substr(40000, 50000)},
                                            {0xed, photoshop_mark + large.substr(90000) + resource(0x0404, iptc)}};
-    const Passage passage = through(jpeg_with(segments), Format::jpeg);
+    const Passage passage = passed(jpeg_with(segments), Format::jpeg);
     std::string found;
     for (const auto &[marker, data] : segments_of(passage.file)) {
         found += data.starts_with(photoshop_mark) ? data.substr(photoshop_mark.size()) : "";
@@ -130,13 +122,13 @@ TEST(JpegToJpeg, LeavesOutWhatBelongsToTheOldFile) {
     const std::string box = std::string("JP\0\1\0\0\0\1", 8) + big_endian(100) + "jumb" + big_endian(50) + "jumdc2pa";
     const std::string rest_of_box = std::string("JP\0\1\0\0\0\2", 8) + big_endian(100) + "jumb and more";
     const std::string other_box = std::string("JP\0\2\0\0\0\1", 8) + big_endian(100) + "jumb of a globe";
-    const Passage passage = through(jpeg_with({{0xe0, jfif},
-                                               {0xe0, std::string("JFXX\0\x10 thumbnail", 16)},
-                                               {0xeb, box},
-                                               {0xeb, rest_of_box},
-                                               {0xeb, other_box},
-                                               {0xee, std::string("Adobe\0\x64\0\0\0\0\1", 12)}}),
-                                    Format::jpeg);
+    const Passage passage = passed(jpeg_with({{0xe0, jfif},
+                                              {0xe0, std::string("JFXX\0\x10 thumbnail", 16)},
+                                              {0xeb, box},
+                                              {0xeb, rest_of_box},
+                                              {0xeb, other_box},
+                                              {0xee, std::string("Adobe\0\x64\0\0\0\0\1", 12)}}),
+                                   Format::jpeg);
     EXPECT_EQ(segments_of(passage.file), (std::vector<Segment>{{0xeb, other_box}}));
     EXPECT_EQ(passage.notices, (Notices{"the thumbnail in the JFIF header is left out",
                                         "the content credentials (C2PA) are not valid for a changed file and are left out"}));
@@ -151,16 +143,16 @@ TEST(JpegToJpeg, AThumbnailInTheHeaderItselfIsNamed) {
 
 TEST(JpegToPng, PutsEverythingWhereItBelongs) {
     const std::string exif = exif_file({});
-    const Passage passage = through(jpeg_with({{0xe1, exif_mark + exif},
-                                               {0xe1, xmp_mark + "<x:xmpmeta/>"},
-                                               {0xed, photoshop_mark + resources},
-                                               {0xfe, "A comment"},
-                                               {0xfe, "Gr\xc3\xb6\xc3\x9f"
-                                                      "e"},
-                                               {0xfe, "Gr\xf6\xdf"
-                                                      "e"},
-                                               {0xfe, zero("ended")}}),
-                                    Format::png);
+    const Passage passage = passed(jpeg_with({{0xe1, exif_mark + exif},
+                                              {0xe1, xmp_mark + "<x:xmpmeta/>"},
+                                              {0xed, photoshop_mark + resources},
+                                              {0xfe, "A comment"},
+                                              {0xfe, "Gr\xc3\xb6\xc3\x9f"
+                                                     "e"},
+                                              {0xfe, "Gr\xf6\xdf"
+                                                     "e"},
+                                              {0xfe, zero("ended")}}),
+                                   Format::png);
     EXPECT_EQ(passage.notices, Notices{});
     EXPECT_EQ(png_chunk_data(passage.file, "eXIf"), exif);
     EXPECT_EQ(chunks_of(passage.file, "iTXt"),
@@ -177,7 +169,7 @@ TEST(JpegToPng, PutsEverythingWhereItBelongs) {
     ASSERT_TRUE(profile.starts_with(keyword));
     const std::string text = inflated(profile.substr(keyword.size()));
     EXPECT_TRUE(text.starts_with("\niptc\n      " + std::to_string(resources.size()) + "\n3842494d")) << text;
-    const Passage back = through(passage.file, Format::jpeg);
+    const Passage back = passed(passage.file, Format::jpeg);
     EXPECT_EQ(back.notices, Notices{});
     EXPECT_EQ(jpeg_segment(back.file, 0xe1, "http"), xmp_mark + "<x:xmpmeta/>");
     EXPECT_EQ(jpeg_segment(back.file, 0xed), photoshop_mark + resources);
@@ -185,13 +177,13 @@ TEST(JpegToPng, PutsEverythingWhereItBelongs) {
 }
 
 TEST(JpegToPng, NamesWhatHasNoPlace) {
-    const Passage passage = through(jpeg_with({{0xec, zero("Ducky") + "quality"},
-                                               {0xec, zero("Ducky") + "again"},
-                                               {0xe5, "\1\2"},
-                                               {0xe1, exif_mark + exif_file({})},
-                                               {0xe1, exif_mark + "the rest"},
-                                               {0xfe, std::string("one\0two", 7)}}),
-                                    Format::png);
+    const Passage passage = passed(jpeg_with({{0xec, zero("Ducky") + "quality"},
+                                              {0xec, zero("Ducky") + "again"},
+                                              {0xe5, "\1\2"},
+                                              {0xe1, exif_mark + exif_file({})},
+                                              {0xe1, exif_mark + "the rest"},
+                                              {0xfe, std::string("one\0two", 7)}}),
+                                   Format::png);
     EXPECT_EQ(passage.notices, (Notices{"the comment is cut at a zero byte, which a PNG text cannot hold",
                                         "the JPEG segment APP12 'Ducky' is left out", "the JPEG segment APP5 is left out",
                                         "the JPEG segment APP1 'Exif' is left out"}));
@@ -215,7 +207,7 @@ const std::vector<Chunk> all_texts = {{"tEXt", zero("Author") + "J\xfcrgen"},
 
 TEST(PngToPng, CarriesEveryText) {
     for (const bool behind : {false, true}) {
-        const Passage passage = through(behind ? png_with({}, all_texts) : png_with(all_texts), Format::png);
+        const Passage passage = passed(behind ? png_with({}, all_texts) : png_with(all_texts), Format::png);
         EXPECT_EQ(passage.notices, Notices{});
         std::vector<Chunk> texts = png_chunks(passage.file);
         std::erase_if(texts, [](const Chunk &chunk) { return !chunk.first.ends_with("TXt") && !chunk.first.ends_with("EXt"); });
@@ -240,7 +232,7 @@ TEST(PngToPng, CarriesChunksThatDoNotDependOnThePixels) {
                                        {"prVt", "private"},
                                        {"tIME", std::string("\7\xe4\1\2\3\4\5", 7)}};
     const std::vector<Chunk> after = {{"prVt", "behind"}};
-    const Passage passage = through(png_with(before, after), Format::png);
+    const Passage passage = passed(png_with(before, after), Format::png);
     EXPECT_EQ(passage.notices, Notices{});
     std::vector<Chunk> expected = before;
     expected.insert(expected.begin(), {"IHDR", png_chunk_data(passage.file, "IHDR")});
@@ -252,14 +244,14 @@ TEST(PngToPng, CarriesChunksThatDoNotDependOnThePixels) {
 
 TEST(PngToPng, NamesChunksThatDo) {
     const std::string frame(26, '\0');
-    const Passage passage = through(png_with({{"acTL", std::string("\0\0\0\2\0\0\0\0", 8)},
-                                              {"fcTL", frame},
-                                              {"iDOT", "offsets"},
-                                              {"prVT", "private"},
-                                              {"caBX", "credentials"},
-                                              {"sBIT", "\5\5\5"}},
-                                             {{"fcTL", frame}, {"fdAT", "frame"}, {"prVT", "again"}}),
-                                    Format::png);
+    const Passage passage = passed(png_with({{"acTL", std::string("\0\0\0\2\0\0\0\0", 8)},
+                                             {"fcTL", frame},
+                                             {"iDOT", "offsets"},
+                                             {"prVT", "private"},
+                                             {"caBX", "credentials"},
+                                             {"sBIT", "\5\5\5"}},
+                                            {{"fcTL", frame}, {"fdAT", "frame"}, {"prVT", "again"}}),
+                                   Format::png);
     EXPECT_EQ(passage.notices,
               (Notices{"a PNG file with an animation: its further pictures are left out", "the PNG chunk 'prVT' is left out",
                        "the content credentials (C2PA) are not valid for a changed file and are left out"}));
@@ -282,7 +274,7 @@ TEST(PngToJpeg, TakesCommentsAndNamesTheRest) {
                                                "e")},
                                  {"tIME", std::string("\7\xe4\1\2\3\4\5", 7)},
                                  {"iTXt", itxt("XML:com.adobe.xmp", true, "", "", "<x:xmpmeta/>")}});
-    const Passage passage = through(png_with(chunks), Format::jpeg);
+    const Passage passage = passed(png_with(chunks), Format::jpeg);
     EXPECT_EQ(segments_of(passage.file), (std::vector<Segment>{{0xe1, xmp_mark + "<x:xmpmeta/>"},
                                                                {0xfe, "Gr\xc3\xb6\xc3\x9f"
                                                                       "e"},
@@ -295,7 +287,7 @@ TEST(PngToJpeg, TakesCommentsAndNamesTheRest) {
 
 TEST(PngToJpeg, ALongCommentIsSpreadOverSegments) {
     const std::string comment(70000, 'c');
-    const Passage passage = through(png_with({{"tEXt", zero("Comment") + comment}}), Format::jpeg);
+    const Passage passage = passed(png_with({{"tEXt", zero("Comment") + comment}}), Format::jpeg);
     EXPECT_EQ(segments_of(passage.file),
               (std::vector<Segment>{{0xfe, comment.substr(0, 65533)}, {0xfe, comment.substr(65533)}}));
 }
@@ -321,23 +313,22 @@ Chunk raw_profile(const std::string &kind, const std::string &bytes) {
 TEST(RawProfile, OfEveryKindGoesWhereItBelongs) {
     const std::string exif = exif_file({});
     const std::string icc = icc_profile("RGB ", 500);
-    const codec::Metadata metadata =
-        through(png_with({raw_profile("exif", exif_mark + exif), raw_profile("xmp", "<x:xmpmeta/>"), raw_profile("icc", icc),
-                          raw_profile("8bim", resources)}),
-                Format::jpeg)
-            .metadata;
+    const codec::Metadata metadata = passed(png_with({raw_profile("exif", exif_mark + exif), raw_profile("xmp", "<x:xmpmeta/>"),
+                                                      raw_profile("icc", icc), raw_profile("8bim", resources)}),
+                                            Format::jpeg)
+                                         .metadata;
     EXPECT_EQ(text_of(metadata.exif), exif);
     EXPECT_EQ(text_of(metadata.xmp), "<x:xmpmeta/>");
     EXPECT_EQ(text_of(metadata.icc_profile), icc);
     EXPECT_EQ(text_of(metadata.photoshop), resources);
     EXPECT_EQ(text_of(metadata.iptc), iptc);
     EXPECT_TRUE(metadata.png_texts.empty());
-    EXPECT_EQ(text_of(through(png_with({raw_profile("APP1", xmp_mark + "<x/>")}), Format::png).metadata.xmp), "<x/>");
-    EXPECT_EQ(text_of(through(png_with({raw_profile("APP1", exif_mark + exif)}), Format::png).metadata.exif), exif);
+    EXPECT_EQ(text_of(passed(png_with({raw_profile("APP1", xmp_mark + "<x/>")}), Format::png).metadata.xmp), "<x/>");
+    EXPECT_EQ(text_of(passed(png_with({raw_profile("APP1", exif_mark + exif)}), Format::png).metadata.exif), exif);
 }
 
 TEST(RawProfile, OfRecordsAloneIsWrappedForJpeg) {
-    const Passage passage = through(png_with({raw_profile("iptc", iptc)}), Format::jpeg);
+    const Passage passage = passed(png_with({raw_profile("iptc", iptc)}), Format::jpeg);
     EXPECT_EQ(text_of(passage.metadata.iptc), iptc);
     EXPECT_EQ(jpeg_segment(passage.file, 0xed), photoshop_mark + resource(0x0404, iptc));
     EXPECT_EQ(passage.notices, Notices{});
@@ -347,11 +338,11 @@ TEST(RawProfile, ThatIsDamagedOrSecondStaysAText) {
     const std::string exif = exif_file({});
     for (const std::string text : {"", "\n", "\nexif\n", "\nexif\n  4\n4578", "\nexif\n  x\n45", "exif\n  2\n4578",
                                    "\nexif\n 1\n4g", "\nexif\n  2\n45786", "\nexif\n  2\n4578"}) {
-        const Passage passage = through(png_with({{"tEXt", zero("Raw profile type exif") + text}}), Format::png);
+        const Passage passage = passed(png_with({{"tEXt", zero("Raw profile type exif") + text}}), Format::png);
         EXPECT_EQ(passage.metadata.png_texts.size(), 1u) << text;
         EXPECT_EQ(png_chunk_data(passage.file, "tEXt"), zero("Raw profile type exif") + text);
     }
-    const Passage passage = through(png_with({{"eXIf", exif}, raw_profile("exif", exif_mark + "MM and another")}), Format::png);
+    const Passage passage = passed(png_with({{"eXIf", exif}, raw_profile("exif", exif_mark + "MM and another")}), Format::png);
     EXPECT_EQ(text_of(passage.metadata.exif), exif);
     EXPECT_EQ(passage.metadata.png_texts.size(), 1u);
 }
@@ -390,10 +381,10 @@ std::string xmp_of_png(const std::string &png) {
 
 TEST(ExtendedXmp, IsOnePacketInOtherFormats) {
     const std::vector<Segment> segments = {{0xe1, xmp_mark + packet(reference)}, piece(rest, 50, 1000), piece(rest, 0, 50)};
-    const Passage passage = through(jpeg_with(segments), Format::png);
+    const Passage passage = passed(jpeg_with(segments), Format::png);
     EXPECT_EQ(xmp_of_png(passage.file), packet(" ", rest_content));
     EXPECT_EQ(passage.notices, Notices{});
-    EXPECT_EQ(segments_of(through(jpeg_with(segments), Format::jpeg).file), segments) << "JPEG carries it as it is";
+    EXPECT_EQ(segments_of(passed(jpeg_with(segments), Format::jpeg).file), segments) << "JPEG carries it as it is";
 }
 
 TEST(ExtendedXmp, ThatIsNotWholeOrCannotBeJoinedIsNamed) {
@@ -407,7 +398,7 @@ TEST(ExtendedXmp, ThatIsNotWholeOrCannotBeJoinedIsNamed) {
         {{0xe1, xmp_mark + packet(reference)}, piece("no RDF", 0, 1000)},
         {{0xe1, xmp_mark + reference}, piece(rest, 0, 1000)}};
     for (const std::vector<Segment> &segments : cases) {
-        const Passage passage = through(jpeg_with(segments), Format::png);
+        const Passage passage = passed(jpeg_with(segments), Format::png);
         EXPECT_EQ(passage.notices, Notices{"the extended XMP data is left out"});
         EXPECT_EQ(xmp_mark + xmp_of_png(passage.file), segments[0].second);
     }
@@ -415,7 +406,7 @@ TEST(ExtendedXmp, ThatIsNotWholeOrCannotBeJoinedIsNamed) {
 
 TEST(Xmp, IsCutToFitAJpegFileWhereItHasRoomForEditors) {
     const auto jpeg = [](const std::string &xmp) {
-        return through(png_with({{"iTXt", itxt("XML:com.adobe.xmp", true, "", "", xmp)}}), Format::jpeg);
+        return passed(png_with({{"iTXt", itxt("XML:com.adobe.xmp", true, "", "", xmp)}}), Format::jpeg);
     };
     const std::string content(65000, 'x');
     const std::string end = "<?xpacket end='w'?>";
@@ -479,7 +470,7 @@ TEST(MorePictures, AreNamed) {
     };
     for (const auto &[file, notices] : cases) {
         EXPECT_EQ(notices_of(file), notices);
-        EXPECT_EQ(jpeg_segment(through(file, Format::jpeg).file, 0xe2), "") << "a table of offsets into the old file";
+        EXPECT_EQ(jpeg_segment(passed(file, Format::jpeg).file, 0xe2), "") << "a table of offsets into the old file";
     }
 }
 
@@ -498,7 +489,7 @@ TEST(MorePictures, ADamagedTableNamesNothingOfItsOwn) {
 TEST(ImageResources, ThatAreDamagedAreCarriedAsTheyAre) {
     const std::string twice = resources + resource(0x0404, "second");
     for (size_t size = 1; size < twice.size(); ++size) {
-        const Passage passage = through(jpeg_with({{0xed, photoshop_mark + twice.substr(0, size)}}), Format::jpeg);
+        const Passage passage = passed(jpeg_with({{0xed, photoshop_mark + twice.substr(0, size)}}), Format::jpeg);
         EXPECT_EQ(jpeg_segment(passage.file, 0xed), photoshop_mark + twice.substr(0, size));
         EXPECT_TRUE(passage.metadata.iptc.empty() || text_of(passage.metadata.iptc) == iptc);
     }

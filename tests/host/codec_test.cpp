@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "codec/codec.h"
+#include "codec_files.h"
 #include "image_files.h"
 #include "pictures.h"
 
@@ -14,77 +14,6 @@ using namespace ko_test;
 using codec::Format;
 using codec::Notices;
 using codec::Picture;
-
-std::span<const uint8_t> bytes_of(const std::string &text) {
-    return {reinterpret_cast<const uint8_t *>(text.data()), text.size()};
-}
-
-std::string text_of(const codec::Bytes &bytes) { return {bytes.begin(), bytes.end()}; }
-
-Picture decode(const std::string &file) {
-    Notices notices;
-    return codec::decode(bytes_of(file), notices);
-}
-
-Notices notices_of(const std::string &file) {
-    Notices notices;
-    codec::decode(bytes_of(file), notices);
-    return notices;
-}
-
-std::string error_of(const std::string &file) {
-    try {
-        decode(file);
-    } catch (const codec::Error &error) {
-        return error.what();
-    }
-    return "no error";
-}
-
-std::string encode(const Picture &picture, Format format, std::optional<int> quality = std::nullopt) {
-    Notices notices;
-    return text_of(codec::encode(picture, {format, quality}, notices));
-}
-
-Notices encoding_notices(const Picture &picture, Format format) {
-    Notices notices;
-    codec::encode(picture, {format, std::nullopt}, notices);
-    return notices;
-}
-
-// A file decoded and encoded again.
-std::string through(const std::string &file, Format format) { return encode(decode(file), format); }
-
-std::vector<uint8_t> pixels_of(const Picture &picture) {
-    return {picture.pixels.get(), picture.pixels.get() + picture.area() * picture.channels};
-}
-
-std::vector<uint8_t> alpha_of(const Picture &picture) {
-    return picture.alpha ? std::vector<uint8_t>(picture.alpha.get(), picture.alpha.get() + picture.area())
-                         : std::vector<uint8_t>();
-}
-
-// All samples of channels first to last.
-std::vector<uint8_t> samples(uint32_t width, uint32_t height, uint32_t first, uint32_t last, const Sample &sample) {
-    std::vector<uint8_t> bytes;
-    for (uint32_t y = 0; y < height; ++y) {
-        for (uint32_t x = 0; x < width; ++x) {
-            for (uint32_t c = first; c <= last; ++c) {
-                bytes.push_back(static_cast<uint8_t>(sample(x, y, c)));
-            }
-        }
-    }
-    return bytes;
-}
-
-uint32_t mixed(uint32_t x, uint32_t y, uint32_t c) { return (x * 37 + y * 91 + c * 53 + x * y) & 0xff; }
-
-uint32_t mixed_16(uint32_t x, uint32_t y, uint32_t c) { return (x * 9973 + y * 7919 + c * 5003) & 0xffff; }
-
-// The nearest of 256 levels to one of 65536.
-uint32_t reduced(uint32_t level) { return (level * 255 + 32767) / 65535; }
-
-uint32_t soft(uint32_t x, uint32_t y, uint32_t c) { return (x * 3 + y * 2 + c * 40) & 0xff; }
 
 TEST(Recognise, DistinguishesFormatsByContent) {
     EXPECT_EQ(codec::recognise(bytes_of(png_file({}, mixed))), Format::png);
@@ -157,7 +86,7 @@ uint32_t palette_colour(uint32_t x, uint32_t y, uint32_t c) { return (palette_in
 
 TEST(PngReader, ExpandsPalettes) {
     for (const int depth : {4, 8}) {
-        const Picture picture = decode(png_file({9, 7, depth, png_palette, false, {{"PLTE", palette()}}, {}}, palette_index));
+        const Picture picture = decoded(png_file({9, 7, depth, png_palette, false, {{"PLTE", palette()}}, {}}, palette_index));
         ASSERT_EQ(picture.channels, 3u);
         EXPECT_EQ(pixels_of(picture), samples(9, 7, 0, 2, palette_colour));
         EXPECT_EQ(picture.alpha, nullptr);
@@ -165,7 +94,7 @@ TEST(PngReader, ExpandsPalettes) {
 }
 
 TEST(PngReader, TakesAlphaFromAPalette) {
-    const Picture picture = decode(png_file(
+    const Picture picture = decoded(png_file(
         {9, 7, 4, png_palette, false, {{"PLTE", palette()}, {"tRNS", std::string("\x00\x80", 2)}}, {}}, palette_index));
     EXPECT_EQ(pixels_of(picture), samples(9, 7, 0, 2, palette_colour));
     EXPECT_EQ(alpha_of(picture), samples(9, 7, 0, 0, [](uint32_t x, uint32_t y, uint32_t) {
@@ -176,7 +105,7 @@ TEST(PngReader, TakesAlphaFromAPalette) {
 
 TEST(PngReader, TakesAlphaFromATransparentColour) {
     const auto level = [](uint32_t x, uint32_t, uint32_t) { return x; };
-    const Picture picture = decode(png_file({4, 2, 8, png_gray, false, {{"tRNS", std::string("\0\2", 2)}}, {}}, level));
+    const Picture picture = decoded(png_file({4, 2, 8, png_gray, false, {{"tRNS", std::string("\0\2", 2)}}, {}}, level));
     EXPECT_EQ(pixels_of(picture), (std::vector<uint8_t>{0, 1, 2, 3, 0, 1, 2, 3}));
     EXPECT_EQ(alpha_of(picture), (std::vector<uint8_t>{255, 255, 0, 255, 255, 255, 0, 255}));
 }
@@ -228,7 +157,7 @@ TEST(PngMetadata, KeepsColours) {
 
 TEST(PngMetadata, ColoursChangeNoPixel) {
     const std::string file = png_file({.before = {{"gAMA", big_endian(100000)}}}, mixed);
-    EXPECT_EQ(pixels_of(decode(file)), samples(8, 8, 0, 2, mixed));
+    EXPECT_EQ(pixels_of(decoded(file)), samples(8, 8, 0, 2, mixed));
 }
 
 TEST(JpegReader, GivesThePixelsOfEveryKind) {
@@ -238,7 +167,7 @@ TEST(JpegReader, GivesThePixelsOfEveryKind) {
                 JpegRecipe recipe{.width = 37, .height = 29, .colour = colour, .progressive = progressive};
                 recipe.sampling_x = recipe.sampling_y = colour == JpegColour::ycc ? sampling : 1;
                 const std::string file = jpeg_file(recipe, soft);
-                const Picture picture = decode(file);
+                const Picture picture = decoded(file);
                 const Pixels expected = jpeg_pixels(file);
                 EXPECT_EQ(picture.format, Format::jpeg);
                 EXPECT_EQ(picture.channels, expected.channels);
@@ -326,11 +255,12 @@ std::string written_in_groups(const Picture &picture, Format format, uint32_t se
 }
 
 TEST(Writers, TakeRowsInGroupsOfAnyHeight) {
-    const Picture picture = decode(png_file({31, 37, 8, png_rgba, false, {}, {}}, mixed));
-    EXPECT_EQ(written_in_groups(picture, Format::png, 4), encode(picture, Format::png));
+    const Picture picture = decoded(png_file({31, 37, 8, png_rgba, false, {}, {}}, mixed));
+    EXPECT_EQ(written_in_groups(picture, Format::png, 4), encoded(picture, Format::png));
     for (const bool progressive : {false, true}) {
-        const Picture photo = decode(jpeg_file({.width = 31, .height = 37, .sampling_y = 2, .progressive = progressive}, soft));
-        EXPECT_EQ(written_in_groups(photo, Format::jpeg, 5), encode(photo, Format::jpeg));
+        const Picture photo =
+            decoded(jpeg_file({.width = 31, .height = 37, .sampling_y = 2, .progressive = progressive}, soft));
+        EXPECT_EQ(written_in_groups(photo, Format::jpeg, 5), encoded(photo, Format::jpeg));
     }
 }
 
@@ -383,12 +313,12 @@ TEST(JpegWriter, TakesTheFinerOfTwoColours) {
 }
 
 TEST(JpegWriter, WritesFullColourWhereTheFormatHasNoRoom) {
-    Picture picture = decode(png_file({}, mixed));
+    Picture picture = decoded(png_file({}, mixed));
     picture.subsampling = {4, 4}; // sixteen blocks of luminance in a unit
-    EXPECT_EQ(jpeg_sampling(encode(picture, Format::jpeg)), "11 11 11");
-    Picture gray = decode(png_file({.colour = png_gray}, mixed));
+    EXPECT_EQ(jpeg_sampling(encoded(picture, Format::jpeg)), "11 11 11");
+    Picture gray = decoded(png_file({.colour = png_gray}, mixed));
     gray.subsampling = {2, 2};
-    EXPECT_EQ(jpeg_sampling(encode(gray, Format::jpeg)), "11");
+    EXPECT_EQ(jpeg_sampling(encoded(gray, Format::jpeg)), "11");
 }
 
 // A table that no quality gives.
@@ -451,7 +381,7 @@ TEST(JpegWriter, KeepsTheForm) {
         for (const JpegColour colour : {JpegColour::gray, JpegColour::ycc}) {
             const std::string file = jpeg_file({.width = 40, .height = 40, .colour = colour, .progressive = progressive}, soft);
             EXPECT_EQ(jpeg_is_progressive(through(file, Format::jpeg)), progressive);
-            EXPECT_EQ(jpeg_is_progressive(encode(decode(file), Format::jpeg, 50)), progressive);
+            EXPECT_EQ(jpeg_is_progressive(encoded(decoded(file), Format::jpeg, 50)), progressive);
         }
     }
     EXPECT_FALSE(jpeg_is_progressive(through(png_file({}, mixed), Format::jpeg)));
@@ -486,7 +416,7 @@ TEST(JpegWriter, HasTheStandardHuffmanTables) {
 TEST(JpegWriter, WritesFilesOfManyRooms) {
     const std::vector<uint8_t> noise = noise_bytes(300 * 300, 5);
     const Sample sample = [&](uint32_t x, uint32_t y, uint32_t) { return noise[y * 300 + x]; };
-    const std::string file = encode(decode(png_file({300, 300, 8, png_gray, false, {}, {}}, sample)), Format::jpeg, 100);
+    const std::string file = encoded(decoded(png_file({300, 300, 8, png_gray, false, {}, {}}, sample)), Format::jpeg, 100);
     EXPECT_GT(file.size(), 70000u);
     EXPECT_EQ(jpeg_pixels(file),
               jpeg_pixels(jpeg_file({.width = 300, .height = 300, .colour = JpegColour::gray, .quality = 100}, sample)));
@@ -494,43 +424,43 @@ TEST(JpegWriter, WritesFilesOfManyRooms) {
 }
 
 TEST(JpegWriter, HasTheQualityAskedFor) {
-    const Picture picture = decode(png_file({40, 40, 8, png_rgb, false, {}, {}}, soft));
+    const Picture picture = decoded(png_file({40, 40, 8, png_rgb, false, {}, {}}, soft));
     for (const int quality : {1, 50, 92, 100}) {
         const std::string expected = jpeg_file({.width = 40, .height = 40, .quality = quality}, soft);
-        const std::string file = encode(picture, Format::jpeg, quality);
+        const std::string file = encoded(picture, Format::jpeg, quality);
         EXPECT_EQ(jpeg_tables(file), jpeg_tables(expected));
         EXPECT_EQ(jpeg_pixels(file), jpeg_pixels(expected));
-        const Picture other = decode(jpeg_file({.quality = 77, .progressive = true}, soft));
-        EXPECT_EQ(jpeg_tables(encode(other, Format::jpeg, quality)), jpeg_tables(expected)) << "not that of the input";
+        const Picture other = decoded(jpeg_file({.quality = 77, .progressive = true}, soft));
+        EXPECT_EQ(jpeg_tables(encoded(other, Format::jpeg, quality)), jpeg_tables(expected)) << "not that of the input";
     }
-    EXPECT_EQ(jpeg_tables(encode(picture, Format::jpeg)), jpeg_tables(jpeg_file({.quality = 92}, soft)));
+    EXPECT_EQ(jpeg_tables(encoded(picture, Format::jpeg)), jpeg_tables(jpeg_file({.quality = 92}, soft)));
 }
 
 TEST(JpegWriter, ReportsThatAlphaIsLeftOut) {
-    const Picture picture = decode(png_file({.colour = png_rgba}, mixed));
+    const Picture picture = decoded(png_file({.colour = png_rgba}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"a JPEG file cannot hold alpha, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
     for (const int opaque : {png_gray, png_rgb}) {
-        EXPECT_EQ(encoding_notices(decode(png_file({.colour = opaque}, mixed)), Format::jpeg), Notices{});
+        EXPECT_EQ(encoding_notices(decoded(png_file({.colour = opaque}, mixed)), Format::jpeg), Notices{});
     }
 }
 
 TEST(JpegWriter, ReportsThatGammaIsLeftOut) {
     const std::string gamma = big_endian(45455);
-    Picture picture = decode(png_file({.before = {{"gAMA", gamma}}}, mixed));
+    Picture picture = decoded(png_file({.before = {{"gAMA", gamma}}}, mixed));
     EXPECT_EQ(encoding_notices(picture, Format::jpeg),
               Notices{"a JPEG file cannot hold the PNG file's gamma, which is left out"});
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
     const std::string profile = icc_profile("RGB ", 300);
     picture.metadata.icc_profile.assign(profile.begin(), profile.end());
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{}) << "the profile says more than the gamma";
-    EXPECT_EQ(encoding_notices(decode(png_file({}, mixed)), Format::jpeg), Notices{});
+    EXPECT_EQ(encoding_notices(decoded(png_file({}, mixed)), Format::jpeg), Notices{});
 }
 
 TEST(JpegWriter, RefusesSidesThatTheFormatCannotSay) {
-    const Picture picture = decode(png_file({.width = 65501, .height = 1, .colour = png_gray}, mixed));
+    const Picture picture = decoded(png_file({.width = 65501, .height = 1, .colour = png_gray}, mixed));
     try {
-        encode(picture, Format::jpeg);
+        encoded(picture, Format::jpeg);
         FAIL() << "encoded";
     } catch (const codec::Error &error) {
         EXPECT_NE(std::string(error.what()).find("65500"), std::string::npos) << error.what();
@@ -674,9 +604,9 @@ TEST(JpegMetadata, ADensityThatDoesNotFitIsLeftOut) {
 TEST(PngMetadata, HasRoomForTheGreatestDensities) {
     const std::string file = jpeg_file({.density_unit = 1, .density_x = 65535, .density_y = 65535}, soft);
     EXPECT_EQ(png_chunk_data(through(file, Format::png), "pHYs"), big_endian(2580118) + big_endian(2580118) + "\1");
-    Picture picture = decode(png_file({}, mixed));
+    Picture picture = decoded(png_file({}, mixed));
     picture.metadata.density = {codec::Density::Unit::inch, 0xffffffff, 1};
-    EXPECT_EQ(png_chunk_data(encode(picture, Format::png), "pHYs"), big_endian(0x7fffffff) + big_endian(39) + "\1");
+    EXPECT_EQ(png_chunk_data(encoded(picture, Format::png), "pHYs"), big_endian(0x7fffffff) + big_endian(39) + "\1");
 }
 
 TEST(JpegMetadata, HasNoDensityOfItsOwnBesideExif) {
@@ -686,23 +616,23 @@ TEST(JpegMetadata, HasNoDensityOfItsOwnBesideExif) {
 
 TEST(JpegMetadata, ReportsWhatDoesNotFit) {
     const std::string exif = exif_block(65528);
-    const Picture large = decode(png_file({.before = {{"eXIf", exif}}}, mixed));
+    const Picture large = decoded(png_file({.before = {{"eXIf", exif}}}, mixed));
     EXPECT_EQ(encoding_notices(large, Format::jpeg), Notices{"the Exif data is too large for a JPEG file and left out"});
-    const Picture fitting = decode(png_file({.before = {{"eXIf", exif_block(65527)}}}, mixed));
+    const Picture fitting = decoded(png_file({.before = {{"eXIf", exif_block(65527)}}}, mixed));
     EXPECT_EQ(encoding_notices(fitting, Format::jpeg), Notices{});
-    EXPECT_EQ(jpeg_segment(encode(fitting, Format::jpeg), 0xe1).size(), 65533u);
+    EXPECT_EQ(jpeg_segment(encoded(fitting, Format::jpeg), 0xe1).size(), 65533u);
 }
 
 // A profile is spread over at most 255 segments.
 TEST(JpegMetadata, ReportsAProfileThatDoesNotFit) {
     constexpr size_t most = 255 * 65519;
-    Picture picture = decode(png_file({}, mixed));
+    Picture picture = decoded(png_file({}, mixed));
     picture.metadata.icc_profile.assign(most, 7);
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{});
-    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), std::string(most, '\7'));
+    EXPECT_EQ(jpeg_icc_profile(encoded(picture, Format::jpeg)), std::string(most, '\7'));
     picture.metadata.icc_profile.push_back(7);
     EXPECT_EQ(encoding_notices(picture, Format::jpeg), Notices{"the ICC profile is too large for a JPEG file and left out"});
-    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "");
+    EXPECT_EQ(jpeg_icc_profile(encoded(picture, Format::jpeg)), "");
 }
 
 TEST(JpegMetadata, ReportsADamagedProfile) {
@@ -714,20 +644,20 @@ TEST(JpegMetadata, ReportsADamagedProfile) {
 }
 
 TEST(PngMetadata, ReportsAProfileThatDoesNotSuit) {
-    const Picture picture = decode(jpeg_file({.segments = icc_segments("no profile at all")}, soft));
+    const Picture picture = decoded(jpeg_file({.segments = icc_segments("no profile at all")}, soft));
     const Notices notices = encoding_notices(picture, Format::png);
     EXPECT_NE(std::find(notices.begin(), notices.end(), "the ICC profile does not suit a PNG file and is left out"),
               notices.end());
     EXPECT_EQ(notices.size(), 2u) << "and why";
-    EXPECT_EQ(png_chunk_data(encode(picture, Format::png), "iCCP"), "");
-    EXPECT_EQ(jpeg_icc_profile(encode(picture, Format::jpeg)), "no profile at all") << "JPEG carries it as it is";
+    EXPECT_EQ(png_chunk_data(encoded(picture, Format::png), "iCCP"), "");
+    EXPECT_EQ(jpeg_icc_profile(encoded(picture, Format::jpeg)), "no profile at all") << "JPEG carries it as it is";
 }
 
 TEST(PngMetadata, KeepsGrayProfiles) {
     const std::string profile = icc_profile("GRAY", 400);
-    const Picture picture = decode(jpeg_file({.colour = JpegColour::gray, .segments = icc_segments(profile)}, soft));
-    const std::string png = encode(picture, Format::png);
-    EXPECT_EQ(text_of(decode(png).metadata.icc_profile), profile);
+    const Picture picture = decoded(jpeg_file({.colour = JpegColour::gray, .segments = icc_segments(profile)}, soft));
+    const std::string png = encoded(picture, Format::png);
+    EXPECT_EQ(text_of(decoded(png).metadata.icc_profile), profile);
     EXPECT_TRUE(png_chunk_data(png, "iCCP").starts_with(std::string("ICC profile\0\0", 13))) << "its name and its packing";
 }
 
@@ -735,11 +665,11 @@ TEST(PngMetadata, KeepsGrayProfiles) {
 TEST(PngMetadata, ProfilesAreNotCompared) {
     std::string profile = icc_profile("RGB ", 3048);
     profile.replace(84, 16, big_endian(0x29f83dde) + big_endian(0xaff255ae) + big_endian(0x7842fae4) + big_endian(0xca83390d));
-    const Picture picture = decode(jpeg_file({.segments = icc_segments(profile)}, soft));
+    const Picture picture = decoded(jpeg_file({.segments = icc_segments(profile)}, soft));
     EXPECT_EQ(encoding_notices(picture, Format::png), Notices{});
-    const std::string png = encode(picture, Format::png);
+    const std::string png = encoded(picture, Format::png);
     EXPECT_EQ(notices_of(png), Notices{});
-    EXPECT_EQ(text_of(decode(png).metadata.icc_profile), profile);
+    EXPECT_EQ(text_of(decoded(png).metadata.icc_profile), profile);
     EXPECT_EQ(png_chunk_data(png, "sRGB"), "");
 }
 
@@ -814,7 +744,7 @@ std::string with_wrong_chunks(const std::vector<std::string> &types) {
 TEST(Damaged, PngWithoutHarmToItsPixelsIsReadAndReported) {
     const std::string file = with_wrong_chunks({"tEXt", "teXa", "tEXt"});
     EXPECT_EQ(notices_of(file), (Notices{"tEXt: CRC error", "teXa: CRC error"})) << "each text once";
-    EXPECT_EQ(pixels_of(decode(file)), samples(8, 8, 0, 2, mixed));
+    EXPECT_EQ(pixels_of(decoded(file)), samples(8, 8, 0, 2, mixed));
 }
 
 TEST(Damaged, EightNoticesAreEnough) {
@@ -887,7 +817,7 @@ TEST(JpegReader, ReportsAHeaderOfAnotherVersion) {
     const Notices notices = notices_of(file);
     ASSERT_EQ(notices.size(), 1u);
     EXPECT_NE(notices[0].find("JFIF revision"), std::string::npos) << notices[0];
-    EXPECT_EQ(pixels_of(decode(file)), expected);
+    EXPECT_EQ(pixels_of(decoded(file)), expected);
 }
 
 TEST(JpegReader, ReportsAnUnknownTransformOfColours) {
@@ -902,7 +832,7 @@ TEST(JpegReader, ReportsAnUnknownTransformOfColours) {
 
 TEST(JpegReader, IgnoresWhatStandsBehindThePicture) {
     const std::string file = jpeg_file({}, mixed);
-    EXPECT_EQ(pixels_of(decode(file + "another picture")), jpeg_pixels(file).bytes);
+    EXPECT_EQ(pixels_of(decoded(file + "another picture")), jpeg_pixels(file).bytes);
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 
 #include "enhance.h"
 #include "marked.h"
+#include "model.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -67,15 +68,14 @@ void improve_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void improve_pictures(const Options &options, Report &report) {
-    std::vector<std::string> model;
-    if (options.red_eyes.model.empty()) {
-        report.remark("red eyes are left as they are without --model");
-    } else {
-        model = kohost::try_model(options.red_eyes.model);
+    Options chosen = options;
+    const std::vector<std::string> model = choose_model(chosen.red_eyes);
+    if (model.empty() && options.red_eyes.model.empty()) {
+        report.remark("red eyes are left as they are: no model is installed, and --model names none");
     }
     const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
     report.open_page(page_for(options, jobs, model));
-    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, options, entry); });
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, chosen, entry); });
 }
 
 } // namespace host

@@ -9,6 +9,8 @@
 #include "codec/codec.h"
 #include "files.h"
 #include "kohost/judgement.h"
+#include "kohost/redeye.h"
+#include "model.h"
 #include "option_values.h"
 #include "system.h"
 
@@ -201,7 +203,8 @@ void add_page(CLI::App &command, Options &options) {
 
 // All that a caller may choose about the judgement and the curves.
 void add_enhancement(CLI::App &command, Options &options) {
-    add_choice(command, "--policy", options.judging.policy, kohost::policies, "which pictures are enhanced; see ko judge")
+    add_choice(command, "--policy", options.judging.policy, kohost::policies, name(options.judging.policy),
+               "which pictures are enhanced; see ko judge")
         ->group(judgement_group);
     command
         .add_flag_callback(
@@ -218,6 +221,9 @@ CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::str
 }
 
 void add_repair(CLI::App &command, RedEyeChoices &choices) {
+    add_choice(command, "--sensitivity", choices.sensitivity, kohost::sensitivities, "default with the installed model",
+               "how readily a place counts as a red eye")
+        ->group(red_eye_group);
     command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model's answer")
         ->group(red_eye_group);
     command.add_flag("--log", choices.log, "show the library's progress on the standard error stream")->group(red_eye_group);
@@ -262,7 +268,8 @@ void add_redeye(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::redeye, "redeye", "Repair red eyes in photographs");
     add_inputs(command, options);
     add_destination(command, options);
-    add_model(command, choices, "the configuration of the model that distinguishes red eyes from other things")->required();
+    add_model(command, choices,
+              "the configuration of another model, which distinguishes red eyes from other things, than the installed one");
     add_repair(command, choices);
     command.add_flag("--frames", choices.frames, "draw frames: green for accepted, yellow for undecided, red for rejected")
         ->group(red_eye_group);
@@ -282,7 +289,8 @@ void add_auto(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::improve, "auto", "Repair red eyes, then open up the shadows");
     add_inputs(command, options);
     add_destination(command, options);
-    add_model(command, options.red_eyes, "the configuration of the red-eye model; without one, red eyes are not repaired");
+    add_model(command, options.red_eyes,
+              "the configuration of another red-eye model than the installed one; 'none' leaves red eyes as they are");
     add_repair(command, options.red_eyes);
     add_enhancement(command, options);
     add_results(command, options);
@@ -317,7 +325,8 @@ void add_save_curves(CLI::App &app, Options &options) {
     CLI::App &command = add_command(app, options, Command::curves, "curves", "Save or draw the tone curves of a photograph");
     add_one_input(command, options);
     add_output(command, options, "a file for the curves, or for the picture with --draw");
-    CLI::Option *form = add_choice(command, "--form", options.form, grid_forms, "form of the file")->group(output_group);
+    CLI::Option *form =
+        add_choice(command, "--form", options.form, grid_forms, name(options.form), "form of the file")->group(output_group);
     command.add_flag("--draw", options.draw, "write the picture in gray with each tile's curve drawn over it")
         ->excludes(form)
         ->group(output_group);
@@ -387,7 +396,10 @@ void check_together(const Options &options, const std::string &word) {
 }
 
 void describe(CLI::App &app, Options &options) {
-    app.set_version_flag("-V,--version", "ko " KO_VERSION);
+    app.set_version_flag("-V,--version", [] {
+        const std::string model = installed_model();
+        return "ko " KO_VERSION "\nred-eye model: " + (model.empty() ? "none" : model);
+    });
     app.require_subcommand(0, 1);
     app.allow_extras();
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");

@@ -54,9 +54,9 @@ CLI::Option *add_number(CLI::App &command, const std::string &option, Target &ta
 }
 
 // Adds an option whose value is the name of one of several choices.
-template <class Choice, size_t Count>
-CLI::Option *add_choice(CLI::App &command, const std::string &option, Choice &target, const std::array<Choice, Count> &choices,
-                        const std::string &text) {
+template <class Target, class Choice, size_t Count>
+CLI::Option *add_choice(CLI::App &command, const std::string &option, Target &target, const std::array<Choice, Count> &choices,
+                        const std::string &shown, const std::string &text) {
     std::string names;
     for (const Choice choice : choices) {
         names += (names.empty() ? "" : ", ") + std::string(name(choice));
@@ -69,9 +69,7 @@ CLI::Option *add_choice(CLI::App &command, const std::string &option, Choice &ta
         }
         target = *found;
     };
-    return command.add_option_function<std::string>(option, read, text + ": " + names)
-        ->type_name("NAME")
-        ->default_str(name(target));
+    return command.add_option_function<std::string>(option, read, text + ": " + names)->type_name("NAME")->default_str(shown);
 }
 
 // The values of --grid, --curve-size and --working-size, the last in pixels. All throw CLI::ValidationError.

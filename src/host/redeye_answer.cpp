@@ -16,10 +16,14 @@ std::string shown_counts(const RedEyes &eyes) {
 Json json_of(const kohost::Box &box) { return Json::array({box.x0, box.y0, box.x1, box.y1}); }
 
 Json json_of(const kohost::Patch &patch) {
-    return {{"box", json_of(patch.box)},
-            {"fe_score", patch.fe_score},
-            {"be_score", patch.be_score},
-            {"label", kohost::name_of_label(patch.label)}};
+    Json object = {{"box", json_of(patch.box)},
+                   {"fe_score", patch.fe_score},
+                   {"be_score", patch.be_score},
+                   {"label", kohost::name_of_label(patch.label)}};
+    if (patch.contrast) {
+        object["contrast"] = *patch.contrast;
+    }
+    return object;
 }
 
 Json json_of(const kohost::Blob &blob) {

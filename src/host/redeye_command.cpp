@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include "marked.h"
+#include "model.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -30,13 +31,17 @@ void repair_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void repair_pictures(const Options &options, Report &report) {
-    const std::vector<std::string> model = kohost::try_model(options.red_eyes.model);
+    Options chosen = options;
+    const std::vector<std::string> model = choose_model(chosen.red_eyes);
+    if (model.empty()) {
+        throw UsageError("no model: none is installed, and --model names none");
+    }
     if (!options.red_eyes.dump.empty()) {
         prepare_folder(options.red_eyes.dump, "the patch files");
     }
     const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
     report.open_page(page_for(options, jobs, model));
-    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, options, entry); });
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, chosen, entry); });
 }
 
 } // namespace host

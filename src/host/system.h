@@ -71,6 +71,9 @@ class File {
     bool owned_ = true;
 };
 
+// Where the program's own file lies; empty if the system does not say.
+std::filesystem::path program_folder();
+
 bool can_write_into(const std::filesystem::path &folder) noexcept;
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept;
 

@@ -141,6 +141,11 @@ bool File::close() noexcept {
     return number < 0 || !owned_ || ::close(number) == 0;
 }
 
+std::filesystem::path program_folder() {
+    std::error_code error;
+    return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
+}
+
 bool can_write_into(const std::filesystem::path &folder) noexcept { return ::access(folder.c_str(), W_OK | X_OK) == 0; }
 
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept {

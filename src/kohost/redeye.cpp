@@ -22,11 +22,54 @@ RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log) {
     return correction;
 }
 
-RedEyeImageParamPtr process(RedEyeCorrection &correction, ColorImage &image, const char *what) {
+// The library's stages but the repair, so that labels may be changed before it.
+RedEyeImageParamPtr find(RedEyeCorrection &correction, ColorImage &image, const char *what) {
     RedEyeImageParamPtr found(KoRedEyeImageParamNew(&image));
     check(found != nullptr, "the red-eye repair cannot be set up");
-    check(KoRedEyeCorrectionProcessImage(&correction, found.get(), &image) == KO_OK, what);
+    check(KoRedEyeCorrectionDownsample(&correction, found.get()) == KO_OK, what);
+    check(KoRedEyeCorrectionReddishProbability(&correction, found.get(), 1) == KO_OK, what);
+    check(KoRedEyeCorrectionRedLumProbability(&correction, found.get(), 1) == KO_OK, what);
+    check(KoRedEyeCorrectionColProbability(&correction, found.get()) == KO_OK, what);
+    check(KoRedEyeCorrectionCircularity(&correction, found.get()) == KO_OK, what);
+    check(KoRedEyeCorrectionLocateBlobs(&correction, found.get()) == KO_OK, what);
+    if (correction.too_many_blobs == 0) {
+        check(KoRedEyeCorrectionCategorizeBlobs(&correction, found.get()) == KO_OK, what);
+    }
     return found;
+}
+
+// ---- sensitivity
+
+// What a sensitivity asks for: how far the bounds of the scores move, on the scale on which the classifiers add up, and the
+// least contrast of a red eye.
+struct Demand {
+    float shift;
+    float contrast;
+};
+
+Demand demand_of(Sensitivity sensitivity) {
+    switch (sensitivity) {
+    case Sensitivity::careful:
+        return {1.0f, 0.3f};
+    case Sensitivity::eager:
+        return {-1.0f, 0.15f};
+    default:
+        return {0.0f, 0.2f};
+    }
+}
+
+// The sum whose logistic function a score is; that of a score which was rounded to 0 or 1 exceeds all bounds.
+float sum_of(float score) { return std::log(score) - std::log1p(-score); }
+
+int32_t label_of(const RedEyePatch &patch, const RedEyeCorrection &correction, const Demand &demand, float contrast) {
+    const auto above = [&](float score, float bound) { return sum_of(score) > sum_of(bound) + demand.shift; };
+    const auto below = [&](float score, float bound) { return sum_of(score) < sum_of(bound) + demand.shift; };
+    if (contrast < demand.contrast || below(patch.fe_score, correction.fe_reject) ||
+        below(patch.be_score, correction.be_reject)) {
+        return KO_PATCH_REJECTED;
+    }
+    const bool accepted = above(patch.fe_score, correction.fe_accept) && above(patch.be_score, correction.be_accept);
+    return accepted ? KO_PATCH_ACCEPTED : KO_PATCH_UNDECIDED;
 }
 
 // ---- what was found
@@ -49,16 +92,43 @@ uint32_t patch_count(const RedEyeCorrection &correction) {
 void add_patches(const RedEyeCorrection &correction, const RedEyeImageParam &found, std::vector<Blob> &blobs) {
     for (uint32_t i = 0; i < patch_count(correction); ++i) {
         const RedEyePatch &patch = found.patches[i];
-        blobs[patch.blob - 1].patch = {{patch.x0, patch.y0, patch.x1, patch.y1}, patch.fe_score, patch.be_score, patch.label};
+        blobs[patch.blob - 1].patch = {
+            {patch.x0, patch.y0, patch.x1, patch.y1}, patch.fe_score, patch.be_score, patch.label, std::nullopt, {}};
     }
 }
 
-RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &found, const RedEyeChoices &choices) {
+// The box of a blob in pixels of the picture.
+Box in_picture(const Box &box, float scale) {
+    const auto scaled = [scale](uint32_t place) { return static_cast<uint32_t>(static_cast<float>(place) * scale); };
+    return {scaled(box.x0), scaled(box.y0), scaled(box.x1), scaled(box.y1)};
+}
+
+float contrast_of(const Blob &blob, float scale, const Pixels &picture) {
+    return redness_contrast(picture, in_picture(blob.box, scale));
+}
+
+// Labels the patches anew, also in the library's record, from which the repair takes them.
+void label_patches(const RedEyeCorrection &correction, RedEyeImageParam &found, Sensitivity sensitivity, const Pixels &picture,
+                   RedEyes &eyes) {
+    for (uint32_t i = 0; i < patch_count(correction); ++i) {
+        RedEyePatch &patch = found.patches[i];
+        Blob &blob = eyes.blobs[patch.blob - 1];
+        blob.patch->contrast = contrast_of(blob, eyes.scale, picture);
+        patch.label = label_of(patch, correction, demand_of(sensitivity), *blob.patch->contrast);
+        blob.patch->label = patch.label;
+    }
+}
+
+RedEyes places_of(const RedEyeCorrection &correction, const RedEyeImageParam &found) {
     RedEyes eyes;
     eyes.scale = found.scale > 0.0f ? found.scale : 1.0f;
     eyes.limit = correction.blob_limits[2];
     eyes.blobs = blobs_of(found);
     add_patches(correction, found, eyes.blobs);
+    return eyes;
+}
+
+void decide(const RedEyeCorrection &correction, const RedEyeChoices &choices, RedEyes &eyes) {
     const uint64_t to_repair = eyes.patches() - (choices.full ? 0 : eyes.patches(KO_PATCH_REJECTED));
     if (correction.too_many_blobs != 0) {
         eyes.decision = RedEyeDecision::too_many;
@@ -66,17 +136,9 @@ RedEyes red_eyes_of(const RedEyeCorrection &correction, const RedEyeImageParam &
         eyes.decision = RedEyeDecision::repaired;
     }
     eyes.changed = to_repair > 0 || (choices.frames && eyes.patches() > 0);
-    return eyes;
 }
 
-// ---- what is done besides the repair by labels
-
-// The full repair starts from the original picture: on top of the other repair it would round twice.
-void repair_fully(RedEyeCorrection &correction, RedEyeImageParam &found, const Pixels &picture, ColorImage &image) {
-    check(KoColorImageFromByteArray(&image, picture.bytes, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
-          "the picture cannot be passed to the library");
-    check(KoRedEyeCorrectionApply(&correction, &found, 1, &image) == KO_OK, "the red eyes cannot be repaired");
-}
+// ---- what is done besides the repair
 
 void draw_frames(RedEyeCorrection &correction, RedEyeImageParam &found, ColorImage &image) {
     constexpr uint64_t frames_in_a_side = 300;
@@ -161,9 +223,35 @@ std::vector<std::string> try_model(const std::string &model) {
     KoStatusClear();
     const RedEyeCorrectionPtr correction = make_correction(model, nullptr);
     const ColorImagePtr image = image_of(trial_picture().pixels());
-    process(*correction, *image, ("the model " + model + " cannot be used").c_str());
+    find(*correction, *image, ("the model " + model + " cannot be used").c_str());
     const std::string stem = correction->classifier_path;
     return {correction->config_path, correction->projection_path, stem + "_RE_FE", stem + "_RE_BE"};
+}
+
+RedEyes candidates_in(const Pixels &picture, const std::string &model) {
+    KoStatusClear();
+    const RedEyeCorrectionPtr correction = make_correction(model, nullptr);
+    const ColorImagePtr image = image_of(picture);
+    const RedEyeImageParamPtr found = find(*correction, *image, "the picture cannot be searched");
+    RedEyes eyes = places_of(*correction, *found);
+    for (uint32_t i = 0; i < patch_count(*correction); ++i) {
+        const RedEyePatch &patch = found->patches[i];
+        Blob &blob = eyes.blobs[patch.blob - 1];
+        blob.patch->contrast = contrast_of(blob, eyes.scale, picture);
+        blob.patch->features.assign(patch.features, patch.features + correction->projection_dimension);
+    }
+    return eyes;
+}
+
+const char *name(Sensitivity sensitivity) {
+    switch (sensitivity) {
+    case Sensitivity::careful:
+        return "careful";
+    case Sensitivity::eager:
+        return "eager";
+    default:
+        return "default";
+    }
 }
 
 RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoices &choices, const std::string &input,
@@ -174,13 +262,18 @@ RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoi
     KoStatusClear();
     const RedEyeCorrectionPtr correction = make_correction(choices.model, log);
     const ColorImagePtr image = image_of(picture);
-    const RedEyeImageParamPtr found = process(*correction, *image, "the red eyes cannot be repaired");
-    RedEyes eyes = red_eyes_of(*correction, *found, choices);
+    const RedEyeImageParamPtr found = find(*correction, *image, "the red eyes cannot be found");
+    RedEyes eyes = places_of(*correction, *found);
+    if (choices.sensitivity) {
+        label_patches(*correction, *found, *choices.sensitivity, picture, eyes);
+    }
+    decide(*correction, choices, eyes);
     if (!choices.dump.empty() && eyes.patches() > 0) {
         dump_patches(*correction, *found, choices.dump, std::filesystem::path(input).filename().string());
     }
-    if (choices.full && eyes.changed) {
-        repair_fully(*correction, *found, picture, *image);
+    if (eyes.patches() > 0) {
+        check(KoRedEyeCorrectionApply(correction.get(), found.get(), choices.full ? 1 : 0, image.get()) == KO_OK,
+              "the red eyes cannot be repaired");
     }
     if (choices.frames) {
         draw_frames(*correction, *found, *image);

@@ -11,14 +11,10 @@
 
 #include "kohost/library.h"
 #include "kohost/pixels.h"
+#include "kohost/redness.h"
 #include "kohost/tuning.h"
 
 namespace kohost {
-
-// x1 and y1 are exclusive.
-struct Box {
-    uint32_t x0, y0, x1, y1;
-};
 
 // The model's finding about a blob.
 struct Patch {
@@ -26,6 +22,8 @@ struct Patch {
     float fe_score = 0.0f;
     float be_score = 0.0f;
     int32_t label = KO_PATCH_UNDECIDED;
+    std::optional<float> contrast; // how much redder it is than its surroundings; none unless that counts
+    std::vector<float> features;   // what the classifiers saw, if that is wanted
 };
 
 // Something red and round.
@@ -59,6 +57,10 @@ inline constexpr std::array<int32_t, 3> labels = {KO_PATCH_ACCEPTED, KO_PATCH_UN
 // "accepted", "undecided", "rejected".
 const char *name_of_label(int32_t label);
 
+// "careful", "default", "eager".
+const char *name(Sensitivity sensitivity);
+inline constexpr std::array<Sensitivity, 3> sensitivities = {Sensitivity::careful, Sensitivity::standard, Sensitivity::eager};
+
 // The patch files cannot be written; the text names the folder.
 class PatchFilesError : public std::runtime_error {
   public:
@@ -68,6 +70,10 @@ class PatchFilesError : public std::runtime_error {
 // Tries a model on a built-in picture, which has a red eye, so that a model that cannot be read or does not fit is detected
 // before anything is written. Returns the files that the model consists of. Throws LibraryError.
 std::vector<std::string> try_model(const std::string &model);
+
+// Finds the places in a picture that could be red eyes, each with its features, whatever the model's classifiers say of them.
+// Throws LibraryError.
+RedEyes candidates_in(const Pixels &picture, const std::string &model);
 
 // Repairs the red eyes of a picture; result, which may be the picture's own bytes, is written if something changed. The patch
 // files, if requested, are named after the input; the library's progress goes to log, if it is not null. Throws

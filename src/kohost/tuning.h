@@ -45,12 +45,16 @@ struct Judging {
     float score = no_score;
 };
 
+// How readily a place counts as a red eye. Each moves the bounds of the model's scores and asks for another contrast.
+enum class Sensitivity { careful, standard, eager };
+
 struct RedEyeChoices {
-    std::string model;   // the model's configuration, or ""
-    bool full = false;   // repair every patch entirely, whatever its label
-    bool frames = false; // draw a frame around each patch
-    std::string dump;    // a folder for the patch files, or ""
-    bool log = false;    // show the library's progress
+    std::string model;                                     // the model's configuration, or ""
+    std::optional<Sensitivity> sensitivity = std::nullopt; // none is what the model says, whatever the colours
+    bool full = false;                                     // repair every patch entirely, whatever its label
+    bool frames = false;                                   // draw a frame around each patch
+    std::string dump;                                      // a folder for the patch files, or ""
+    bool log = false;                                      // show the library's progress
 };
 
 } // namespace kohost

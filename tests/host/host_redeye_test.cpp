@@ -437,8 +437,7 @@ TEST_F(HostRedEye, NoPictureTakesThePlaceOfAModelsFile) {
 
 TEST_F(HostRedEye, MistakesAreReportedInOneLine) {
     const std::string name = put("in.png", eyes_png());
-    const std::vector<std::pair<Words, std::string>> cases = {{{}, "--model is required"},
-                                                              {{"--model", ""}, "--model: an empty name"},
+    const std::vector<std::pair<Words, std::string>> cases = {{{"--model", ""}, "--model: an empty name"},
                                                               {{"--model", "m", "--dump", ""}, "--dump: an empty name"},
                                                               {{"--model", "m", "--json", "-q"}, "--json excludes --quiet"},
                                                               {{"--model", "m", "--policy", "risky"}, "INPUT"}};

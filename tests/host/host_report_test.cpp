@@ -380,7 +380,7 @@ TEST_F(HostReport, ShowsPicturesOfAutoAsTheyCame) {
     EXPECT_LT(sample(preview(row, "after"), 60.0 / eyes_width, 60.0 / eyes_height, 0), 120);
     EXPECT_NE(row.summary.find("red eyes repaired</span><span class=\"outcome changed\">enhanced"), std::string::npos)
         << row.summary;
-    const Row without = row_of("auto", put("in.png", eyes_png()), {"--force"});
+    const Row without = row_of("auto", put("in.png", eyes_png()), {"--force", "--model", "none"});
     EXPECT_FALSE(without.data.contains("places"));
 }
 

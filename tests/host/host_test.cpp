@@ -615,7 +615,7 @@ TEST_F(HostCommandLine, AnswersWithHelpAndVersion) {
     EXPECT_EQ(nothing.status, 2);
     EXPECT_EQ(nothing.out, run_program({"--help"}).out);
     EXPECT_EQ(run_program({"help"}).out, nothing.out);
-    EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\n$")) << version.out;
+    EXPECT_TRUE(matches(version.out, "^ko [0-9]+\\.[0-9]+\\.[0-9]+\nred-eye model: /.*/redeye\\.cfg\n$")) << version.out;
 }
 
 } // namespace

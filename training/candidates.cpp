@@ -3,34 +3,33 @@
 //   candidates CONFIG < pictures > candidates
 //
 // A picture is a line with its width and its height, followed by its RGB bytes. The answer to it is a line with the number of
-// candidates, followed by numbers_per_candidate and the features of each as 32-bit floats. What the classifiers of CONFIG say
-// is of no account.
-#include <algorithm>
+// candidates, followed by the circle, the evidence and the features of each as 32-bit floats. What the classifiers of CONFIG
+// say is of no account.
 #include <array>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <stdexcept>
 #include <vector>
 
+#include "kohost/evidence.h"
 #include "kohost/library.h"
-#include "kohost/redeye.h"
+#include "kohost/redeye_search.h"
 
 namespace {
 
-constexpr size_t numbers_per_candidate = 5; // the box in pixels of the picture, and the contrast
-
 void write_floats(const float *values, size_t count) { std::fwrite(values, sizeof(float), count, stdout); }
 
-void answer(const kohost::RedEyes &eyes) {
-    std::printf("%zu\n", static_cast<size_t>(eyes.patches()));
-    for (const kohost::Blob &blob : eyes.blobs) {
-        if (blob.patch) {
-            const auto scaled = [&](uint32_t place) { return static_cast<float>(place) * eyes.scale; };
-            const std::array<float, numbers_per_candidate> numbers = {
-                scaled(blob.box.x0), scaled(blob.box.y0), scaled(blob.box.x1), scaled(blob.box.y1), *blob.patch->contrast};
-            write_floats(numbers.data(), numbers.size());
-            write_floats(blob.patch->features.data(), blob.patch->features.size());
-        }
+void answer(const kohost::Pixels &picture, const kohost::Findings &findings) {
+    std::printf("%zu\n", findings.candidates.size());
+    for (const kohost::Candidate &candidate : findings.candidates) {
+        const kohost::Circle circle = candidate.shape.circle();
+        const std::array<float, 3> place = {static_cast<float>(circle.x), static_cast<float>(circle.y),
+                                            static_cast<float>(circle.radius)};
+        const kohost::Evidence evidence = kohost::evidence_about(picture, candidate.shape);
+        write_floats(place.data(), place.size());
+        write_floats(evidence.data(), evidence.size());
+        write_floats(candidate.features.data(), candidate.features.size());
     }
     std::fflush(stdout);
 }
@@ -44,7 +43,8 @@ void run(const char *model) {
         if (std::fread(bytes.data(), 1, bytes.size(), stdin) != bytes.size()) {
             throw std::runtime_error("a picture is cut short");
         }
-        answer(kohost::candidates_in({bytes.data(), {width, height}, 3}, model));
+        const kohost::Pixels picture{bytes.data(), {width, height}, 3};
+        answer(picture, kohost::search(picture, model, true, nullptr));
     }
 }
 

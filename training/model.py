@@ -1,4 +1,4 @@
-"""The files of a red-eye model: a configuration, a projection, and two classifiers."""
+"""The files of a red-eye model: a configuration, a projection, two classifiers, and a gate."""
 import pathlib
 import struct
 
@@ -43,3 +43,21 @@ def write(folder, name, mean, weights, offsets, bounds):
         row = np.zeros(2, "<f4")
         row[number] = 1
         (folder / f"{name}_RE_{kind}").write_bytes(struct.pack("<If", 2, -offsets[number]) + row.tobytes())
+
+
+def in_order(nodes, at=0):
+    """The nodes of a tree, the left branch of each before its right one, as the gate's file has them."""
+    node = nodes[at]
+    if node["is_leaf"]:
+        return [f"-1 {node['value']:.6g}"]
+    return [f"{node['feature_idx']} {node['num_threshold']:.9g}", *in_order(nodes, node["left"]), *in_order(nodes, node["right"])]
+
+
+def write_gate(folder, name, trees, accept, reject):
+    """Writes the gate of a model: what fitted trees add up to, and the sums above which and under which it decides."""
+    lines = ["ko red-eye gate 1", str(trees.n_features_in_), f"{accept:.9g} {reject:.9g} {float(trees._baseline_prediction):.9g}"]
+    lines.append(str(trees.n_iter_))
+    for stage in trees._predictors:
+        nodes = in_order(stage[0].nodes)
+        lines += [str(len(nodes)), *nodes]
+    (pathlib.Path(folder) / f"{name}.gate").write_text("\n".join(lines) + "\n")

@@ -28,30 +28,58 @@ def low_noise(rng, shape, cell):
     return zoomed[: shape[0], : shape[1]]
 
 
-SKINS = np.array([[236, 196, 172], [224, 178, 150], [205, 155, 125], [178, 126, 96], [140, 94, 70], [98, 66, 52]], np.float32)
-IRISES = {
-    "brown": np.array([[58, 34, 22], [92, 55, 33], [120, 76, 46], [75, 45, 30]], np.float32),
-    "other": np.array([[84, 110, 132], [96, 112, 84], [120, 118, 112], [70, 92, 110], [128, 100, 62]], np.float32),
-}
+def colours(*values):
+    return np.array(values, np.float32)
 
 
-def skin_colour(rng):
-    at = rng.uniform(0, len(SKINS) - 1)
+class Style:
+    """The parameters of a set of scenes."""
+
+    skins = colours([236, 196, 172], [224, 178, 150], [205, 155, 125], [178, 126, 96], [140, 94, 70], [98, 66, 52])
+    brown_irises = colours([58, 34, 22], [92, 55, 33], [120, 76, 46], [75, 45, 30])
+    other_irises = colours([84, 110, 132], [96, 112, 84], [120, 118, 112], [70, 92, 110], [128, 100, 62])
+    hair = colours([25, 20, 18], [70, 45, 28], [150, 115, 70], [110, 50, 25])
+    # Of a pupil in which the retina shows, with how often: maroon, red and orange, each from and to.
+    reds = ((0.3, (75, 8, 10), (140, 38, 42)), (0.45, (140, 15, 15), (235, 75, 80)), (0.25, (200, 70, 40), (255, 135, 95)))
+    glasses = 0.2
+    gleams = 0.75
+    openness = 0.3, 0.62
+    tilt = 0.25
+    warmth = 0.07
+    blurs = 0.0, 0.4, 0.7, 1.0, 1.5
+    noises = 0.5, 1.5, 3.0, 5.0
+    qualities = 60, 96
+
+
+class HeldOutStyle(Style):
+    """Other parameters than those of the training."""
+
+    skins = colours([245, 208, 190], [230, 186, 140], [196, 148, 112], [160, 116, 92], [120, 80, 56])
+    brown_irises = colours([66, 40, 20], [104, 62, 30], [84, 48, 38])
+    other_irises = colours([100, 124, 150], [110, 120, 70], [90, 100, 110])
+    hair = colours([15, 12, 12], [90, 60, 40], [190, 160, 110])
+    reds = ((0.25, (85, 12, 16), (130, 34, 30)), (0.5, (150, 20, 22), (245, 85, 70)), (0.25, (210, 80, 50), (255, 125, 85)))
+    glasses = 0.15
+    gleams = 0.85
+    openness = 0.34, 0.58
+    tilt = 0.3
+    warmth = 0.09
+    blurs = 0.0, 0.5, 0.9, 1.3
+    noises = 1.0, 2.5, 4.5
+    qualities = 70, 93
+
+
+def skin_colour(rng, style):
+    at = rng.uniform(0, len(style.skins) - 1)
     low = int(at)
-    high = min(low + 1, len(SKINS) - 1)
-    return (SKINS[low] * (high - at) + SKINS[high] * (at - low) if high > low else SKINS[low]) * rng.uniform(0.75, 1.08)
+    high = min(low + 1, len(style.skins) - 1)
+    return (style.skins[low] * (low + 1 - at) + style.skins[high] * (at - low)) * rng.uniform(0.75, 1.08)
 
 
-def red_colour(rng):
-    """Of a pupil in which the retina shows: maroon, red or orange."""
-    kind = rng.random()
-    if kind < 0.3:
-        colour = [rng.uniform(75, 140), rng.uniform(8, 38), rng.uniform(10, 42)]
-    elif kind < 0.75:
-        colour = [rng.uniform(140, 235), rng.uniform(15, 75), rng.uniform(15, 80)]
-    else:
-        colour = [rng.uniform(200, 255), rng.uniform(70, 135), rng.uniform(40, 95)]
-    return np.array(colour, np.float32)
+def red_colour(rng, style):
+    shares = [share for share, _, _ in style.reds]
+    _, low, high = style.reds[rng.choice(len(shares), p=shares)]
+    return rng.uniform(low, high).astype(np.float32)
 
 
 class Eye:
@@ -136,32 +164,32 @@ class Eye:
             mix(part, [245, 248, 250], smooth(line - rng.uniform(0.1, 0.5) * iris, 0.4 * iris) * near * rng.uniform(0.2, 0.75))
 
 
-def eye_look(rng, red, brown):
+def eye_look(rng, style, red, brown):
     """What both eyes of a face share."""
-    irises = IRISES["brown" if brown else "other"]
-    pupil = red_colour(rng) if red else np.array([1, 1, 1], np.float32) * rng.uniform(4, 32)
+    irises = style.brown_irises if brown else style.other_irises
+    pupil = red_colour(rng, style) if red else np.array([1, 1, 1], np.float32) * rng.uniform(4, 32)
     return {
         "red": red,
         "iris": irises[rng.integers(len(irises))] * rng.uniform(0.7, 1.5) * np.array([1, rng.uniform(0.85, 1.1), rng.uniform(0.8, 1.1)], np.float32),
         "skin": None,
-        "glare": rng.random() < 0.2,
-        "openness": rng.uniform(0.3, 0.62),
+        "glare": rng.random() < style.glasses,
+        "openness": rng.uniform(*style.openness),
         "ratio": rng.uniform(0.45, 0.9) if red else rng.uniform(0.28, 0.7),
         "gaze": rng.normal(0, 0.12, 2) * np.array([1.0, 0.45]),
         "pupil": pupil,
-        "gleam": rng.uniform(0.08, 0.32) if rng.random() < 0.75 else 0.0,
+        "gleam": rng.uniform(0.08, 0.32) if rng.random() < style.gleams else 0.0,
         "lash": np.array([30, 22, 18], np.float32) * rng.uniform(0.4, 3.0),
     }
 
 
-def draw_face(rng, canvas, x, y, iris, red, brown):
+def draw_face(rng, style, canvas, x, y, iris, red, brown):
     """A head whose eyes have irises of a radius; gives the pupils."""
     height, width = canvas.shape[:2]
-    skin = skin_colour(rng)
+    skin = skin_colour(rng, style)
     light = rng.uniform(0.7, 1.05)
-    look = eye_look(rng, red, brown)
+    look = eye_look(rng, style, red, brown)
     look["skin"] = skin
-    angle = rng.normal(0, 0.25)
+    angle = rng.normal(0, style.tilt)
     gap = iris * rng.uniform(4.6, 6.2)  # half of the way between the eyes
     c, s = np.cos(angle), np.sin(angle)
     yy, xx = np.mgrid[0:height, 0:width].astype(np.float32)
@@ -169,7 +197,7 @@ def draw_face(rng, canvas, x, y, iris, red, brown):
     fx, fy = c * fx + s * fy, c * fy - s * fx
     oval = (np.hypot(fx / (2.25 * gap), (fy - 0.9 * gap) / (2.9 * gap)) - 1.0) * 2.25 * gap
     hair = (np.hypot(fx / (2.6 * gap), (fy - 0.2 * gap) / (3.0 * gap)) - 1.0) * 2.6 * gap
-    mix(canvas, np.array([[25, 20, 18], [70, 45, 28], [150, 115, 70], [110, 50, 25]], np.float32)[rng.integers(4)] * rng.uniform(0.6, 1.4), smooth(hair, 0.3 * gap))
+    mix(canvas, style.hair[rng.integers(len(style.hair))] * rng.uniform(0.6, 1.4), smooth(hair, 0.3 * gap))
     tint = skin * light
     shading = 1.0 + 0.05 * low_noise(rng, (height, width), 1.4 * gap) - 0.25 * np.clip((fx / (2.25 * gap)) * rng.choice([-1, 1]), 0, 1) ** 2
     face = tint * shading[..., None]
@@ -191,7 +219,7 @@ def draw_face(rng, canvas, x, y, iris, red, brown):
         radius = iris * look["ratio"]
         eye = Eye(rng, ex, ey, radius, angle + rng.normal(0, 0.05), look)
         eye.draw(canvas, light)
-        pupils.append({"x": ex, "y": ey, "r": radius, "red": bool(red)})
+        pupils.append({"x": ex, "y": ey, "r": radius, "iris": iris, "red": bool(red)})
     if look["glare"]:
         for side in (-1, 1):
             frame = np.abs(np.hypot((fx - side * gap) / 0.85, fy / 0.65) - gap * 0.95)
@@ -199,7 +227,7 @@ def draw_face(rng, canvas, x, y, iris, red, brown):
     return pupils
 
 
-def draw_look_alike(rng, canvas, scale):
+def draw_look_alike(rng, style, canvas, scale):
     """A red thing that is no eye, about so many pixels across."""
     height, width = canvas.shape[:2]
     x, y = rng.uniform(0, width), rng.uniform(0, height)
@@ -231,7 +259,7 @@ def draw_look_alike(rng, canvas, scale):
         mix(part, red, smooth(d * 0.7 * scale, edge))
         mix(part, red * 0.35, np.exp(-((py / (0.1 * scale)) ** 2)) * smooth(d * 0.7 * scale, edge))
     elif kind == 3:  # a spot on skin
-        mix(part, skin_colour(rng), smooth(np.hypot(px, py) - 3.0 * scale, 2.0 * scale))
+        mix(part, skin_colour(rng, style), smooth(np.hypot(px, py) - 3.0 * scale, 2.0 * scale))
         mix(part, red, smooth(np.hypot(px, py * rng.uniform(1.0, 1.6)) - scale, edge * 2) * rng.uniform(0.5, 1.0))
     elif kind == 4:  # stripes
         wave = np.sin(px / scale * rng.uniform(1.0, 2.5))
@@ -261,35 +289,61 @@ def background(rng, photographs, width, height):
     return np.clip(base + 30 * low_noise(rng, (height, width), rng.uniform(20, 200))[..., None], 0, 255).astype(np.float32)
 
 
-def finish(rng, canvas):
+def lay_cut_out(rng, canvas, cut_outs):
+    """Lays a photograph of a single thing, cut out along its edges, anywhere on the canvas."""
+    height, width = canvas.shape[:2]
+    cut_out = cut_outs[rng.integers(len(cut_outs))]
+    longest = np.exp(rng.uniform(np.log(0.08), np.log(0.9))) * min(width, height)
+    scale = longest / max(cut_out.size)
+    size = max(int(cut_out.width * scale), 4), max(int(cut_out.height * scale), 4)
+    piece = cut_out.resize(size, Image.BOX if scale < 1 else Image.BILINEAR)
+    if rng.random() < 0.5:
+        piece = piece.transpose(Image.FLIP_LEFT_RIGHT)
+    piece = np.asarray(piece.rotate(rng.normal(0, 15), Image.BILINEAR, expand=True), np.float32)
+    x0, y0 = int(rng.uniform(-0.3, 1) * width), int(rng.uniform(-0.3, 1) * height)
+    left, top = max(-x0, 0), max(-y0, 0)
+    piece = piece[top : max(height - y0, 0), left : max(width - x0, 0)]
+    if piece.size:
+        x0, y0 = x0 + left, y0 + top
+        part = canvas[y0 : y0 + piece.shape[0], x0 : x0 + piece.shape[1]]
+        mix(part, piece[..., :3] * rng.uniform(0.7, 1.1), piece[..., 3] / 255)
+
+
+def finish(rng, style, canvas):
     """Light, lens, sensor and file."""
-    gains = np.exp(rng.normal(0, 0.07, 3)).astype(np.float32) * rng.uniform(0.75, 1.15)
+    gains = np.exp(rng.normal(0, style.warmth, 3)).astype(np.float32) * rng.uniform(0.75, 1.15)
     picture = canvas * gains
-    sigma = rng.choice([0.0, 0.4, 0.7, 1.0, 1.5])
+    sigma = rng.choice(style.blurs)
     if sigma > 0:
         picture = ndimage.gaussian_filter(picture, (sigma, sigma, 0))
     picture = 255.0 * np.clip(picture / 255.0, 0, 1) ** rng.uniform(0.85, 1.2)
-    picture += rng.normal(0, rng.choice([0.5, 1.5, 3.0, 5.0]), picture.shape)
+    picture += rng.normal(0, rng.choice(style.noises), picture.shape)
     file = io.BytesIO()
-    Image.fromarray(np.clip(picture + 0.5, 0, 255).astype(np.uint8)).save(file, "JPEG", quality=int(rng.integers(60, 96)))
+    Image.fromarray(np.clip(picture + 0.5, 0, 255).astype(np.uint8)).save(file, "JPEG", quality=int(rng.integers(*style.qualities)))
     return np.asarray(Image.open(io.BytesIO(file.getvalue())).convert("RGB"))
 
 
-def scene(rng, photographs, red_share=0.5):
-    """A picture and its pupils."""
-    width, height = int(rng.integers(260, 520)), int(rng.integers(220, 420))
+def scene(rng, photographs, cut_outs, style=Style):
+    """A picture and its eyes: the middle and the radii of pupil and iris of each, and whether its pupil is red."""
+    size = rng.uniform(1.4, 2.6) if rng.random() < 0.3 else 1.0
+    width, height = int(rng.integers(260, 520) * size), int(rng.integers(220, 420) * size)
     canvas = background(rng, photographs, width, height)
-    for _ in range(rng.integers(0, 3)):
-        draw_look_alike(rng, canvas, np.exp(rng.uniform(np.log(2.0), np.log(22.0))))
-    pupils = []
+
+    def look_alikes():
+        for _ in range(rng.integers(0, 3)):
+            draw_look_alike(rng, style, canvas, np.exp(rng.uniform(np.log(2.0), np.log(22.0 * size))))
+
+    look_alikes()
+    for _ in range(rng.choice([0, 0, 1, 3])):
+        lay_cut_out(rng, canvas, cut_outs)
+    eyes = []
     faces = rng.choice([0, 1, 1, 1, 2])
     for number in range(faces):
-        iris = np.exp(rng.uniform(np.log(4.5), np.log(26.0 if faces == 1 else 11.0)))
+        iris = np.exp(rng.uniform(np.log(4.5), np.log((26.0 if faces == 1 else 11.0) * size)))
         x = width * (0.5 if faces == 1 else (0.3, 0.72)[number]) + rng.normal(0, 0.05 * width)
         y = height * rng.uniform(0.25, 0.55)
-        pupils += draw_face(rng, canvas, x, y, iris, rng.random() < red_share, rng.random() < 0.65)
-    for _ in range(rng.integers(0, 3)):
-        if not pupils:
-            draw_look_alike(rng, canvas, np.exp(rng.uniform(np.log(2.0), np.log(22.0))))
-    inside = [p for p in pupils if 0 <= p["x"] < width and 0 <= p["y"] < height]
-    return finish(rng, canvas), inside
+        eyes += draw_face(rng, style, canvas, x, y, iris, rng.random() < 0.5, rng.random() < 0.65)
+    if not eyes:
+        look_alikes()
+    inside = [eye for eye in eyes if 0 <= eye["x"] < width and 0 <= eye["y"] < height]
+    return finish(rng, style, canvas), inside

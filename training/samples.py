@@ -7,7 +7,7 @@ from PIL import Image
 import model
 import render
 
-NUMBERS = 5  # of a candidate before its features: its box, and its contrast
+CIRCLE, EVIDENCE = 3, 22  # numbers of a candidate before its features
 
 
 class Search:
@@ -17,40 +17,47 @@ class Search:
         self.process = subprocess.Popen([program, configuration], stdin=subprocess.PIPE, stdout=subprocess.PIPE)
 
     def candidates(self, picture):
-        """An array with a row for each candidate of an RGB picture: box, contrast and features."""
+        """An array with a row for each candidate of an RGB picture: circle, evidence and features."""
         height, width = picture.shape[:2]
         self.process.stdin.write(f"{width} {height}\n".encode() + np.ascontiguousarray(picture).tobytes())
         self.process.stdin.flush()
         count = int(self.process.stdout.readline())
-        columns = NUMBERS + model.FEATURES
+        columns = CIRCLE + EVIDENCE + model.FEATURES
         return np.frombuffer(self.process.stdout.read(count * columns * 4), np.float32).reshape(count, columns)
 
 
-def kind_of(candidate, pupils):
-    """What a candidate is: "red", "normal", "near" an eye, or "other"."""
-    x, y = (candidate[0] + candidate[2]) / 2, (candidate[1] + candidate[3]) / 2
-    for pupil in pupils:
-        if np.hypot(x - pupil["x"], y - pupil["y"]) < pupil["r"]:
-            return "red" if pupil["red"] else "normal"
-    near = any(np.hypot(x - p["x"], y - p["y"]) < 3 * p["r"] for p in pupils)
+def kind_of(candidate, eyes):
+    """What a candidate is: a "red" pupil, the iris or pupil of a "normal" eye, "near" an eye, or "other"."""
+    x, y, radius = candidate[:CIRCLE]
+    near = False
+    for eye in eyes:
+        distance = np.hypot(x - eye["x"], y - eye["y"])
+        if eye["red"] and distance < eye["r"] and radius < 2 * eye["r"]:
+            return "red"
+        if not eye["red"] and distance < eye["iris"]:
+            return "normal"
+        near = near or distance < 2 * eye["iris"]
     return "near" if near else "other"
 
 
-def of_scene(search, seed, number, photographs):
-    picture, pupils = render.scene(np.random.default_rng([seed, number]), photographs)
-    return [(kind_of(candidate, pupils), candidate) for candidate in search.candidates(picture)]
+def of_scene(search, seed, number, photographs, cut_outs):
+    picture, eyes = render.scene(np.random.default_rng([seed, number]), photographs, cut_outs)
+    return [(kind_of(candidate, eyes), candidate) for candidate in search.candidates(picture)]
 
 
 def of_photograph(search, seed, number, photograph):
-    """Candidates in pieces of a photograph, none of which is a red eye."""
+    """Candidates in a photograph and in pieces of it, none of which is a red eye."""
     rng = np.random.default_rng([seed, number, 1])
     found = []
     for scale in (1.0, 0.5, 0.25):
         size = max(int(photograph.shape[1] * scale), 16), max(int(photograph.shape[0] * scale), 16)
         reduced = np.asarray(Image.fromarray(photograph).resize(size, Image.BOX))
         for mirrored in (reduced, reduced[:, ::-1]):
+            pieces = [mirrored]
             width, height = min(640, mirrored.shape[1]), min(480, mirrored.shape[0])
             for _ in range(4 if scale == 1.0 else 2):
                 x, y = rng.integers(mirrored.shape[1] - width + 1), rng.integers(mirrored.shape[0] - height + 1)
-                found += [("other", c) for c in search.candidates(mirrored[y : y + height, x : x + width])]
+                pieces.append(mirrored[y : y + height, x : x + width])
+            for piece in pieces:
+                found += [("other", candidate) for candidate in search.candidates(piece)]
     return found

@@ -39,14 +39,14 @@ Result result_of(const Job &job, const Source &source, const std::optional<kohos
     return result;
 }
 
-void improve_file(const Job &job, const Options &options, Entry &entry) {
+void improve_file(const Job &job, const Options &options, const kohost::RedEyeModel &model, Entry &entry) {
     Source source(job.input, options.preserve);
     if (leave_marked(job, source, Deed::shadows, options, entry)) {
         return;
     }
     std::optional<kohost::RedEyes> eyes;
-    if (!options.red_eyes.model.empty() && !is_marked(source, Deed::red_eyes, options)) {
-        eyes = repair(job, source, options.red_eyes, entry);
+    if (model && !is_marked(source, Deed::red_eyes, options)) {
+        eyes = repair(job, source, model, options.red_eyes, entry);
     }
     entry.at(Stage::reading);
     const Enhancement enhancement =
@@ -68,14 +68,13 @@ void improve_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void improve_pictures(const Options &options, Report &report) {
-    Options chosen = options;
-    const std::vector<std::string> model = choose_model(chosen.red_eyes);
-    if (model.empty() && options.red_eyes.model.empty()) {
+    const kohost::RedEyeModel model = choose_model(options.red_eyes.model);
+    if (!model && options.red_eyes.model.empty()) {
         report.remark("red eyes are left as they are: no model is installed, and --model names none");
     }
-    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
-    report.open_page(page_for(options, jobs, model));
-    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, chosen, entry); });
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model.files());
+    report.open_page(page_for(options, jobs, model.files()));
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { improve_file(job, options, model, entry); });
 }
 
 } // namespace host

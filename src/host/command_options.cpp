@@ -221,10 +221,15 @@ CLI::Option *add_model(CLI::App &command, RedEyeChoices &choices, const std::str
 }
 
 void add_repair(CLI::App &command, RedEyeChoices &choices) {
-    add_choice(command, "--sensitivity", choices.sensitivity, kohost::sensitivities, "default with the installed model",
-               "how readily a place counts as a red eye")
-        ->group(red_eye_group);
-    command.add_flag("--full", choices.full, "repair all that was found entirely, whatever the model's answer")
+    CLI::Option *sensitivity = add_choice(command, "--sensitivity", choices.sensitivity, kohost::sensitivities,
+                                          kohost::name(choices.sensitivity), "how readily a place counts as a red eye");
+    sensitivity->group(red_eye_group);
+    command.add_flag("--full", choices.full, "repair all that was found, whatever the model's answer")->group(red_eye_group);
+    command
+        .add_flag("--plain", choices.plain,
+                  "search, judge and repair as the library alone does; the default searches three times, looks at colours too, "
+                  "and repairs to the pixel")
+        ->excludes(sensitivity)
         ->group(red_eye_group);
     command.add_flag("--log", choices.log, "show the library's progress on the standard error stream")->group(red_eye_group);
 }
@@ -273,15 +278,17 @@ void add_redeye(CLI::App &app, Options &options) {
     add_repair(command, choices);
     command.add_flag("--frames", choices.frames, "draw frames: green for accepted, yellow for undecided, red for rejected")
         ->group(red_eye_group);
-    command.add_option("--dump", choices.dump, "a folder for files with what the model saw, made if it is missing")
+    command
+        .add_option("--dump", choices.dump, "with --plain, a folder for files with what the model saw, made if it is missing")
+        ->needs("--plain")
         ->type_name("DIR")
         ->check(refuse_empty)
         ->group(red_eye_group);
     add_results(command, options);
     add_page(command, options);
     add_report(command, options);
-    command.footer("One line per picture reports how many places the model accepted, left undecided and rejected; what is\n"
-                   "accepted is repaired, what is undecided in part. A picture without red eyes comes out as it went in.\n" +
+    command.footer("One line per picture reports how many places were accepted, left undecided and rejected; what is accepted\n"
+                   "is repaired. A picture without red eyes comes out as it went in.\n" +
                    about_files + about_status);
 }
 

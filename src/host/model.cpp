@@ -3,7 +3,6 @@
 #include <filesystem>
 #include <system_error>
 
-#include "kohost/redeye.h"
 #include "system.h"
 
 namespace host {
@@ -14,14 +13,9 @@ std::string installed_model() {
     return std::filesystem::exists(path, error) ? path.string() : "";
 }
 
-std::vector<std::string> choose_model(kohost::RedEyeChoices &choices) {
-    if (choices.model.empty()) {
-        choices.model = installed_model();
-        choices.sensitivity = choices.sensitivity.value_or(kohost::Sensitivity::standard);
-    } else if (choices.model == no_model) {
-        choices.model = "";
-    }
-    return choices.model.empty() ? std::vector<std::string>() : kohost::try_model(choices.model);
+kohost::RedEyeModel choose_model(const std::string &choice) {
+    const std::string configuration = choice.empty() ? installed_model() : choice;
+    return configuration.empty() || configuration == no_model ? kohost::RedEyeModel() : kohost::RedEyeModel(configuration);
 }
 
 } // namespace host

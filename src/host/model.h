@@ -3,9 +3,8 @@
 #define KO_HOST_MODEL_H
 
 #include <string>
-#include <vector>
 
-#include "kohost/tuning.h"
+#include "kohost/redeye_model.h"
 
 namespace host {
 
@@ -15,9 +14,9 @@ inline constexpr const char *no_model = "none";
 // The configuration of the installed model; "" if none is installed.
 std::string installed_model();
 
-// Fills in the model where none is named, with the sensitivity that it was made for, and tries it. Gives the files that it
-// consists of; none, and a choice without a model, if there is none. Throws LibraryError for a model that cannot be used.
-std::vector<std::string> choose_model(kohost::RedEyeChoices &choices);
+// The model that a choice names, the installed one for "", or none. Throws LibraryError and GateError for a model that cannot
+// be used.
+kohost::RedEyeModel choose_model(const std::string &choice);
 
 } // namespace host
 

@@ -3,6 +3,7 @@
 #include "pictures.h"
 
 #include <algorithm>
+#include <utility>
 #include <vector>
 
 #include "page_entry.h"
@@ -43,12 +44,6 @@ void show_copied(PageEntry &page, Source &source, Entry &entry) {
 // Most pixels of a picture that are kept for its thumbnail.
 constexpr uint64_t preview_area = 500'000;
 
-kohost::Image reduced(const kohost::Image &image, kohost::Size size) {
-    kohost::AreaAverage average(image.size, size, image.channels);
-    average.add(image.size.height, image.bytes.data());
-    return average.take();
-}
-
 } // namespace
 
 // Every pass over a file reports the same notices.
@@ -69,7 +64,7 @@ template <class Step> void Source::read_all(codec::Reader &reader, const Step &s
     }
 }
 
-kohost::WorkingCopy Source::working_copy(uint64_t area) {
+Source::Halved Source::halve(uint64_t area) {
     std::unique_ptr<codec::Reader> reader = rows();
     const codec::Description &picture = reader->description();
     const uint32_t channels = picture.channels;
@@ -80,14 +75,22 @@ kohost::WorkingCopy Source::working_copy(uint64_t area) {
     }
     kohost::AreaAverage average({reader->width(), reader->height()}, halved, channels);
     read_all(*reader, [&](uint32_t rows, const uint8_t *pixels) { average.add(rows, pixels); });
-    kohost::WorkingCopy copy = kohost::make_working_copy(average.take(), working);
+    return {average.take(), working};
+}
+
+kohost::WorkingCopy Source::working_copy(uint64_t area) {
+    Halved halved = halve(area);
+    kohost::WorkingCopy copy = kohost::make_working_copy(std::move(halved.image), halved.working);
     preview_.reset();
     if (!description_.metadata.exif.empty()) {
-        preview_ = copy.average.size.area() <= preview_area
-                       ? copy.average
-                       : reduced(copy.average, kohost::working_size(copy.average.size, preview_area));
+        preview_ = kohost::reduced(copy.average.pixels(), kohost::working_size(copy.average.size, preview_area));
     }
     return copy;
+}
+
+kohost::Image Source::reduced(uint64_t area) {
+    const Halved halved = halve(area);
+    return kohost::reduced(halved.image.pixels(), halved.working);
 }
 
 void Source::scan() {

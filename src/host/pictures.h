@@ -30,6 +30,9 @@ class Source {
     // pixels is the picture itself.
     kohost::WorkingCopy working_copy(uint64_t area);
 
+    // Reads the file to its end and gives the picture at its shape with at most area pixels.
+    kohost::Image reduced(uint64_t area);
+
     // Reads the file to its end only for its description.
     void scan();
 
@@ -57,6 +60,15 @@ class Source {
     codec::Notices notices; // of the reading, then of the writing
 
   private:
+    // A picture halved as far as that leaves enough pixels for a size.
+    struct Halved {
+        kohost::Image image;
+        kohost::Size working;
+    };
+
+    // Reads the file to its end.
+    Halved halve(uint64_t area);
+
     // Passes all rows of a reader to step(rows, pixels).
     template <class Step> void read_all(codec::Reader &reader, const Step &step);
 

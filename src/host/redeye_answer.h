@@ -18,10 +18,10 @@ const char *shown(RedEyeDecision decision);
 // Why nothing was repaired, "" if nothing was red enough.
 std::string reason_of(const RedEyes &eyes);
 
-// Decision, counts of patches by label, and reason in a line.
+// Decision, counts of places by label, and reason in a line.
 std::string line_about(const RedEyes &eyes);
 
-// Counts, blobs, boxes, scores and labels. A picture that was not examined has none.
+// Counts, and the places with their boxes, scores and labels. A picture that was not examined has none.
 Json members_of(const RedEyes &eyes);
 
 } // namespace host

@@ -12,12 +12,12 @@ namespace host {
 
 namespace {
 
-void repair_file(const Job &job, const Options &options, Entry &entry) {
+void repair_file(const Job &job, const Options &options, const kohost::RedEyeModel &model, Entry &entry) {
     Source source(job.input, options.preserve);
     if (leave_marked(job, source, Deed::red_eyes, options, entry)) {
         return;
     }
-    const kohost::RedEyes eyes = repair(job, source, options.red_eyes, entry);
+    const kohost::RedEyes eyes = repair(job, source, model, options.red_eyes, entry);
     if (eyes.changed) {
         write_picture(job, source, options.quality, nullptr, entry, trace_of(eyes, source));
     } else {
@@ -31,17 +31,16 @@ void repair_file(const Job &job, const Options &options, Entry &entry) {
 } // namespace
 
 void repair_pictures(const Options &options, Report &report) {
-    Options chosen = options;
-    const std::vector<std::string> model = choose_model(chosen.red_eyes);
-    if (model.empty()) {
+    const kohost::RedEyeModel model = choose_model(options.red_eyes.model);
+    if (!model) {
         throw UsageError("no model: none is installed, and --model names none");
     }
     if (!options.red_eyes.dump.empty()) {
         prepare_folder(options.red_eyes.dump, "the patch files");
     }
-    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model);
-    report.open_page(page_for(options, jobs, model));
-    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, chosen, entry); });
+    const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model.files());
+    report.open_page(page_for(options, jobs, model.files()));
+    for_each_job(jobs, options.jobs, report, [&](const Job &job, Entry &entry) { repair_file(job, options, model, entry); });
 }
 
 } // namespace host

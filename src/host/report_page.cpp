@@ -190,10 +190,10 @@ Json object_of(const PageMeasure &measure, const Orientation &orientation) {
             {"scores", std::move(scores)}};
 }
 
-// A box as fractions of the picture's size. Pixels of the box are scale times as long as the picture's.
-std::array<float, 4> box_of(const kohost::Box &box, float scale, kohost::Size size, const Orientation &orientation) {
-    const auto share = [scale](uint32_t pixel, uint32_t side) {
-        return std::min(static_cast<float>(pixel) * scale / static_cast<float>(side), 1.0f);
+// A box as fractions of the picture's size.
+std::array<float, 4> box_of(const kohost::Box &box, kohost::Size size, const Orientation &orientation) {
+    const auto share = [](uint32_t pixel, uint32_t side) {
+        return std::min(static_cast<float>(pixel) / static_cast<float>(side), 1.0f);
     };
     std::array<float, 2> across = {share(box.x0, size.width), share(box.x1, size.width)};
     std::array<float, 2> down = {share(box.y0, size.height), share(box.y1, size.height)};
@@ -209,14 +209,17 @@ std::array<float, 4> box_of(const kohost::Box &box, float scale, kohost::Size si
     return {across[0], down[0], across[1], down[1]};
 }
 
-Json object_of(const kohost::Blob &blob, float scale, const PageEntry &entry) {
-    if (!blob.patch) {
-        return {{"label", "not judged"}, {"box", box_of(blob.box, scale, entry.size, entry.orientation)}};
+Json object_of(const kohost::Place &place, const PageEntry &entry) {
+    if (!place.judged) {
+        return {{"label", "not judged"}, {"box", box_of(place.box, entry.size, entry.orientation)}};
     }
-    const kohost::Patch &patch = *blob.patch;
-    return {{"label", kohost::name_of_label(patch.label)},
-            {"box", box_of(patch.box, 1.0f, entry.size, entry.orientation)},
-            {"scores", {patch.fe_score, patch.be_score}}};
+    Json object = {{"label", kohost::name_of_label(place.label)},
+                   {"box", box_of(place.window, entry.size, entry.orientation)},
+                   {"scores", {place.fe_score, place.be_score}}};
+    if (place.score) {
+        object["score"] = *place.score;
+    }
+    return object;
 }
 
 Json object_of(const PageEntry &entry) {
@@ -244,8 +247,8 @@ Json object_of(const PageEntry &entry) {
     }
     if (entry.red_eyes && entry.size.area() > 0) {
         object["places"] = Json::array();
-        for (const kohost::Blob &blob : entry.red_eyes->blobs) {
-            object["places"].push_back(object_of(blob, entry.red_eyes->scale, entry));
+        for (const kohost::Place &place : entry.red_eyes->places) {
+            object["places"].push_back(object_of(place, entry));
         }
     }
     return object;

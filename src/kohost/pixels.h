@@ -16,6 +16,11 @@ struct Size {
     bool operator==(const Size &) const = default;
 };
 
+// A part of a picture; the last two are exclusive.
+struct Box {
+    uint32_t x0, y0, x1, y1;
+};
+
 // Pixels that somebody else owns.
 struct Pixels {
     const uint8_t *bytes = nullptr;

@@ -1,4 +1,4 @@
-// The repair of red eyes in one picture by the library.
+// The repair of red eyes in a picture: by default with all that a host can do, on request as the library does it alone.
 #ifndef KO_KOHOST_REDEYE_H
 #define KO_KOHOST_REDEYE_H
 
@@ -6,49 +6,45 @@
 #include <cstdint>
 #include <cstdio>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "kohost/library.h"
 #include "kohost/pixels.h"
-#include "kohost/redness.h"
+#include "kohost/redeye_model.h"
+#include "kohost/shape.h"
 #include "kohost/tuning.h"
 
 namespace kohost {
 
-// The model's finding about a blob.
-struct Patch {
-    Box box{}; // pixels of the picture
-    float fe_score = 0.0f;
+// What could be a red eye.
+struct Place {
+    Box box{};             // what is red; pixels of the picture
+    Box window{};          // what the model saw; pixels of the picture
+    bool judged = true;    // otherwise it has neither scores nor a label: it lies too near the edge for a plain repair
+    float fe_score = 0.0f; // of the model's classifiers
     float be_score = 0.0f;
+    std::optional<float> score; // 0 to 1, by which the label is given; none in a plain repair
     int32_t label = KO_PATCH_UNDECIDED;
-    std::optional<float> contrast; // how much redder it is than its surroundings; none unless that counts
-    std::vector<float> features;   // what the classifiers saw, if that is wanted
-};
-
-// Something red and round.
-struct Blob {
-    Box box{};                  // pixels of the working image
-    uint32_t area = 0;          // the same
-    std::optional<Patch> patch; // none too near the picture's edge, or if the picture has too many blobs
+    Shape shape{}; // in the picture
 };
 
 enum class RedEyeDecision {
     repaired,
     none,    // nothing is taken for a red eye
     gray,    // the picture has no colour channels
-    too_many // more blobs than any picture has eyes
+    too_many // more places than any picture has eyes
 };
 
 struct RedEyes {
     RedEyeDecision decision = RedEyeDecision::none;
-    bool changed = false; // the picture has other pixels than before: repaired ones, or frames
-    float scale = 1.0f;   // pixels of the picture per pixel of the working image, each way
-    int32_t limit = 0;    // most blobs that are examined
-    std::vector<Blob> blobs;
+    bool changed = false; // the picture gets other pixels: repaired ones, or frames
+    uint64_t found = 0;   // places, whether or not they were judged
+    uint64_t limit = 0;   // most places that are judged
+    std::vector<Place> places;
 
-    uint64_t patches() const;
-    uint64_t patches(int32_t label) const;
+    uint64_t judged() const;
+    uint64_t count(int32_t label) const;
 };
 
 // Labels in the order in which they are reported.
@@ -61,25 +57,15 @@ const char *name_of_label(int32_t label);
 const char *name(Sensitivity sensitivity);
 inline constexpr std::array<Sensitivity, 3> sensitivities = {Sensitivity::careful, Sensitivity::standard, Sensitivity::eager};
 
-// The patch files cannot be written; the text names the folder.
-class PatchFilesError : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
+// Fills in the decision about places that were judged, of which a number is to be repaired.
+void decide(RedEyes &eyes, bool too_many, uint64_t to_repair, const RedEyeChoices &choices);
 
-// Tries a model on a built-in picture, which has a red eye, so that a model that cannot be read or does not fit is detected
-// before anything is written. Returns the files that the model consists of. Throws LibraryError.
-std::vector<std::string> try_model(const std::string &model);
+// Judges the places in a picture of a size by a copy of it of at most search_area pixels. The library's progress goes to log,
+// if it is not null. Throws LibraryError.
+RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model, const RedEyeChoices &choices, std::FILE *log);
 
-// Finds the places in a picture that could be red eyes, each with its features, whatever the model's classifiers say of them.
-// Throws LibraryError.
-RedEyes candidates_in(const Pixels &picture, const std::string &model);
-
-// Repairs the red eyes of a picture; result, which may be the picture's own bytes, is written if something changed. The patch
-// files, if requested, are named after the input; the library's progress goes to log, if it is not null. Throws
-// LibraryError and PatchFilesError; result is then as it was.
-RedEyes repair_red_eyes(const Pixels &picture, uint8_t *result, const RedEyeChoices &choices, const std::string &input,
-                        std::FILE *log);
+// Repairs in an RGB picture what was accepted, or everything that was found, and draws frames, as the choices say.
+void repair_red_eyes(uint8_t *bytes, Size picture, const RedEyes &eyes, const RedEyeChoices &choices);
 
 } // namespace kohost
 

@@ -1,22 +1,19 @@
-// How much redder a place in a picture is than what surrounds it. The classifiers of a model see shapes in each channel, but
-// not how the channels relate, so that a brown iris looks much like a red pupil to them.
+// How red a pixel is, as a number that arithmetic alone gives.
 #ifndef KO_KOHOST_REDNESS_H
 #define KO_KOHOST_REDNESS_H
 
 #include <cstdint>
 
-#include "kohost/pixels.h"
-
 namespace kohost {
 
-// The last two are exclusive.
-struct Box {
-    uint32_t x0, y0, x1, y1;
-};
+// Added to levels before they are compared: a nearly black pixel, whose colour is mostly noise, then has next to none.
+inline constexpr float black = 4.0f;
 
-// The logarithm of red over green where it is high in a box, less that of the box and as much again on each side, where it is
-// usual. A box of a picture without colours, or without pixels, has 0.
-float redness_contrast(const Pixels &picture, const Box &box);
+// By how much one level exceeds another, as a share of both: from -1 to 1, and 0 for gray.
+inline float excess(uint8_t level, uint8_t other) {
+    return (static_cast<float>(level) - static_cast<float>(other)) /
+           (static_cast<float>(level) + static_cast<float>(other) + 2.0f * black);
+}
 
 } // namespace kohost
 

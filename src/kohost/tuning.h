@@ -45,16 +45,17 @@ struct Judging {
     float score = no_score;
 };
 
-// How readily a place counts as a red eye. Each moves the bounds of the model's scores and asks for another contrast.
+// How readily a place counts as a red eye.
 enum class Sensitivity { careful, standard, eager };
 
 struct RedEyeChoices {
-    std::string model;                                     // the model's configuration, or ""
-    std::optional<Sensitivity> sensitivity = std::nullopt; // none is what the model says, whatever the colours
-    bool full = false;                                     // repair every patch entirely, whatever its label
-    bool frames = false;                                   // draw a frame around each patch
-    std::string dump;                                      // a folder for the patch files, or ""
-    bool log = false;                                      // show the library's progress
+    std::string model = ""; // the model's configuration, or ""
+    Sensitivity sensitivity = Sensitivity::standard;
+    bool plain = false;    // as the library does it alone
+    bool full = false;     // repair every place, whatever its label
+    bool frames = false;   // draw a frame around each place
+    std::string dump = ""; // a folder for the patch files of a plain repair, or ""
+    bool log = false;      // show the library's progress
 };
 
 } // namespace kohost

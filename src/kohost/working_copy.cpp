@@ -94,9 +94,7 @@ WorkingCopy make_working_copy(Image &&halved, Size working) {
     if (halved.size == working) {
         return {std::move(halved), {}};
     }
-    AreaAverage average(halved.size, working, halved.channels);
-    average.add(halved.size.height, halved.bytes.data());
-    return {average.take(), sample_of(halved, working)};
+    return {reduced(halved.pixels(), working), sample_of(halved, working)};
 }
 
 AreaAverage::AreaAverage(Size from, Size to, uint32_t channels)
@@ -144,6 +142,12 @@ void AreaAverage::end_row() {
     }
     std::fill(columns_.begin(), columns_.end(), uint64_t{0});
     ++ended_;
+}
+
+Image reduced(const Pixels &picture, Size size) {
+    AreaAverage average(picture.size, size, picture.channels);
+    average.add(picture.size.height, picture.bytes);
+    return average.take();
 }
 
 } // namespace kohost

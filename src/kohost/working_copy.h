@@ -56,6 +56,9 @@ class AreaAverage {
     std::vector<uint64_t> columns_; // of the result's row in progress, each row's sums times its overlap
 };
 
+// A picture reduced to a size by AreaAverage.
+Image reduced(const Pixels &picture, Size size);
+
 } // namespace kohost
 
 #endif

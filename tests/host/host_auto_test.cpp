@@ -16,7 +16,7 @@ class HostAuto : public Host {
   protected:
     std::string model(const ModelRecipe &recipe = {}) const { return put_model(path("model"), recipe); }
     Words with_model(Words options = {}) const {
-        options.insert(options.end(), {"--model", model()});
+        options.insert(options.end(), {"--plain", "--model", model()});
         return options;
     }
 };
@@ -117,7 +117,7 @@ TEST_F(HostAuto, JsonReportsBoth) {
     const Json &eyes = object.at("red_eyes");
     EXPECT_EQ(eyes.at("decision"), "red eyes repaired");
     EXPECT_EQ(eyes.at("accepted"), 1);
-    EXPECT_EQ(eyes.at("blobs"), blobs_found(png_pixels(eyes_png()), model()));
+    EXPECT_EQ(eyes.at("places"), places_found(png_pixels(eyes_png()), model()));
     EXPECT_FALSE(eyes.contains("reason"));
     const std::string gray = put("gray.png", eyes_png({}, png_gray));
     EXPECT_EQ(Json::parse(improve({gray}, path("out.png"), with_model({"--json"})).out).at("red_eyes").at("reason"),

@@ -9,6 +9,7 @@
 #include "host/draw.h"
 #include "host/grid_file.h"
 #include "kohost/curves.h"
+#include "kohost/plain_redeye.h"
 #include "kohost/redeye.h"
 #include "kohost/scores.h"
 
@@ -160,8 +161,15 @@ codec::Picture picture_with_eyes() {
     return picture;
 }
 
-kohost::RedEyes repaired(codec::Picture &picture, const kohost::RedEyeChoices &choices) {
-    return kohost::repair_red_eyes(view(picture), picture.pixels.get(), choices, "eyes", nullptr);
+// By the library alone, or with all that a host does.
+kohost::RedEyes repaired(codec::Picture &picture, const std::string &model, const kohost::RedEyeChoices &choices) {
+    if (choices.plain) {
+        return kohost::repair_plainly(view(picture), picture.pixels.get(), model, choices, "eyes", nullptr);
+    }
+    const kohost::Size size = view(picture).size;
+    const kohost::RedEyes eyes = kohost::find_red_eyes(view(picture), size, kohost::RedEyeModel(model), choices, nullptr);
+    kohost::repair_red_eyes(picture.pixels.get(), size, eyes, choices);
+    return eyes;
 }
 
 class RedEyeFaults : public testing::Test {
@@ -171,24 +179,17 @@ class RedEyeFaults : public testing::Test {
         model_ = put_model(folder_.path() + "/model");
     }
 
-    const kohost::Library library_;
-    const TemporaryFile folder_{"model"};
-    std::string model_;
-};
-
-TEST_F(RedEyeFaults, AreReportedAndLeaveThePictureAlone) {
-    for (const bool full : {false, true}) {
-        const kohost::RedEyeChoices choices = {.model = model_, .full = full, .frames = true, .dump = folder_.path()};
+    void expect_reports(const kohost::RedEyeChoices &choices, uint64_t places) const {
         codec::Picture reference = picture_with_eyes();
         const std::vector<uint8_t> before = pixels_of(reference);
-        const kohost::RedEyes usual = repaired(reference, choices);
+        const kohost::RedEyes usual = repaired(reference, model_, choices);
         ASSERT_TRUE(usual.changed);
-        ASSERT_EQ(usual.patches(), 3u);
+        ASSERT_EQ(usual.judged(), places);
         const int faults = sweep_faults([&] {
             codec::Picture picture = picture_with_eyes();
             try {
-                const kohost::RedEyes eyes = repaired(picture, choices);
-                EXPECT_EQ(eyes.patches(), 3u) << "a failure that was taken for an answer";
+                const kohost::RedEyes eyes = repaired(picture, model_, choices);
+                EXPECT_EQ(eyes.judged(), places) << "a failure that was taken for an answer";
                 EXPECT_EQ(pixels_of(picture), pixels_of(reference)) << "a failure that was not told";
             } catch (const kohost::LibraryError &error) {
                 EXPECT_EQ(pixels_of(picture), before);
@@ -197,20 +198,32 @@ TEST_F(RedEyeFaults, AreReportedAndLeaveThePictureAlone) {
         });
         EXPECT_GT(faults, 30);
     }
+
+    const kohost::Library library_;
+    const TemporaryFile folder_{"model"};
+    std::string model_;
+};
+
+TEST_F(RedEyeFaults, AreReportedAndLeaveThePictureAlone) {
+    for (const bool full : {false, true}) {
+        expect_reports({.plain = true, .full = full, .frames = true, .dump = folder_.path()}, 3);
+    }
 }
 
+TEST_F(RedEyeFaults, OfTheWholeSearchAreReported) { expect_reports({.frames = true}, 4); }
+
 TEST_F(RedEyeFaults, OfOnePictureAreForgottenAtTheNext) {
-    const auto fail = [] { EXPECT_THROW(kohost::try_model("missing"), kohost::LibraryError); };
+    const auto fail = [] { EXPECT_THROW(kohost::RedEyeModel("missing"), kohost::LibraryError); };
     fail();
     EXPECT_NE(KoErrorGetLastError(), KO_OK);
-    EXPECT_EQ(kohost::try_model(model_).size(), 4u);
+    EXPECT_EQ(kohost::RedEyeModel(model_).files().size(), 4u);
     fail();
     codec::Picture picture = picture_with_eyes();
-    EXPECT_EQ(repaired(picture, {.model = model_, .dump = ""}).patches(), 3u);
+    EXPECT_EQ(repaired(picture, model_, {.plain = true}).judged(), 3u);
 }
 
 TEST_F(RedEyeFaults, OfTheTrialAreReported) {
-    expect_told([&] { return kohost::try_model(model_); });
+    expect_told([&] { return kohost::RedEyeModel(model_).files(); });
 }
 
 INSTANTIATE_TEST_SUITE_P(Host, PictureFaults, testing::Values(1u, 3u));

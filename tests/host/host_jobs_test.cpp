@@ -95,6 +95,7 @@ std::vector<Run> runs(const std::string &model) {
             {"enhance", {"--timings"}},
             {"redeye", {"--model", model}},
             {"redeye", {"--model", model, "--full", "--frames", "--log"}},
+            {"redeye", {"--model", model, "--plain", "--frames", "--log"}},
             {"auto", {"--model", model, "--force", "--log"}},
             {"auto", {"--model", model}}};
 }

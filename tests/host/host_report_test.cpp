@@ -216,7 +216,7 @@ TEST_F(HostReport, LetsNoReasonBecomeMarkup) {
 
 TEST_F(HostReport, NeedsNothingButItself) {
     const Words inputs = {put("eyes.png", eyes_png()), put("dark.jpg", dark_jpeg())};
-    const std::string page = page_of("auto", inputs, {"--force", "--model", put_model(path("model"))});
+    const std::string page = page_of("auto", inputs, {"--force", "--plain", "--model", put_model(path("model"))});
     EXPECT_FALSE(matches(page, "https?:|//[a-z]+\\.|url\\(|@import|srcset|<(iframe|object|embed|base|form)"));
     size_t from = 0;
     while (const auto link = between(page, " href=\"", "\"", from)) {
@@ -346,25 +346,25 @@ TEST_F(HostReport, HasNoNoiseOfAGrayPicture) {
 TEST_F(HostReport, ShowsRedEyesInThePictureBefore) {
     const std::string in = put("in.png", eyes_png());
     const std::string model = put_model(path("model"));
-    const Json said = Json::parse(run_command("redeye", {in}, path("other.png"), {"--json", "--model", model}).out);
-    const Row row = row_of("redeye", in, {"--model", model});
+    const Json said = Json::parse(run_command("redeye", {in}, path("other.png"), {"--json", "--plain", "--model", model}).out);
+    const Row row = row_of("redeye", in, {"--plain", "--model", model});
     const Json &places = row.data.at("places");
-    ASSERT_EQ(places.size(), said.at("blobs").size());
+    ASSERT_EQ(places.size(), said.at("places").size());
     std::multiset<std::string> labels;
     for (size_t i = 0; i < places.size(); ++i) {
-        const Json &blob = said.at("blobs").at(i);
-        const bool judged = !blob.at("patch").is_null();
-        const Json &box = judged ? blob.at("patch").at("box") : blob.at("box");
-        const double scale = judged ? 1.0 : said.at("scale").get<double>();
+        const Json &place = said.at("places").at(i);
+        const bool judged = !place.at("label").is_null();
+        const Json &box = place.at(judged ? "window" : "box");
         for (size_t k = 0; k < 4; ++k) {
             const double side = k % 2 == 0 ? eyes_width : eyes_height;
-            EXPECT_NEAR(places.at(i).at("box").at(k).get<double>(), box.at(k).get<double>() * scale / side, 1e-6);
+            EXPECT_NEAR(places.at(i).at("box").at(k).get<double>(), box.at(k).get<double>() / side, 1e-6);
         }
         labels.insert(places.at(i).at("label").get<std::string>());
+        EXPECT_FALSE(places.at(i).contains("score"));
         if (judged) {
-            EXPECT_EQ(places.at(i).at("label"), blob.at("patch").at("label"));
-            EXPECT_EQ(places.at(i).at("scores").at(0), blob.at("patch").at("fe_score"));
-            EXPECT_EQ(places.at(i).at("scores").at(1), blob.at("patch").at("be_score"));
+            EXPECT_EQ(places.at(i).at("label"), place.at("label"));
+            EXPECT_EQ(places.at(i).at("scores").at(0), place.at("fe_score"));
+            EXPECT_EQ(places.at(i).at("scores").at(1), place.at("be_score"));
         }
     }
     EXPECT_EQ(labels, (std::multiset<std::string>{"accepted", "not judged", "rejected", "undecided"}));
@@ -375,7 +375,7 @@ TEST_F(HostReport, ShowsRedEyesInThePictureBefore) {
 }
 
 TEST_F(HostReport, ShowsPicturesOfAutoAsTheyCame) {
-    const Row row = row_of("auto", put("in.png", eyes_png()), {"--force", "--model", put_model(path("model"))});
+    const Row row = row_of("auto", put("in.png", eyes_png()), {"--force", "--plain", "--model", put_model(path("model"))});
     EXPECT_GT(sample(preview(row, "before"), 60.0 / eyes_width, 60.0 / eyes_height, 0), 150);
     EXPECT_LT(sample(preview(row, "after"), 60.0 / eyes_width, 60.0 / eyes_height, 0), 120);
     EXPECT_NE(row.summary.find("red eyes repaired</span><span class=\"outcome changed\">enhanced"), std::string::npos)
@@ -427,8 +427,8 @@ TEST_F(HostReport, TurnsWhatIsShownAsThePictureIsHeld) {
 TEST_F(HostReport, TurnsRedEyesWithThePicture) {
     JpegRecipe recipe{.width = eyes_width, .height = eyes_height, .quality = 98};
     recipe.segments = {{0xe1, std::string("Exif\0\0", 6) + exif_of(6)}};
-    const Row row =
-        row_of("redeye", put("in.jpg", jpeg_file(recipe, skin_with({{60, 60, 7, 0}}))), {"--model", put_model(path("model"))});
+    const Row row = row_of("redeye", put("in.jpg", jpeg_file(recipe, skin_with({{60, 60, 7, 0}}))),
+                           {"--plain", "--model", put_model(path("model"))});
     ASSERT_EQ(row.data.at("places").size(), 1u);
     const auto box = row.data.at("places").at(0).at("box").get<std::array<double, 4>>();
     EXPECT_NEAR((box[0] + box[2]) / 2, 1 - 60.0 / eyes_height, 0.01);

@@ -338,7 +338,7 @@ TEST_F(HostSize, CurvesOfRepairedPicturesAreThoseAfterTheRepair) {
     const std::string file = eyes_png();
     const std::string model = put_model(path("model"));
     expect_success(run_command("auto", {put("in.png", file)}, path("out.png"),
-                               {"--working-size", "0.03", "--force", "--full", "--model", model}));
+                               {"--working-size", "0.03", "--force", "--plain", "--full", "--model", model}));
     const Pixels whole = repaired(png_pixels(file), model, {.full = true});
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), expected_by(working_copy(whole, 30'000), whole));
 }

@@ -58,26 +58,30 @@ Pixels repaired(const Pixels &given, const std::string &model, const Repair &rep
     return with_colours(given, *image);
 }
 
-nlohmann::json blobs_found(const Pixels &given, const std::string &model) {
+nlohmann::json places_found(const Pixels &given, const std::string &model) {
     using Json = nlohmann::json;
     using FloatJson = nlohmann::basic_json<std::map, std::vector, std::string, bool, int64_t, uint64_t, float>;
     const std::string names[] = {"undecided", "accepted", "rejected"};
     const Run run(given, model);
-    Json blobs = Json::array();
+    const float scale = run.found_.scale > 0.0f ? run.found_.scale : 1.0f;
+    const auto in_picture = [=](uint32_t place) { return static_cast<uint32_t>(static_cast<float>(place) * scale); };
+    Json places = Json::array();
     for (int32_t i = 1; i <= run.found_.blob_count; ++i) {
         const BlobInfo &blob = run.found_.final_blobs[i];
-        blobs.push_back(
-            {{"box", {blob.min_x, blob.min_y, blob.max_x + 1, blob.max_y + 1}}, {"area", blob.area}, {"patch", nullptr}});
+        const Json box = {in_picture(blob.min_x), in_picture(blob.min_y), in_picture(blob.max_x + 1),
+                          in_picture(blob.max_y + 1)};
+        places.push_back({{"box", box}, {"label", nullptr}});
     }
     for (uint32_t i = 0; i < run.patches(); ++i) {
         const RedEyePatch &patch = run.found_.patches[i];
-        Json &entry = blobs[patch.blob - 1]["patch"];
-        entry = {{"box", {patch.x0, patch.y0, patch.x1, patch.y1}}, {"label", names[patch.label]}};
-        entry["fe_score"] = Json::parse(FloatJson(patch.fe_score).dump());
-        entry["be_score"] = entry["fe_score"];
+        Json &place = places[patch.blob - 1];
+        place["window"] = {patch.x0, patch.y0, patch.x1, patch.y1};
+        place["label"] = names[patch.label];
+        place["fe_score"] = Json::parse(FloatJson(patch.fe_score).dump());
+        place["be_score"] = place["fe_score"];
         EXPECT_EQ(patch.fe_score, patch.be_score) << "the two classifiers are the same";
     }
-    return blobs;
+    return places;
 }
 
 std::string logged(const Pixels &given, const std::string &model) {

@@ -19,8 +19,8 @@ struct Repair {
 // The pixels of a file after the repair by a model; alpha stays.
 Pixels repaired(const Pixels &given, const std::string &model, const Repair &repair = {});
 
-// The blobs as the program's JSON has them.
-nlohmann::json blobs_found(const Pixels &given, const std::string &model);
+// The places as the program's JSON has them.
+nlohmann::json places_found(const Pixels &given, const std::string &model);
 
 // The progress lines.
 std::string logged(const Pixels &given, const std::string &model);

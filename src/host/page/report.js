@@ -52,7 +52,8 @@
 
     function placeBox(place, index, all) {
         const [left, top, right, bottom] = place.box;
-        const text = index + 1 + (all.length > fewPlaces ? "" : " " + place.label);
+        const sure = place.score === undefined ? "" : " " + Math.round(place.score * 100) + " %";
+        const text = index + 1 + (all.length > fewPlaces ? "" : " " + place.label + sure);
         const box = html("div", {class: "place " + placeNames[place.label]}, html("span", {}, text));
         box.classList.toggle("low", top < 0.06);
         box.classList.toggle("far", right > 0.8);
@@ -140,20 +141,25 @@
         return list;
     }
 
+    const decimal = (score) => (score === null || score === undefined ? "\u2013" : score.toFixed(3));
+
     function placeRow(place, index) {
-        const scores = place.scores ? place.scores.map((score) => (score === null ? "\u2013" : score.toFixed(3))) : ["", ""];
+        const scores = [place.score, ...(place.scores || [null, null])];
         return html("tr", {}, html("td", {}, String(index + 1)),
                     html("td", {}, html("span", {class: "swatch " + placeNames[place.label]}), place.label),
-                    html("td", {}, scores[0]), html("td", {}, scores[1]));
+                    ...scores.map((score) => html("td", {}, decimal(score))));
     }
 
     function places(data) {
-        const heads = ["Place", "Label", "First score", "Second score"].map((text) => html("th", {scope: "col"}, text));
-        const table = html("table", {class: "places"}, html("thead", {}, html("tr", {}, ...heads)),
+        const heads = ["Place", "Label", "Score", "Model's first", "Model's second"];
+        const table = html("table", {class: "places"},
+                           html("thead", {}, html("tr", {}, ...heads.map((text) => html("th", {scope: "col"}, text)))),
                            html("tbody", {}, ...data.places.map(placeRow)));
+        const plain = data.places.every((place) => place.score === undefined);
         return html("section", {}, html("h3", {}, "Red-eye places"),
-                    html("p", {class: "hint"}, "The boxes in the picture before carry these numbers. Accepted places are " +
-                         "repaired, undecided ones in part. Places without scores were not shown to the model."),
+                    html("p", {class: "hint"}, "The boxes in the picture before carry these numbers. " + (plain ?
+                         "Accepted places are repaired, undecided ones in part. Places without scores were not shown to the model." :
+                         "Accepted places are repaired; the label follows from the score.")),
                     html("div", {class: "frame", tabindex: "0", role: "group", "aria-label": "List of the places"}, table));
     }
 

@@ -1,0 +1,248 @@
+#include "kohost/natural.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <vector>
+
+#include "kohost/redness.h"
+
+namespace kohost {
+
+namespace {
+
+constexpr int64_t ring = 2; // cells around a shape that may belong to the pupil
+
+// The level of a pupil that a light shines on, at most.
+constexpr float pupil_level = 32.0f;
+
+float redness(const uint8_t *pixel) { return excess(pixel[0], pixel[1]); }
+float neutral_level(const uint8_t *pixel) { return (pixel[1] + pixel[2]) * 0.5f; }
+
+float smooth_step(float value, float low, float high) {
+    const float t = std::clamp((value - low) / (high - low), 0.0f, 1.0f);
+    return t * t * (3.0f - 2.0f * t);
+}
+
+// The value below which a share of all values lies; 0 of none.
+float quantile(std::vector<float> values, double share) {
+    if (values.empty()) {
+        return 0.0f;
+    }
+    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+// A part of a picture with a number per pixel.
+struct Plane {
+    Box box;
+    std::vector<float> values;
+
+    explicit Plane(const Box &part) : box(part), values(size_t{part.x1 - part.x0} * (part.y1 - part.y0)) {}
+    size_t width() const { return box.x1 - box.x0; }
+    size_t height() const { return box.y1 - box.y0; }
+
+    template <class Step> void for_each(const Step &step) {
+        size_t i = 0;
+        for (uint32_t y = box.y0; y < box.y1; ++y) {
+            for (uint32_t x = box.x0; x < box.x1; ++x, ++i) {
+                step(x, y, values[i]);
+            }
+        }
+    }
+};
+
+// The picture around a shape.
+class Site {
+  public:
+    Site(uint8_t *bytes, Size picture, const Shape &shape) : bytes_(bytes), picture_(picture), shape_(shape) {}
+
+    uint8_t *pixel(uint32_t x, uint32_t y) const { return bytes_ + (size_t{y} * picture_.width + x) * 3; }
+
+    // The part of the picture up to some shape's radii from its middle.
+    Box around(double radii) const {
+        const Circle circle = shape_.circle();
+        const auto place = [](double at, uint32_t limit) {
+            return static_cast<uint32_t>(std::clamp(at, 0.0, static_cast<double>(limit)));
+        };
+        const double reach = radii * circle.radius;
+        return {place(std::floor(circle.x - reach), picture_.width), place(std::floor(circle.y - reach), picture_.height),
+                place(std::ceil(circle.x + reach), picture_.width), place(std::ceil(circle.y + reach), picture_.height)};
+    }
+
+    // The shape with its ring and the half cell over which its edge fades.
+    Box window() const {
+        Shape wide = shape_;
+        const Cells &cells = shape_.cells;
+        wide.cells.left -= (ring + 1) * cells.width;
+        wide.cells.top -= (ring + 1) * cells.height;
+        wide.box.x1 += 2 * (ring + 1);
+        wide.box.y1 += 2 * (ring + 1);
+        return wide.pixels(picture_);
+    }
+
+    bool in_shape(uint32_t x, uint32_t y) const {
+        const auto [column, row] = cell_at(x, y);
+        return shape_.contains(static_cast<int64_t>(std::floor(column)), static_cast<int64_t>(std::floor(row)));
+    }
+
+    // 1 in the shape and next to it, 0 beyond the ring, between the two over a cell.
+    float reach(uint32_t x, uint32_t y) const {
+        const auto [column, row] = cell_at(x, y);
+        const double left = std::floor(column - 0.5);
+        const double top = std::floor(row - 0.5);
+        const auto right_share = static_cast<float>(column - 0.5 - left);
+        const auto bottom_share = static_cast<float>(row - 0.5 - top);
+        const auto at = [&](int64_t dx, int64_t dy) {
+            return cell_reach(static_cast<int64_t>(left) + dx, static_cast<int64_t>(top) + dy);
+        };
+        const float upper = at(0, 0) * (1.0f - right_share) + at(1, 0) * right_share;
+        const float lower = at(0, 1) * (1.0f - right_share) + at(1, 1) * right_share;
+        return upper * (1.0f - bottom_share) + lower * bottom_share;
+    }
+
+  private:
+    // The middle of a pixel, in cells.
+    std::array<double, 2> cell_at(uint32_t x, uint32_t y) const {
+        return {(x + 0.5 - shape_.cells.left) / shape_.cells.width, (y + 0.5 - shape_.cells.top) / shape_.cells.height};
+    }
+
+    float cell_reach(int64_t column, int64_t row) const {
+        for (int64_t dy = -ring; dy <= ring; ++dy) {
+            for (int64_t dx = -ring; dx <= ring; ++dx) {
+                if (dx * dx + dy * dy <= ring * ring && shape_.contains(column + dx, row + dy)) {
+                    return 1.0f;
+                }
+            }
+        }
+        return 0.0f;
+    }
+
+    uint8_t *bytes_;
+    Size picture_;
+    const Shape &shape_;
+};
+
+// How red the pupil is, and how red what surrounds it.
+struct Redness {
+    float pupil = 0.0f;
+    float usual = 0.0f;
+};
+
+Redness measure(const Site &site) {
+    std::vector<float> inside;
+    std::vector<float> outside;
+    Plane(site.around(3.0)).for_each([&](uint32_t x, uint32_t y, float) {
+        (site.in_shape(x, y) ? inside : outside).push_back(redness(site.pixel(x, y)));
+    });
+    return {quantile(std::move(inside), 0.75), quantile(std::move(outside), 0.5)};
+}
+
+// Sets to 1 what is enclosed by values above a half: a highlight in a pupil belongs to it.
+void fill_holes(Plane &plane) {
+    const size_t width = plane.width();
+    std::vector<uint8_t> outside(plane.values.size());
+    std::vector<size_t> next;
+    const auto visit = [&](size_t i) {
+        if (outside[i] == 0 && plane.values[i] <= 0.5f) {
+            outside[i] = 1;
+            next.push_back(i);
+        }
+    };
+    for (size_t i = 0; i < plane.values.size(); ++i) {
+        const size_t x = i % width;
+        const size_t y = i / width;
+        if (x == 0 || y == 0 || x + 1 == width || y + 1 == plane.height()) {
+            visit(i);
+        }
+    }
+    while (!next.empty()) {
+        const size_t i = next.back();
+        next.pop_back();
+        const size_t x = i % width;
+        if (x > 0) {
+            visit(i - 1);
+        }
+        if (x + 1 < width) {
+            visit(i + 1);
+        }
+        if (i >= width) {
+            visit(i - width);
+        }
+        if (i + width < plane.values.size()) {
+            visit(i + width);
+        }
+    }
+    for (size_t i = 0; i < plane.values.size(); ++i) {
+        plane.values[i] = outside[i] != 0 ? plane.values[i] : 1.0f;
+    }
+}
+
+// Averages each value with its eight neighbours.
+void soften(Plane &plane) {
+    const std::vector<float> hard = plane.values;
+    const auto width = static_cast<int64_t>(plane.width());
+    const auto height = static_cast<int64_t>(plane.height());
+    for (int64_t y = 0; y < height; ++y) {
+        for (int64_t x = 0; x < width; ++x) {
+            float sum = 0.0f;
+            for (int64_t dy = -1; dy <= 1; ++dy) {
+                for (int64_t dx = -1; dx <= 1; ++dx) {
+                    sum += hard[static_cast<size_t>(std::clamp(y + dy, int64_t{0}, height - 1) * width +
+                                                    std::clamp(x + dx, int64_t{0}, width - 1))];
+                }
+            }
+            plane.values[static_cast<size_t>(y * width + x)] = sum / 9.0f;
+        }
+    }
+}
+
+// How much of each pixel belongs to the pupil.
+Plane coverage_of(const Site &site, const Redness &red) {
+    constexpr float surely_not = 0.15f; // of the way from the usual to the pupil's redness
+    constexpr float surely = 0.5f;
+    Plane coverage(site.window());
+    coverage.for_each([&](uint32_t x, uint32_t y, float &value) {
+        const float way = (redness(site.pixel(x, y)) - red.usual) / (red.pupil - red.usual);
+        value = smooth_step(way, surely_not, surely) * site.reach(x, y);
+    });
+    fill_holes(coverage);
+    soften(coverage);
+    coverage.for_each([&](uint32_t x, uint32_t y, float &value) { value *= site.reach(x, y); });
+    return coverage;
+}
+
+} // namespace
+
+void repair_naturally(uint8_t *bytes, Size picture, const Shape &shape) {
+    constexpr float no_highlight = 0.3f; // of the way from the pupil's level to white
+    constexpr float highlight = 0.65f;
+    constexpr float white = 255.0f;
+    const Site site(bytes, picture, shape);
+    const Redness red = measure(site);
+    if (red.pupil <= red.usual) {
+        return;
+    }
+    Plane coverage = coverage_of(site, red);
+    std::vector<float> levels;
+    coverage.for_each([&](uint32_t x, uint32_t y, float share) {
+        if (share > 0.5f) {
+            levels.push_back(neutral_level(site.pixel(x, y)));
+        }
+    });
+    const float level = quantile(std::move(levels), 0.5);
+    const float darker = level > pupil_level ? pupil_level / level : 1.0f;
+    coverage.for_each([&](uint32_t x, uint32_t y, float share) {
+        uint8_t *pixel = site.pixel(x, y);
+        const float before = neutral_level(pixel);
+        const float shine = smooth_step((before - level) / (white - level), no_highlight, highlight);
+        const float after = before * (darker + (1.0f - darker) * shine);
+        for (int c = 0; c < 3; ++c) {
+            const float value = pixel[c];
+            pixel[c] = static_cast<uint8_t>(std::lround(value + share * (after - value)));
+        }
+    });
+}
+
+} // namespace kohost

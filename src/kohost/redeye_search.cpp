@@ -1,0 +1,133 @@
+#include "kohost/redeye_search.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+
+#include "kohost/curves.h"
+#include "kohost/working_copy.h"
+
+namespace kohost {
+
+namespace {
+
+// How a look differs from what the library does by itself.
+struct Look {
+    uint64_t working_area; // pixels of the library's working image, at most
+    uint64_t picture_area; // pixels of the picture, at most
+    bool border;           // gray, of half the picture's shorter side
+};
+
+// The first is the library's own. The second smooths the picture, and with it those eyes that noise or glare takes apart. The
+// third finds large pupils, since the library limits a spot to a tenth of the image's shorter side, and those near the edge,
+// around which a patch would not fit.
+constexpr std::array<Look, 3> looks = {
+    {{search_area, search_area, false}, {125'000, search_area, false}, {search_area, 250'000, true}}};
+
+constexpr uint8_t gray = 128;
+
+// A picture for a look, and where it lies in the one that is searched.
+struct View {
+    Image image;
+    Cells pixels; // those of the view
+};
+
+Image with_border(const Pixels &picture, uint32_t border) {
+    const Size size = {picture.size.width + 2 * border, picture.size.height + 2 * border};
+    Image image{size, picture.channels, std::vector<uint8_t>(size.area() * picture.channels, gray)};
+    const size_t row_bytes = size_t{picture.size.width} * picture.channels;
+    for (uint32_t y = 0; y < picture.size.height; ++y) {
+        std::copy_n(picture.bytes + y * row_bytes, row_bytes,
+                    &image.bytes[(size_t{y + border} * size.width + border) * picture.channels]);
+    }
+    return image;
+}
+
+View view_of(const Pixels &picture, const Look &look) {
+    const Size size = working_size(picture.size, look.picture_area);
+    const double width = static_cast<double>(picture.size.width) / size.width;
+    const double height = static_cast<double>(picture.size.height) / size.height;
+    const uint32_t border = look.border ? std::min(size.width, size.height) / 2 : 0;
+    return {with_border(reduced(picture, size).pixels(), border), {-(border * width), -(border * height), width, height}};
+}
+
+Shape shape_of(const RedEyeImageParam &found, uint32_t number, const Cells &pixels) {
+    const BlobInfo &blob = found.final_blobs[number];
+    const double scale = found.scale > 0.0f ? found.scale : 1.0;
+    Shape shape;
+    shape.cells = {pixels.left, pixels.top, pixels.width * scale, pixels.height * scale};
+    shape.box = {blob.min_x, blob.min_y, blob.max_x + 1, blob.max_y + 1};
+    const uint64_t width = KoColorImageGetWidth(found.working_image);
+    for (uint64_t y = blob.min_y; y <= blob.max_y; ++y) {
+        for (uint64_t x = blob.min_x; x <= blob.max_x; ++x) {
+            shape.inside.push_back(found.blob_mask[y * width + x] == number);
+        }
+    }
+    return shape;
+}
+
+void look_at(const View &view, uint64_t working_area, RedEyeCorrection &correction, bool features, Findings &findings) {
+    const ColorImagePtr image = image_of(view.image.pixels());
+    correction.max_image_size = working_area;
+    correction.too_many_blobs = 0;
+    const RedEyeImageParamPtr found = locate(correction, *image, search_fails);
+    const auto places = static_cast<uint64_t>(found->blob_count);
+    findings.places = std::max(findings.places, places);
+    findings.too_many = findings.too_many && correction.too_many_blobs != 0;
+    if (places == 0 || correction.too_many_blobs != 0) {
+        return;
+    }
+    check(KoRedEyeCorrectionCategorizeBlobs(&correction, found.get()) == KO_OK, search_fails);
+    for (uint32_t i = 0; i < patch_count(correction); ++i) {
+        const RedEyePatch &patch = found->patches[i];
+        Candidate candidate{shape_of(*found, patch.blob, view.pixels), patch.fe_score, patch.be_score, {}};
+        if (features) {
+            candidate.features.assign(patch.features, patch.features + correction.projection_dimension);
+        }
+        findings.candidates.push_back(std::move(candidate));
+    }
+}
+
+} // namespace
+
+Findings search(const Pixels &picture, const std::string &model, bool features, std::FILE *log) {
+    KoStatusClear();
+    const RedEyeCorrectionPtr correction = make_correction(model, log);
+    Findings findings;
+    findings.limit = static_cast<uint64_t>(correction->blob_limits[2]);
+    findings.too_many = true;
+    for (const Look &look : looks) {
+        look_at(view_of(picture, look), look.working_area, *correction, features, findings);
+    }
+    return findings;
+}
+
+RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log) {
+    RedEyeCorrectionPtr correction(KoRedEyeCorrectionNew());
+    check(correction != nullptr, "the red-eye repair cannot be set up");
+    KoRedEyeCorrectionEnableHistogramChannel(correction.get(), 1, 1, 1);
+    check(KoRedEyeCorrectionSetCategorizerConfig(correction.get(), model.c_str(), nullptr, nullptr) == KO_OK,
+          "the path of the model is too long");
+    correction->log_stream = log;
+    return correction;
+}
+
+RedEyeImageParamPtr locate(RedEyeCorrection &correction, ColorImage &image, const std::string &what) {
+    RedEyeImageParamPtr found(KoRedEyeImageParamNew(&image));
+    check(found != nullptr, "the red-eye repair cannot be set up");
+    check(KoRedEyeCorrectionDownsample(&correction, found.get()) == KO_OK, what.c_str());
+    check(KoRedEyeCorrectionReddishProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
+    check(KoRedEyeCorrectionRedLumProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
+    check(KoRedEyeCorrectionColProbability(&correction, found.get()) == KO_OK, what.c_str());
+    check(KoRedEyeCorrectionCircularity(&correction, found.get()) == KO_OK, what.c_str());
+    check(KoRedEyeCorrectionLocateBlobs(&correction, found.get()) == KO_OK, what.c_str());
+    return found;
+}
+
+// Without this object no model was read, and nothing categorised.
+uint32_t patch_count(const RedEyeCorrection &correction) {
+    const OrientationHistogram *histogram = correction.orientation_histogram;
+    return histogram != nullptr ? static_cast<uint32_t>(histogram->patch_count) : 0;
+}
+
+} // namespace kohost

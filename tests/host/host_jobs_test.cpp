@@ -57,7 +57,7 @@ class HostJobs : public Host {
     }
 };
 
-std::string timeless(const std::string &text) { return std::regex_replace(text, std::regex("[0-9]+\\.[0-9][0-9] s"), "x s"); }
+std::string timeless(const std::string &text) { return std::regex_replace(text, std::regex("[0-9]+\\.[0-9]+ s"), "x s"); }
 
 bool appears(const std::string &path, std::chrono::seconds patience) {
     const auto end = std::chrono::steady_clock::now() + patience;
@@ -196,7 +196,10 @@ TEST_F(HostJobs, LeaveLogsAtTheirPlace) {
     const Words options = {"--model", put_model(path("model")), "--log"};
     const Words one = shown_on_screen(timeless(run("redeye", inputs, path("out"), "1", options, {.terminal = true}).out));
     const Words many = shown_on_screen(timeless(run("redeye", inputs, path("out"), "4", options, {.terminal = true}).out));
-    EXPECT_EQ(many, one);
+    ASSERT_EQ(many.size(), one.size());
+    for (size_t i = 0; i < one.size(); ++i) {
+        EXPECT_EQ(many[i], one[i]) << "line " << i;
+    }
     EXPECT_GT(one.size(), 2 * picture_count);
 }
 

@@ -53,75 +53,101 @@ struct Plane {
     }
 };
 
-// The picture around a shape.
+// ---- shapes
+
+// The middle of a pixel, in cells of a shape.
+struct CellPlace {
+    double column, row;
+};
+
+CellPlace cell_at(const Shape &shape, uint32_t x, uint32_t y) {
+    return {(x + 0.5 - shape.cells.left) / shape.cells.width, (y + 0.5 - shape.cells.top) / shape.cells.height};
+}
+
+bool covers(const Shape &shape, uint32_t x, uint32_t y) {
+    const auto [column, row] = cell_at(shape, x, y);
+    return shape.contains(static_cast<int64_t>(std::floor(column)), static_cast<int64_t>(std::floor(row)));
+}
+
+float cell_reach(const Shape &shape, int64_t column, int64_t row) {
+    for (int64_t dy = -ring; dy <= ring; ++dy) {
+        for (int64_t dx = -ring; dx <= ring; ++dx) {
+            if (dx * dx + dy * dy <= ring * ring && shape.contains(column + dx, row + dy)) {
+                return 1.0f;
+            }
+        }
+    }
+    return 0.0f;
+}
+
+// 1 in a shape and next to it, 0 beyond the ring, between the two over a cell.
+float reach_of(const Shape &shape, uint32_t x, uint32_t y) {
+    const auto [column, row] = cell_at(shape, x, y);
+    const double left = std::floor(column - 0.5);
+    const double top = std::floor(row - 0.5);
+    const auto right_share = static_cast<float>(column - 0.5 - left);
+    const auto bottom_share = static_cast<float>(row - 0.5 - top);
+    const auto at = [&](int64_t dx, int64_t dy) {
+        return cell_reach(shape, static_cast<int64_t>(left) + dx, static_cast<int64_t>(top) + dy);
+    };
+    const float upper = at(0, 0) * (1.0f - right_share) + at(1, 0) * right_share;
+    const float lower = at(0, 1) * (1.0f - right_share) + at(1, 1) * right_share;
+    return upper * (1.0f - bottom_share) + lower * bottom_share;
+}
+
+// The pixels of a shape with its ring and the half cell over which its edge fades.
+Box window_of(const Shape &shape, Size picture) {
+    Shape wide = shape;
+    wide.cells.left -= (ring + 1) * shape.cells.width;
+    wide.cells.top -= (ring + 1) * shape.cells.height;
+    wide.box.x1 += 2 * (ring + 1);
+    wide.box.y1 += 2 * (ring + 1);
+    return wide.pixels(picture);
+}
+
+// The picture around some shapes.
 class Site {
   public:
-    Site(uint8_t *bytes, Size picture, const Shape &shape) : bytes_(bytes), picture_(picture), shape_(shape) {}
+    Site(uint8_t *bytes, Size picture, std::span<const Shape> shapes) : bytes_(bytes), picture_(picture), shapes_(shapes) {}
 
     uint8_t *pixel(uint32_t x, uint32_t y) const { return bytes_ + (size_t{y} * picture_.width + x) * 3; }
 
-    // The part of the picture up to some shape's radii from its middle.
+    // The part of the picture up to some radii of the first shape from its middle.
     Box around(double radii) const {
-        const Circle circle = shape_.circle();
+        const Circle circle = shapes_.front().circle();
         const auto place = [](double at, uint32_t limit) {
             return static_cast<uint32_t>(std::clamp(at, 0.0, static_cast<double>(limit)));
         };
-        const double reach = radii * circle.radius;
-        return {place(std::floor(circle.x - reach), picture_.width), place(std::floor(circle.y - reach), picture_.height),
-                place(std::ceil(circle.x + reach), picture_.width), place(std::ceil(circle.y + reach), picture_.height)};
+        const double far = radii * circle.radius;
+        return {place(std::floor(circle.x - far), picture_.width), place(std::floor(circle.y - far), picture_.height),
+                place(std::ceil(circle.x + far), picture_.width), place(std::ceil(circle.y + far), picture_.height)};
     }
 
-    // The shape with its ring and the half cell over which its edge fades.
+    // All that may change.
     Box window() const {
-        Shape wide = shape_;
-        const Cells &cells = shape_.cells;
-        wide.cells.left -= (ring + 1) * cells.width;
-        wide.cells.top -= (ring + 1) * cells.height;
-        wide.box.x1 += 2 * (ring + 1);
-        wide.box.y1 += 2 * (ring + 1);
-        return wide.pixels(picture_);
+        Box box = window_of(shapes_.front(), picture_);
+        for (const Shape &shape : shapes_.subspan(1)) {
+            const Box other = window_of(shape, picture_);
+            box = {std::min(box.x0, other.x0), std::min(box.y0, other.y0), std::max(box.x1, other.x1),
+                   std::max(box.y1, other.y1)};
+        }
+        return box;
     }
 
-    bool in_shape(uint32_t x, uint32_t y) const {
-        const auto [column, row] = cell_at(x, y);
-        return shape_.contains(static_cast<int64_t>(std::floor(column)), static_cast<int64_t>(std::floor(row)));
-    }
+    bool in_first_shape(uint32_t x, uint32_t y) const { return covers(shapes_.front(), x, y); }
 
-    // 1 in the shape and next to it, 0 beyond the ring, between the two over a cell.
     float reach(uint32_t x, uint32_t y) const {
-        const auto [column, row] = cell_at(x, y);
-        const double left = std::floor(column - 0.5);
-        const double top = std::floor(row - 0.5);
-        const auto right_share = static_cast<float>(column - 0.5 - left);
-        const auto bottom_share = static_cast<float>(row - 0.5 - top);
-        const auto at = [&](int64_t dx, int64_t dy) {
-            return cell_reach(static_cast<int64_t>(left) + dx, static_cast<int64_t>(top) + dy);
-        };
-        const float upper = at(0, 0) * (1.0f - right_share) + at(1, 0) * right_share;
-        const float lower = at(0, 1) * (1.0f - right_share) + at(1, 1) * right_share;
-        return upper * (1.0f - bottom_share) + lower * bottom_share;
+        float most = 0.0f;
+        for (const Shape &shape : shapes_) {
+            most = std::max(most, reach_of(shape, x, y));
+        }
+        return most;
     }
 
   private:
-    // The middle of a pixel, in cells.
-    std::array<double, 2> cell_at(uint32_t x, uint32_t y) const {
-        return {(x + 0.5 - shape_.cells.left) / shape_.cells.width, (y + 0.5 - shape_.cells.top) / shape_.cells.height};
-    }
-
-    float cell_reach(int64_t column, int64_t row) const {
-        for (int64_t dy = -ring; dy <= ring; ++dy) {
-            for (int64_t dx = -ring; dx <= ring; ++dx) {
-                if (dx * dx + dy * dy <= ring * ring && shape_.contains(column + dx, row + dy)) {
-                    return 1.0f;
-                }
-            }
-        }
-        return 0.0f;
-    }
-
     uint8_t *bytes_;
     Size picture_;
-    const Shape &shape_;
+    std::span<const Shape> shapes_;
 };
 
 // How red the pupil is, and how red what surrounds it.
@@ -134,7 +160,7 @@ Redness measure(const Site &site) {
     std::vector<float> inside;
     std::vector<float> outside;
     Plane(site.around(3.0)).for_each([&](uint32_t x, uint32_t y, float) {
-        (site.in_shape(x, y) ? inside : outside).push_back(redness(site.pixel(x, y)));
+        (site.in_first_shape(x, y) ? inside : outside).push_back(redness(site.pixel(x, y)));
     });
     return {quantile(std::move(inside), 0.75), quantile(std::move(outside), 0.5)};
 }
@@ -215,11 +241,11 @@ Plane coverage_of(const Site &site, const Redness &red) {
 
 } // namespace
 
-void repair_naturally(uint8_t *bytes, Size picture, const Shape &shape) {
+void repair_naturally(uint8_t *bytes, Size picture, std::span<const Shape> shapes) {
     constexpr float no_highlight = 0.3f; // of the way from the pupil's level to white
     constexpr float highlight = 0.65f;
     constexpr float white = 255.0f;
-    const Site site(bytes, picture, shape);
+    const Site site(bytes, picture, shapes);
     const Redness red = measure(site);
     if (red.pupil <= red.usual) {
         return;

@@ -37,21 +37,25 @@ std::vector<Place> judged(const Findings &findings, const Pixels &copy, const Re
             model.judge(candidate.fe_score, candidate.be_score, evidence_about(copy, candidate.shape), sensitivity);
         place.score = verdict.score;
         place.label = verdict.label;
-        place.shape = candidate.shape;
+        place.shapes = {candidate.shape};
         places.push_back(std::move(place));
     }
     std::stable_sort(places.begin(), places.end(), [](const Place &a, const Place &b) { return *a.score > *b.score; });
     return places;
 }
 
-// Of places that are the same, the surest.
-std::vector<Place> without_doubles(std::vector<Place> places) {
+// Of places that are the same, the surest, with the shapes of those that were not rejected: glare that cuts a pupil in two for
+// one look does not for another.
+std::vector<Place> merged(std::vector<Place> places) {
     std::vector<Place> kept;
     for (Place &place : places) {
-        const Circle circle = place.shape.circle();
-        if (std::none_of(kept.begin(), kept.end(),
-                         [&](const Place &other) { return same_place(circle, other.shape.circle()); })) {
+        const Circle circle = place.shapes.front().circle();
+        const auto same = std::find_if(kept.begin(), kept.end(),
+                                       [&](const Place &other) { return same_place(circle, other.shapes.front().circle()); });
+        if (same == kept.end()) {
             kept.push_back(std::move(place));
+        } else if (place.label != KO_PATCH_REJECTED) {
+            same->shapes.push_back(std::move(place.shapes.front()));
         }
     }
     return kept;
@@ -109,11 +113,13 @@ RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model
     const Findings findings = search(copy, model.configuration(), false, log);
     eyes.found = findings.places;
     eyes.limit = findings.limit;
-    eyes.places = without_doubles(judged(findings, copy, model, choices.sensitivity));
+    eyes.places = merged(judged(findings, copy, model, choices.sensitivity));
     for (Place &place : eyes.places) {
-        place.shape = place.shape.scaled(copy.size, picture);
-        place.box = place.shape.pixels(picture);
-        place.window = window_around(place.shape.circle(), picture);
+        for (Shape &shape : place.shapes) {
+            shape = shape.scaled(copy.size, picture);
+        }
+        place.box = place.shapes.front().pixels(picture);
+        place.window = window_around(place.shapes.front().circle(), picture);
     }
     decide(eyes, findings.too_many, choices.full ? eyes.judged() : eyes.count(KO_PATCH_ACCEPTED), choices);
     return eyes;
@@ -122,7 +128,7 @@ RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model
 void repair_red_eyes(uint8_t *bytes, Size picture, const RedEyes &eyes, const RedEyeChoices &choices) {
     for (const Place &place : eyes.places) {
         if (choices.full || place.label == KO_PATCH_ACCEPTED) {
-            repair_naturally(bytes, picture, place.shape);
+            repair_naturally(bytes, picture, place.shapes);
         }
     }
     if (choices.frames) {

@@ -26,7 +26,7 @@ struct Place {
     float be_score = 0.0f;
     std::optional<float> score; // 0 to 1, by which the label is given; none in a plain repair
     int32_t label = KO_PATCH_UNDECIDED;
-    Shape shape{}; // in the picture
+    std::vector<Shape> shapes; // in the picture, as different looks saw it; none in a plain repair
 };
 
 enum class RedEyeDecision {

@@ -6,42 +6,45 @@ pictures=$root/build/training
 held_out() { awk 'NR % 4 == 0'; }
 trained_on() { awk 'NR % 4 != 0'; }
 
-# Unpacks packages into $pictures/files.
+# What the packages hold among photographs but was drawn.
+drawings='Autumn/|Flow/|Honeywave/|PastelHills/|SafeLanding/|Shell/|umang_by|analogpattern_by'
+
+# Unpacks packages into a folder.
 unpack() {
-    local package
-    mkdir -p "$pictures/packages" "$pictures/files"
-    for package in "$@"; do
+    local folder=$1 package
+    mkdir -p "$pictures/packages" "$folder"
+    for package in "${@:2}"; do
         if ! compgen -G "$pictures/packages/${package}_*.deb" >/dev/null; then
             echo "Downloading $package"
             (cd "$pictures/packages" && apt-get download -qq "$package" 2>/dev/null)
         fi
-        dpkg-deb -x "$pictures/packages/${package}"_*.deb "$pictures/files"
+        dpkg-deb -x "$pictures/packages/${package}"_*.deb "$folder"
     done
 }
 
 # Writes the lists training-photographs and training-cut-outs, and the same with held-out.
 list_pictures() {
-    unpack lomiri-wallpapers-16.04 mate-backgrounds plasma-workspace-wallpapers tuxpaint-stamps-default
+    unpack "$pictures/files" lomiri-wallpapers-16.04 mate-backgrounds plasma-workspace-wallpapers tuxpaint-stamps-default
     local files=$pictures/files/usr/share photographs cut_outs
     photographs=$(find "$files" -type f -size +100k \( -name '*_by_*.jpg' -o -path '*/mate/nature/*.jpg' -o \
         -path '*/images/[0-9]*.jpg' \) | LC_ALL=C sort)
     cut_outs=$(find "$files/tuxpaint/stamps" -type f \( -name '*.png' -o -name '*.jpg' \) | LC_ALL=C sort |
         grep -v '/symbols/\|cartoon\|flags\|_mirror\|roadsigns')
-    trained_on <<<"$photographs" >"$pictures/training-photographs"
-    held_out <<<"$photographs" >"$pictures/held-out-photographs"
+    { grep -Ev "$drawings" <<<"$photographs" | trained_on && grep -E "$drawings" <<<"$photographs"; } >"$pictures/training-photographs"
+    grep -Ev "$drawings" <<<"$photographs" | held_out >"$pictures/held-out-photographs"
     trained_on <<<"$cut_outs" >"$pictures/training-cut-outs"
     held_out <<<"$cut_outs" >"$pictures/held-out-cut-outs"
 }
 
 # Writes the list free-photographs: of pictures that were not trained on, without red eyes. The last are cut-outs.
 list_free_photographs() {
-    local files=$pictures/files/usr name
-    unpack ukui-wallpapers lomiri-wallpapers-20.04 gnome-backgrounds opencv-doc python3-skimage python3-sklearn-lib python3-sklearn
+    local files=$pictures/free-files/usr name
+    unpack "$pictures/free-files" ukui-wallpapers lomiri-wallpapers-20.04 gnome-backgrounds opencv-doc python3-skimage python3-sklearn-lib python3-sklearn
     {
         cat "$pictures/held-out-photographs"
         find "$files/share/backgrounds" -type f -size +100k \( -name 'Fossa*' -o -name 'Kleiber*' -o -name 'Infinite*' -o \
-            -name 'Painting*' -o -path '*/gnome/wood*.webp' -o -path '*/gnome/pixels*.webp' \)
-        for name in 2004default.jpg firstgeneration.jpg goldfish.png rhythm.jpg string.jpg the-mouse.jpg calla.png city.png; do
+            -name 'Painting*' -o -path '*/gnome/wood*.webp' \)
+        for name in 2004default.jpg firstgeneration.jpg goldfish.png rhythm.jpg string.jpg the-mouse.jpg calla.png city.png desert.png; do
             echo "$files/share/backgrounds/$name"
         done
         for name in astronaut.png chelsea.png coffee.png color.png hubble_deep_field.jpg ihc.png motorcycle_left.png retina.jpg \

@@ -87,7 +87,7 @@ class Eye:
 
     def __init__(self, rng, x, y, radius, angle, look):
         self.x, self.y, self.radius, self.angle = x, y, radius, angle
-        self.red, self.iris, self.skin, self.glare = look["red"], look["iris"], look["skin"], look["glare"]
+        self.red, self.iris, self.glare = look["red"], look["iris"], look["glare"]
         self.openness = look["openness"] * rng.uniform(0.93, 1.07)
         self.ratio = look["ratio"] * rng.uniform(0.96, 1.04)  # of pupil to iris
         self.gaze = look["gaze"]
@@ -171,7 +171,6 @@ def eye_look(rng, style, red, brown):
     return {
         "red": red,
         "iris": irises[rng.integers(len(irises))] * rng.uniform(0.7, 1.5) * np.array([1, rng.uniform(0.85, 1.1), rng.uniform(0.8, 1.1)], np.float32),
-        "skin": None,
         "glare": rng.random() < style.glasses,
         "openness": rng.uniform(*style.openness),
         "ratio": rng.uniform(0.45, 0.9) if red else rng.uniform(0.28, 0.7),
@@ -188,7 +187,6 @@ def draw_face(rng, style, canvas, x, y, iris, red, brown):
     skin = skin_colour(rng, style)
     light = rng.uniform(0.7, 1.05)
     look = eye_look(rng, style, red, brown)
-    look["skin"] = skin
     angle = rng.normal(0, style.tilt)
     gap = iris * rng.uniform(4.6, 6.2)  # half of the way between the eyes
     c, s = np.cos(angle), np.sin(angle)

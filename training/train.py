@@ -1,9 +1,9 @@
 """Trains the red-eye model.
 
-    train.py CANDIDATES FOLDER PHOTOGRAPHS CUT_OUTS
+    train.py CANDIDATES FOLDER PHOTOGRAPHS CUT_OUTS SCENES
 
-CANDIDATES is the program's search as a filter, FOLDER takes the model. PHOTOGRAPHS and CUT_OUTS are files with a path per line.
-The same seed, pictures and packages give the same bytes.
+CANDIDATES is the program's search as a filter, FOLDER takes the model. PHOTOGRAPHS and CUT_OUTS are files with a path per line,
+SCENES is the number of rendered scenes. The same seed, number, pictures and packages give the same bytes.
 """
 import multiprocessing
 import os
@@ -20,7 +20,6 @@ import pictures
 import samples
 
 SEED = 1
-SCENES = 8000
 STRENGTH = 0.02  # of the linear fits: the inverse of the penalty on weights
 NORMAL_WEIGHT = 6  # ordinary eyes are few among the candidates, and the worst to get wrong
 SECOND_LOOK = -1.5  # the second classifier learns from what has at least this sum in the first
@@ -49,7 +48,8 @@ def of_photograph(number):
 class Candidates:
     """All candidates: what each is, its circle, its evidence, its features, and the picture that it comes from."""
 
-    def __init__(self, found):
+    def __init__(self, found, scenes):
+        self.scenes = scenes  # pictures with lower numbers are rendered
         rows = np.array([row for _, _, row in found])
         self.picture = np.array([picture for picture, _, _ in found])
         self.kind = np.array([kind for _, kind, _ in found])
@@ -68,7 +68,7 @@ class Candidates:
     def places(self, scores):
         """The surest candidate of each place in a scene, as places are merged by the program."""
         kept = []
-        for picture in np.unique(self.picture[self.picture < SCENES]):
+        for picture in np.unique(self.picture[self.picture < self.scenes]):
             here = np.flatnonzero(self.picture == picture)
             mine = []
             for i in here[np.argsort(-scores[here], kind="stable")]:
@@ -79,21 +79,21 @@ class Candidates:
         return np.array(kept)
 
 
-def collect(program, photographs, cut_outs):
+def collect(program, photographs, cut_outs, scenes):
     found = []
     with tempfile.TemporaryDirectory() as folder:
         nothing = np.zeros(model.FEATURES, np.float32)
         model.write(folder, "nothing", nothing, np.stack([nothing, nothing]), (0, 0), ((0, 0), (0, 0)))
         arguments = (program, folder + "/nothing.cfg", photographs, cut_outs)
         with multiprocessing.Pool(os.cpu_count(), start, arguments) as pool:
-            steps = (("scenes", of_scene, SCENES, 0), ("photographs", of_photograph, len(photographs), SCENES))
+            steps = (("scenes", of_scene, scenes, 0), ("photographs", of_photograph, len(photographs), scenes))
             for what, function, count, first in steps:
                 for number, part in enumerate(pool.imap(function, range(count), 8)):
                     found += [(first + number, kind, row) for kind, row in part]
                     if (number + 1) % 200 == 0 or number + 1 == count:
                         print(f"\r{number + 1} of {count} {what}, {len(found)} candidates", end="", flush=True)
                 print()
-    return Candidates(found)
+    return Candidates(found, scenes)
 
 
 def linear():
@@ -109,8 +109,8 @@ def logistic(sums):
 
 
 def main():
-    program, folder, photographs, cut_outs = sys.argv[1:]
-    candidates = collect(program, pictures.photographs(photographs), pictures.cut_outs(cut_outs))
+    program, folder, photographs, cut_outs, scenes = sys.argv[1:]
+    candidates = collect(program, pictures.photographs(photographs), pictures.cut_outs(cut_outs), int(scenes))
     red = candidates.red
 
     mean, deviation = candidates.features.mean(0), candidates.features.std(0) + 1e-3
@@ -126,7 +126,7 @@ def main():
     scores = candidates.outside(trees, inputs)
     places = candidates.places(scores)
     wrong = np.sort(scores[places][~red[places]])[::-1]
-    accept = round(float(wrong[int(WRONG * SCENES)]), DIGITS)
+    accept = round(float(wrong[int(WRONG * candidates.scenes)]), DIGITS)
 
     rows = np.stack([fit.coef_[0] / deviation for fit in fitted])
     offsets = np.array([fit.intercept_[0] for fit in fitted])

@@ -13,7 +13,7 @@ namespace kohost {
 
 inline constexpr size_t evidence_count = 22;
 
-// The measures of evidence.cpp, each about 0 to 1 or a logarithm.
+// The measures of evidence.cpp, in its order: shares from 0 to 1, differences from -2 to 2, quotients of levels, and a level.
 using Evidence = std::array<float, evidence_count>;
 
 // The evidence about a shape in a picture of three channels, both with pixels.

@@ -3,9 +3,9 @@
 // input and the value up to which its left branch is taken; a leaf is -1 and what it adds.
 #include "kohost/gate.h"
 
+#include <algorithm>
 #include <charconv>
 #include <fstream>
-#include <iterator>
 #include <string_view>
 #include <utility>
 
@@ -14,8 +14,10 @@ namespace kohost {
 namespace {
 
 constexpr std::string_view heading = "ko red-eye gate 1\n";
+constexpr size_t most_bytes = 4'000'000;
 constexpr uint32_t most_nodes = 1000; // of a tree
 constexpr uint32_t most_trees = 10'000;
+constexpr double most = 1e6; // of a value
 
 // The numbers of a file, one after the other, in any locale.
 class Numbers {
@@ -23,66 +25,81 @@ class Numbers {
     Numbers(std::string path, std::string_view text) : path_(std::move(path)), text_(text) {}
 
     template <class Number> Number next(Number low, Number high) {
-        text_.remove_prefix(std::min(text_.find_first_not_of(" \n"), text_.size()));
+        skip_spaces();
         Number number{};
         const auto [end, error] = std::from_chars(text_.data(), text_.data() + text_.size(), number);
-        if (error != std::errc() || !(number >= low && number <= high)) {
+        text_.remove_prefix(static_cast<size_t>(end - text_.data()));
+        const bool separate = text_.empty() || spaces.find(text_.front()) != spaces.npos;
+        if (error != std::errc() || !separate || !(number >= low && number <= high)) {
             fail();
         }
-        text_.remove_prefix(static_cast<size_t>(end - text_.data()));
         return number;
+    }
+
+    void expect_end() {
+        skip_spaces();
+        if (!text_.empty()) {
+            fail();
+        }
     }
 
     [[noreturn]] void fail() const { throw GateError("damaged gate of a red-eye model: " + path_); }
 
   private:
+    static constexpr std::string_view spaces = " \n";
+
+    void skip_spaces() { text_.remove_prefix(std::min(text_.find_first_not_of(spaces), text_.size())); }
+
     std::string path_;
     std::string_view text_;
 };
 
 std::string contents(const std::string &path) {
+    std::string text(most_bytes, '\0');
     std::ifstream file(path, std::ios::binary);
-    std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file) {
+    const bool opened = file.is_open();
+    file.read(text.data(), most_bytes);
+    if (!opened || file.bad()) {
         throw GateError("the gate of a red-eye model cannot be read: " + path);
     }
+    text.resize(static_cast<size_t>(file.gcount()));
     return text;
 }
 
 } // namespace
 
 Gate::Gate(const std::string &path) {
-    constexpr double most = 1e6;
     const std::string text = contents(path);
-    Numbers numbers(path, text.starts_with(heading) ? std::string_view(text).substr(heading.size()) : std::string_view());
-    numbers.next<uint32_t>(std::tuple_size_v<Inputs>, std::tuple_size_v<Inputs>);
+    const bool headed = text.size() < most_bytes && text.starts_with(heading);
+    Numbers numbers(path, headed ? std::string_view(text).substr(heading.size()) : std::string_view());
+    numbers.next<uint32_t>(input_count, input_count);
     accept_ = numbers.next(-most, most);
     reject_ = numbers.next(-most, accept_);
     base_ = numbers.next(-most, most);
     const auto trees = numbers.next<uint32_t>(0, most_trees);
     for (uint32_t tree = 0; tree < trees; ++tree) {
-        const auto root = static_cast<uint32_t>(nodes_.size());
-        const auto count = numbers.next<uint32_t>(1, most_nodes);
         std::vector<uint32_t> open; // inner nodes whose left branch is being read
-        roots_.push_back(root);
-        for (uint32_t i = 0; i < count; ++i) {
-            Node node;
-            node.input = numbers.next<int32_t>(-1, std::tuple_size_v<Inputs> - 1);
-            node.value = numbers.next(-most, most);
-            nodes_.push_back(node);
-            if (node.input >= 0) {
-                open.push_back(root + i);
-            } else if (!open.empty()) {
-                nodes_[open.back()].right = root + i + 1;
-                open.pop_back();
-            } else if (i + 1 < count) {
-                numbers.fail(); // nodes behind the end of the tree
+        uint32_t missing = 1;       // nodes that the tree needs for its branches so far
+        roots_.push_back(static_cast<uint32_t>(nodes_.size()));
+        for (auto left = numbers.next<uint32_t>(1, most_nodes); left > 0; --left) {
+            if (missing == 0) {
+                numbers.fail();
             }
-            if (i + 1 == count && (node.input >= 0 || !open.empty())) {
-                numbers.fail(); // a branch is missing
+            const auto input = numbers.next<int32_t>(-1, input_count - 1);
+            nodes_.push_back({input, 0, numbers.next(-most, most)});
+            if (input >= 0) {
+                open.push_back(static_cast<uint32_t>(nodes_.size() - 1));
+                ++missing;
+            } else if (--missing > 0) {
+                nodes_[open.back()].right = static_cast<uint32_t>(nodes_.size());
+                open.pop_back();
             }
         }
+        if (missing > 0) {
+            numbers.fail();
+        }
     }
+    numbers.expect_end();
 }
 
 double Gate::sum(const Inputs &inputs) const {

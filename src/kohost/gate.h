@@ -22,7 +22,8 @@ class GateError : public std::runtime_error {
 class Gate {
   public:
     // What the trees look at: the scores of the model's two classifiers, then the evidence.
-    using Inputs = std::array<float, 2 + evidence_count>;
+    static constexpr size_t input_count = 2 + evidence_count;
+    using Inputs = std::array<float, input_count>;
 
     // Reads a file. Throws GateError.
     explicit Gate(const std::string &path);

@@ -80,9 +80,12 @@ float cell_reach(const Shape &shape, int64_t column, int64_t row) {
     return 0.0f;
 }
 
-// 1 in a shape and next to it, 0 beyond the ring, between the two over a cell.
+// 1 in a shape and next to it, less in the ring's outer half cell, 0 beyond it.
 float reach_of(const Shape &shape, uint32_t x, uint32_t y) {
     const auto [column, row] = cell_at(shape, x, y);
+    if (cell_reach(shape, static_cast<int64_t>(std::floor(column)), static_cast<int64_t>(std::floor(row))) == 0.0f) {
+        return 0.0f;
+    }
     const double left = std::floor(column - 0.5);
     const double top = std::floor(row - 0.5);
     const auto right_share = static_cast<float>(column - 0.5 - left);
@@ -95,7 +98,7 @@ float reach_of(const Shape &shape, uint32_t x, uint32_t y) {
     return upper * (1.0f - bottom_share) + lower * bottom_share;
 }
 
-// The pixels of a shape with its ring and the half cell over which its edge fades.
+// The pixels of a shape with its ring, and some more.
 Box window_of(const Shape &shape, Size picture) {
     Shape wide = shape;
     wide.cells.left -= (ring + 1) * shape.cells.width;
@@ -205,7 +208,8 @@ void fill_holes(Plane &plane) {
     }
 }
 
-// Averages each value with its eight neighbours.
+// Rounds the edge between high and low values, by the average of each with its eight neighbours; a pixel at a straight edge
+// stays nearly whole.
 void soften(Plane &plane) {
     const std::vector<float> hard = plane.values;
     const auto width = static_cast<int64_t>(plane.width());
@@ -219,7 +223,8 @@ void soften(Plane &plane) {
                                                     std::clamp(x + dx, int64_t{0}, width - 1))];
                 }
             }
-            plane.values[static_cast<size_t>(y * width + x)] = sum / 9.0f;
+            float &value = plane.values[static_cast<size_t>(y * width + x)];
+            value = std::max(smooth_step(sum / 9.0f, 0.1f, 0.65f), value / 2.0f);
         }
     }
 }
@@ -242,12 +247,13 @@ Plane coverage_of(const Site &site, const Redness &red) {
 } // namespace
 
 void repair_naturally(uint8_t *bytes, Size picture, std::span<const Shape> shapes) {
-    constexpr float no_highlight = 0.3f; // of the way from the pupil's level to white
+    constexpr float least_redness = 0.05f; // more than that of the surroundings: less is noise, or was repaired before
+    constexpr float no_highlight = 0.3f;   // of the way from the pupil's level to white
     constexpr float highlight = 0.65f;
     constexpr float white = 255.0f;
     const Site site(bytes, picture, shapes);
     const Redness red = measure(site);
-    if (red.pupil <= red.usual) {
+    if (red.pupil < red.usual + least_redness) {
         return;
     }
     Plane coverage = coverage_of(site, red);

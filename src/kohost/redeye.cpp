@@ -61,6 +61,35 @@ std::vector<Place> merged(std::vector<Place> places) {
     return kept;
 }
 
+// Whether two places may be the eyes of one face, by their sizes and by how many of their radii they are apart.
+bool may_be_a_pair(const Circle &a, const Circle &b) {
+    constexpr double most_ratio = 1.6;
+    constexpr double least_distance = 5.0;
+    constexpr double most_distance = 40.0;
+    const double radius = (a.radius + b.radius) / 2;
+    const double distance = std::hypot(a.x - b.x, a.y - b.y);
+    return std::max(a.radius, b.radius) <= most_ratio * std::min(a.radius, b.radius) && distance >= least_distance * radius &&
+           distance <= most_distance * radius;
+}
+
+// The second eye of a face needs less evidence than the first: the surest undecided place is accepted beside an accepted one
+// that has no other fellow.
+void accept_second_eyes(std::vector<Place> &places) {
+    const auto fellow_of = [&](const Place &place, int32_t label) {
+        return std::find_if(places.begin(), places.end(), [&](const Place &other) {
+            return &other != &place && other.label == label &&
+                   may_be_a_pair(place.shapes.front().circle(), other.shapes.front().circle());
+        });
+    };
+    for (const Place &place : places) {
+        if (place.label == KO_PATCH_ACCEPTED && fellow_of(place, KO_PATCH_ACCEPTED) == places.end()) {
+            if (const auto second = fellow_of(place, KO_PATCH_UNDECIDED); second != places.end()) {
+                second->label = KO_PATCH_ACCEPTED;
+            }
+        }
+    }
+}
+
 } // namespace
 
 uint64_t RedEyes::judged() const {
@@ -114,6 +143,7 @@ RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model
     eyes.found = findings.places;
     eyes.limit = findings.limit;
     eyes.places = merged(judged(findings, copy, model, choices.sensitivity));
+    accept_second_eyes(eyes.places);
     for (Place &place : eyes.places) {
         for (Shape &shape : place.shapes) {
             shape = shape.scaled(copy.size, picture);

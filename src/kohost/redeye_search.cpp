@@ -11,25 +11,18 @@ namespace kohost {
 
 namespace {
 
-// How a look differs from what the library does by itself.
-struct Look {
-    uint64_t working_area; // pixels of the library's working image, at most
-    uint64_t picture_area; // pixels of the picture, at most
-    bool border;           // gray, of half the picture's shorter side
-};
+// The size of a working image that smooths the picture, and with it those eyes that noise or glare takes apart.
+constexpr uint64_t smooth_area = 125'000;
 
-// The first is the library's own. The second smooths the picture, and with it those eyes that noise or glare takes apart. The
-// third finds large pupils, since the library limits a spot to a tenth of the image's shorter side, and those near the edge,
-// around which a patch would not fit.
-constexpr std::array<Look, 3> looks = {
-    {{search_area, search_area, false}, {125'000, search_area, false}, {search_area, 250'000, true}}};
+// The sizes of the copies that get a border. The library sees spots of up to about 30 pixels of its working image.
+constexpr std::array<uint64_t, 2> bordered_areas = {250'000, 62'500};
 
 constexpr uint8_t gray = 128;
 
-// A picture for a look, and where it lies in the one that is searched.
+// A picture for a look, and where its pixels lie in the one that is searched.
 struct View {
-    Image image;
-    Cells pixels; // those of the view
+    ColorImagePtr image;
+    Cells pixels;
 };
 
 Image with_border(const Pixels &picture, uint32_t border) {
@@ -43,12 +36,15 @@ Image with_border(const Pixels &picture, uint32_t border) {
     return image;
 }
 
-View view_of(const Pixels &picture, const Look &look) {
-    const Size size = working_size(picture.size, look.picture_area);
+// A small copy with a gray border of half its shorter side. It shows large pupils, since the library limits a spot to a tenth
+// of the image's shorter side, and those near the edge, around which a patch would not fit.
+View bordered(const Pixels &picture, uint64_t area) {
+    const Size size = working_size(picture.size, area);
     const double width = static_cast<double>(picture.size.width) / size.width;
     const double height = static_cast<double>(picture.size.height) / size.height;
-    const uint32_t border = look.border ? std::min(size.width, size.height) / 2 : 0;
-    return {with_border(reduced(picture, size).pixels(), border), {-(border * width), -(border * height), width, height}};
+    const uint32_t border = std::min(size.width, size.height) / 2;
+    return {image_of(with_border(reduced(picture, size).pixels(), border).pixels()),
+            {-(border * width), -(border * height), width, height}};
 }
 
 Shape shape_of(const RedEyeImageParam &found, uint32_t number, const Cells &pixels) {
@@ -67,10 +63,9 @@ Shape shape_of(const RedEyeImageParam &found, uint32_t number, const Cells &pixe
 }
 
 void look_at(const View &view, uint64_t working_area, RedEyeCorrection &correction, bool features, Findings &findings) {
-    const ColorImagePtr image = image_of(view.image.pixels());
     correction.max_image_size = working_area;
     correction.too_many_blobs = 0;
-    const RedEyeImageParamPtr found = locate(correction, *image, search_fails);
+    const RedEyeImageParamPtr found = locate(correction, *view.image, search_fails);
     const auto places = static_cast<uint64_t>(found->blob_count);
     findings.places = std::max(findings.places, places);
     findings.too_many = findings.too_many && correction.too_many_blobs != 0;
@@ -96,8 +91,11 @@ Findings search(const Pixels &picture, const std::string &model, bool features, 
     Findings findings;
     findings.limit = static_cast<uint64_t>(correction->blob_limits[2]);
     findings.too_many = true;
-    for (const Look &look : looks) {
-        look_at(view_of(picture, look), look.working_area, *correction, features, findings);
+    const View whole = {image_of(picture), {}};
+    look_at(whole, search_area, *correction, features, findings);
+    look_at(whole, smooth_area, *correction, features, findings);
+    for (const uint64_t area : bordered_areas) {
+        look_at(bordered(picture, area), search_area, *correction, features, findings);
     }
     return findings;
 }

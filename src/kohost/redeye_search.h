@@ -1,5 +1,5 @@
 // The search for places that could be red eyes. The library looks for round spots of some sizes on a working image; the search
-// lets it look three times, so that it sees spots of more sizes, and such as lie near the edge of the picture.
+// lets it look four times, so that it sees spots of more sizes, and such as lie near the edge of the picture.
 #ifndef KO_KOHOST_REDEYE_SEARCH_H
 #define KO_KOHOST_REDEYE_SEARCH_H
 

@@ -103,6 +103,11 @@ AreaAverage::AreaAverage(Size from, Size to, uint32_t channels)
 
 void AreaAverage::add(uint32_t rows, const uint8_t *pixels) {
     const size_t row_bytes = size_t{from_.width} * image_.channels;
+    if (from_ == image_.size) { // each average is that of one pixel
+        std::copy_n(pixels, rows * row_bytes, image_.bytes.data() + row_ * row_bytes);
+        row_ += rows;
+        return;
+    }
     for (const uint8_t *end = pixels + rows * row_bytes; pixels != end; pixels += row_bytes) {
         sum_row(pixels);
         const uint64_t top = row_ * image_.size.height; // in units

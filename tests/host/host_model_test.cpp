@@ -148,9 +148,9 @@ TEST_F(HostModel, GivesWayToTheLibraryAlone) {
     }
     EXPECT_GT(about("red").at("places").size(), 0u);
     expect_wrong_usage(run_command("redeye", {face("red")}, path("red.jpg"), {"--plain", "--sensitivity", "eager"}),
-                       "--plain excludes --sensitivity");
+                       "--sensitivity excludes --plain (see ko redeye --help)");
     expect_wrong_usage(run_command("redeye", {face("red")}, path("red.jpg"), {"--dump", path("dump")}),
-                       "--dump requires --plain");
+                       "--dump requires --plain (see ko redeye --help)");
 }
 
 TEST_F(HostModel, IsRefusedWithADamagedGate) {

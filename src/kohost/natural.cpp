@@ -72,7 +72,7 @@ bool covers(const Shape &shape, uint32_t x, uint32_t y) {
 float cell_reach(const Shape &shape, int64_t column, int64_t row) {
     for (int64_t dy = -ring; dy <= ring; ++dy) {
         for (int64_t dx = -ring; dx <= ring; ++dx) {
-            if (dx * dx + dy * dy <= ring * ring && shape.contains(column + dx, row + dy)) {
+            if (dx * dx + dy * dy <= ring * ring + 1 && shape.contains(column + dx, row + dy)) {
                 return 1.0f;
             }
         }

@@ -227,7 +227,7 @@ void add_repair(CLI::App &command, RedEyeChoices &choices) {
     command.add_flag("--full", choices.full, "repair all that was found, whatever the model's answer")->group(red_eye_group);
     command
         .add_flag("--plain", choices.plain,
-                  "search, judge and repair as the library alone does; the default searches three times, looks at colours too, "
+                  "search, judge and repair as the library alone does; the default searches four times, looks at colours too, "
                   "and repairs to the pixel")
         ->excludes(sensitivity)
         ->group(red_eye_group);

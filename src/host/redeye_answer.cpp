@@ -1,6 +1,8 @@
 // Boxes are reported as four numbers, left, top, right and bottom; the last two are exclusive.
 #include "redeye_answer.h"
 
+#include <cmath>
+
 namespace host {
 
 namespace {
@@ -57,6 +59,13 @@ std::string line_about(const RedEyes &eyes) {
     const std::string counts = eyes.judged() > 0 ? " (" + shown_counts(eyes) + ")" : "";
     const std::string reason = reason_of(eyes);
     return shown(eyes.decision) + counts + (reason.empty() ? "" : ": " + reason);
+}
+
+std::string line_about(const kohost::Place &place) {
+    const auto [x0, y0, x1, y1] = place.box;
+    const std::string score = place.score ? ", " + std::to_string(std::lround(*place.score * 100.0f)) + " % sure" : "";
+    return std::string(kohost::name_of_label(place.label)) + ": " + std::to_string(x1 - x0) + " x " + std::to_string(y1 - y0) +
+           " pixels at " + std::to_string(x0) + ", " + std::to_string(y0) + score;
 }
 
 Json members_of(const RedEyes &eyes) {

@@ -21,6 +21,9 @@ std::string reason_of(const RedEyes &eyes);
 // Decision, counts of places by label, and reason in a line.
 std::string line_about(const RedEyes &eyes);
 
+// Label, box and score of a place that was judged.
+std::string line_about(const kohost::Place &place);
+
 // Counts, and the places with their boxes, scores and labels. A picture that was not examined has none.
 Json members_of(const RedEyes &eyes);
 

@@ -55,6 +55,11 @@ kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeModel
     std::FILE *log = choices.log ? entry.log() : nullptr;
     kohost::RedEyes eyes = choices.plain ? repair_plainly(job, source, model, choices, entry, log)
                                          : repair_found(source, model, choices, entry, log);
+    for (const kohost::Place &place : eyes.places) {
+        if (place.judged && entry.wants_details()) {
+            entry.detail(line_about(place));
+        }
+    }
     if (PageEntry *page = entry.page()) {
         keep_red_eyes(*page, eyes);
     }

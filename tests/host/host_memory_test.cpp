@@ -48,6 +48,15 @@ TEST_F(HostMemory, OfALargeJpegFileIsThatOfASmallOne) { expect_bounded(write_lar
 
 TEST_F(HostMemory, OfALargePngFileIsThatOfASmallOne) { expect_bounded(write_large_png, "in.png", 6000, 4000); }
 
+// Red eyes are searched on a small copy; only a picture that has some is held whole.
+TEST_F(HostMemory, OfALargePictureWithoutRedEyesStaysLow) {
+    write_large_jpeg(path("in.jpg"), 10'000, 10'000);
+    const Outcome outcome = run_command("auto", {path("in.jpg")}, path("out.jpg"), {"--force"});
+    expect_success(outcome);
+    EXPECT_NE(outcome.out.find(", no red eyes"), std::string::npos) << outcome.out;
+    EXPECT_LT(outcome.peak_memory, 110 * megabyte);
+}
+
 // Bytes per pixel of pictures whose first row needs the whole file.
 TEST_F(HostMemory, OfPicturesThatAreDecodedWholeStaysLow) {
     constexpr uint32_t side = 2400;

@@ -123,7 +123,8 @@ TEST_F(HostModel, DrawsFramesAndScoresAtThePlaces) {
     ASSERT_EQ(answer.at("accepted"), 2);
     for (const Json &place : answer.at("places")) {
         const Json &window = place.at("window");
-        const uint8_t *corner = &after.bytes[((window.at(3).get<size_t>() - 1) * after.width + window.at(2).get<size_t>() - 1) * 3];
+        const uint8_t *corner =
+            &after.bytes[((window.at(3).get<size_t>() - 1) * after.width + window.at(2).get<size_t>() - 1) * 3];
         const std::vector<uint8_t> colour = {corner[0], corner[1], corner[2]};
         const std::string label = place.at("label");
         const std::vector<uint8_t> expected = label == "accepted"   ? std::vector<uint8_t>{0, 255, 0}
@@ -131,6 +132,16 @@ TEST_F(HostModel, DrawsFramesAndScoresAtThePlaces) {
                                                                     : std::vector<uint8_t>{255, 255, 0};
         EXPECT_EQ(colour, expected) << place;
     }
+}
+
+TEST_F(HostModel, ListsThePlacesOnRequest) {
+    const Outcome outcome = run_command("redeye", {face("red")}, path("red.jpg"), {"-v"});
+    EXPECT_EQ(outcome.status, 0);
+    size_t accepted = 0;
+    for (const std::string &line : outcome.err_lines()) {
+        accepted += matches(line, "^ko: .*: accepted: [0-9]+ x [0-9]+ pixels at [0-9]+, [0-9]+, [0-9]+ % sure$") ? 1 : 0;
+    }
+    EXPECT_EQ(accepted, 2u) << outcome.err;
 }
 
 TEST_F(HostModel, RepairsEverythingInFull) {

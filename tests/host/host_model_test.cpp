@@ -12,7 +12,9 @@ using Json = nlohmann::json;
 
 class HostModel : public Host {
   protected:
-    static std::string face(const std::string &name) { return KO_FACES "/" + name + ".jpg"; }
+    static std::string face(const std::string &name) {
+        return name == "red" ? KO_SAMPLES "/face.jpg" : KO_FACES "/" + name + ".jpg";
+    }
 
     Json about(const std::string &name, const Words &options = {}) const {
         Words all = {"--json"};

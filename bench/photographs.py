@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Makes the photographs that bench/program.py measures on: a sample enlarged to 1, 6, 24 and 100 megapixels, with the grain of a
+"""Makes the photographs that bench/program.py measures on: a sample enlarged to 1, 6, 12, 24 and 100 megapixels, with the grain of a
 camera. Existing ones are kept. Prints the megapixels and the path of each.
 
     photographs.py FOLDER
@@ -12,7 +12,7 @@ from PIL import Image
 
 Image.MAX_IMAGE_PIXELS = None
 
-SIZES = {1: (1225, 816), 6: (3000, 2000), 24: (6000, 4000), 100: (12248, 8165)}
+SIZES = {1: (1225, 816), 6: (3000, 2000), 12: (4000, 3000), 24: (6000, 4000), 100: (12248, 8165)}
 SAMPLE = pathlib.Path(__file__).resolve().parent.parent / "samples" / "rocket.jpg"
 GRAIN = 9.0  # levels; makes files of about 0.35 bytes a pixel, as cameras write them
 

@@ -62,8 +62,9 @@ class ReportPage(unittest.TestCase):
     def setUpClass(cls):
         cls.folder = tempfile.mkdtemp(prefix="ko-page-")
         cls.page = cls.make("page.html", "enhance", cls.inputs())
-        cls.eyes = cls.make("eyes.html", "redeye", [cls.put("eyes.png", png_file(320, 200, eyes))], "--model",
-                            write_model(cls.path("model")))
+        model = write_model(cls.path("model"))
+        cls.eyes = cls.make("eyes.html", "redeye", [cls.put("eyes.png", png_file(320, 200, eyes))], "--plain", "--model", model)
+        cls.scored = cls.make("scored.html", "redeye", [cls.path("eyes.png")], "--model", model)
         cls.browser = Browser(chromium, chromedriver)
 
     @classmethod
@@ -264,6 +265,15 @@ class ReportPage(unittest.TestCase):
         for (_, middle), centre in zip(places, EYES):
             self.assertAlmostEqual(middle, centre[0] / 320, delta=0.02)
         self.assertEqual(self.browser.run("return document.querySelectorAll('.places tbody tr').length"), 4)
+
+    def test_places_show_their_scores(self):
+        self.browser.open(self.scored)
+        labels = self.browser.run("return [...document.querySelectorAll('.layer .place')].map((place) => place.textContent)")
+        rows = self.browser.run("return [...document.querySelectorAll('.places tbody tr')].map((row) => "
+                                "[...row.cells].map((cell) => cell.textContent))")
+        self.assertEqual(len(labels), 4)
+        for label, (number, name, score, _, _) in zip(labels, rows):
+            self.assertEqual(label, f"{number} {name} {float(score) * 100:.0f} %")
 
     # ---- the page
 

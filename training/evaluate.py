@@ -22,7 +22,8 @@ from PIL import Image, ImageDraw
 WORKING_AREA = 1_000_000  # pixels of the library's working image
 SIZES = [(0, 3.5), (3.5, 4.5), (4.5, 6), (6, 12), (12, 30), (30, 40), (40, math.inf)]  # diameters in working pixels
 AT_ONCE = 200  # files in one run
-CROP, COLUMNS, MOST_CROPS = 160, 5, 60
+CROP, COLUMNS, MOST_OF_A_KIND = 120, 5, 10
+WRONG, KEPT, MISSED, REPAIRED = range(4)  # kinds of crops, in the order of the sheet
 
 
 def interval(count, total):
@@ -104,7 +105,7 @@ class Tally:
         self.pictures = 0
         self.with_wrong = 0
         self.reasons = []
-        self.crops = []  # (worst first, title, before, after)
+        self.crops = []  # (kind, title, before, after)
 
     def add(self, name, before, after, annotation, found):
         self.pictures += 1
@@ -121,7 +122,8 @@ class Tally:
             self.pupils.append((diameter, bool(here), label, repaired))
             if not here:
                 self.reasons.append(f"{name} ({pupil['x']:.0f}, {pupil['y']:.0f}): {why_not_proposed(before, pupil, diameter)}")
-            self.crop(name, f"{label or 'not found'}{'' if repaired else ', red'}", before, after, pupil, repaired)
+            self.crop(name, f"{label or 'not found'}{'' if repaired else ', red'}", before, after, pupil,
+                      REPAIRED if repaired else KEPT if here else MISSED)
         for eye in eyes:
             around = disc(before.shape, eye)
             self.eyes.append(bool((before[around] != after[around]).any()))
@@ -133,13 +135,13 @@ class Tally:
             self.wrong.append((name, place))
             self.beside += any(inside(place, eye, 2) for eye in pupils + eyes)
             x, y = middle(place)
-            self.crop(name, "WRONG", before, after, {"x": x, "y": y, "r": max(place["box"][2] - place["box"][0], 4) / 2}, False)
+            self.crop(name, "WRONG", before, after, {"x": x, "y": y, "r": max(place["box"][2] - place["box"][0], 4) / 2}, WRONG)
 
-    def crop(self, name, title, before, after, circle, good):
+    def crop(self, name, title, before, after, circle, kind):
         half = max(3.2 * circle["r"], 12)
         box = [int(circle["x"] - half), int(circle["y"] - half), int(circle["x"] + half), int(circle["y"] + half)]
         pair = [Image.fromarray(p.astype(np.uint8)).crop(box).resize((CROP, CROP), Image.BICUBIC) for p in (before, after)]
-        self.crops.append((good, f"{pathlib.Path(name).stem[:12]} {title}", *pair))
+        self.crops.append((kind, f"{pathlib.Path(name).stem[:12]} {title}", *pair))
 
     def table(self):
         pupils = self.pupils
@@ -153,7 +155,7 @@ class Tally:
                      ("pupils repaired", share(sum(p[3] for p in pupils), len(pupils))),
                      ("  of 6 working pixels and more", share(sum(p[3] for p in large), len(large))),
                      ("  of the proposed ones", share(sum(p[3] for p in proposed), len(proposed)))]
-            rows += [(f"  {low:g} to {high:g} working pixels", share(sum(p[3] for p in part), len(part)) +
+            rows += [(f"  {low:g} {'and more' if high == math.inf else f'to {high:g}'} working pixels", share(sum(p[3] for p in part), len(part)) +
                       f", proposed {sum(p[1] for p in part)}")
                      for low, high in SIZES if (part := [p for p in pupils if low <= p[0] < high])]
         if self.eyes:
@@ -164,8 +166,8 @@ class Tally:
         return "\n".join(f"{caption:34}{value}" for caption, value in rows)
 
     def sheet(self):
-        """The crops, the bad ones first."""
-        crops = sorted(self.crops, key=lambda crop: crop[0])[:MOST_CROPS]
+        """Some crops of each kind."""
+        crops = [crop for kind in range(4) for crop in [c for c in self.crops if c[0] == kind][:MOST_OF_A_KIND]]
         rows = max(math.ceil(len(crops) / COLUMNS), 1)
         sheet = Image.new("RGB", (COLUMNS * (2 * CROP + 10), rows * (CROP + 22)), "white")
         draw = ImageDraw.Draw(sheet)

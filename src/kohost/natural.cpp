@@ -231,8 +231,8 @@ void soften(Plane &plane) {
 
 // How much of each pixel belongs to the pupil.
 Plane coverage_of(const Site &site, const Redness &red) {
-    constexpr float surely_not = 0.15f; // of the way from the usual to the pupil's redness
-    constexpr float surely = 0.5f;
+    constexpr float surely_not = 0.2f; // of the way from the usual to the pupil's redness
+    constexpr float surely = 0.52f;
     Plane coverage(site.window());
     coverage.for_each([&](uint32_t x, uint32_t y, float &value) {
         const float way = (redness(site.pixel(x, y)) - red.usual) / (red.pupil - red.usual);

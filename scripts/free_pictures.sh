@@ -59,5 +59,5 @@ list_free_photographs() {
         cat "$pictures/held-out-cut-outs"
     } | while IFS= read -r name; do
         [[ ! -e $name ]] || echo "$name"
-    done | LC_ALL=C awk '!seen[$0]++' | head -n 100 >"$pictures/free-photographs"
+    done | LC_ALL=C awk '!seen[$0]++ && ++count <= 100' >"$pictures/free-photographs"
 }

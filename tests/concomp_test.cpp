@@ -492,7 +492,7 @@ TEST_F(ConcompTest, Step1OnEveryKindOfMap) {
     }
 }
 
-// The lower limit is outside, the upper one inside; and so it is meant.
+// The lower limit is outside, the upper one inside, deliberately.
 TEST_F(ConcompTest, Step1KeepsASideAtTheUpperLimitAndNotAtTheLower) {
     for (const auto &[side, kept] : {std::pair<uint64_t, uint32_t>{5, 0}, {6, 1}, {10, 1}, {11, 0}}) {
         const RealImagePtr square = box_at(40, 30, side, side);
@@ -657,7 +657,7 @@ TEST_F(ConcompTest, Step2OnEveryKindOfMap) {
     }
 }
 
-// Both limits are outside here, unlike those of the first filter; and so it is meant.
+// Both limits are outside here, unlike those of the first filter, deliberately.
 TEST_F(ConcompTest, Step2RejectsASideAtEitherLimit) {
     for (const auto &[side, kept] : {std::pair<uint64_t, uint32_t>{1, 0}, {2, 1}, {19, 1}, {20, 0}}) {
         const RealImagePtr image = dark(200, 300);

@@ -1,8 +1,9 @@
 // Connected components: one pass over the pixels with a table of equal labels, then a flattening of the table; and the two
 // filters that keep components of a pupil's size and shape.
 //
-// The rule to know before changing anything here: which label a component ends up with is settled, by the order in which a
-// pixel looks at its neighbours (left, above, above left, above right) and by what it does with those that differ.
+// The rule to know before changing anything here: which label a component ends up with follows from the order in which a
+// pixel looks at its neighbours (left, above, above left, above right) and from what it does with those that differ;
+// the location of blobs depends on it.
 #include "concomp.h"
 
 #include <algorithm>

@@ -1,4 +1,4 @@
-// Start and end of the library. The order of the steps is settled: status service, curve pool, switch for packed arithmetic,
+// Start and end of the library. The order of the steps is fixed: status service, curve pool, switch for packed arithmetic,
 // text format, plug-in; at the end text format, curve pool, status service, and last the plug-in.
 #include "ko/lifecycle.h"
 

@@ -93,7 +93,7 @@ void KoRedEyeStoreFinalBlob(RedEyeImageParam *param, const BlobInfo &blob, uint6
 }
 
 // Counters of 64 bits, wiped as if they had 32: about the upper half of those in use keeps its counts, which add to the next
-// blob's. That is required. By words, so that it is the same on every machine.
+// blob's. Every later blob depends on it. By words, so that it is the same on every machine.
 void wipe_by_half(uint64_t *counters, uint64_t count) {
     std::fill_n(counters, count / 2, uint64_t{0});
     if (count % 2 != 0) {

@@ -2,8 +2,8 @@
 //
 // Row i, column x of the table is the cost of mapping input level i to output level x: the squared distances of the target
 // levels seen at i, and a tenth of the squared distance to the best of the pool's power curves. The rule to know before
-// changing anything here: the order and width of every sum is settled, down to which running value is double and which is
-// single.
+// changing anything here: the order and width of every sum is part of the result, down to which running value is double and
+// which is single.
 #include <algorithm>
 #include <cmath>
 

@@ -342,7 +342,7 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
         }
         previous_step = step;
     }
-    // A last segment of one entry is not written: that is the format's settled behaviour.
+    // A last segment of one entry is not written: that is a property of the format.
     return start < compress->size - 1 ? write_segment(compress, start, compress->size - 1, stream, path) : status;
 }
 

@@ -15,7 +15,7 @@ KO_BEGIN_C
  *   result   out   address of an image pointer; always receives a new image, owned by the caller: what stood there is not
  *                  freed
  *   levels   in    intervals of the intensity, at least 1; 0 gives NaN
- * Returns KO_OK; a flat picture gives all 0, not its own value, which is meant. A result that cannot be had leaves null there
+ * Returns KO_OK; a flat picture gives all 0, not its own value, deliberately. A result that cannot be had leaves null there
  * and returns KO_OK, with KO_ERR_CREATE_OBJECT on the thread. Work memory that cannot be had returns its status, with null at
  * result.
  */

@@ -50,7 +50,7 @@ KO_API uint32_t KoColorTRCGetValue(const ColorTRC *color_trc, uint32_t channel, 
 
 /**
  * Resizes every curve as KoTRCResize does, up to the first failure, and then, in every case, saves the record to the file
- * "colortrc.txt" in the working directory, replacing one that is there; that file is meant. Returns the status of the resizing.
+ * "colortrc.txt" in the working directory, replacing one that exists there. Returns the status of the resizing.
  */
 KO_API int32_t KoColorTRCResize(ColorTRC *color_trc, uint64_t size);
 

@@ -7,7 +7,7 @@
  * unset. The block has room for 8 bytes an element plus 128 bytes. A matrix of height 0 has neither block nor row table.
  *
  * Walking. A rectangle of height h at row y is walked over h rows, and a rectangle of height 0 over one row, not none: that
- * is meant, and it holds for iterators and for the array functions alike. A matrix without rows is walked as nothing.
+ * is deliberate, and it holds for iterators and for the array functions alike. A matrix without rows is walked as nothing.
  * Coordinates, rectangles and pointers are the caller's contract: nothing checks them against the matrix unless told.
  * A matrix has no lock: concurrent reading is safe, and so is writing to different rows.
  */

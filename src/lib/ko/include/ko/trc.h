@@ -51,7 +51,7 @@ KO_API uint32_t KoTRCGetValue(const TRC *trc, uint32_t index);
 KO_API int32_t KoTRCSetSize(TRC *trc, uint64_t size);
 
 /**
- * Gives the curve another number of entries, 1 to 65536, and keeps its shape. The two directions differ, and that is meant:
+ * Gives the curve another number of entries, 1 to 65536, and keeps its shape. The two directions differ, deliberately:
  * shrinking takes every (old / new)-th entry and leaves the values on their old scale; growing interpolates by pieces of
  * cubics and multiplies the values by r = new / old (whole-number division). Growing sets r times the old size entries; the
  * rest, when the new size is no multiple, is 0. An overshoot is not limited, and a negative value is stored as its low 32 bits.

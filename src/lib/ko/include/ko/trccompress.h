@@ -4,7 +4,7 @@
  *
  * The stream keeps what fits it: a rising curve with steps below 4096. A falling step, or a higher one, comes back wrong, and
  * so does a curve whose step into the last entry but one lies outside 0 to 3 while the last step lies inside: it is written
- * one entry short. That is the format's settled behaviour.
+ * one entry short. That is a property of the format.
  */
 #ifndef KO_TRCCOMPRESS_H
 #define KO_TRCCOMPRESS_H

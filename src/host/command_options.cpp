@@ -276,7 +276,9 @@ void add_redeye(CLI::App &app, Options &options) {
     add_model(command, choices,
               "the configuration of another model, which distinguishes red eyes from other things, than the installed one");
     add_repair(command, choices);
-    command.add_flag("--frames", choices.frames, "draw frames: green for accepted, yellow for undecided, red for rejected")
+    command
+        .add_flag("--frames", choices.frames,
+                  "draw frames with the score in percent: green for accepted, yellow for undecided, red for rejected")
         ->group(red_eye_group);
     command
         .add_option("--dump", choices.dump, "with --plain, a folder for files with what the model saw, made if it is missing")

@@ -101,6 +101,10 @@ unsigned process();
 
 unsigned processors();
 
+// Keeps blocks that were freed for the next picture, up to some tens of megabytes: giving them back to the system, which clears
+// each page anew, costs more than the search for red eyes.
+void keep_freed_memory();
+
 // True if the standard output is a terminal that can redraw a line.
 bool has_terminal();
 unsigned terminal_width();

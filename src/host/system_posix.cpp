@@ -10,6 +10,9 @@
 #include <utility>
 
 #include <fcntl.h>
+#ifdef __GLIBC__
+#include <malloc.h>
+#endif
 #include <pthread.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -188,6 +191,15 @@ void ErrorStreamCapture::end() noexcept {
 }
 
 unsigned process() { return static_cast<unsigned>(::getpid()); }
+
+void keep_freed_memory() {
+#ifdef __GLIBC__
+    constexpr int largest_block = 8'000'000;
+    constexpr int most_kept = 64'000'000;
+    mallopt(M_MMAP_THRESHOLD, largest_block);
+    mallopt(M_TRIM_THRESHOLD, most_kept);
+#endif
+}
 
 unsigned processors() { return std::max(std::thread::hardware_concurrency(), 1u); }
 

@@ -151,7 +151,7 @@ class WordReader {
         if (std::fread(bytes, 1, sizeof(bytes), file_.get()) != sizeof(bytes)) {
             return fail();
         }
-        *word = bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+        *word = word_of(bytes);
         return KO_OK;
     }
 
@@ -169,12 +169,15 @@ class WordReader {
         return status;
     }
 
+    // What precedes the end of a file that is cut short is stored.
     [[nodiscard]] int32_t read(float *words, uint64_t count) {
-        int32_t status = KO_OK;
-        for (uint64_t i = 0; i < count && status == KO_OK; ++i) {
-            status = read(&words[i]);
+        const uint64_t complete = std::fread(words, sizeof(*words), count, file_.get());
+        for (uint64_t i = 0; i < complete; ++i) {
+            uint8_t bytes[4];
+            std::memcpy(bytes, &words[i], sizeof(bytes));
+            words[i] = std::bit_cast<float>(word_of(bytes));
         }
-        return status;
+        return complete == count ? static_cast<int32_t>(KO_OK) : fail();
     }
 
     // Allocates a block for count floats and reads them; *words is replaced by it.
@@ -196,6 +199,10 @@ class WordReader {
     }
 
   private:
+    static uint32_t word_of(const uint8_t (&bytes)[4]) {
+        return bytes[0] | uint32_t{bytes[1]} << 8 | uint32_t{bytes[2]} << 16 | uint32_t{bytes[3]} << 24;
+    }
+
     int32_t fail() const { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_FILE, path_); }
 
     const char *path_;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cmath>
 
+#include "kohost/quantile.h"
 #include "kohost/redness.h"
 
 namespace kohost {
@@ -56,13 +57,6 @@ Zone sample(const Pixels &picture, const Circle &circle, const std::array<double
         }
     }
     return zone;
-}
-
-// The value below which a share of all values lies.
-float quantile(Values values, double share) {
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * (samples_per_zone - 1));
-    std::nth_element(values.begin(), at, values.end());
-    return *at;
 }
 
 float median(const Values &values) { return quantile(values, 0.5); }

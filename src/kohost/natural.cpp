@@ -5,6 +5,7 @@
 #include <cmath>
 #include <vector>
 
+#include "kohost/quantile.h"
 #include "kohost/redness.h"
 
 namespace kohost {
@@ -22,16 +23,6 @@ float neutral_level(const uint8_t *pixel) { return (pixel[1] + pixel[2]) * 0.5f;
 float smooth_step(float value, float low, float high) {
     const float t = std::clamp((value - low) / (high - low), 0.0f, 1.0f);
     return t * t * (3.0f - 2.0f * t);
-}
-
-// The value below which a share of all values lies; 0 of none.
-float quantile(std::vector<float> values, double share) {
-    if (values.empty()) {
-        return 0.0f;
-    }
-    const auto at = values.begin() + static_cast<std::ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), at, values.end());
-    return *at;
 }
 
 // A part of a picture with a number per pixel.
@@ -115,16 +106,7 @@ class Site {
 
     uint8_t *pixel(uint32_t x, uint32_t y) const { return bytes_ + (size_t{y} * picture_.width + x) * 3; }
 
-    // The part of the picture up to some radii of the first shape from its middle.
-    Box around(double radii) const {
-        const Circle circle = shapes_.front().circle();
-        const auto place = [](double at, uint32_t limit) {
-            return static_cast<uint32_t>(std::clamp(at, 0.0, static_cast<double>(limit)));
-        };
-        const double far = radii * circle.radius;
-        return {place(std::floor(circle.x - far), picture_.width), place(std::floor(circle.y - far), picture_.height),
-                place(std::ceil(circle.x + far), picture_.width), place(std::ceil(circle.y + far), picture_.height)};
-    }
+    Box surroundings() const { return shapes_.front().circle().square(3.0, picture_); }
 
     // All that may change.
     Box window() const {
@@ -162,7 +144,7 @@ struct Redness {
 Redness measure(const Site &site) {
     std::vector<float> inside;
     std::vector<float> outside;
-    Plane(site.around(3.0)).for_each([&](uint32_t x, uint32_t y, float) {
+    Plane(site.surroundings()).for_each([&](uint32_t x, uint32_t y, float) {
         (site.in_first_shape(x, y) ? inside : outside).push_back(redness(site.pixel(x, y)));
     });
     return {quantile(std::move(inside), 0.75), quantile(std::move(outside), 0.5)};

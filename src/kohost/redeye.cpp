@@ -15,16 +15,8 @@ namespace {
 // Two looks found the same thing if the middle of one place lies in the other.
 bool same_place(const Circle &a, const Circle &b) { return std::hypot(a.x - b.x, a.y - b.y) < std::max(a.radius, b.radius); }
 
-// The square three times as large as a place, as far as it lies in the picture.
-Box window_around(const Circle &circle, Size picture) {
-    constexpr double times = 3.0;
-    const auto place = [](double at, uint32_t limit) {
-        return static_cast<uint32_t>(std::clamp(at, 0.0, static_cast<double>(limit)));
-    };
-    const double reach = times * circle.radius;
-    return {place(circle.x - reach, picture.width), place(circle.y - reach, picture.height),
-            place(circle.x + reach, picture.width), place(circle.y + reach, picture.height)};
-}
+// Of what is shown of a place: as large as what the model saw.
+constexpr double window_radii = 3.0;
 
 // The places of all looks, the surest first.
 std::vector<Place> judged(const Findings &findings, const Pixels &copy, const RedEyeModel &model, Sensitivity sensitivity) {
@@ -149,7 +141,7 @@ RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model
             shape = shape.scaled(copy.size, picture);
         }
         place.box = place.shapes.front().pixels(picture);
-        place.window = window_around(place.shapes.front().circle(), picture);
+        place.window = place.shapes.front().circle().square(window_radii, picture);
     }
     decide(eyes, findings.too_many, choices.full ? eyes.judged() : eyes.count(KO_PATCH_ACCEPTED), choices);
     return eyes;

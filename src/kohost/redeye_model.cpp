@@ -81,7 +81,10 @@ Verdict RedEyeModel::judge(float fe_score, float be_score, const Evidence &evide
             odds(fe_score) > odds(bounds_.fe_accept) + shift && odds(be_score) > odds(bounds_.be_accept) + shift;
         const bool rejected =
             odds(fe_score) < odds(bounds_.fe_reject) + shift || odds(be_score) < odds(bounds_.be_reject) + shift;
-        return {std::min(fe_score, be_score), accepted ? KO_PATCH_ACCEPTED : rejected ? KO_PATCH_REJECTED : KO_PATCH_UNDECIDED};
+        const float lower = std::min(fe_score, be_score);
+        return {std::isnan(lower) ? 0.0f : lower, accepted   ? KO_PATCH_ACCEPTED
+                                                  : rejected ? KO_PATCH_REJECTED
+                                                             : KO_PATCH_UNDECIDED};
     }
     Gate::Inputs inputs{fe_score, be_score};
     std::copy(evidence.begin(), evidence.end(), inputs.begin() + 2);

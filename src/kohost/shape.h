@@ -2,6 +2,8 @@
 #ifndef KO_KOHOST_SHAPE_H
 #define KO_KOHOST_SHAPE_H
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <vector>
 
@@ -9,9 +11,21 @@
 
 namespace kohost {
 
+// A place within a side of a picture.
+inline uint32_t within(double place, uint32_t side) {
+    return static_cast<uint32_t>(std::clamp(place, 0.0, static_cast<double>(side)));
+}
+
 // A circle in pixels; the middle of the pixel in column i and row i is at i + 0.5.
 struct Circle {
     double x, y, radius;
+
+    // The square around it that reaches some of its radii from its middle, in whole pixels and within a picture.
+    Box square(double radii, Size picture) const {
+        const double reach = radii * radius;
+        return {within(std::floor(x - reach), picture.width), within(std::floor(y - reach), picture.height),
+                within(std::ceil(x + reach), picture.width), within(std::ceil(y + reach), picture.height)};
+    }
 };
 
 // Where the cells lie in a picture, in pixels.
@@ -41,15 +55,12 @@ struct Shape {
                 (width + height) / 4};
     }
 
-    // The box in pixels, within a picture.
+    // The box in whole pixels, within a picture.
     Box pixels(Size picture) const {
-        const auto place = [](double at, uint32_t limit) {
-            return static_cast<uint32_t>(at < 0.0 ? 0.0 : at > limit ? limit : at);
-        };
-        return {place(cells.left + box.x0 * cells.width, picture.width),
-                place(cells.top + box.y0 * cells.height, picture.height),
-                place(cells.left + box.x1 * cells.width + 0.999, picture.width),
-                place(cells.top + box.y1 * cells.height + 0.999, picture.height)};
+        return {within(std::floor(cells.left + box.x0 * cells.width), picture.width),
+                within(std::floor(cells.top + box.y0 * cells.height), picture.height),
+                within(std::ceil(cells.left + box.x1 * cells.width), picture.width),
+                within(std::ceil(cells.top + box.y1 * cells.height), picture.height)};
     }
 
     // The same in a picture of another size.

@@ -89,6 +89,9 @@ Verdict RedEyeModel::judge(float fe_score, float be_score, const Evidence &evide
     Gate::Inputs inputs{fe_score, be_score};
     std::copy(evidence.begin(), evidence.end(), inputs.begin() + 2);
     const double sum = gate_->sum(inputs);
+    if (odds(fe_score) < odds(bounds_.fe_reject) + shift) { // the corner of a mouth may have all the colours of a pupil
+        return {std::min(score_of(sum), fe_score), KO_PATCH_REJECTED};
+    }
     const int32_t label = sum > gate_->accept() + shift   ? KO_PATCH_ACCEPTED
                           : sum < gate_->reject() + shift ? KO_PATCH_REJECTED
                                                           : KO_PATCH_UNDECIDED;

@@ -37,7 +37,8 @@ class RedEyeModel {
     // The files that it consists of.
     const std::vector<std::string> &files() const { return files_; }
 
-    // Without a gate, the score is the lower one of the classifiers', and their bounds give the label.
+    // The gate gives score and label, but what the first classifier rejects by its shape is rejected. Without a gate, the score
+    // is the lower one of the classifiers', and their bounds give the label.
     Verdict judge(float fe_score, float be_score, const Evidence &evidence, Sensitivity sensitivity) const;
 
   private:

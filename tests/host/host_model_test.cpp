@@ -58,6 +58,13 @@ TEST_F(HostModel, LeavesAFaceWithBrownEyesAlone) {
     EXPECT_EQ(read_bytes(path("normal.jpg")), read_bytes(face("normal")));
 }
 
+// The corner of the mouth is as red and dark as a pupil, beside something white.
+TEST_F(HostModel, LeavesAPortraitWithoutRedEyesAlone) {
+    const std::string portrait = KO_SAMPLES "/astronaut.png";
+    expect_success(run_command("redeye", {portrait}, path("out.png"), {}));
+    EXPECT_EQ(read_bytes(path("out.png")), read_bytes(portrait));
+}
+
 TEST_F(HostModel, AcceptsMoreTheMoreEagerItIs) {
     const std::vector<std::string> sensitivities = {"careful", "default", "eager"};
     int before = 0;

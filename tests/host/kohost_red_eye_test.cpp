@@ -310,14 +310,24 @@ TEST(RedEyeVerdict, WithAGateSeesScoresAndEvidence) {
         const Model model(step_gate(input, 0.5, -5, 5));
         const RedEyeModel read = model.read();
         kohost::Evidence evidence{};
-        EXPECT_EQ(read.judge(0.0f, 0.0f, evidence, Sensitivity::standard).label, KO_PATCH_REJECTED) << input;
+        constexpr float low = 0.45f; // but not rejected by the classifier's own bound
+        EXPECT_EQ(read.judge(low, 0.0f, evidence, Sensitivity::standard).label, KO_PATCH_REJECTED) << input;
         if (input >= 2) {
             evidence[input - 2] = 1.0f;
         }
-        EXPECT_EQ(read.judge(input == 0 ? 1.0f : 0.0f, input == 1 ? 1.0f : 0.0f, evidence, Sensitivity::standard).label,
+        EXPECT_EQ(read.judge(input == 0 ? 1.0f : low, input == 1 ? 1.0f : 0.0f, evidence, Sensitivity::standard).label,
                   KO_PATCH_ACCEPTED)
             << input;
     }
+}
+
+TEST(RedEyeVerdict, WithAGateRejectsWhatTheShapeRejects) {
+    const Model model(step_gate(2, 0.5, 5, 5));
+    const RedEyeModel read = model.read();
+    EXPECT_EQ(read.judge(0.45f, 0.0f, {}, Sensitivity::standard).label, KO_PATCH_ACCEPTED);
+    const kohost::Verdict verdict = read.judge(0.01f, 1.0f, {}, Sensitivity::standard);
+    EXPECT_EQ(verdict.label, KO_PATCH_REJECTED);
+    EXPECT_LE(verdict.score, 0.01f);
 }
 
 TEST(RedEyeVerdict, IsTheHigherTheMoreEagerTheChoice) {

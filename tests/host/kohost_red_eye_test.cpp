@@ -535,6 +535,32 @@ const Place &place_of(const RedEyes &eyes, const Eye &eye) {
     return *std::find_if(eyes.places.begin(), eyes.places.end(), [&](const Place &place) { return covers(place.box, eye); });
 }
 
+// The slightly rough eye is undecided by itself.
+TEST(FoundEyes, AreAcceptedBesideTheOtherEyeOfTheFace) {
+    const Model model;
+    const RedEyeModel read = model.read();
+    const Eye first = four_eyes[0];
+    const Eye second = four_eyes[1];
+    const auto label = [&](const std::vector<Eye> &eyes) {
+        const RedEyes found = eyes_in(skin_picture(eyes_size, eyes), read);
+        return place_of(found, second).label;
+    };
+    EXPECT_EQ(label({second}), KO_PATCH_UNDECIDED);
+    EXPECT_EQ(label({first, second}), KO_PATCH_ACCEPTED);
+    const Eye large = {60, 60, 2 * first.radius, 0};
+    EXPECT_EQ(label({large, second}), KO_PATCH_UNDECIDED) << "of another size";
+    const Eye close = {second.x - 30, second.y, first.radius, 0};
+    EXPECT_EQ(label({close, second}), KO_PATCH_UNDECIDED) << "closer than eyes are";
+    const Eye third = {60, 160, first.radius, 0};
+    EXPECT_EQ(label({first, third, second}), KO_PATCH_UNDECIDED) << "the others are a pair";
+}
+
+TEST(FoundEyes, HaveTheShapesOfAllLooksThatAcceptedThem) {
+    const Model model;
+    const RedEyes eyes = eyes_in(skin_picture(eyes_size, four_eyes), model.read());
+    EXPECT_GT(place_of(eyes, four_eyes[0]).shapes.size(), 1u);
+}
+
 TEST(RepairedEyes, AreTheAcceptedOnesOrAll) {
     const Model model;
     const RedEyeModel read = model.read();

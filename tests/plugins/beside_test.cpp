@@ -14,10 +14,10 @@ using namespace ko_test;
 
 class Copy {
   public:
-    explicit Copy(const std::string &folder) {
+    explicit Copy(const std::string &folder, const char *file = KO_LIBRARY) {
         std::filesystem::remove_all(folder);
-        std::filesystem::create_directory(folder);
-        std::filesystem::copy_file(KO_LIBRARY, folder + "/libko.so");
+        std::filesystem::create_directories(folder);
+        std::filesystem::copy_file(file, folder + "/libko.so");
     }
     ~Copy() {
         if (library_ != nullptr) {
@@ -53,6 +53,21 @@ TEST(PluginBeside, IsFound) {
     const std::string ended = take_log();
     EXPECT_TRUE(ended.starts_with("release ") && ended.ends_with("\nunload\n")) << ended;
 }
+
+#ifdef KO_LIBRARY_AVX2
+// The build for AVX2 lies in a folder below the other's, beside which the plug-in is.
+TEST(PluginBeside, IsFoundFromTheFolderOfAProcessor) {
+    take_log();
+    const std::string below = std::string("with/") + KO_AVX2_FOLDER;
+    std::filesystem::remove_all("with");
+    Copy library(below, KO_LIBRARY_AVX2);
+    put_plugin("full", "with");
+    ASSERT_NO_FATAL_FAILURE(library.open("./" + below));
+    EXPECT_EQ(library.init(word(9), nullptr), 9);
+    EXPECT_TRUE(take_log().starts_with("load\ninit 9 0 "));
+    EXPECT_EQ(library.release(), 0);
+}
+#endif
 
 // The current folder is not searched, nor the folder of the other copy.
 TEST(PluginBeside, IsNotFoundElsewhere) {

@@ -87,15 +87,20 @@ void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, fl
         blur_row_group(kernel, weighted, y, weighted, frame->row_work.get());
         frame->weighted_columns.down(weighted, y);
     }
-    for (uint64_t y = image->height; y-- > 0;) {
+    for (uint64_t bottom = image->height; bottom != 0;) {
+        const uint64_t rows = std::min(bottom, blur_rise);
         for (uint64_t x = 0; x < image->width; x += blur_piece) {
-            float blurred_weights[blur_piece];
-            float blurred_weighted[blur_piece];
-            frame->weight_columns.up(weights, y, x, blurred_weights);
-            frame->weighted_columns.up(weighted, y, x, blurred_weighted);
-            accumulate(image->rows[y] + x, level, step, std::min(blur_piece, image->width - x), blurred_weights,
-                       blurred_weighted, result->rows[y] + x);
+            float blurred_weights[blur_rise][blur_piece];
+            float blurred_weighted[blur_rise][blur_piece];
+            frame->weight_columns.up(weights, bottom - 1, rows, x, blurred_weights[0], blur_piece);
+            frame->weighted_columns.up(weighted, bottom - 1, rows, x, blurred_weighted[0], blur_piece);
+            for (uint64_t r = 0; r < rows; ++r) {
+                const uint64_t y = bottom - 1 - r;
+                accumulate(image->rows[y] + x, level, step, std::min(blur_piece, image->width - x), blurred_weights[r],
+                           blurred_weighted[r], result->rows[y] + x);
+            }
         }
+        bottom -= rows;
     }
 }
 

@@ -1,148 +1,256 @@
 // The blur by a recursive filter of third order with an exact end of the signal.
 //
-// The recursion of one line waits for its own results, so lines are carried side by side: the vertical pass takes all columns
-// row by row, the horizontal pass turns groups of rows so that they lie like columns. Each line gets the same arithmetic in the
-// same order either way: recursion in double precision, what is stored rounded to float.
+// The recursion of one line waits for its own results, so lines are carried side by side: the vertical pass takes columns
+// through several rows at a time, the horizontal pass turns groups of rows so that they lie like columns. Each line gets the
+// same arithmetic in the same order either way: recursion in double precision, what is stored rounded to float.
 #include <algorithm>
+#include <utility>
 
 #include "gaussian.h"
+#include "lanes.h"
 #include "matrix.h"
 
 namespace ko {
 
 namespace {
 
-// A number of lines that the compiler knows.
-template <uint64_t Value> struct Constant {
-    constexpr operator uint64_t() const { return Value; }
+template <class Value> Value widened(const float *from);
+template <> inline Doubles widened(const float *from) { return widen(load<NarrowFloats>(from)); }
+template <> inline double widened(const float *from) { return static_cast<double>(*from); }
+
+inline void store_narrowed(const Doubles &values, float *to) { store(convert<NarrowFloats>(values), to); }
+inline void store_narrowed(double value, float *to) { *to = static_cast<float>(value); }
+
+// The weights of the three nearest values, and what a sample is multiplied by on the way back.
+struct Weights {
+    double near;
+    double middle;
+    double far;
+    double sample;
 };
 
-// The recursion over lines side by side, sample by sample: start, forward for each sample from 0 on, turn at the last, backward
-// for each before it. The values of a sample stand in the slot that its number has modulo 3: those of the three before it are
-// then always there. Count is a type that converts to the number of lines.
-template <class Count> class LineFilter {
+Weights weights_there(const KernelGaussian *kernel) { return {kernel->a1, kernel->a2, kernel->a3, 1.0}; }
+
+Weights weights_back(const KernelGaussian *kernel) {
+    return {kernel->backA1, kernel->backA2, kernel->backA3, kernel->scale * kernel->scale};
+}
+
+enum class Way { there, back };
+
+// The recursion over lines side by side, sample by sample: start, there from the first sample to the last, turn at the last,
+// back from the one before it to the first. A value is a double or a vector of them, and holds one line or as many. Between
+// calls the three nearest values of the lines are kept in memory, nearest first, each spacing doubles behind the one before.
+template <class Value, uint64_t Values> class Lines {
   public:
-    // The slots begin at state, spacing doubles apart; who makes a filter on the same state anew goes on with the lines.
-    LineFilter(const KernelGaussian *kernel, Count lines, double *state, uint64_t spacing)
-        : kernel_(kernel), lines_(lines), slots_{state, state + spacing, state + 2 * spacing} {}
+    static constexpr uint64_t value_lines = sizeof(Value) / sizeof(double);
+    static constexpr uint64_t count = Values * value_lines;
+
+    Lines(double *state, uint64_t spacing) : near_(state), middle_(state + spacing), far_(state + 2 * spacing) {}
 
     // first is the lines' first sample.
-    void start(const float *first) {
-        for (uint64_t l = 0; l < lines_; ++l) {
-            slots_[0][l] = slots_[1][l] = slots_[2][l] = static_cast<double>(first[l]) / kernel_->scale;
+    void start(const KernelGaussian *kernel, const float *first) {
+        for (uint64_t l = 0; l < count; l += value_lines) {
+            const Value value = widened<Value>(first + l) / kernel->scale;
+            for (double *to : {near_, middle_, far_}) {
+                store(value, to + l);
+            }
         }
     }
 
-    // output may be input.
-    void forward(uint64_t sample, const float *input, float *output) {
-        step(slot(sample + 2), slot(sample + 1), slot(sample), kernel_->a1, kernel_->a2, kernel_->a3,
-             [=](uint64_t l) { return static_cast<double>(input[l]); });
-        store(sample, output);
-    }
-
-    // output may be input.
-    void backward(uint64_t sample, const float *input, float *output) {
-        const double square = kernel_->scale * kernel_->scale;
-        step(slot(sample + 1), slot(sample + 2), slot(sample), kernel_->backA1, kernel_->backA2, kernel_->backA3,
-             [=](uint64_t l) { return square * static_cast<double>(input[l]); });
-        store(sample, output);
+    // Through samples that lie a number of floats apart. output may be input. Three at a time, so that each of the nearest
+    // values comes back to its place.
+    template <Way way>
+    void run(const Weights &weights, const float *input, int64_t input_step, float *output, int64_t output_step,
+             uint64_t samples) {
+        Set near(near_);
+        Set middle(middle_);
+        Set far(far_);
+        for (uint64_t turns = samples / 3; turns != 0; --turns) {
+            step<way>(weights, input, near, middle, far, output);
+            step<way>(weights, input + input_step, far, near, middle, output + output_step);
+            step<way>(weights, input + 2 * input_step, middle, far, near, output + 2 * output_step);
+            input += 3 * input_step;
+            output += 3 * output_step;
+        }
+        switch (samples % 3) {
+        case 0:
+            return save(near, middle, far);
+        case 1:
+            step<way>(weights, input, near, middle, far, output);
+            return save(far, near, middle);
+        default:
+            step<way>(weights, input, near, middle, far, output);
+            step<way>(weights, input + input_step, far, near, middle, output + output_step);
+            return save(middle, far, near);
+        }
     }
 
     // Turns what is left of the way there into what the way back begins with, and gives its first sample, the lines' last.
     // input is what the lines held there at first.
-    void turn(uint64_t sample, const float *input, float *output) {
-        const double rest = 1.0 - kernel_->a1 - kernel_->a2 - kernel_->a3;
-        const double square = kernel_->scale * kernel_->scale;
-        const double *m = kernel_->boundary;
-        for (uint64_t l = 0; l < lines_; ++l) {
-            const double u = static_cast<double>(input[l]) / rest;
-            const double v = u / rest;
-            const double d0 = slot(sample)[l] - u;
-            const double d1 = slot(sample + 2)[l] - u;
-            const double d2 = slot(sample + 1)[l] - u;
-            slot(sample)[l] = (m[0] * d0 + m[1] * d1 + m[2] * d2 + v) * square;
-            slot(sample + 1)[l] = (m[3] * d0 + m[4] * d1 + m[5] * d2 + v) * square;
-            slot(sample + 2)[l] = (m[6] * d0 + m[7] * d1 + m[8] * d2 + v) * square;
+    void turn(const KernelGaussian *kernel, const float *input, float *output) {
+        const double rest = 1.0 - kernel->a1 - kernel->a2 - kernel->a3;
+        const double square = kernel->scale * kernel->scale;
+        const double *m = kernel->boundary;
+        for (uint64_t l = 0; l < count; l += value_lines) {
+            const Value u = widened<Value>(input + l) / rest;
+            const Value v = u / rest;
+            const Value d0 = load<Value>(near_ + l) - u;
+            const Value d1 = load<Value>(middle_ + l) - u;
+            const Value d2 = load<Value>(far_ + l) - u;
+            const Value first = (m[0] * d0 + m[1] * d1 + m[2] * d2 + v) * square;
+            store(first, near_ + l);
+            store((m[3] * d0 + m[4] * d1 + m[5] * d2 + v) * square, middle_ + l);
+            store((m[6] * d0 + m[7] * d1 + m[8] * d2 + v) * square, far_ + l);
+            store_narrowed(first, output + l);
         }
-        store(sample, output);
     }
 
   private:
-    double *slot(uint64_t sample) const { return slots_[sample % 3]; }
+    // Values in registers.
+    struct Set {
+        Value values[Values];
 
-    // One sample of all lines, from the three nearest behind it; the newest value takes the place of the farthest.
-    template <class Term>
-    void step(const double *__restrict near, const double *__restrict middle, double *__restrict far, double w0, double w1,
-              double w2, Term term) {
-        for (uint64_t l = 0; l < lines_; ++l) {
-            far[l] = term(l) + w0 * near[l] + w1 * middle[l] + w2 * far[l];
+        explicit Set(const double *from) {
+            for (uint64_t i = 0; i < Values; ++i) {
+                values[i] = load<Value>(from + i * value_lines);
+            }
+        }
+        void save(double *to) const {
+            for (uint64_t i = 0; i < Values; ++i) {
+                store(values[i], to + i * value_lines);
+            }
+        }
+    };
+
+    void save(const Set &near, const Set &middle, const Set &far) const {
+        near.save(near_);
+        middle.save(middle_);
+        far.save(far_);
+    }
+
+    // One sample of all lines, from the three nearest before it; the newest value takes the place of the farthest.
+    template <Way way>
+    static void step(const Weights &weights, const float *input, const Set &near, const Set &middle, Set &far, float *output) {
+        for (uint64_t i = 0; i < Values; ++i) {
+            Value sample = widened<Value>(input + i * value_lines);
+            if constexpr (way == Way::back) {
+                sample = weights.sample * sample;
+            }
+            far.values[i] =
+                sample + weights.near * near.values[i] + weights.middle * middle.values[i] + weights.far * far.values[i];
+            store_narrowed(far.values[i], output + i * value_lines);
         }
     }
 
-    void store(uint64_t sample, float *output) const {
-        const double *values = slot(sample);
-        for (uint64_t l = 0; l < lines_; ++l) {
-            output[l] = static_cast<float>(values[l]);
-        }
-    }
-
-    const KernelGaussian *kernel_;
-    Count lines_;
-    double *slots_[3];
+    double *near_;
+    double *middle_;
+    double *far_;
 };
 
-// A square of samples being turned: columns[x][r] is row r's.
-struct Square {
-    float columns[blur_group][blur_group];
+// As many lines as the registers hold.
+using Bundle = Lines<Doubles, 4>;
+static_assert(blur_group % Bundle::count == 0);
 
-    void take_rows(float *const *rows, uint64_t row_count, uint64_t x0, uint64_t column_count) {
-        for (uint64_t r = 0; r < row_count; ++r) {
-            for (uint64_t x = 0; x < column_count; ++x) {
-                columns[x][r] = rows[r][x0 + x];
+// Calls take(lines, first) for the bundles that count lines have whole; gives the first line that is in none.
+template <class Take> uint64_t for_each_bundle(double *state, uint64_t spacing, uint64_t count, Take take) {
+    uint64_t first = 0;
+    for (; first + Bundle::count <= count; first += Bundle::count) {
+        take(Bundle(state + first, spacing), first);
+    }
+    return first;
+}
+
+// The same, and then for the lines that are left one by one.
+template <class Take> void for_all_lines(double *state, uint64_t spacing, uint64_t count, Take take) {
+    for (uint64_t line = for_each_bundle(state, spacing, count, take); line < count; ++line) {
+        take(Lines<double, 1>(state + line, spacing), line);
+    }
+}
+
+// ---- the horizontal pass
+
+// The rows of a group. One that is cut short by the end of the image has its last row more than once.
+struct Group {
+    float *rows[blur_group];
+
+    Group(const RealImage *image, uint64_t y) {
+        for (uint64_t r = 0; r < blur_group; ++r) {
+            rows[r] = image->rows[std::min(y + r, image->height - 1)];
+        }
+    }
+};
+
+// Columns that are turned at a time.
+constexpr uint64_t turned_columns = 48;
+
+// Columns x to end - 1 of a group, column after column.
+void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) {
+    for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
+        for (uint64_t r = 0; r < blur_group; r += 4) {
+            const auto at = [&](uint64_t i) { return load<Quad>(group.rows[r + i] + x); };
+            const Square square = turned({{at(0), at(1), at(2), at(3)}});
+            for (uint64_t i = 0; i < 4; ++i) {
+                store(square.rows[i], columns + i * blur_group + r);
             }
         }
     }
+    for (; x < end; ++x, columns += blur_group) {
+        for (uint64_t r = 0; r < blur_group; ++r) {
+            columns[r] = group.rows[r][x];
+        }
+    }
+}
 
-    void give_rows(float *const *rows, uint64_t row_count, uint64_t x0, uint64_t column_count) const {
-        for (uint64_t r = 0; r < row_count; ++r) {
-            for (uint64_t x = 0; x < column_count; ++x) {
-                rows[r][x0 + x] = columns[x][r];
+// The way back.
+void give_columns(const Group &group, uint64_t x, uint64_t end, const float *columns) {
+    for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
+        for (uint64_t r = 0; r < blur_group; r += 4) {
+            const auto at = [=](uint64_t i) { return load<Quad>(columns + i * blur_group + r); };
+            const Square square = turned({{at(0), at(1), at(2), at(3)}});
+            for (uint64_t i = 0; i < 4; ++i) {
+                store(square.rows[i], group.rows[r + i] + x);
             }
         }
     }
-};
+    for (; x < end; ++x, columns += blur_group) {
+        for (uint64_t r = 0; r < blur_group; ++r) {
+            group.rows[r][x] = columns[r];
+        }
+    }
+}
 
-// The horizontal pass over a group of rows. work holds the way there, column by column.
-template <class Count>
-void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *out, Count rows, uint64_t width, float *work) {
+// work holds all columns of the group: as they were, then the way there, then the way back.
+void filter_rows(const KernelGaussian *kernel, const Group &in, const Group &out, uint64_t width, float *work) {
+    constexpr auto column_step = static_cast<int64_t>(blur_group);
+    const Weights there = weights_there(kernel);
+    const Weights back = weights_back(kernel);
     double state[3 * blur_group];
-    LineFilter<Count> filter(kernel, rows, state, blur_group);
-    Square square;
-    float ends[2][blur_group] = {};
-    for (uint64_t r = 0; r < rows; ++r) {
-        ends[0][r] = in[r][0];
-        ends[1][r] = in[r][width - 1];
-    }
-    filter.start(ends[0]);
-    for (uint64_t x0 = 0; x0 < width; x0 += blur_group) {
-        const uint64_t columns = std::min(blur_group, width - x0);
-        square.take_rows(in, rows, x0, columns);
-        for (uint64_t x = 0; x < columns; ++x) {
-            filter.forward(x0 + x, square.columns[x], work + (x0 + x) * blur_group);
+    float last[blur_group];
+    for (uint64_t x = 0; x < width; x += turned_columns) {
+        const uint64_t end = std::min(x + turned_columns, width);
+        float *columns = work + x * blur_group;
+        take_columns(in, x, end, columns);
+        if (end == width) {
+            std::copy_n(work + (width - 1) * blur_group, blur_group, last);
         }
-    }
-    const uint64_t last = width - 1;
-    for (uint64_t x0 = last / blur_group * blur_group + blur_group; x0 > 0;) {
-        x0 -= blur_group;
-        const uint64_t columns = std::min(blur_group, width - x0);
-        for (uint64_t x = columns; x-- > 0;) {
-            if (x0 + x == last) {
-                filter.turn(last, ends[1], square.columns[x]);
-            } else {
-                filter.backward(x0 + x, work + (x0 + x) * blur_group, square.columns[x]);
+        for_each_bundle(state, blur_group, blur_group, [&](auto lines, uint64_t r) {
+            if (x == 0) {
+                lines.start(kernel, columns + r);
             }
-        }
-        square.give_rows(out, rows, x0, columns);
+            lines.template run<Way::there>(there, columns + r, column_step, columns + r, column_step, end - x);
+        });
+    }
+    for_each_bundle(state, blur_group, blur_group,
+                    [&](auto lines, uint64_t r) { lines.turn(kernel, last + r, work + (width - 1) * blur_group + r); });
+    for (uint64_t end = width; end != 0;) {
+        const uint64_t x = (end - 1) / turned_columns * turned_columns;
+        const uint64_t open = std::min(end, width - 1); // the last column is done
+        for_each_bundle(state, blur_group, blur_group, [&](auto lines, uint64_t r) {
+            float *first = work + open * blur_group + r - blur_group;
+            lines.template run<Way::back>(back, first, -column_step, first, -column_step, open - x);
+        });
+        give_columns(out, x, end, work + x * blur_group);
+        end = x;
     }
 }
 
@@ -151,12 +259,10 @@ void filter_rows(const KernelGaussian *kernel, float *const *in, float *const *o
 float *make_blur_work(uint64_t width) { return static_cast<float *>(allocate_bytes(width, blur_group * sizeof(float))); }
 
 void blur_row_group(const KernelGaussian *kernel, const RealImage *image, uint64_t y, RealImage *result, float *work) {
-    if (image->height - y >= blur_group) {
-        filter_rows(kernel, image->rows + y, result->rows + y, Constant<blur_group>(), image->width, work);
-    } else {
-        filter_rows(kernel, image->rows + y, result->rows + y, image->height - y, image->width, work);
-    }
+    filter_rows(kernel, Group(image, y), Group(result, y), image->width, work);
 }
+
+// ---- the vertical pass
 
 bool ColumnBlur::init(const KernelGaussian *kernel, uint64_t width) {
     kernel_ = kernel;
@@ -170,24 +276,32 @@ void ColumnBlur::down(RealImage *image, uint64_t top) {
     if (bottom == image->height) {
         std::copy_n(image->rows[bottom - 1], image->width, last_.get());
     }
-    for (uint64_t x = 0; x < image->width; x += blur_piece) {
-        LineFilter<uint64_t> filter(kernel_, std::min(blur_piece, image->width - x), state_.get() + x, image->width);
+    const Weights weights = weights_there(kernel_);
+    const auto row_step = static_cast<int64_t>(stride(image));
+    for_all_lines(state_.get(), image->width, image->width, [&](auto lines, uint64_t x) {
+        float *first = image->rows[top] + x;
         if (top == 0) {
-            filter.start(image->rows[0] + x);
+            lines.start(kernel_, first);
         }
-        for (uint64_t y = top; y < bottom; ++y) {
-            filter.forward(y, image->rows[y] + x, image->rows[y] + x);
-        }
-    }
+        lines.template run<Way::there>(weights, first, row_step, first, row_step, bottom - top);
+    });
 }
 
-void ColumnBlur::up(const RealImage *image, uint64_t y, uint64_t x, float *out) {
-    LineFilter<uint64_t> filter(kernel_, std::min(blur_piece, image->width - x), state_.get() + x, image->width);
-    if (y == image->height - 1) {
-        filter.turn(y, last_.get() + x, out);
-    } else {
-        filter.backward(y, image->rows[y] + x, out);
-    }
+void ColumnBlur::up(const RealImage *image, uint64_t y, uint64_t rows, uint64_t x, float *out, int64_t step) {
+    const Weights weights = weights_back(kernel_);
+    const auto row_step = -static_cast<int64_t>(stride(image));
+    const bool turns = y == image->height - 1;
+    const uint64_t count = std::min(blur_piece, image->width - x);
+    for_all_lines(state_.get() + x, image->width, count, [&](auto lines, uint64_t i) {
+        const float *input = image->rows[y] + x + i;
+        float *output = out + i;
+        if (turns) {
+            lines.turn(kernel_, last_.get() + x + i, output);
+            lines.template run<Way::back>(weights, input + row_step, row_step, output + step, step, rows - 1);
+        } else {
+            lines.template run<Way::back>(weights, input, row_step, output, step, rows);
+        }
+    });
 }
 
 int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image, RealImage **result) {
@@ -205,10 +319,13 @@ int32_t convolve_recursive(const KernelGaussian *kernel, const RealImage *image,
         blur_row_group(kernel, image, y, *result, work.get());
         columns.down(*result, y);
     }
-    for (uint64_t y = image->height; y-- > 0;) {
+    const auto step = -static_cast<int64_t>(stride(*result));
+    for (uint64_t bottom = image->height; bottom != 0;) {
+        const uint64_t rows = std::min(bottom, blur_rise);
         for (uint64_t x = 0; x < image->width; x += blur_piece) {
-            columns.up(*result, y, x, (*result)->rows[y] + x);
+            columns.up(*result, bottom - 1, rows, x, (*result)->rows[bottom - 1] + x, step);
         }
+        bottom -= rows;
     }
     return KO_OK;
 }

@@ -1,12 +1,29 @@
-// The system allocator as it is.
+// The system allocator as it is, but for large blocks: they are to lie on large pages.
 #include "heap.h"
 
 #include <cstdlib>
 
+#include "platform.h"
+
 namespace ko {
 
-void *heap_allocate(size_t size) { return std::malloc(size); }
-void *heap_allocate_clear(size_t size) { return std::calloc(1, size); }
+namespace {
+
+// A picture's planes are new to the process at every call. Page by page the system takes longer to hand them over than a filter
+// takes to fill them.
+constexpr size_t large_block = size_t{4} << 20;
+
+void *on_large_pages(void *block, size_t size) {
+    if (block != nullptr && size >= large_block) {
+        prefer_large_pages(block, size);
+    }
+    return block;
+}
+
+} // namespace
+
+void *heap_allocate(size_t size) { return on_large_pages(std::malloc(size), size); }
+void *heap_allocate_clear(size_t size) { return on_large_pages(std::calloc(1, size), size); }
 void *heap_reallocate(void *block, size_t size) { return std::realloc(block, size); }
 void heap_free(void *block) { std::free(block); }
 

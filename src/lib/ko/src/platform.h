@@ -1,8 +1,9 @@
-// What the library asks of an operating system: a pointer per thread, a module by name, a lock with a condition, files that are
-// there. One back end per system (platform_posix.cpp, platform_windows.cpp).
+// What the library asks of an operating system: a pointer per thread, a module by name, a lock with a condition, files that
+// exist, large pages. One back end per system (platform_posix.cpp, platform_windows.cpp).
 #ifndef KO_SRC_PLATFORM_H
 #define KO_SRC_PLATFORM_H
 
+#include <cstddef>
 #include <cstdint>
 
 #ifdef _WIN32
@@ -44,6 +45,9 @@ using ModuleEntry = void (*)();
 int32_t module_unload(void *module);
 
 [[nodiscard]] bool file_exists(const char *path);
+
+// Asks the system to back a block that nothing has written to by large pages; one that does not offer them changes nothing.
+void prefer_large_pages(void *block, size_t size);
 
 // A lock that needs no start and no end, so that it may stand at file scope.
 class Mutex {

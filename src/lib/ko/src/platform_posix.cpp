@@ -2,6 +2,7 @@
 #include "platform.h"
 
 #include <dlfcn.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace ko {
@@ -20,6 +21,17 @@ int32_t module_unload(void *module) { return dlclose(module); }
 bool file_exists(const char *path) {
     struct stat status;
     return stat(path, &status) == 0;
+}
+
+void prefer_large_pages([[maybe_unused]] void *block, [[maybe_unused]] size_t size) {
+#ifdef MADV_HUGEPAGE
+    constexpr uintptr_t page = uintptr_t{2} << 20;
+    const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + page - 1) & ~(page - 1);
+    const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(page - 1);
+    if (first < end) {
+        madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE); // a refusal costs time alone
+    }
+#endif
 }
 
 void Mutex::lock() { pthread_mutex_lock(&lock_); }

@@ -30,6 +30,9 @@ bool file_exists(const char *path) {
     return _stat64(path, &status) == 0;
 }
 
+// Large pages need a right there that users rarely have.
+void prefer_large_pages(void *, size_t) {}
+
 void Mutex::lock() { AcquireSRWLockExclusive(&lock_); }
 void Mutex::unlock() { ReleaseSRWLockExclusive(&lock_); }
 void Condition::wait(Mutex &held) { SleepConditionVariableSRW(&condition_, &held.lock_, INFINITE, 0); }

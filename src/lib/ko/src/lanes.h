@@ -1,0 +1,69 @@
+// Lanes: a few values side by side, on which the operators of the language work element by element, as g++ and clang offer
+// them. They are for loops that the compiler does not vectorise as they stand: every element gets the operations that it would
+// get alone, in the same order. There are as many lanes as fit a register of the processors that a build is for.
+#ifndef KO_SRC_LANES_H
+#define KO_SRC_LANES_H
+
+#include <cstdint>
+#include <cstring>
+
+namespace ko {
+
+#ifdef __AVX2__
+constexpr uint64_t lane_bytes = 32;
+#else
+constexpr uint64_t lane_bytes = 16;
+#endif
+
+using Floats = float __attribute__((vector_size(lane_bytes)));
+using Ints = int32_t __attribute__((vector_size(lane_bytes)));
+using Doubles = double __attribute__((vector_size(lane_bytes)));
+using NarrowFloats = float __attribute__((vector_size(lane_bytes / 2))); // as many as Doubles
+
+// Four lanes in every build.
+using Quad = float __attribute__((vector_size(16)));
+using QuadInts = int32_t __attribute__((vector_size(16)));
+
+constexpr uint64_t float_lanes = sizeof(Floats) / sizeof(float);
+
+// from and to need no alignment, and may be of any element type.
+template <class Vector> inline Vector load(const void *from) {
+    Vector lanes;
+    std::memcpy(&lanes, from, sizeof lanes);
+    return lanes;
+}
+
+template <class Vector> inline void store(const Vector &lanes, void *to) { std::memcpy(to, &lanes, sizeof lanes); }
+
+// Element by element what static_cast does. A float that does not fit its integer is not defined, as there.
+template <class To, class From> inline To convert(const From &lanes) { return __builtin_convertvector(lanes, To); }
+
+// The same, said element by element: g++ makes several instructions of the conversion to wider elements.
+inline Doubles widen(const NarrowFloats &lanes) {
+#ifdef __AVX2__
+    return Doubles{lanes[0], lanes[1], lanes[2], lanes[3]};
+#else
+    return Doubles{lanes[0], lanes[1]};
+#endif
+}
+
+// A square of four rows, turned so that rows become columns.
+struct Square {
+    Quad rows[4];
+};
+
+inline Square turned(const Square &square) {
+    const Quad *row = square.rows;
+    const Quad upper_left = __builtin_shufflevector(row[0], row[1], 0, 4, 1, 5);
+    const Quad upper_right = __builtin_shufflevector(row[0], row[1], 2, 6, 3, 7);
+    const Quad lower_left = __builtin_shufflevector(row[2], row[3], 0, 4, 1, 5);
+    const Quad lower_right = __builtin_shufflevector(row[2], row[3], 2, 6, 3, 7);
+    return {{__builtin_shufflevector(upper_left, lower_left, 0, 1, 4, 5),
+             __builtin_shufflevector(upper_left, lower_left, 2, 3, 6, 7),
+             __builtin_shufflevector(upper_right, lower_right, 0, 1, 4, 5),
+             __builtin_shufflevector(upper_right, lower_right, 2, 3, 6, 7)}};
+}
+
+} // namespace ko
+
+#endif

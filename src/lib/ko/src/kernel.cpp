@@ -1,12 +1,13 @@
 // Kernels: the making of Gaussian and Laplacian ones, and correlation with a dense kernel and with a list of taps. Each pixel
-// is the sum, row after row of the kernel, of sums in single precision from 0 in the order of the terms. A piece of a row is
-// worked side by side, so that its sums stay in the cache.
+// is the sum, row after row of the kernel, of sums in single precision from 0 in the order of the terms. Neighbouring pixels
+// are worked on side by side.
 #include "ko/kernel.h"
 
 #include <algorithm>
 #include <cmath>
 
 #include "alloc.h"
+#include "lanes.h"
 #include "matrix.h"
 
 namespace {
@@ -80,37 +81,87 @@ Rows rows_inside(const RealImage *kernel, const RealImage *image, uint64_t y) {
     return {half > y ? half - y : 0, std::min(kernel->height, image->height + half - y)};
 }
 
-// Adds a row of a kernel, its terms from first up to end, to at most a piece of pixels; image_row is where the first term of
-// the first pixel lies.
-void KoKernelApplyRow(const float *weights, uint64_t first, uint64_t end, const float *image_row, float *result,
-                      uint64_t length) {
-    float sums[piece];
-    std::fill_n(sums, length, 0.0f);
-    add_terms(
-        end - first, [=](uint64_t t) { return weights[first + t]; }, [=](uint64_t t) { return image_row + t; }, sums, length);
-    for (uint64_t x = 0; x < length; ++x) {
-        result[x] = sums[x] + result[x];
+// The terms of each row of a kernel that lie inside the picture.
+struct Terms {
+    uint64_t first;
+    uint64_t count;
+};
+
+// Pixels of a row of a picture that have the same terms: where these begin, and how to go on from row to row.
+struct Stretch {
+    const float *weights;
+    const float *row;
+    uint64_t lead;         // pixels from a pixel's first term to the pixel
+    uint64_t weights_step; // from a row of the kernel to the next
+    uint64_t pixels_step;  // from a row of the picture to the next
+    uint64_t rows;
+    uint64_t terms;
+};
+
+Stretch stretch_of(const RealImage *kernel, const RealImage *image, uint64_t y, Terms terms) {
+    const Rows rows = rows_inside(kernel, image, y);
+    const float *row = image->rows[y + rows.first - kernel->height / 2];
+    return {kernel->rows[rows.first] + terms.first,
+            row,
+            kernel->width / 2 - terms.first,
+            stride(kernel),
+            stride(image),
+            rows.end - rows.first,
+            terms.count};
+}
+
+// Neighbouring pixels from x on, whose sums stay in registers over all rows. A value is a float or a vector of them. Count is
+// the number of terms where the compiler is to know it, otherwise 0.
+template <class Value, uint64_t Values, uint64_t Count>
+inline void apply_block(const Stretch &stretch, uint64_t x, float *result) {
+    constexpr uint64_t lanes = sizeof(Value) / sizeof(float);
+    const uint64_t count = Count != 0 ? Count : stretch.terms;
+    const float *weights = stretch.weights;
+    const float *pixels = stretch.row + (x - stretch.lead);
+    Value totals[Values];
+    for (Value &total : totals) {
+        total = Value{};
+    }
+    for (uint64_t r = 0; r < stretch.rows; ++r, weights += stretch.weights_step, pixels += stretch.pixels_step) {
+        if constexpr (Count == 1) {
+            // A row's sum is its one term; the 0 that it would start from changes no total that began at 0 itself.
+            for (uint64_t i = 0; i < Values; ++i) {
+                totals[i] += weights[0] * load<Value>(pixels + i * lanes);
+            }
+            continue;
+        }
+        Value sums[Values];
+        for (Value &sum : sums) {
+            sum = Value{};
+        }
+        for (uint64_t t = 0; t < count; ++t) {
+            for (uint64_t i = 0; i < Values; ++i) {
+                sums[i] += weights[t] * load<Value>(pixels + t + i * lanes);
+            }
+        }
+        for (uint64_t i = 0; i < Values; ++i) {
+            totals[i] = sums[i] + totals[i];
+        }
+    }
+    for (uint64_t i = 0; i < Values; ++i) {
+        store(totals[i], result + x + i * lanes);
     }
 }
 
-// At most a piece of row y, for which the terms from first up to end of a row of the kernel lie inside the picture.
-void apply_piece(const RealImage *kernel, const RealImage *image, uint64_t y, uint64_t x, uint64_t first, uint64_t end,
-                 float *result, uint64_t length) {
-    const Rows rows = rows_inside(kernel, image, y);
-    const auto image_row = [=](uint64_t r) {
-        return image->rows[y + r - kernel->height / 2] + (x + first - kernel->width / 2);
-    };
-    std::fill_n(result, length, 0.0f);
-    if (kernel->width == 1) {
-        // A row's sum is its one term, so all rows are one sum; its 0 start changes no sum that began at 0 itself.
-        add_terms(
-            rows.end - rows.first, [=](uint64_t t) { return kernel->rows[rows.first + t][0]; },
-            [=](uint64_t t) { return image_row(rows.first + t); }, result, length);
+// Pixels x to end - 1, block by block; the last block begins early enough to end there.
+template <uint64_t Count> void apply_blocks(const Stretch &stretch, uint64_t x, uint64_t end, float *result) {
+    constexpr uint64_t vectors = 4;
+    constexpr uint64_t block = vectors * float_lanes;
+    if (end - x < block) {
+        for (; x < end; ++x) {
+            apply_block<float, 1, Count>(stretch, x, result);
+        }
         return;
     }
-    for (uint64_t r = rows.first; r < rows.end; ++r) {
-        KoKernelApplyRow(kernel->rows[r], first, end, image_row(r), result, length);
+    for (; x + block < end; x += block) {
+        apply_block<Floats, vectors, Count>(stretch, x, result);
     }
+    apply_block<Floats, vectors, Count>(stretch, end - block, result);
 }
 
 // Row y in three stretches: pixels with the kernel cut on the left, full ones, pixels with it cut on the right.
@@ -120,14 +171,13 @@ void apply_kernel(const RealImage *kernel, const RealImage *image, uint64_t y, f
     const auto apply_cut = [=](uint64_t x) {
         const uint64_t first = half > x ? half - x : 0;
         const uint64_t end = std::min(kernel->width, image->width + half - x);
-        apply_piece(kernel, image, y, x, first, end, result + x, 1);
+        apply_block<float, 1, 0>(stretch_of(kernel, image, y, {first, end - first}), x, result);
     };
     for (uint64_t x = 0; x < half; ++x) {
         apply_cut(x);
     }
-    for (uint64_t x = half; x < end_full; x += piece) {
-        apply_piece(kernel, image, y, x, 0, kernel->width, result + x, std::min(piece, end_full - x));
-    }
+    const auto apply_full = kernel->width == 1 ? apply_blocks<1> : kernel->width == 3 ? apply_blocks<3> : apply_blocks<0>;
+    apply_full(stretch_of(kernel, image, y, {0, kernel->width}), half, end_full, result);
     for (uint64_t x = end_full; x < image->width; ++x) {
         apply_cut(x);
     }

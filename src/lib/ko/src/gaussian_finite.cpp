@@ -4,32 +4,20 @@
 #include "gaussian.h"
 #include "matrix.h"
 #include "report.h"
+#include "taps.h"
 
 namespace ko {
 
 namespace {
 
-// Count neighbouring results, each the sum from 0 of taps samples in order: sample t of result i is at samples[t * step + i].
-template <uint64_t Count>
-void sum_taps(const float *coefficients, uint64_t taps, const float *samples, uint64_t step, float *out) {
-    float sums[Count] = {};
-    for (uint64_t t = 0; t < taps; ++t) {
-        for (uint64_t i = 0; i < Count; ++i) {
-            sums[i] += coefficients[t] * samples[t * step + i];
+// Sets out[x] to the sum from 0 of the taps in order, tap t of result x at samples[t * step + x].
+void sum_taps(const float *coefficients, uint64_t taps, const float *samples, uint64_t step, uint64_t count, float *out) {
+    sum_pixels(0, count, [=](auto sums, uint64_t x) {
+        for (uint64_t t = 0; t < taps; ++t) {
+            sums.add(coefficients[t], samples + t * step + x);
         }
-    }
-    std::copy_n(sums, Count, out);
-}
-
-void sum_neighbours(const float *coefficients, uint64_t taps, const float *samples, uint64_t step, uint64_t count, float *out) {
-    constexpr uint64_t group = 16;
-    uint64_t i = 0;
-    for (; i + group <= count; i += group) {
-        sum_taps<group>(coefficients, taps, samples + i, step, out + i);
-    }
-    for (; i < count; ++i) {
-        sum_taps<1>(coefficients, taps, samples + i, step, out + i);
-    }
+        sums.give(out + x);
+    });
 }
 
 // The taps of a kernel that fall on samples 0 to length - 1 when its middle is at position; the others are left out.
@@ -50,12 +38,12 @@ void blur_row(const KernelGaussian *kernel, const float *row, uint64_t width, fl
     const uint64_t half = kernel->width / 2;
     const auto at_end = [=](uint64_t x) {
         const Taps taps = taps_at(x, width, kernel->width);
-        sum_taps<1>(kernel->coefficients + taps.first_tap, taps.count, row + taps.first_sample, 1, out + x);
+        sum_taps(kernel->coefficients + taps.first_tap, taps.count, row + taps.first_sample, 1, 1, out + x);
     };
     for (uint64_t x = 0; x < half; ++x) {
         at_end(x);
     }
-    sum_neighbours(kernel->coefficients, kernel->width, row, 1, width - 2 * half, out + half);
+    sum_taps(kernel->coefficients, kernel->width, row, 1, width - 2 * half, out + half);
     for (uint64_t x = width - half; x < width; ++x) {
         at_end(x);
     }
@@ -83,8 +71,8 @@ void blur_columns(const KernelGaussian *kernel, const RealImage *image, RealImag
     for (uint64_t x = 0; x < image->width; x += strip) {
         for (uint64_t y = 0; y < image->height; ++y) {
             const Taps taps = taps_at(y, image->height, kernel->width);
-            sum_neighbours(kernel->coefficients + taps.first_tap, taps.count, image->rows[taps.first_sample] + x, stride(image),
-                           std::min(strip, image->width - x), result->rows[y] + x);
+            sum_taps(kernel->coefficients + taps.first_tap, taps.count, image->rows[taps.first_sample] + x, stride(image),
+                     std::min(strip, image->width - x), result->rows[y] + x);
         }
     }
 }

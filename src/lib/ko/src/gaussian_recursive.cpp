@@ -187,11 +187,8 @@ constexpr uint64_t turned_columns = 48;
 void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) {
     for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
         for (uint64_t r = 0; r < blur_group; r += 4) {
-            const auto at = [&](uint64_t i) { return load<Quad>(group.rows[r + i] + x); };
-            const Square square = turned({{at(0), at(1), at(2), at(3)}});
-            for (uint64_t i = 0; i < 4; ++i) {
-                store(square.rows[i], columns + i * blur_group + r);
-            }
+            turn_square([&](uint64_t i) { return group.rows[r + i] + x; },
+                        [&](uint64_t i) { return columns + i * blur_group + r; });
         }
     }
     for (; x < end; ++x, columns += blur_group) {
@@ -205,11 +202,8 @@ void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) 
 void give_columns(const Group &group, uint64_t x, uint64_t end, const float *columns) {
     for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
         for (uint64_t r = 0; r < blur_group; r += 4) {
-            const auto at = [=](uint64_t i) { return load<Quad>(columns + i * blur_group + r); };
-            const Square square = turned({{at(0), at(1), at(2), at(3)}});
-            for (uint64_t i = 0; i < 4; ++i) {
-                store(square.rows[i], group.rows[r + i] + x);
-            }
+            turn_square([&](uint64_t i) { return columns + i * blur_group + r; },
+                        [&](uint64_t i) { return group.rows[r + i] + x; });
         }
     }
     for (; x < end; ++x, columns += blur_group) {

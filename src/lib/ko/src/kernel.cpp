@@ -7,8 +7,8 @@
 #include <cmath>
 
 #include "alloc.h"
-#include "lanes.h"
 #include "matrix.h"
+#include "taps.h"
 
 namespace {
 
@@ -110,58 +110,29 @@ Stretch stretch_of(const RealImage *kernel, const RealImage *image, uint64_t y, 
             terms.count};
 }
 
-// Neighbouring pixels from x on, whose sums stay in registers over all rows. A value is a float or a vector of them. Count is
-// the number of terms where the compiler is to know it, otherwise 0.
-template <class Value, uint64_t Values, uint64_t Count>
-inline void apply_block(const Stretch &stretch, uint64_t x, float *result) {
-    constexpr uint64_t lanes = sizeof(Value) / sizeof(float);
+// The sums of pixels from x on. Count is the number of terms where the compiler is to know it, otherwise 0.
+template <uint64_t Count, class Totals>
+inline void apply_rows(const Stretch &stretch, Totals totals, uint64_t x, float *result) {
     const uint64_t count = Count != 0 ? Count : stretch.terms;
     const float *weights = stretch.weights;
     const float *pixels = stretch.row + (x - stretch.lead);
-    Value totals[Values];
-    for (Value &total : totals) {
-        total = Value{};
-    }
     for (uint64_t r = 0; r < stretch.rows; ++r, weights += stretch.weights_step, pixels += stretch.pixels_step) {
         if constexpr (Count == 1) {
             // A row's sum is its one term; the 0 that it would start from changes no total that began at 0 itself.
-            for (uint64_t i = 0; i < Values; ++i) {
-                totals[i] += weights[0] * load<Value>(pixels + i * lanes);
+            totals.add(weights[0], pixels);
+        } else {
+            Totals sums;
+            for (uint64_t t = 0; t < count; ++t) {
+                sums.add(weights[t], pixels + t);
             }
-            continue;
-        }
-        Value sums[Values];
-        for (Value &sum : sums) {
-            sum = Value{};
-        }
-        for (uint64_t t = 0; t < count; ++t) {
-            for (uint64_t i = 0; i < Values; ++i) {
-                sums[i] += weights[t] * load<Value>(pixels + t + i * lanes);
-            }
-        }
-        for (uint64_t i = 0; i < Values; ++i) {
-            totals[i] = sums[i] + totals[i];
+            totals.add(sums);
         }
     }
-    for (uint64_t i = 0; i < Values; ++i) {
-        store(totals[i], result + x + i * lanes);
-    }
+    totals.give(result + x);
 }
 
-// Pixels x to end - 1, block by block; the last block begins early enough to end there.
-template <uint64_t Count> void apply_blocks(const Stretch &stretch, uint64_t x, uint64_t end, float *result) {
-    constexpr uint64_t vectors = 4;
-    constexpr uint64_t block = vectors * float_lanes;
-    if (end - x < block) {
-        for (; x < end; ++x) {
-            apply_block<float, 1, Count>(stretch, x, result);
-        }
-        return;
-    }
-    for (; x + block < end; x += block) {
-        apply_block<Floats, vectors, Count>(stretch, x, result);
-    }
-    apply_block<Floats, vectors, Count>(stretch, end - block, result);
+template <uint64_t Count> void apply_stretch(const Stretch &stretch, uint64_t x, uint64_t end, float *result) {
+    sum_pixels(x, end, [&](auto totals, uint64_t at) { apply_rows<Count>(stretch, totals, at, result); });
 }
 
 // Row y in three stretches: pixels with the kernel cut on the left, full ones, pixels with it cut on the right.
@@ -171,12 +142,12 @@ void apply_kernel(const RealImage *kernel, const RealImage *image, uint64_t y, f
     const auto apply_cut = [=](uint64_t x) {
         const uint64_t first = half > x ? half - x : 0;
         const uint64_t end = std::min(kernel->width, image->width + half - x);
-        apply_block<float, 1, 0>(stretch_of(kernel, image, y, {first, end - first}), x, result);
+        apply_rows<0>(stretch_of(kernel, image, y, {first, end - first}), PixelSum(), x, result);
     };
     for (uint64_t x = 0; x < half; ++x) {
         apply_cut(x);
     }
-    const auto apply_full = kernel->width == 1 ? apply_blocks<1> : kernel->width == 3 ? apply_blocks<3> : apply_blocks<0>;
+    const auto apply_full = kernel->width == 1 ? apply_stretch<1> : kernel->width == 3 ? apply_stretch<3> : apply_stretch<0>;
     apply_full(stretch_of(kernel, image, y, {0, kernel->width}), half, end_full, result);
     for (uint64_t x = end_full; x < image->width; ++x) {
         apply_cut(x);

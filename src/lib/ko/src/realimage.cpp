@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "lanes.h"
 #include "matrix.h"
 #include "realimage.h"
 
@@ -41,21 +42,30 @@ int compare_pixels(float a, float b, float tolerance) {
     return difference > 0.0f ? 1 : -1;
 }
 
-// A block of the transposition is turned in a tile of its own and then written line by line, in long pieces.
+// The transposition goes block by block, so that the rows of both images stay in the cache.
 constexpr uint64_t block = 64;
 
 void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uint64_t y0) {
-    const uint64_t width = std::min(block, image->width - x0);
-    const uint64_t height = std::min(block, image->height - y0);
-    float tile[block][block];
-    for (uint64_t y = 0; y < height; ++y) {
-        const float *row = image->rows[y0 + y] + x0;
-        for (uint64_t x = 0; x < width; ++x) {
-            tile[x][y] = row[x];
+    const uint64_t x_end = std::min(x0 + block, image->width);
+    const uint64_t y_end = std::min(y0 + block, image->height);
+    const auto transpose_pixels = [=](uint64_t x, uint64_t end, uint64_t y) {
+        for (; x < end; ++x) {
+            result->rows[x][y] = image->rows[y][x];
+        }
+    };
+    uint64_t y = y0;
+    for (; y + 4 <= y_end; y += 4) {
+        uint64_t x = x0;
+        for (; x + 4 <= x_end; x += 4) {
+            turn_square([=](uint64_t i) { return image->rows[y + i] + x; },
+                        [=](uint64_t i) { return result->rows[x + i] + y; });
+        }
+        for (uint64_t i = 0; i < 4; ++i) {
+            transpose_pixels(x, x_end, y + i);
         }
     }
-    for (uint64_t x = 0; x < width; ++x) {
-        std::copy_n(tile[x], height, result->rows[x0 + x] + y0);
+    for (; y < y_end; ++y) {
+        transpose_pixels(x0, x_end, y);
     }
 }
 

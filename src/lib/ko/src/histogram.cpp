@@ -8,6 +8,7 @@
 
 #include "alloc.h"
 #include "convert.h"
+#include "lanes.h"
 #include "report.h"
 #include "textfile.h"
 
@@ -23,15 +24,80 @@ bool has_counters(const Histogram *histogram) { return histogram->values != null
 
 int32_t report_no_counters() { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER); }
 
-void count_line(const Histogram *histogram, const float *line, uint64_t width) {
+// As bin_index, limited to the last bin, in single precision: what is left behind the point is exact.
+inline Ints bins_of(const Floats &values, int32_t last) {
+    const Floats raised = values > 0.0f ? values : Floats{};
+    const Floats kept = raised < 2147483648.0f ? raised : Floats{};
+    const Ints whole = convert<Ints>(kept);
+    const Ints bins = whole - (kept - convert<Floats>(whole) >= 0.5f); // true is -1
+    return bins < last ? bins : Ints{} + last;
+}
+
+// Pixels that are counted at a time.
+constexpr uint64_t piece = 256;
+
+// The bins of some pixels of a line, at most a piece.
+void find_bins(const Histogram *histogram, const float *pixels, uint64_t count, int32_t *bins) {
     const float minimum = histogram->minValue;
     const float scale = histogram->scale;
-    const uint32_t last = histogram->size - 1;
-    uint32_t *values = histogram->values;
-    for (uint64_t x = 0; x < width; ++x) {
-        ++values[std::min(bin_index((line[x] - minimum) * scale), last)];
+    const auto last = static_cast<int32_t>(std::min(histogram->size - 1, uint32_t{INT32_MAX}));
+    uint64_t x = 0;
+    for (; x + float_lanes <= count; x += float_lanes) {
+        store(bins_of((load<Floats>(pixels + x) - minimum) * scale, last), bins + x);
+    }
+    for (; x < count; ++x) {
+        bins[x] = static_cast<int32_t>(std::min(bin_index((pixels[x] - minimum) * scale), static_cast<uint32_t>(last)));
     }
 }
+
+// Counters that take turns, pixel by pixel: neighbours often fall into one bin, and a counter cannot be raised again before it
+// is stored. Histograms of many bins have the one table that they keep.
+class Counters {
+  public:
+    explicit Counters(const Histogram *histogram) : histogram_(histogram) {
+        if (has_tables()) {
+            for (auto &table : tables_) {
+                std::fill_n(table, histogram->size, 0u);
+            }
+        }
+    }
+
+    void count(const int32_t *bins, uint64_t count) {
+        if (!has_tables()) {
+            for (uint64_t x = 0; x < count; ++x) {
+                ++histogram_->values[bins[x]];
+            }
+            return;
+        }
+        uint64_t x = 0;
+        for (; x + table_count <= count; x += table_count) {
+            for (uint64_t t = 0; t < table_count; ++t) {
+                ++tables_[t][bins[x + t]];
+            }
+        }
+        for (; x < count; ++x) {
+            ++tables_[0][bins[x]];
+        }
+    }
+
+    // Adds what was counted to the histogram.
+    void finish() const {
+        for (uint64_t bin = 0; has_tables() && bin < histogram_->size; ++bin) {
+            for (const auto &table : tables_) {
+                histogram_->values[bin] += table[bin];
+            }
+        }
+    }
+
+  private:
+    static constexpr uint64_t table_count = 4;
+    static constexpr uint64_t table_size = 1024;
+
+    bool has_tables() const { return histogram_->size <= table_size; }
+
+    const Histogram *histogram_;
+    uint32_t tables_[table_count][table_size];
+};
 
 // Adds each counter to that of the bin that its entry names; entries are told apart by their low 32 bits alone.
 template <class Entry> int32_t push_through(Histogram *histogram, const Entry *entries) {
@@ -144,9 +210,17 @@ int32_t KoHistogramFromSubImage(Histogram *histogram, RealImageLineIterator *ite
     if (!has_counters(histogram)) {
         return report_no_counters();
     }
+    Counters counters(histogram);
     while (KoRealImageLineIteratorHasNext(iterator)) {
-        count_line(histogram, KoRealImageLineIteratorNext(iterator), iterator->width);
+        const float *line = KoRealImageLineIteratorNext(iterator);
+        for (uint64_t x = 0; x < iterator->width; x += piece) {
+            int32_t bins[piece];
+            const uint64_t count = std::min(piece, iterator->width - x);
+            find_bins(histogram, line + x, count, bins);
+            counters.count(bins, count);
+        }
     }
+    counters.finish();
     histogram->numPixels = static_cast<uint32_t>(iterator->width * iterator->height);
     return KO_OK;
 }

@@ -29,26 +29,36 @@ bool same_size(const RealImage *a, const RealImage *b) { return a->width == b->w
 // True for the layouts of one block.
 bool is_one_block(int32_t layout) { return layout >= KO_BYTE_LAYOUT_INTERLEAVED && layout <= KO_BYTE_LAYOUT_PLANAR; }
 
-// One line of a byte picture of three channels, Step bytes from pixel to pixel.
-template <uint64_t Step>
-void line_from_bytes(const uint8_t *red, const uint8_t *green, const uint8_t *blue, float *__restrict r, float *__restrict g,
-                     float *__restrict b, uint64_t width) {
-    for (uint64_t x = 0; x < width; ++x) {
-        r[x] = static_cast<float>(red[x * Step]);
-        g[x] = static_cast<float>(green[x * Step]);
-        b[x] = static_cast<float>(blue[x * Step]);
+// Interleaved pixels that are converted at a time.
+constexpr uint64_t piece = 256;
+
+void pixels_to_line(const uint8_t *bytes, float *__restrict r, float *__restrict g, float *__restrict b, uint64_t width) {
+    for (uint64_t start = 0; start < width; start += piece) {
+        const uint64_t count = std::min(piece, width - start);
+        uint32_t words[piece];
+        load_pixels(bytes + 3 * start, count, words);
+        for (uint64_t x = 0; x < count; ++x) {
+            r[start + x] = static_cast<float>(static_cast<int32_t>(words[x] & 255));
+            g[start + x] = static_cast<float>(static_cast<int32_t>(words[x] >> 8 & 255));
+            b[start + x] = static_cast<float>(static_cast<int32_t>(words[x] >> 16));
+        }
     }
 }
 
 void line_to_pixels(const float *r, const float *g, const float *b, uint8_t *bytes, uint64_t width) {
-    constexpr uint64_t piece = 256;
     for (uint64_t start = 0; start < width; start += piece) {
         const uint64_t count = std::min(piece, width - start);
         uint32_t words[piece];
         for (uint64_t x = 0; x < count; ++x) {
-            words[x] = pixel_word(wrapped_byte(r[start + x]), wrapped_byte(g[start + x]), wrapped_byte(b[start + x]));
+            words[x] = pixel_word(wrapped_bits(r[start + x]), wrapped_bits(g[start + x]), wrapped_bits(b[start + x]));
         }
         store_pixels(words, count, bytes + 3 * start);
+    }
+}
+
+void bytes_to_line(const uint8_t *__restrict bytes, float *__restrict line, uint64_t width) {
+    for (uint64_t x = 0; x < width; ++x) {
+        line[x] = static_cast<float>(bytes[x]);
     }
 }
 
@@ -224,9 +234,14 @@ int32_t KoColorImageFromByteArray(ColorImage *image, const uint8_t *bytes, uint3
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
     for_each_byte_line(image, bytes, line_start, line_num, layout, [image](const ByteImageIterator &line, uint64_t y) {
-        const auto convert = line.pixel_increment == 3 ? line_from_bytes<3> : line_from_bytes<1>;
-        convert(line.red, line.green, line.blue, image->planes[0].rows[y], image->planes[1].rows[y], image->planes[2].rows[y],
-                line.width);
+        const RealImage *planes = image->planes;
+        if (line.pixel_increment == 3) {
+            pixels_to_line(line.red, planes[0].rows[y], planes[1].rows[y], planes[2].rows[y], line.width);
+        } else {
+            bytes_to_line(line.red, planes[0].rows[y], line.width);
+            bytes_to_line(line.green, planes[1].rows[y], line.width);
+            bytes_to_line(line.blue, planes[2].rows[y], line.width);
+        }
     });
     return KO_OK;
 }

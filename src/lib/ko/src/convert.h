@@ -3,6 +3,7 @@
 #ifndef KO_SRC_CONVERT_H
 #define KO_SRC_CONVERT_H
 
+#include <cmath>
 #include <cstdint>
 
 namespace ko {
@@ -30,17 +31,24 @@ inline uint32_t bin_index(float value) {
     return static_cast<uint32_t>(static_cast<int32_t>(fits ? raised : 0.0));
 }
 
-// The low 8 bits of the truncated value, with no limit at either end.
-inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(truncate_32(value)); }
+// The low 8 bits of the truncated value, with no limit at either end: as those of truncate_32, with a single comparison. What
+// that leaves out, the most negative integer, has low bits of 0 as well.
+inline uint32_t wrapped_bits(float value) {
+    return static_cast<uint32_t>(static_cast<int32_t>(std::fabs(value) < 2147483648.0f ? value : 0.0f)) & 255;
+}
+
+inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(wrapped_bits(value)); }
 
 // As wrapped_byte, but 0 below 0.
 inline uint8_t floored_byte(float value) { return wrapped_byte(value >= 0.0f ? value : 0.0f); }
 
 // The value limited to 0..255 and truncated; 0 for a NaN.
-inline uint8_t limited_byte(float value) {
+inline uint32_t limited_bits(float value) {
     const float above = value > 0.0f ? value : 0.0f;
-    return static_cast<uint8_t>(static_cast<int32_t>(above < 255.0f ? above : 255.0f));
+    return static_cast<uint32_t>(static_cast<int32_t>(above < 255.0f ? above : 255.0f));
 }
+
+inline uint8_t limited_byte(float value) { return static_cast<uint8_t>(limited_bits(value)); }
 
 } // namespace ko
 

@@ -42,13 +42,24 @@ inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(wrapped_b
 // As wrapped_byte, but 0 below 0.
 inline uint8_t floored_byte(float value) { return wrapped_byte(value >= 0.0f ? value : 0.0f); }
 
-// The value limited to 0..255 and truncated; 0 for a NaN.
-inline uint32_t limited_bits(float value) {
-    const float above = value > 0.0f ? value : 0.0f;
-    return static_cast<uint32_t>(static_cast<int32_t>(above < 255.0f ? above : 255.0f));
-}
+// The ends of a byte's range, in variables whose values the compiler does not know: of a comparison with a constant it makes
+// several instructions, of one with a variable a maximum or a minimum.
+inline const volatile float lowest_byte = 0.0f;
+inline const volatile float highest_byte = 255.0f;
 
-inline uint8_t limited_byte(float value) { return static_cast<uint8_t>(limited_bits(value)); }
+// To be made before a loop.
+class ByteRange {
+  public:
+    // The value limited to 0..255 and truncated; 0 for a NaN.
+    uint32_t limited(float value) const {
+        const float above = value > low_ ? value : low_;
+        return static_cast<uint32_t>(static_cast<int32_t>(above < high_ ? above : high_));
+    }
+
+  private:
+    const float low_ = lowest_byte;
+    const float high_ = highest_byte;
+};
 
 } // namespace ko
 

@@ -15,6 +15,7 @@
 #include "interleave.h"
 #include "ko/byteimageiterator.h"
 #include "ko/colorspace.h"
+#include "lanes.h"
 #include "report.h"
 #include "trc.h"
 
@@ -84,6 +85,10 @@ enum class Rule { single, horizontal, vertical, four };
 bool is_gray(const TileTRCApply *apply) { return apply->color_space == KO_COLORSPACE_GRAY; }
 
 bool interpolates(const TileTRCApply *apply) { return apply->weightTable != nullptr; }
+
+bool has_channel_curves(const TileTRCApply *apply) {
+    return apply->redCurve != nullptr || apply->greenCurve != nullptr || apply->blueCurve != nullptr;
+}
 
 uint64_t groups_of(uint64_t pixels) { return (pixels + lanes - 1) / lanes; }
 
@@ -165,6 +170,21 @@ void read_gray(const ByteImageIterator &in, uint64_t count, Piece *pixels) {
     }
 }
 
+// Interleaved pixels of a picture without curves for its channels, whose floats are those of their bytes.
+void read_plain(const ByteImageIterator &in, uint64_t count, Piece *pixels) {
+    uint32_t words[piece];
+    load_pixels(in.red, count, words);
+    for (uint64_t x = 0; x < count; ++x) {
+        const auto red = static_cast<float>(static_cast<int32_t>(words[x] & 255));
+        const auto green = static_cast<float>(static_cast<int32_t>(words[x] >> 8 & 255));
+        const auto blue = static_cast<float>(static_cast<int32_t>(words[x] >> 16));
+        pixels->red[x] = red;
+        pixels->green[x] = green;
+        pixels->blue[x] = blue;
+        pixels->luminance[x] = luminance_of(red, green, blue);
+    }
+}
+
 template <uint64_t Step>
 void read_color(const ByteImageIterator &in, const ChannelValues &values, uint64_t count, Piece *pixels) {
     for (uint64_t x = 0; x < count; ++x) {
@@ -185,6 +205,23 @@ struct Run {
     float step;         // entries a level
 };
 
+// The blend of four curves for as many pixels of a piece as fours have; gives the first that is left. The corner values of four
+// pixels are turned, so that they lie like the weights.
+uint64_t blend_quads(const Run &run, uint64_t start, const int32_t *index, uint64_t count, float *levels) {
+    uint64_t x = 0;
+    for (; x + 4 <= count; x += 4) {
+        Quad left_upper, right_upper, left_lower, right_lower;
+        Quad *const turned[] = {&left_upper, &right_upper, &left_lower, &right_lower};
+        turn_square([&](uint64_t i) { return &run.corners[index[x + i]]; }, [&](uint64_t i) { return turned[i]; });
+        const auto weight = [=](const float *weights) { return load<Quad>(weights + start + x); };
+        const Quad level = ((left_lower * weight(run.weights.left_lower) + left_upper * weight(run.weights.left_upper)) +
+                            right_upper * weight(run.weights.right_upper)) +
+                           right_lower * weight(run.weights.right_lower);
+        store(level, levels + x);
+    }
+    return x;
+}
+
 // The new levels of a piece that begins at pixel start of its run.
 template <Rule rule> void blend(const Run &run, uint64_t start, uint64_t count, Piece *pixels) {
     int32_t index[piece];
@@ -198,7 +235,11 @@ template <Rule rule> void blend(const Run &run, uint64_t start, uint64_t count, 
     const float *left_lower = run.weights.left_lower + column;
     const float *right_upper = run.weights.right_upper + column;
     const float *right_lower = run.weights.right_lower + column;
-    for (uint64_t x = 0; x < count; ++x) {
+    uint64_t x = 0;
+    if constexpr (rule == Rule::four) {
+        x = blend_quads(run, start, index, count, pixels->level);
+    }
+    for (; x < count; ++x) {
         const CornerValues &corner = run.corners[index[x]];
         if constexpr (rule == Rule::single) {
             pixels->level[x] = corner.right_upper;
@@ -214,15 +255,16 @@ template <Rule rule> void blend(const Run &run, uint64_t start, uint64_t count, 
         }
     }
     if (run.step != 1.0f) {
-        for (uint64_t x = 0; x < count; ++x) {
+        for (x = 0; x < count; ++x) {
             pixels->level[x] /= run.step;
         }
     }
 }
 
 void write_gray(const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
+    const ByteRange range;
     for (uint64_t x = 0; x < count; ++x) {
-        out.red[x] = limited_byte(pixels.level[x] + 0.5f);
+        out.red[x] = static_cast<uint8_t>(range.limited(pixels.level[x] + 0.5f));
     }
 }
 
@@ -230,12 +272,13 @@ void write_gray(const Piece &pixels, uint64_t count, const ByteImageIterator &ou
 template <class Give> void transfer(const TileTRCApply *apply, const Piece &pixels, uint64_t count, Give give) {
     const float ratio = apply->ratioWeight;
     const float additive = apply->additiveWeight;
+    const ByteRange range;
     for (uint64_t x = 0; x < count; ++x) {
         const float luminance = pixels.luminance[x];
         const float divisor = luminance == 0.0f ? 1.0f : luminance;
         const float factor = pixels.level[x] * ratio / divisor;
         const float shift = pixels.level[x] - luminance;
-        const auto mix = [=](float channel) { return limited_byte(((shift + channel) * additive + channel * factor) + 0.5f); };
+        const auto mix = [=](float channel) { return range.limited(((shift + channel) * additive + channel * factor) + 0.5f); };
         give(x, mix(pixels.red[x]), mix(pixels.green[x]), mix(pixels.blue[x]));
     }
 }
@@ -243,16 +286,16 @@ template <class Give> void transfer(const TileTRCApply *apply, const Piece &pixe
 void write_interleaved(const TileTRCApply *apply, const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
     uint32_t words[piece];
     transfer(apply, pixels, count,
-             [&words](uint64_t x, uint8_t red, uint8_t green, uint8_t blue) { words[x] = pixel_word(red, green, blue); });
+             [&words](uint64_t x, uint32_t red, uint32_t green, uint32_t blue) { words[x] = pixel_word(red, green, blue); });
     store_pixels(words, count, out.red);
 }
 
 void write_planes(const TileTRCApply *apply, const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
     uint8_t bytes[3][piece];
-    transfer(apply, pixels, count, [&bytes](uint64_t x, uint8_t red, uint8_t green, uint8_t blue) {
-        bytes[0][x] = red;
-        bytes[1][x] = green;
-        bytes[2][x] = blue;
+    transfer(apply, pixels, count, [&bytes](uint64_t x, uint32_t red, uint32_t green, uint32_t blue) {
+        bytes[0][x] = static_cast<uint8_t>(red);
+        bytes[1][x] = static_cast<uint8_t>(green);
+        bytes[2][x] = static_cast<uint8_t>(blue);
     });
     std::copy_n(bytes[0], count, out.red);
     std::copy_n(bytes[1], count, out.green);
@@ -262,6 +305,8 @@ void write_planes(const TileTRCApply *apply, const Piece &pixels, uint64_t count
 void read_piece(const TileTRCApply *apply, const Scratch &scratch, const ByteImageIterator &in, uint64_t count, Piece *pixels) {
     if (is_gray(apply)) {
         read_gray(in, count, pixels);
+    } else if (in.pixel_increment == 3 && !has_channel_curves(apply)) {
+        read_plain(in, count, pixels);
     } else if (in.pixel_increment == 3) {
         read_color<3>(in, *scratch.channels, count, pixels);
     } else {

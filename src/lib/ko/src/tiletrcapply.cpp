@@ -165,8 +165,9 @@ struct Piece {
 };
 
 void read_gray(const ByteImageIterator &in, uint64_t count, Piece *pixels) {
+    const uint8_t *__restrict bytes = in.red;
     for (uint64_t x = 0; x < count; ++x) {
-        pixels->luminance[x] = static_cast<float>(in.red[x]);
+        pixels->luminance[x] = static_cast<float>(bytes[x]);
     }
 }
 
@@ -263,8 +264,9 @@ template <Rule rule> void blend(const Run &run, uint64_t start, uint64_t count, 
 
 void write_gray(const Piece &pixels, uint64_t count, const ByteImageIterator &out) {
     const ByteRange range;
+    uint8_t *__restrict bytes = out.red;
     for (uint64_t x = 0; x < count; ++x) {
-        out.red[x] = static_cast<uint8_t>(range.limited(pixels.level[x] + 0.5f));
+        bytes[x] = static_cast<uint8_t>(range.limited(pixels.level[x] + 0.5f));
     }
 }
 

@@ -22,7 +22,7 @@ using NarrowFloats = float __attribute__((vector_size(lane_bytes / 2))); // as m
 
 // Four lanes in every build.
 using Quad = float __attribute__((vector_size(16)));
-using QuadInts = int32_t __attribute__((vector_size(16)));
+using Bytes = uint8_t __attribute__((vector_size(16)));
 
 constexpr uint64_t float_lanes = sizeof(Floats) / sizeof(float);
 

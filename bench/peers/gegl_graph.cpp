@@ -9,7 +9,7 @@ namespace ko_peers {
 
 namespace {
 
-constexpr uint64_t tile_cache_bytes = uint64_t{8} << 30; // so that no tile leaves the memory
+constexpr uint64_t tile_cache_bytes = uint64_t{8} << 30; // so that no tile goes to the library's file on disk
 
 struct UnrefNode {
     void operator()(GeglNode *node) const { g_object_unref(node); }
@@ -30,8 +30,8 @@ void set_number(GeglNode *node, const char *name, double number) {
 
 GeglSession::GeglSession() {
     // The licence is what lets the library offer the operations that are under it.
-    g_object_set(gegl_config(), "threads", 1, "use-opencl", FALSE, "tile-cache-size", tile_cache_bytes, "swap", "ram",
-                 "application-license", "GPL3", nullptr);
+    g_object_set(gegl_config(), "threads", 1, "use-opencl", FALSE, "tile-cache-size", tile_cache_bytes, "application-license",
+                 "GPL3", nullptr);
     gegl_init(nullptr, nullptr);
 }
 

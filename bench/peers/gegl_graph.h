@@ -11,7 +11,7 @@
 
 namespace ko_peers {
 
-// Starts the library without threads, graphics processors or files; ends it with the object.
+// Starts the library on one thread, without graphics processors; ends it with the object.
 class GeglSession {
   public:
     GeglSession();

@@ -1,8 +1,11 @@
 // ko_peers: ko's hot paths beside other libraries, as a table. With an argument, only the rows whose names contain it. Fails
 // if a row misses its goal by more than the noise, if a job fails, or if no row is left.
+#include <algorithm>
 #include <cstdio>
 #include <exception>
 #include <iterator>
+#include <string>
+#include <vector>
 
 #include <opencv2/core.hpp>
 #include <opencv2/core/ocl.hpp>
@@ -37,9 +40,13 @@ bool run_row(const Row &row) {
 
 bool run_rows(const std::string &filter) {
     const std::vector<Row> rows = rows_with(filter);
+    if (rows.empty()) {
+        std::fprintf(stderr, "ko_peers: no row's name contains \"%s\"\n", filter.c_str());
+        return false;
+    }
     print_libraries();
     print_header();
-    bool good = !rows.empty();
+    bool good = true;
     for (const Row &row : rows) {
         good = run_row(row) && good;
     }

@@ -5,7 +5,7 @@
 
 #include <sys/resource.h>
 
-#include "localcontrastenhancement_bench.h"
+#include "enhancement_job.h"
 #include "report.h"
 #include "support.h"
 

@@ -1,48 +1,22 @@
 // The stages of the red-eye correction, and the labelling that they rest on.
-#include <cmath>
 #include <memory>
-#include <random>
 
+#include "redeye_jobs.h"
 #include "support.h"
 
 namespace {
 
 using namespace ko_bench;
 
-using RedEyePtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
-using ParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
 using HistogramPtr = std::unique_ptr<OrientationHistogram, Deleter<KoOrientationHistogramDelete>>;
 
 constexpr Size working_size{1000, 1000};
 constexpr Size photograph_size{4000, 3000};
 
-// A map of round blobs of several sizes, with noise pixels between them, and dark elsewhere.
-RealImagePtr spotted_map(Size size, double lit_share) {
-    RealImagePtr map(KoRealImageNew(size.width, size.height));
-    std::mt19937 random(1);
-    std::uniform_real_distribution<float> share(0.0f, 1.0f);
-    for (uint32_t y = 0; y < size.height; ++y) {
-        for (uint32_t x = 0; x < size.width; ++x) {
-            const uint32_t cell = x / 50 + y / 50 * 31;
-            const double radius = 2.0 + cell % 9;
-            const bool in_blob = std::hypot(x % 50 - 25.0, y % 50 - 25.0) < radius;
-            const bool is_noise = share(random) < static_cast<float>(lit_share);
-            map->rows[y][x] = in_blob || is_noise ? 0.2f + 0.8f * share(random) : 0.0f;
-        }
-    }
-    return map;
-}
-
 void labelling(benchmark::State &state) {
-    const RealImagePtr map = spotted_map(working_size, 0.01);
-    std::vector<int32_t> labels(working_size.pixels());
-    std::vector<uint32_t> table(working_size.pixels() / 2);
-    std::vector<BlobInfo> blobs(table.size());
-    measure(state, {working_size.pixels(), sizeof(float), sizeof(int32_t)}, {Measure::nanoseconds_per_pixel, 4.0}, [&] {
-        const uint32_t count = KoConCompRealImage(map.get(), 0.1f, labels.data(), table.data());
-        std::fill_n(blobs.begin(), count + 1, BlobInfo{});
-        return KoConCompRealImageInfo(working_size.width, working_size.height, labels.data(), table.data(), blobs.data()) != 0;
-    });
+    Labelling job;
+    measure(state, {Labelling::size.pixels(), sizeof(float), sizeof(int32_t)}, {Measure::nanoseconds_per_pixel, 4.0},
+            [&] { return job.run() != 0; });
 }
 
 void circularity(benchmark::State &state) {
@@ -84,22 +58,11 @@ void patch(benchmark::State &state) {
     });
 }
 
-bool locate(ColorImage *image) {
-    const RedEyePtr rec(KoRedEyeCorrectionNew());
-    const ParamPtr param(KoRedEyeImageParamNew(image));
-    return KoRedEyeCorrectionDownsample(rec.get(), param.get()) == KO_OK &&
-           KoRedEyeCorrectionReddishProbability(rec.get(), param.get(), 1) == KO_OK &&
-           KoRedEyeCorrectionRedLumProbability(rec.get(), param.get(), 1) == KO_OK &&
-           KoRedEyeCorrectionColProbability(rec.get(), param.get()) == KO_OK &&
-           KoRedEyeCorrectionCircularity(rec.get(), param.get()) == KO_OK &&
-           KoRedEyeCorrectionLocateBlobs(rec.get(), param.get()) == KO_OK;
-}
-
 void location(benchmark::State &state) {
     const ColorImagePtr image = color_planes(photograph_size, photograph(photograph_size, 3));
     KoStatusClear();
     measure(state, {photograph_size.pixels(), 3 * sizeof(float), 0}, {Measure::nanoseconds_per_pixel, 8.0},
-            [&] { return locate(image.get()); });
+            [&] { return locate(image.get()) != nullptr; });
 }
 
 BENCHMARK(labelling)->Name("labelling with its summary, 1 MP")->Apply(rounds<30>);

@@ -1,6 +1,7 @@
 // The load of a grid of curves from a file of each form.
+#include "enhancement_job.h"
 #include "files.h"
-#include "localcontrastenhancement_bench.h"
+#include "support.h"
 
 namespace {
 

@@ -1,17 +1,22 @@
 // The whole enhancement of a picture, as a host does it, and the curves on its way.
-#ifndef KO_BENCH_LOCALCONTRASTENHANCEMENT_BENCH_H
-#define KO_BENCH_LOCALCONTRASTENHANCEMENT_BENCH_H
+#ifndef KO_BENCH_ENHANCEMENT_JOB_H
+#define KO_BENCH_ENHANCEMENT_JOB_H
 
 #include <cstdint>
 #include <vector>
 
-#include "support.h"
+#include "inputs.h"
 
 namespace ko_bench {
 
-inline constexpr Size size_1_megapixel{1156, 867};
-inline constexpr Size size_4_megapixels{2312, 1734};
-inline constexpr Size size_16_megapixels{4624, 3468};
+// What a call for curves leaves: curves if the decision was yes, and scores if the picture was judged.
+struct Outcome {
+    FeaturesPtr features;
+    TileTrcPtr curves;
+};
+
+// A call for curves with the default gain on an 8 by 8 grid.
+Outcome decide(ColorImage *image, float score, int32_t configuration, int32_t keep_scoring);
 
 // The curves of the photograph of 1 megapixel as the enhancement gives them: 256 entries, an 8 by 8 grid. Null on failure.
 TileTrcPtr photograph_curves();

@@ -29,10 +29,8 @@ bool same_size(const RealImage *a, const RealImage *b) { return a->width == b->w
 // True for the layouts of one block.
 bool is_one_block(int32_t layout) { return layout >= KO_BYTE_LAYOUT_INTERLEAVED && layout <= KO_BYTE_LAYOUT_PLANAR; }
 
-// Interleaved pixels that are converted at a time.
-constexpr uint64_t piece = 256;
-
 void pixels_to_line(const uint8_t *bytes, float *__restrict r, float *__restrict g, float *__restrict b, uint64_t width) {
+    constexpr uint64_t piece = 256;
     for (uint64_t start = 0; start < width; start += piece) {
         const uint64_t count = std::min(piece, width - start);
         uint32_t words[piece];
@@ -42,17 +40,6 @@ void pixels_to_line(const uint8_t *bytes, float *__restrict r, float *__restrict
             g[start + x] = static_cast<float>(static_cast<int32_t>(words[x] >> 8 & 255));
             b[start + x] = static_cast<float>(static_cast<int32_t>(words[x] >> 16));
         }
-    }
-}
-
-void line_to_pixels(const float *r, const float *g, const float *b, uint8_t *bytes, uint64_t width) {
-    for (uint64_t start = 0; start < width; start += piece) {
-        const uint64_t count = std::min(piece, width - start);
-        uint32_t words[piece];
-        for (uint64_t x = 0; x < count; ++x) {
-            words[x] = pixel_word(wrapped_bits(r[start + x]), wrapped_bits(g[start + x]), wrapped_bits(b[start + x]));
-        }
-        store_pixels(words, count, bytes + 3 * start);
     }
 }
 
@@ -258,7 +245,7 @@ int32_t KoColorImageToByteArray(const ColorImage *image, uint8_t *bytes, uint32_
     for_each_byte_line(image, bytes, line_start, line_num, layout, [image](const ByteImageIterator &line, uint64_t y) {
         const RealImage *planes = image->planes;
         if (line.pixel_increment == 3) {
-            line_to_pixels(planes[0].rows[y], planes[1].rows[y], planes[2].rows[y], line.red, line.width);
+            floats_to_pixels(planes[0].rows[y], planes[1].rows[y], planes[2].rows[y], line.width, line.red);
         } else {
             line_to_bytes(planes[0].rows[y], line.red, line.width);
             line_to_bytes(planes[1].rows[y], line.green, line.width);

@@ -3,10 +3,12 @@
 #ifndef KO_SRC_INTERLEAVE_H
 #define KO_SRC_INTERLEAVE_H
 
+#include <algorithm>
 #include <bit>
 #include <cstdint>
 #include <cstring>
 
+#include "convert.h"
 #include "lanes.h"
 
 namespace ko {
@@ -55,6 +57,19 @@ inline void store_pixels(const uint32_t *words, uint64_t count, uint8_t *out) {
     }
     for (; x < count; ++x) {
         std::memcpy(out + 3 * x, &words[x], 3);
+    }
+}
+
+// The low 8 bits of the truncated values of three channels as interleaved pixels.
+inline void floats_to_pixels(const float *red, const float *green, const float *blue, uint64_t count, uint8_t *out) {
+    constexpr uint64_t piece = 256;
+    for (uint64_t start = 0; start < count; start += piece) {
+        const uint64_t length = std::min(piece, count - start);
+        uint32_t words[piece];
+        for (uint64_t x = start; x < start + length; ++x) {
+            words[x - start] = pixel_word(wrapped_bits(red[x]), wrapped_bits(green[x]), wrapped_bits(blue[x]));
+        }
+        store_pixels(words, length, out + 3 * start);
     }
 }
 

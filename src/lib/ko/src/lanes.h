@@ -47,21 +47,30 @@ inline Doubles widen(const NarrowFloats &lanes) {
 #endif
 }
 
-// Turns a square of four by four floats, so that rows become columns: row i begins at from(i), and what was column i goes to
-// to(i). All is read before the first is written.
+// Four rows of four floats, turned so that rows become columns.
+struct Square {
+    Quad rows[4];
+
+    void turn() {
+        const Quad upper_left = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
+        const Quad upper_right = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
+        const Quad lower_left = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
+        const Quad lower_right = __builtin_shufflevector(rows[2], rows[3], 2, 6, 3, 7);
+        rows[0] = __builtin_shufflevector(upper_left, lower_left, 0, 1, 4, 5);
+        rows[1] = __builtin_shufflevector(upper_left, lower_left, 2, 3, 6, 7);
+        rows[2] = __builtin_shufflevector(upper_right, lower_right, 0, 1, 4, 5);
+        rows[3] = __builtin_shufflevector(upper_right, lower_right, 2, 3, 6, 7);
+    }
+};
+
+// Turns a square in memory: row i begins at from(i), and what was column i goes to to(i). All is read before the first is
+// written.
 template <class From, class To> inline void turn_square(From from, To to) {
-    const Quad row0 = load<Quad>(from(0));
-    const Quad row1 = load<Quad>(from(1));
-    const Quad row2 = load<Quad>(from(2));
-    const Quad row3 = load<Quad>(from(3));
-    const Quad upper_left = __builtin_shufflevector(row0, row1, 0, 4, 1, 5);
-    const Quad upper_right = __builtin_shufflevector(row0, row1, 2, 6, 3, 7);
-    const Quad lower_left = __builtin_shufflevector(row2, row3, 0, 4, 1, 5);
-    const Quad lower_right = __builtin_shufflevector(row2, row3, 2, 6, 3, 7);
-    store(__builtin_shufflevector(upper_left, lower_left, 0, 1, 4, 5), to(0));
-    store(__builtin_shufflevector(upper_left, lower_left, 2, 3, 6, 7), to(1));
-    store(__builtin_shufflevector(upper_right, lower_right, 0, 1, 4, 5), to(2));
-    store(__builtin_shufflevector(upper_right, lower_right, 2, 3, 6, 7), to(3));
+    Square square = {{load<Quad>(from(0)), load<Quad>(from(1)), load<Quad>(from(2)), load<Quad>(from(3))}};
+    square.turn();
+    for (uint64_t i = 0; i < 4; ++i) {
+        store(square.rows[i], to(i));
+    }
 }
 
 } // namespace ko

@@ -12,9 +12,11 @@
 
 #include "alloc.h"
 #include "convert.h"
+#include "interleave.h"
 #include "ko/byteimageiterator.h"
 #include "ko/colorspace.h"
 #include "ko/tiletrcapply.h"
+#include "lanes.h"
 #include "report.h"
 #include "tilegrid.h"
 
@@ -31,8 +33,9 @@ static_assert(sizeof(TileColorTRCApply) == 88 && KO_AT(tileColorTRC, 0) && KO_AT
 constexpr uint32_t channels = 3;
 constexpr uint64_t byte_levels = 256;
 
-// Pixels of a run that are processed at a time, through arrays that stay in the first-level cache.
-constexpr uint64_t piece = 256;
+// Pixels and rows of a run that are processed at a time, through arrays that stay in the first-level cache.
+constexpr uint64_t piece = 128;
+constexpr uint64_t row_group = 4;
 
 // A number for each of the four neighbouring curves, in the order in which a blend adds their products.
 struct Corners {
@@ -46,7 +49,6 @@ struct Corners {
 struct RowWeights {
     Corners first;
     Corners step;
-    bool horizontal; // the right upper weight is what the left upper one leaves of 1
 };
 
 // The bytes of the three channels of a row, from some pixel on.
@@ -61,57 +63,86 @@ Row row_of(const ByteImageIterator &iterator) {
 
 // ---- a run of pixels
 
-// The weights of a piece's pixels, curve by curve.
-struct PieceWeights {
-    float right_upper[piece];
-    float left_upper[piece];
-    float left_lower[piece];
-    float right_lower[piece];
-};
+// The weights of a piece's pixels in a group of rows.
+using GroupWeights = Quad[row_group][piece];
 
-// Writes out the weights of the next pixels, and moves the first of rest to the pixel behind them.
-void take_weights(RowWeights *rest, uint64_t count, PieceWeights *weights) {
-    Corners now = rest->first;
+// Writes out the weights of the next pixels of all rows, and moves the first of each to the pixel behind them. The rows'
+// running sums go side by side: a row alone would wait for its own.
+void take_weights(RowWeights *rest, uint64_t count, GroupWeights &weights) {
+    Quad now[row_group];
+    Quad step[row_group];
+    for (uint64_t r = 0; r < row_group; ++r) {
+        now[r] = load<Quad>(&rest[r].first);
+        step[r] = load<Quad>(&rest[r].step);
+    }
     for (uint64_t x = 0; x < count; ++x) {
-        weights->right_upper[x] = now.right_upper;
-        weights->left_upper[x] = now.left_upper;
-        weights->left_lower[x] = now.left_lower;
-        weights->right_lower[x] = now.right_lower;
+        for (uint64_t r = 0; r < row_group; ++r) {
+            weights[r][x] = now[r];
+            now[r] += step[r];
+        }
+    }
+    for (uint64_t r = 0; r < row_group; ++r) {
+        store(now[r], &rest[r].first);
+    }
+}
+
+// The weights of the next pixels of an edge band, which are those of all its rows.
+void take_horizontal_weights(RowWeights *rest, uint64_t count, Quad *weights) {
+    Corners &now = rest->first;
+    for (uint64_t x = 0; x < count; ++x) {
+        weights[x] = load<Quad>(&now);
         now.left_upper += rest->step.left_upper;
-        now.left_lower += rest->step.left_lower;
-        now.right_lower += rest->step.right_lower;
-        now.right_upper = rest->horizontal ? 1.0f - now.left_upper : now.right_upper + rest->step.right_upper;
-    }
-    rest->first = now;
-}
-
-// One channel of a piece. Its bytes are read before the first is written, so the buffers may be the same.
-void blend(const Corners *entries, const PieceWeights &weights, uint64_t count, const uint8_t *in, uint8_t *out,
-           uint64_t step) {
-    Corners neighbours[piece];
-    for (uint64_t x = 0; x < count; ++x) {
-        neighbours[x] = entries[in[x * step]];
-    }
-    // The sums and their truncation are vectorised; bytes that lie apart are not.
-    int32_t levels[piece];
-    for (uint64_t x = 0; x < count; ++x) {
-        const Corners &entry = neighbours[x];
-        levels[x] = truncate_32(((entry.right_upper * weights.right_upper[x] + entry.left_upper * weights.left_upper[x]) +
-                                 entry.left_lower * weights.left_lower[x]) +
-                                entry.right_lower * weights.right_lower[x]);
-    }
-    for (uint64_t x = 0; x < count; ++x) {
-        out[x * step] = static_cast<uint8_t>(levels[x]);
+        now.right_upper = 1.0f - now.left_upper;
     }
 }
 
-void blend_run(const Corners (*entries)[byte_levels], RowWeights rest, uint64_t pixels, const Row &in, const Row &out) {
-    PieceWeights weights;
+// Blends one channel of a piece. Products are turned, so that the sums of four pixels lie side by side.
+void blend(const Corners *entries, const Quad *weights, uint64_t count, const uint8_t *in, uint64_t step, float *sums) {
+    const auto product = [=](uint64_t x) { return load<Quad>(&entries[in[x * step]]) * weights[x]; };
+    uint64_t x = 0;
+    for (; x + 4 <= count; x += 4) {
+        Square products = {{product(x), product(x + 1), product(x + 2), product(x + 3)}};
+        products.turn();
+        const auto [right_upper, left_upper, left_lower, right_lower] = products.rows;
+        store(((right_upper + left_upper) + left_lower) + right_lower, sums + x);
+    }
+    for (; x < count; ++x) {
+        const Quad products = product(x);
+        sums[x] = ((products[0] + products[1]) + products[2]) + products[3];
+    }
+}
+
+// A piece of a row. Its bytes are read before the first is written, so the buffers may be the same.
+void blend_piece(const Corners (*entries)[byte_levels], const Quad *weights, uint64_t start, uint64_t count, const Row &in,
+                 const Row &out) {
+    float sums[channels][piece];
+    for (uint32_t c = 0; c < channels; ++c) {
+        blend(entries[c], weights, count, in.channel[c] + start * in.step, in.step, sums[c]);
+    }
+    if (out.step == 3) {
+        floats_to_pixels(sums[0], sums[1], sums[2], count, out.channel[0] + start * 3);
+        return;
+    }
+    for (uint32_t c = 0; c < channels; ++c) {
+        for (uint64_t x = 0; x < count; ++x) {
+            out.channel[c][start + x] = wrapped_byte(sums[c][x]);
+        }
+    }
+}
+
+// Up to row_group rows of a run; rest holds the weights of row_group rows, or those of an edge band, which all rows share.
+void blend_group(const Corners (*entries)[byte_levels], RowWeights *rest, bool edge, uint64_t pixels, uint64_t rows,
+                 const Row *in, const Row *out) {
+    GroupWeights weights;
     for (uint64_t start = 0; start < pixels; start += piece) {
         const uint64_t count = std::min(piece, pixels - start);
-        take_weights(&rest, count, &weights);
-        for (uint32_t c = 0; c < channels; ++c) {
-            blend(entries[c], weights, count, in.channel[c] + start * in.step, out.channel[c] + start * out.step, in.step);
+        if (edge) {
+            take_horizontal_weights(rest, count, weights[0]);
+        } else {
+            take_weights(rest, count, weights);
+        }
+        for (uint64_t r = 0; r < rows; ++r) {
+            blend_piece(entries, weights[edge ? 0 : r], start, count, in[r], out[r]);
         }
     }
 }
@@ -128,20 +159,20 @@ void look_up_run(const KoTRCMatrix *curves, uint64_t pixels, const Row &in, cons
 
 // ---- the weights of a row
 
-// Between two tile centres of an edge band.
+// Between two tile centres of an edge band; the right upper weight is what the left upper one leaves of 1.
 RowWeights horizontal_weights(const TileColorTRCApply *apply) {
-    return {{0.0f, 1.0f, 0.0f, 0.0f}, {0.0f, -apply->xStep, 0.0f, 0.0f}, true};
+    return {{0.0f, 1.0f, 0.0f, 0.0f}, {0.0f, -apply->xStep, 0.0f, 0.0f}};
 }
 
 // Before the first tile centre of an inner band, and behind the last; upper is the weight of the upper curves in the row.
-RowWeights vertical_weights(float upper) { return {{upper, 0.0f, 0.0f, 1.0f - upper}, {}, false}; }
+RowWeights vertical_weights(float upper) { return {{upper, 0.0f, 0.0f, 1.0f - upper}, {}}; }
 
 // Between four tile centres.
 RowWeights four_weights(const TileColorTRCApply *apply, float upper) {
     const float lower = 1.0f - upper;
     const float upper_step = apply->xStep * upper;
     const float lower_step = apply->xStep * lower;
-    return {{0.0f, upper, lower, 0.0f}, {upper_step, -upper_step, -lower_step, lower_step}, false};
+    return {{0.0f, upper, lower, 0.0f}, {upper_step, -upper_step, -lower_step, lower_step}};
 }
 
 // ---- blocks
@@ -208,13 +239,23 @@ void look_up_rows(const Run &run, ByteImageIterator in, ByteImageIterator out) {
 void blend_rows(const TileColorTRCApply *apply, const Run &run, float upper, ByteImageIterator in, ByteImageIterator out) {
     Corners entries[channels][byte_levels];
     fill_entries(run, in, entries);
-    for (uint64_t row = 0; row < run.rows; ++row, upper -= apply->yStep) {
-        const RowWeights weights = is_edge(apply) ? horizontal_weights(apply)
-                                   : run.outer    ? vertical_weights(upper)
-                                                  : four_weights(apply, upper);
-        blend_run(entries, weights, run.pixels, row_of(in), row_of(out));
-        KoByteImageIteratorNextLine(&in);
-        KoByteImageIteratorNextLine(&out);
+    for (uint64_t first = 0; first < run.rows; first += row_group) {
+        const uint64_t rows = std::min(row_group, run.rows - first);
+        RowWeights weights[row_group];
+        Row in_rows[row_group];
+        Row out_rows[row_group];
+        for (uint64_t r = 0; r < row_group; ++r, upper -= apply->yStep) {
+            weights[r] = is_edge(apply) ? horizontal_weights(apply)
+                         : run.outer    ? vertical_weights(upper)
+                                        : four_weights(apply, upper);
+            if (r < rows) {
+                in_rows[r] = row_of(in);
+                out_rows[r] = row_of(out);
+                KoByteImageIteratorNextLine(&in);
+                KoByteImageIteratorNextLine(&out);
+            }
+        }
+        blend_group(entries, weights, is_edge(apply), run.pixels, rows, in_rows, out_rows);
     }
 }
 

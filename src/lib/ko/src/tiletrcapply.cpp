@@ -211,9 +211,10 @@ struct Run {
 uint64_t blend_quads(const Run &run, uint64_t start, const int32_t *index, uint64_t count, float *levels) {
     uint64_t x = 0;
     for (; x + 4 <= count; x += 4) {
-        Quad left_upper, right_upper, left_lower, right_lower;
-        Quad *const turned[] = {&left_upper, &right_upper, &left_lower, &right_lower};
-        turn_square([&](uint64_t i) { return &run.corners[index[x + i]]; }, [&](uint64_t i) { return turned[i]; });
+        const auto corners = [&](uint64_t i) { return load<Quad>(&run.corners[index[x + i]]); };
+        Square curves = {{corners(0), corners(1), corners(2), corners(3)}};
+        curves.turn();
+        const auto [left_upper, right_upper, left_lower, right_lower] = curves.rows;
         const auto weight = [=](const float *weights) { return load<Quad>(weights + start + x); };
         const Quad level = ((left_lower * weight(run.weights.left_lower) + left_upper * weight(run.weights.left_upper)) +
                             right_upper * weight(run.weights.right_upper)) +

@@ -4,7 +4,6 @@
 #include <cmath>
 #include <functional>
 #include <latch>
-#include <limits>
 #include <map>
 #include <string>
 #include <thread>
@@ -15,10 +14,12 @@
 
 #include "ko/trc.h"
 
+#include "awkward_floats.h"
 #include "capture.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "reference_fit.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -26,9 +27,6 @@ using namespace ko_test;
 
 using Entries = std::vector<uint32_t>;
 using Pixels = std::vector<PixelPair>;
-
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
 Entries entries_of(const TRC *trc) { return {trc->array, trc->array + trc->size}; }
 
@@ -162,6 +160,91 @@ INSTANTIATE_TEST_SUITE_P(Sizes, TrcComputeSizes,
                          [](const auto &each) {
                              return std::get<1>(each.param).name + std::to_string(std::get<0>(each.param));
                          });
+
+// Sizes on both sides of every group of rows and every piece of a row that the table of costs may be worked in.
+TEST_F(TrcComputeTest, CurvesOfEverySizeFitAsThePlainReference) {
+    std::vector<uint64_t> sizes = with_all_up_to(72, {});
+    for (const uint64_t middle : {96u, 128u, 192u, 256u, 320u, 384u, 512u, 768u, 1024u}) {
+        sizes.insert(sizes.end(), {middle - 1, middle, middle + 1});
+    }
+    sizes.insert(sizes.end(), {83, 99, 240, 270, 1000, 4096});
+    for (const uint64_t size : sizes) {
+        Noise noise(static_cast<uint32_t>(size));
+        const float top = level(std::min<uint64_t>(size, 256));
+        expect_fit(size, make_pixels(size < 300 ? 400 : 3000, [&](uint64_t) {
+                       const float input = noise.uniform(0.0f, top);
+                       return PixelPair{input, 0.3f * input + noise.uniform(0.0f, 0.7f * top)};
+                   }));
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// ---- sums in single precision ----
+
+// Above 2 to the 24 a sum no longer takes every level: what is lost depends on the order of the pixels.
+TEST_F(TrcComputeTest, SumsOfOneLevelLoseUnits) {
+    const uint64_t width = 500;
+    for (const auto &[size, key] : {std::pair<uint64_t, float>{1024, 255.9f}, {1024, 10.0f}, {256, 255.0f}, {300, 77.5f}}) {
+        const float least = size == 256 ? 1.0f : 256.0f / level(size) + 0.01f; // one level of the curve
+        Pixels pixels = make_pixels(width * 600, [&, k = key](uint64_t i) {
+            return PixelPair{k, i < 80000 ? 255.0f : least * level(1 + i % 3 % 2)};
+        });
+        expect_fit(size, pixels, width);
+        std::reverse(pixels.begin(), pixels.end());
+        expect_fit(size, pixels, width);
+        Noise noise(5);
+        for (PixelPair &pair : pixels) {
+            pair.target = noise.next() % 16 == 0 ? level(noise.next() % 65536) / 64.0f : least;
+        }
+        expect_fit(size, pixels, width);
+        // Two levels in turn: neither has only every second, fourth or eighth pixel of the area for its own.
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            pixels[i].input = i * 7 % 11 < 5 ? key : key / 2.0f;
+        }
+        expect_fit(size, pixels, width);
+    }
+}
+
+// A target level is at most 65535: 257 pixels of it take a sum above 2 to the 24, and what follows is rounded.
+TEST_F(TrcComputeTest, SumsOfLargeTargetsLoseUnits) {
+    for (const uint64_t few : {200u, 256u, 257u, 258u, 300u, 5000u}) {
+        const Pixels pixels = make_pixels(few + 70000, [=](uint64_t i) {
+            return PixelPair{level(9), i % 280 == 0 && i / 280 < few ? 65535.0f : level(i % 4)};
+        });
+        expect_fit(256, pixels);
+        expect_fit(20, pixels, 70);
+    }
+}
+
+// A count stops at 2 to the 24.
+TEST_F(TrcComputeTest, CountsOfOneLevelStop) {
+    const uint64_t width = 4099;
+    const uint64_t black_lines = 4094; // more than 2 to the 24 pixels
+    const uint64_t white_lines = 400;
+    const RealImagePtr input(KoRealImageNew(width, black_lines + white_lines));
+    const RealImagePtr target(KoRealImageNew(width, black_lines + white_lines));
+    KoRealImageFill(input.get(), 100.0f);
+    KoRealImageFill(target.get(), 0.0f);
+    std::vector<float> sums(256, 0.0f);
+    std::vector<float> counts(256, 0.0f);
+    counts[100] = 16777216.0f;
+    const std::vector<float> white(width, 255.0f);
+    for (uint64_t y = 0; y < white_lines; ++y) {
+        KoRealImageSetRow(target.get(), black_lines + y, white.data());
+        for (uint64_t x = 0; x < width; ++x) {
+            sums[100] += 255.0f;
+        }
+    }
+    RealImageLineIterator input_lines;
+    RealImageLineIterator target_lines;
+    KoRealImageLineIteratorInit(&input_lines, input.get());
+    KoRealImageLineIteratorInit(&target_lines, target.get());
+    const TrcPtr trc(KoTRCNew(256));
+    expect_success([&] { return KoTRCCompute(trc.get(), &input_lines, &target_lines); });
+    EXPECT_EQ(entries_of(trc.get()), ReferenceFit(256, 256).fit(sums, counts));
+    counts[100] = static_cast<float>(width * (black_lines + white_lines));
+    EXPECT_NE(entries_of(trc.get()), ReferenceFit(256, 256).fit(sums, counts)) << "the picture does not tell the two apart";
+}
 
 // ---- what the fit means ----
 
@@ -342,6 +425,50 @@ TEST_F(TrcComputeTest, FitsRectanglesOfImagesOfAnyWidth) {
     EXPECT_EQ(entries_of(trc.get()), reference_fit(256, 256, pixels));
     EXPECT_EQ(KoRealImageLineIteratorHasNext(input_lines.get()), 0);
     EXPECT_EQ(KoRealImageLineIteratorHasNext(target_lines.get()), 0);
+}
+
+bool same_place(const RealImageLineIterator &a, const RealImageLineIterator &b) {
+    return a.image == b.image && a.x_start == b.x_start && a.y_start == b.y_start && a.width == b.width &&
+           a.height == b.height && a.next_line_increment == b.next_line_increment && a.line == b.line &&
+           a.line_end == b.line_end && a.end == b.end;
+}
+
+// Values of all kinds in areas of all sizes, some of whose lines were taken before; the iterators stand on the last line then.
+TEST_F(TrcComputeTest, FitsAreasOfEverySizeAndLeavesTheIteratorsAtTheirEnds) {
+    constexpr uint64_t sizes[] = {40, 300, 256, 65};
+    uint32_t seed = 0;
+    for (const TurnSize &area : turn_sizes()) {
+        const auto [width, height] = area;
+        const uint64_t size = sizes[++seed % 4];
+        const uint64_t taken = seed % 7 == 0 ? 1 : 0;
+        SCOPED_TRACE(testing::Message() << width << " by " << height << ", size " << size << ", " << taken << " lines taken");
+        const RealImagePtr input = make_image(width + 5, height + 3, turning_noise((width + 5) * (height + 3), seed));
+        const RealImagePtr target = make_image(width + 2, height + 4, turning_noise((width + 2) * (height + 4), seed + 999));
+        RealImageLineIterator input_lines;
+        RealImageLineIterator target_lines;
+        KoRealImageLineIteratorInitSubImage(&input_lines, input.get(), seed % 5, 3 - seed % 4, width, height);
+        KoRealImageLineIteratorInitSubImage(&target_lines, target.get(), seed % 3, 4 - seed % 5, width, height);
+        for (uint64_t i = 0; i < taken; ++i) {
+            KoRealImageLineIteratorNext(&input_lines);
+            KoRealImageLineIteratorNext(&target_lines);
+        }
+        RealImageLineIterator input_walk = input_lines;
+        RealImageLineIterator target_walk = target_lines;
+        Pixels pixels;
+        while (KoRealImageLineIteratorHasNext(&input_walk) != 0) {
+            const float *input_line = KoRealImageLineIteratorNext(&input_walk);
+            const float *target_line = KoRealImageLineIteratorNext(&target_walk);
+            for (uint64_t x = 0; x < width; ++x) {
+                pixels.push_back({input_line[x], target_line[x]});
+            }
+        }
+        const TrcPtr trc(KoTRCNew(size));
+        ASSERT_EQ(KoTRCCompute(trc.get(), &input_lines, &target_lines), KO_OK);
+        pool_size_ = std::max(pool_size_, size);
+        ASSERT_EQ(entries_of(trc.get()), reference_fit(size, pool_size_, pixels));
+        ASSERT_TRUE(same_place(input_lines, input_walk));
+        ASSERT_TRUE(same_place(target_lines, target_walk));
+    }
 }
 
 // Fits two areas of the given height at the top of two images of 6 by 4 pixels.

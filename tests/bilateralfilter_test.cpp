@@ -9,6 +9,7 @@
 #include "pictures.h"
 #include "reference_bilateralfilter.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -94,6 +95,46 @@ TEST_F(BilateralFilterTest, SizesAroundGroupsOfRowsAndPiecesOfColumns) {
     for (const uint64_t height : {1u, 15u, 16u, 17u, 33u}) {
         for (const uint64_t width : {1u, 255u, 256u, 257u, 513u}) {
             expect_filter(noise_plane(width, height, static_cast<uint32_t>(height)), 3);
+        }
+    }
+}
+
+TEST_F(BilateralFilterTest, EverySizeAndSomeLevels) {
+    constexpr uint64_t levels[] = {1, 2, 5, 10};
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        ++seed;
+        expect_filter(noise_plane(size.width, size.height, seed), levels[seed % 4]);
+        expect_filter(photograph_plane(size.height, size.width, seed), levels[(seed + 1) % 4]);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// Most pixels lie exactly at a level, where a weight is 1, or half way between two.
+TEST_F(BilateralFilterTest, PixelsAtTheLevelsThemselves) {
+    for (const uint64_t levels : {1u, 2u, 5u, 10u}) {
+        for (const uint64_t width : turn_widths()) {
+            if (width > 300) {
+                break;
+            }
+            Plane plane{width, 9, {}};
+            for (uint64_t i = 0; i < width * 9; ++i) {
+                plane.pixels.push_back(static_cast<float>(i * 37 % (2 * levels + 1)) * 0.5f);
+            }
+            expect_filter(plane, levels);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+// One pixel is all that keeps the picture from being flat, wherever it lies.
+TEST_F(BilateralFilterTest, OnePixelInAFlatPicture) {
+    for (uint64_t place = 0; place < 37 * 3; ++place) {
+        for (const float value : {101.0f, -300.0f}) {
+            Plane plane{37, 3, std::vector<float>(37 * 3, 100.0f)};
+            plane.pixels[place] = value;
+            expect_filter(plane, 1 + place % 5);
+            ASSERT_FALSE(HasFailure());
         }
     }
 }

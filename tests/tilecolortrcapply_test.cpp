@@ -320,10 +320,10 @@ TEST_F(TileColorTRCApplyTest, EverySizeInEveryLayout) {
     }
 }
 
-TEST_F(TileColorTRCApplyTest, NarrowTiles) {
+TEST_F(TileColorTRCApplyTest, TilesOfEveryWidth) {
     uint32_t seed = 0;
-    for (uint64_t tile = 1; tile <= 17; ++tile) {
-        for (uint64_t strips = 1; strips <= 9; ++strips) {
+    for (uint64_t tile = 1; tile <= 140; tile += tile < 80 ? 1 : 7) {
+        for (uint64_t strips = 1; strips <= (tile <= 17 ? 9u : 3u); ++strips) {
             const uint64_t width = tile * strips + ++seed % 3;
             const TileColorTrcPtr grid = any_grid(strips, 1 + seed % 3, seed);
             const BytePicture picture = noise_picture(width, 7, static_cast<int32_t>(seed / 5 % 3), seed);

@@ -438,20 +438,39 @@ TEST_F(TileTRCApplyTest, EverySizeInEveryLayout) {
     }
 }
 
-// Tiles of 2 pixels and a few more, whose runs are shorter than any group of pixels.
-TEST_F(TileTRCApplyTest, NarrowTiles) {
+// From tiles whose runs are shorter than any group of pixels to those of several groups.
+TEST_F(TileTRCApplyTest, TilesOfEveryWidth) {
     uint32_t seed = 0;
-    for (uint64_t tile = 2; tile <= 17; ++tile) {
-        for (uint64_t strips = 2; strips <= 9; ++strips) {
+    for (uint64_t tile = 2; tile <= 140; tile += tile < 80 ? 1 : 7) {
+        for (uint64_t strips = 2; strips <= (tile <= 17 ? 9u : 3u); ++strips) {
             for (uint64_t more = 0; more < std::min<uint64_t>(strips, 3); ++more) {
                 const uint64_t width = tile * strips + more;
                 ++seed;
                 const TileTrcPtr grid = noise_grid(256, strips, 1 + seed % 3, seed);
                 const ColorTrcPtr curves = noise_curves(256, seed);
                 const Tones tones{grid.get(), seed % 2 == 0 ? curves.get() : nullptr, 0.5f};
-                expect_reference(tones, noise_picture(width, 7, static_cast<int32_t>(seed % 4), rgb, seed));
-                expect_guarded(tones, noise_picture(width, 7, static_cast<int32_t>(seed % 4), rgb, seed), 3, seed);
+                const Picture picture = noise_picture(width, 7, static_cast<int32_t>(seed % 4), rgb, seed);
+                expect_reference(tones, picture);
+                expect_guarded(tones, picture, 3, seed);
                 expect_reference(tones, noise_picture(width, 7, 0, gray, seed));
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+}
+
+// Steps by which a division is not a multiplication by a rounded reciprocal; even ones give halves, at which bytes turn.
+TEST_F(TileTRCApplyTest, CurvesOfEveryStep) {
+    uint32_t seed = 0;
+    const std::vector<uint64_t> steps =
+        with_all_up_to(16, {41, 47, 55, 61, 82, 83, 97}); // 41 times a rounded 1 / 41 is below 1
+    for (const uint64_t step : steps) {
+        for (const uint64_t strips : {1u, 2u}) {
+            const TileTrcPtr grid = noise_grid(256 * step, strips, 2, ++seed);
+            const ColorTrcPtr curves = noise_curves(256 * step, seed);
+            for (const int32_t space : {rgb, gray}) {
+                expect_reference({grid.get(), curves.get()}, noise_picture(61, 24, 0, space, seed));
+                expect_reference({nullptr, curves.get()}, noise_picture(61, 24, 0, space, seed));
                 ASSERT_FALSE(HasFailure());
             }
         }

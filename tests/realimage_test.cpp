@@ -224,20 +224,6 @@ TEST_F(RealImageTest, TransposeExchangesLinesAndColumns) {
     }
 }
 
-// Bits of all kinds, NaNs with payloads and signals among them: a pixel is moved, never computed.
-RealImagePtr bit_image(uint64_t width, uint64_t height, uint32_t seed) {
-    ko_test::Noise noise(seed);
-    RealImagePtr image(KoRealImageNew(width, height));
-    for (uint64_t y = 0; y < height; ++y) {
-        for (uint64_t x = 0; x < width; ++x) {
-            const uint32_t bits = noise.next();
-            const uint32_t word = bits % 4 == 0 ? bits | 0x7F800000u : bits; // every fourth an infinity or a NaN
-            std::memcpy(&image->rows[y][x], &word, sizeof word);
-        }
-    }
-    return image;
-}
-
 bool is_transposed(const RealImage *image, const RealImage *result) {
     for (uint64_t y = 0; y < image->height; ++y) {
         for (uint64_t x = 0; x < image->width; ++x) {
@@ -253,7 +239,7 @@ TEST_F(RealImageTest, TransposeKeepsEveryBitAtEverySize) {
     uint32_t seed = 0;
     const auto expect_transposition = [&](uint64_t width, uint64_t height) {
         SCOPED_TRACE(testing::Message() << width << " by " << height);
-        const RealImagePtr image = bit_image(width, height, ++seed);
+        const RealImagePtr image = ko_test::bit_image(width, height, ++seed);
         RealImage *result = nullptr;
         ASSERT_EQ(KoRealImageTranspose(image.get(), &result), KO_OK);
         const RealImagePtr made(result);

@@ -2,9 +2,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <latch>
 #include <map>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -390,6 +392,45 @@ TEST_F(TrcComputeTest, CostsBeyondSinglePrecision) {
             pixels.push_back({input, level(noise.next() % 256)});
         }
         expect_fit(33, pixels);
+    }
+}
+
+// Pairs of levels whose pixels pull as much toward one curve as toward another, by whole numbers: the two curves cost the same,
+// but for what single precision makes of the order in which their costs are added.
+Pixels balanced_pixels(const ReferenceCurves &curves, uint32_t seed) {
+    Noise noise(seed);
+    const uint64_t first = noise.next() % 5;
+    const uint64_t second = first + 1 + noise.next() % (5 - first);
+    Pixels pixels;
+    for (int pair = 0; pair < 3; ++pair) {
+        std::array<PixelPair, 2> kinds{};
+        std::array<int64_t, 2> pulls{};
+        for (size_t k = 0; k < 2; ++k) {
+            const uint64_t i = 1 + noise.next() % (curves.size - 2);
+            const int64_t a = curves.levels[first * curves.size + i];
+            const int64_t b = curves.levels[second * curves.size + i];
+            const int64_t target = noise.next() % 256;
+            kinds[k] = {level(i), static_cast<float>(target)};
+            pulls[k] = (a - b) * (a + b - 2 * target);
+        }
+        const int64_t common = std::gcd(pulls[0], pulls[1]);
+        const bool opposite = pulls[0] * pulls[1] < 0;
+        if (opposite && std::abs(pulls[0]) + std::abs(pulls[1]) <= 4000 * common) {
+            pixels.insert(pixels.end(), static_cast<size_t>(std::abs(pulls[1]) / common), kinds[0]);
+            pixels.insert(pixels.end(), static_cast<size_t>(std::abs(pulls[0]) / common), kinds[1]);
+        }
+    }
+    return pixels;
+}
+
+// With each of these seeds another curve wins if costs are added in another order (from the end, or in 2, 4, 8 or 16 sums side
+// by side) or in double precision.
+TEST_F(TrcComputeTest, CostsOfACurveAreAddedInTheOrderOfTheLevels) {
+    const ReferenceCurves curves(256);
+    for (const uint32_t seed : {291u, 633u, 1056u, 1251u, 1339u, 2605u, 4023u, 4318u, 5638u, 5883u, 7387u, 8271u}) {
+        const Pixels pixels = balanced_pixels(curves, seed);
+        EXPECT_FALSE(pixels.empty());
+        expect_fit(256, pixels);
     }
 }
 

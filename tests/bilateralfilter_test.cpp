@@ -9,6 +9,7 @@
 #include "pictures.h"
 #include "reference_bilateralfilter.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -94,6 +95,85 @@ TEST_F(BilateralFilterTest, SizesAroundGroupsOfRowsAndPiecesOfColumns) {
     for (const uint64_t height : {1u, 15u, 16u, 17u, 33u}) {
         for (const uint64_t width : {1u, 255u, 256u, 257u, 513u}) {
             expect_filter(noise_plane(width, height, static_cast<uint32_t>(height)), 3);
+        }
+    }
+}
+
+TEST_F(BilateralFilterTest, EverySizeAndSomeLevels) {
+    constexpr uint64_t levels[] = {1, 2, 5, 10};
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        ++seed;
+        expect_filter(noise_plane(size.width, size.height, seed), levels[seed % 4]);
+        expect_filter(photograph_plane(size.height, size.width, seed), levels[(seed + 1) % 4]);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// Most pixels lie exactly at a level, where a weight is 1, or half way between two.
+TEST_F(BilateralFilterTest, PixelsAtTheLevelsThemselves) {
+    for (const uint64_t levels : {1u, 2u, 5u, 10u}) {
+        for (const uint64_t width : turn_widths()) {
+            if (width > 300) {
+                break;
+            }
+            Plane plane{width, 9, {}};
+            for (uint64_t i = 0; i < width * 9; ++i) {
+                plane.pixels.push_back(static_cast<float>(i * 37 % (2 * levels + 1)) * 0.5f);
+            }
+            expect_filter(plane, levels);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+// What the blur leaves in the middle of a row of stripes: 1 at every third pixel, one of them in the middle, or at all others.
+double blurred_stripes(uint64_t width, float sigma, bool at_third) {
+    Plane row{width, 1, {}};
+    for (uint64_t x = 0; x < width; ++x) {
+        row.pixels.push_back((x % 3 == width / 2 % 3) == at_third ? 1.0f : 0.0f);
+    }
+    return static_cast<double>(reference_recursive(row, sigma).pixels[width / 2]);
+}
+
+// The value between -1 and 1 that becomes weighted when it is multiplied by its weight at the level -1 with a step of 2.
+float before_weighing(double weighted) {
+    double low = 0.0;
+    double high = 1.0;
+    for (int i = 0; i < 60; ++i) {
+        const double middle = (low + high) / 2.0;
+        const double distance = (middle + 1.0) / 2.0;
+        (middle * std::exp(-distance * distance / 2.0) < weighted ? low : high) = middle;
+    }
+    return static_cast<float>(low);
+}
+
+// Stripes of the least value, at which the weighted values around cancel under the blur to almost nothing: there the result
+// shows the bits of the blur's running values that elsewhere are lost in the rounding to single precision.
+TEST_F(BilateralFilterTest, BlursThatCancelShowTheOrderOfTheirSums) {
+    for (uint64_t more = 0; more < 18; ++more) {
+        Plane plane{151 + more, 150 + more * 5 % 17, {}};
+        const float sigma = static_cast<float>(std::min(plane.width, plane.height)) / 50.0f;
+        const float between =
+            before_weighing(blurred_stripes(plane.width, sigma, true) / blurred_stripes(plane.width, sigma, false));
+        for (uint64_t i = 0; i < plane.width * plane.height; ++i) {
+            plane.pixels.push_back(i % plane.width % 3 == plane.width / 2 % 3 ? -1.0f : between);
+        }
+        plane.pixels[0] = 1.0f; // the other end of the range
+        expect_filter(plane, 1);
+        expect_filter(transposed(plane), 1);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// One pixel is all that keeps the picture from being flat, wherever it lies.
+TEST_F(BilateralFilterTest, OnePixelInAFlatPicture) {
+    for (uint64_t place = 0; place < 37 * 3; ++place) {
+        for (const float value : {101.0f, -300.0f}) {
+            Plane plane{37, 3, std::vector<float>(37 * 3, 100.0f)};
+            plane.pixels[place] = value;
+            expect_filter(plane, 1 + place % 5);
+            ASSERT_FALSE(HasFailure());
         }
     }
 }

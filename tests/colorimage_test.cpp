@@ -1,5 +1,6 @@
 // ColorImage: life, planes, iterators, conversion between spaces, reduction to one plane, bytes and floats in and out.
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -9,9 +10,11 @@
 
 #include "awkward_floats.h"
 #include "files.h"
+#include "guards.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 #include "warnings.h"
 
 namespace {
@@ -22,6 +25,7 @@ using ko_test::expect_error;
 using ko_test::expect_status;
 using ko_test::expect_success;
 using ko_test::expect_warning;
+using ko_test::GuardedBytes;
 using ko_test::infinity;
 using ko_test::make_color_image;
 using ko_test::make_image;
@@ -29,9 +33,14 @@ using ko_test::noise_bytes;
 using ko_test::not_a_number;
 using ko_test::padding_is_zero;
 using ko_test::pixels;
+using ko_test::PlaneGuard;
 using ko_test::RealImagePtr;
 using ko_test::same_float;
 using ko_test::same_floats;
+using ko_test::turn_sizes;
+using ko_test::turning_floats;
+using ko_test::turning_noise;
+using ko_test::TurnSize;
 
 constexpr int32_t RGB = KO_COLORSPACE_RGB;
 constexpr int32_t YIQ = KO_COLORSPACE_YIQ;
@@ -56,6 +65,12 @@ class ColorImageTest : public ko_test::LibraryTest {
                                 [&](uint32_t c, uint64_t x, uint64_t y) { return values[(c * height + y) * width + x]; });
     }
 
+    static ColorImagePtr turning(uint64_t width, uint64_t height, int32_t space, uint32_t seed) {
+        const std::vector<float> values = turning_noise(3 * width * height, seed);
+        return make_color_image(static_cast<uint32_t>(width), static_cast<uint32_t>(height), space,
+                                [&](uint32_t c, uint64_t x, uint64_t y) { return values[(c * height + y) * width + x]; });
+    }
+
     // The pixels of all planes, plane after plane.
     static std::vector<float> all_pixels(const ColorImage *image) {
         std::vector<float> values;
@@ -70,6 +85,18 @@ class ColorImageTest : public ko_test::LibraryTest {
         for (uint64_t c = 0; c < image->depth; ++c) {
             EXPECT_TRUE(padding_is_zero(&image->planes[c])) << "plane " << c;
         }
+    }
+
+    static std::vector<PlaneGuard> guards(const ColorImage *image) {
+        std::vector<PlaneGuard> all;
+        for (uint64_t c = 0; c < image->depth; ++c) {
+            all.emplace_back(&image->planes[c]);
+        }
+        return all;
+    }
+
+    static bool hold(const std::vector<PlaneGuard> &guards) {
+        return std::all_of(guards.begin(), guards.end(), [](const PlaneGuard &guard) { return guard.holds(); });
     }
 
     // An image whose planes were freed: it has a depth of 0, neither one nor three.
@@ -396,6 +423,27 @@ TEST_F(ColorConversion, WorksInPlace) {
     }
 }
 
+TEST_F(ColorConversion, EqualsThePlainSumsAtEverySize) {
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        for (const auto &[from, to] : {std::pair{RGB, YIQ}, std::pair{YIQ, RGB}, std::pair{RGB, RGB}}) {
+            SCOPED_TRACE(testing::Message() << size.width << " by " << size.height << ", " << from << " to " << to);
+            const ColorImagePtr source = turning(size.width, size.height, from, ++seed);
+            const std::vector<float> before = all_pixels(source.get());
+            const std::vector<float> expected = all_pixels(plain(source.get(), to).get());
+            const bool in_place = from == to;
+            const ColorImagePtr made(
+                KoColorImageNew(static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height), to));
+            ColorImage *target = in_place ? source.get() : made.get();
+            const std::vector<PlaneGuard> surround = guards(target);
+            ASSERT_EQ(KoColorImageFromColorImage(target, source.get()), KO_OK);
+            ASSERT_TRUE(same_floats(expected, all_pixels(target)));
+            ASSERT_TRUE(in_place || same_floats(before, all_pixels(source.get()))) << "the source was written";
+            ASSERT_TRUE(hold(surround));
+        }
+    }
+}
+
 TEST_F(ColorConversion, WritesTheTargetInItsOwnSpace) {
     const ColorImagePtr source = awkward(5, 3, RGB, 99);
     const ColorImagePtr target = uniform(5, 3, YIQ, {1, 2, 3});
@@ -464,6 +512,26 @@ TEST_F(Reduction, EqualsThePlainSumBitForBit) {
                 EXPECT_TRUE(padding_is_zero(result.get()));
             }
         }
+    }
+}
+
+TEST_F(Reduction, EqualsThePlainSumAtEverySize) {
+    constexpr float weights[] = {0.299f, 0.587f, 0.114f};
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        SCOPED_TRACE(testing::Message() << size.width << " by " << size.height);
+        const ColorImagePtr image = turning(size.width, size.height, RGB, ++seed);
+        const RealImagePtr result = reduced(image.get(), nullptr);
+        const std::vector<float> red = pixels(&image->planes[0]);
+        const std::vector<float> green = pixels(&image->planes[1]);
+        const std::vector<float> blue = pixels(&image->planes[2]);
+        std::vector<float> expected;
+        for (size_t i = 0; i < red.size(); ++i) {
+            const float sum = (red[i] * weights[0] + green[i] * weights[1]) + blue[i] * weights[2];
+            expected.push_back(sum > 0.0f ? sum : 0.0f);
+        }
+        ASSERT_TRUE(same_floats(expected, pixels(result.get())));
+        ASSERT_TRUE(padding_is_zero(result.get()));
     }
 }
 
@@ -659,6 +727,81 @@ TEST_P(ColorBytes, GoOutTruncatedAndCutTo8Bits) {
     }
 }
 
+// Sizes of all kinds. The lines lie below one line of the picture and above another, which stay as they are.
+
+TEST_P(ColorBytes, ComeInAtEverySize) {
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        SCOPED_TRACE(testing::Message() << size.width << " by " << size.height);
+        const std::vector<uint8_t> noise = noise_bytes(3 * size.width * size.height, ++seed);
+        GuardedBytes bytes(noise, seed);
+        const auto lines = static_cast<uint32_t>(size.height);
+        const ColorImagePtr image = uniform(static_cast<uint32_t>(size.width), lines + 2, RGB, {-1, -2, -3});
+        const std::vector<PlaneGuard> surround = guards(image.get());
+        ASSERT_EQ(KoColorImageFromByteArray(image.get(), bytes.data(), 1, lines, GetParam()), KO_OK);
+        std::vector<float> expected;
+        for (size_t c = 0; c < 3; ++c) {
+            expected.insert(expected.end(), size.width, -1.0f - static_cast<float>(c));
+            for (size_t i = 0; i < size.width * size.height; ++i) {
+                const size_t at = byte_index(GetParam(), size.width, size.height, c, i % size.width, i / size.width);
+                expected.push_back(static_cast<float>(noise[at]));
+            }
+            expected.insert(expected.end(), size.width, -1.0f - static_cast<float>(c));
+        }
+        ASSERT_TRUE(same_floats(expected, all_pixels(image.get())));
+        ASSERT_TRUE(hold(surround));
+        ASSERT_TRUE(bytes.guards_hold() && bytes.bytes() == noise) << "the bytes were written";
+    }
+}
+
+uint8_t plain_wrapped_byte(float value) {
+    const double whole = std::trunc(static_cast<double>(value));
+    const bool fits = whole >= -2147483648.0 && whole <= 2147483647.0;
+    return fits ? static_cast<uint8_t>(static_cast<int64_t>(whole) & 255) : uint8_t{0};
+}
+
+TEST_P(ColorBytes, GoOutAtEverySize) {
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        SCOPED_TRACE(testing::Message() << size.width << " by " << size.height);
+        const auto lines = static_cast<uint32_t>(size.height);
+        const ColorImagePtr image = turning(size.width, size.height + 2, RGB, ++seed);
+        const std::vector<float> before = all_pixels(image.get());
+        GuardedBytes bytes(3 * size.width * size.height, 77, seed);
+        ASSERT_EQ(KoColorImageToByteArray(image.get(), bytes.data(), 1, lines, GetParam()), KO_OK);
+        std::vector<uint8_t> expected(3 * size.width * size.height);
+        for (size_t c = 0; c < 3; ++c) {
+            for (size_t y = 0; y < size.height; ++y) {
+                for (size_t x = 0; x < size.width; ++x) {
+                    expected[byte_index(GetParam(), size.width, size.height, c, x, y)] =
+                        plain_wrapped_byte(image->planes[c].rows[y + 1][x]);
+                }
+            }
+        }
+        ASSERT_EQ(bytes.bytes(), expected);
+        ASSERT_TRUE(bytes.guards_hold());
+        ASSERT_TRUE(same_floats(before, all_pixels(image.get()))) << "the picture was written";
+    }
+}
+
+// Every value stands in every channel once, at different places of a line.
+TEST_P(ColorBytes, GoOutForEveryValueAtWhichTheyTurn) {
+    const std::vector<float> &values = turning_floats();
+    const auto width = static_cast<uint32_t>(values.size());
+    for (size_t shift = 0; shift < 32; ++shift) {
+        const auto value = [&](uint32_t c, uint64_t x, uint64_t) { return values[(x + shift + 5 * c) % width]; };
+        const ColorImagePtr image = make_color_image(width, 1, RGB, value);
+        std::vector<uint8_t> bytes(3 * values.size(), 77);
+        ASSERT_EQ(KoColorImageToByteArray(image.get(), bytes.data(), 0, 1, GetParam()), KO_OK);
+        for (uint32_t c = 0; c < 3; ++c) {
+            for (uint64_t x = 0; x < width; ++x) {
+                const uint8_t byte = bytes[byte_index(GetParam(), width, 1, c, x, 0)];
+                ASSERT_EQ(byte, plain_wrapped_byte(value(c, x, 0))) << value(c, x, 0) << " at " << x << " of channel " << c;
+            }
+        }
+    }
+}
+
 class GrayBytes : public ColorImageTest {};
 
 TEST_F(GrayBytes, IgnoreTheLayout) {
@@ -746,6 +889,28 @@ TEST_F(ColorImageTest, FloatsComeInInterleavedIntoTheLinesNamed) {
             EXPECT_TRUE(same_floats(all_pixels(expected.get()), all_pixels(image.get()))) << width << ", " << count;
             expect_zero_padding(image.get());
         }
+    }
+}
+
+TEST_F(ColorImageTest, FloatsComeInAtEverySize) {
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        SCOPED_TRACE(testing::Message() << size.width << " by " << size.height);
+        const std::vector<float> floats = turning_noise(3 * size.width * size.height, ++seed);
+        const ColorImagePtr image =
+            uniform(static_cast<uint32_t>(size.width), static_cast<uint32_t>(size.height) + 2, RGB, {-1, -2, -3});
+        const std::vector<PlaneGuard> surround = guards(image.get());
+        ASSERT_EQ(KoColorImageFromFloatArray(image.get(), floats.data(), 1, size.height), KO_OK);
+        std::vector<float> expected;
+        for (size_t c = 0; c < 3; ++c) {
+            expected.insert(expected.end(), size.width, -1.0f - static_cast<float>(c));
+            for (size_t i = 0; i < size.width * size.height; ++i) {
+                expected.push_back(floats[3 * i + c]);
+            }
+            expected.insert(expected.end(), size.width, -1.0f - static_cast<float>(c));
+        }
+        ASSERT_TRUE(same_floats(expected, all_pixels(image.get())));
+        ASSERT_TRUE(hold(surround));
     }
 }
 

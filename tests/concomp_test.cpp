@@ -11,11 +11,13 @@
 #include <gtest/gtest.h>
 
 #include "awkward_floats.h"
+#include "guards.h"
 #include "ko/concomp.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "reference_concomp.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -245,6 +247,156 @@ TEST_P(ConcompMapTest, WindowsAtEveryEdge) {
                 return;
             }
         }
+    }
+}
+
+// Rows of long runs and gaps whose ends lie around the multiples of 64, with single pixels among them.
+RealImagePtr long_runs(uint64_t width, uint64_t height, Noise &noise) {
+    RealImagePtr image = make_image(width, height, [](uint64_t, uint64_t) { return 0.0f; });
+    for (uint64_t y = 0; y < height; ++y) {
+        bool lit = random_below(noise, 2) != 0;
+        for (uint64_t x = 0; x < width; lit = !lit) {
+            const uint64_t length = random_below(noise, 3) == 0
+                                        ? 1 + random_below(noise, 3)
+                                        : 62 + random_below(noise, 5) + 64 * random_below(noise, 4) - x % 64;
+            for (const uint64_t end = std::min(width, x + length); x < end; ++x) {
+                image->rows[y][x] = lit ? 1.0f : not_a_number;
+            }
+        }
+    }
+    return image;
+}
+
+const std::vector<uint64_t> &labelled_widths() {
+    static const std::vector<uint64_t> widths = with_all_up_to(
+        200, {255, 256, 257, 319, 320, 321, 511, 512, 513, 1023, 1025, 2047, 2048, 2049, 4095, 4096, 4097, 4161, 8192, 8193});
+    return widths;
+}
+
+// Blocks of exactly the sizes that the caller has to give, for the labelling and for its summary.
+void expect_tight_labelling(const RealImage *image, float threshold, const Window &window) {
+    const Labelling expected = reference_labelling(image, threshold, window);
+    const size_t pixels = expected.labels.size();
+    const size_t capacity = size_t{window.width() + 1} / 2 * (size_t{window.height() + 1} / 2);
+    GuardedBytes label_block(pixels * sizeof(int32_t), 0x5A, 4 * (window.x0 % 2));
+    GuardedBytes table_block((capacity + 1) * sizeof(uint32_t), 0x5A, 4 * (window.x1 % 2));
+    auto *labels = reinterpret_cast<int32_t *>(label_block.data());
+    auto *table = reinterpret_cast<uint32_t *>(table_block.data());
+    ASSERT_EQ(KoConCompRealSubImage(image, threshold, labels, table, window.x0, window.x1, window.y0, window.y1),
+              expected.count);
+    ASSERT_EQ(std::vector<int32_t>(labels, labels + pixels), expected.labels);
+    ASSERT_EQ(std::vector<uint32_t>(table, table + expected.count + 1), expected.table);
+    const Summary summary = reference_summary(expected);
+    GuardedBytes info_block((size_t{expected.count} + 1) * sizeof(BlobInfo), 0, 0);
+    auto *info = reinterpret_cast<BlobInfo *>(info_block.data());
+    ASSERT_EQ(KoConCompRealImageInfo(window.width(), window.height(), labels, table, info), summary.components);
+    ASSERT_EQ(numbers(std::vector<BlobInfo>(info, info + expected.count + 1)), numbers(summary.info));
+    ASSERT_TRUE(label_block.guards_hold() && table_block.guards_hold() && info_block.guards_hold());
+}
+
+TEST_P(ConcompMapTest, EveryWidthInTightBlocks) {
+    uint32_t seed = 4000;
+    for (const uint64_t width : labelled_widths()) {
+        SCOPED_TRACE(testing::Message() << "width " << width << ", seed " << ++seed);
+        Noise noise(seed);
+        const uint64_t height = width > 300 ? 2 : 1 + random_below(noise, 7);
+        const auto x1 = static_cast<uint32_t>(width) - 1;
+        const auto y1 = static_cast<uint32_t>(height) - 1;
+        expect_tight_labelling(GetParam().make(width, height, noise).get(), 0.5f, {0, x1, 0, y1});
+        ASSERT_FALSE(HasFailure());
+        // The same width at some place of a larger image, whose pixels around it do not count.
+        const uint32_t shift = random_below(noise, 70);
+        const RealImagePtr image = GetParam().make(width + 75, height + 2, noise);
+        expect_tight_labelling(image.get(), 0.5f, {shift, shift + x1, 1, 1 + y1});
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST_F(ConcompTest, RunsAcrossTheMultiplesOf64) {
+    for (uint32_t seed = 1; seed <= 60; ++seed) {
+        SCOPED_TRACE(seed);
+        Noise noise(seed);
+        const auto width = 30 + random_below(noise, seed % 4 == 0 ? 8300 : 500);
+        const auto height = 1 + random_below(noise, 6);
+        const RealImagePtr image = long_runs(width + 9, height, noise);
+        const uint32_t shift = random_below(noise, 9);
+        expect_tight_labelling(image.get(), 0.5f, {shift, shift + width - 1, 0, height - 1});
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// Two rows, the upper one with a run that ends and the lower one with a run that begins at each pair of places around a border:
+// they touch, touch at a corner, or do not.
+TEST_F(ConcompTest, RunsThatMeetAroundABorder) {
+    for (const uint64_t border : {4u, 8u, 16u, 32u, 64u, 128u, 4096u}) {
+        const uint64_t width = border + 5;
+        for (uint64_t end = border - 3; end <= border + 3; ++end) {
+            for (uint64_t begin = border - 3; begin <= border + 3; ++begin) {
+                for (const bool upside_down : {false, true}) {
+                    const RealImagePtr image = make_image(width, 2, [=](uint64_t x, uint64_t y) {
+                        return ((y == 0) != upside_down ? x < end : x >= begin) ? 1.0f : 0.0f;
+                    });
+                    SCOPED_TRACE(testing::Message() << "end " << end << ", begin " << begin << ", " << upside_down);
+                    expect_tight_labelling(image.get(), 0.5f, {0, static_cast<uint32_t>(width) - 1, 0, 1});
+                    ASSERT_FALSE(HasFailure());
+                }
+            }
+        }
+    }
+}
+
+TEST_F(ConcompTest, FlatAndChequeredMapsOfEveryWidth) {
+    for (const uint64_t width : labelled_widths()) {
+        for (uint64_t pattern = 0; pattern < 5; ++pattern) {
+            const RealImagePtr image = make_image(width, 3, [=](uint64_t x, uint64_t y) {
+                const bool lit[] = {true, false, x % 2 == 0, (x + y) % 2 == 0, x % 2 == 0 && y % 2 == 0};
+                return lit[pattern] ? 1.0f : -1.0f;
+            });
+            SCOPED_TRACE(testing::Message() << "width " << width << ", pattern " << pattern);
+            expect_tight_labelling(image.get(), 0.0f, {0, static_cast<uint32_t>(width) - 1, 0, 2});
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST_F(ConcompTest, AwkwardPixelsAndThresholdsAtEveryWidth) {
+    const float thresholds[] = {0.0f, -0.0f, 1e-40f, 1.0f, infinity, -infinity, not_a_number, 16777216.0f, -1e-45f};
+    uint32_t seed = 0;
+    for (const uint64_t width : labelled_widths()) {
+        const RealImagePtr image = make_image(width, 3, turning_noise(width * 3, ++seed));
+        const RealImagePtr mixed = make_image(width, 3, awkward_floats(width * 3, seed));
+        const float threshold = thresholds[seed % std::size(thresholds)];
+        SCOPED_TRACE(testing::Message() << "width " << width << ", threshold " << threshold);
+        const Window window{0, static_cast<uint32_t>(width) - 1, 0, 2};
+        expect_tight_labelling(image.get(), threshold, window);
+        expect_tight_labelling(mixed.get(), threshold, window);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// The summary of labels that no labelling gave: runs of any label, and a table that names any root, or none.
+TEST_F(ConcompTest, TheSummaryOfAnyLabelsAndTableAtEveryWidth) {
+    uint32_t seed = 0;
+    for (const uint64_t width : labelled_widths()) {
+        SCOPED_TRACE(testing::Message() << "width " << width);
+        Noise noise(++seed);
+        Labelling labelling{static_cast<uint32_t>(width), width > 300 ? 2u : 5u, 1 + random_below(noise, 20), {}, {0}};
+        for (uint32_t i = 1; i <= labelling.count; ++i) {
+            labelling.table.push_back(random_below(noise, labelling.count + 1));
+        }
+        while (labelling.labels.size() < size_t{labelling.width} * labelling.height) {
+            const auto label = static_cast<int32_t>(random_below(noise, labelling.count + 1));
+            labelling.labels.insert(labelling.labels.end(), 1 + random_below(noise, seed % 3 == 0 ? 2 : 150), label);
+        }
+        labelling.labels.resize(size_t{labelling.width} * labelling.height);
+        const Summary summary = reference_summary(labelling);
+        GuardedBytes info_block((size_t{labelling.count} + 1) * sizeof(BlobInfo), 0, 0);
+        auto *info = reinterpret_cast<BlobInfo *>(info_block.data());
+        ASSERT_EQ(
+            KoConCompRealImageInfo(labelling.width, labelling.height, labelling.labels.data(), labelling.table.data(), info),
+            summary.components);
+        ASSERT_EQ(numbers(std::vector<BlobInfo>(info, info + labelling.count + 1)), numbers(summary.info));
+        ASSERT_TRUE(info_block.guards_hold());
     }
 }
 

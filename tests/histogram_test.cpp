@@ -21,6 +21,7 @@
 #include "library_test.h"
 #include "pictures.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -272,6 +273,96 @@ INSTANTIATE_TEST_SUITE_P(Ranges, HistogramCounting,
                                          CountCase{"NoRange", 16, 5.0f, 5.0f}, // an infinite scale
                                          CountCase{"Backward", 16, 255.0f, 0.0f}),
                          [](const auto &each) { return std::string(each.param.name); });
+
+// The value at which each bin begins, as near as floats come to it, and two neighbours on either side of it.
+std::vector<float> border_values(const Histogram *histogram) {
+    std::vector<float> values;
+    for (uint32_t bin = 0; bin < histogram->size; ++bin) {
+        float value = (static_cast<float>(bin) + 0.5f) / histogram->scale + histogram->minValue;
+        value = std::nextafter(std::nextafter(value, -infinity), -infinity);
+        for (int i = 0; i < 5; ++i, value = std::nextafter(value, infinity)) {
+            values.push_back(value);
+        }
+    }
+    return values;
+}
+
+TEST_F(HistogramTest, EveryBorderOfEveryBinLiesWhereThePlainBinsHaveIt) {
+    for (const uint32_t size : {1u, 2u, 3u, 7u, 255u, 256u, 257u, 1000u, 1024u, 1025u, 4096u, 5000u, 65536u, 65537u}) {
+        const float top = static_cast<float>(size - 1);
+        for (const auto &[low, high] : std::vector<std::pair<float, float>>{
+                 {0.0f, top}, {0.0f, 255.0f}, {-128.5f, 127.25f}, {0.1f, 0.7f}, {-1e6f, 1e6f}, {255.0f, 0.0f}}) {
+            SCOPED_TRACE(testing::Message() << size << " bins from " << low << " to " << high);
+            const HistogramPtr histogram(KoHistogramNew(size, low, high));
+            std::vector<float> values = border_values(histogram.get());
+            const std::vector<float> &turning = turning_floats();
+            values.insert(values.end(), turning.begin(), turning.end());
+            values.resize((values.size() + 66) / 67 * 67, high);
+            const RealImagePtr image = make_image(67, values.size() / 67, values);
+            expect_success([&] { return KoHistogramCompute(histogram.get(), image.get()); });
+            ASSERT_EQ(counters(histogram.get()), plain_counts(histogram.get(), values));
+        }
+    }
+}
+
+// Each value at each place of a line, alone in its bin where it has one of its own.
+TEST_F(HistogramTest, AValueIsCountedAlikeWhereverItStands) {
+    std::vector<float> values = turning_floats();
+    for (size_t shift = 0; shift < 40; ++shift) {
+        std::rotate(values.begin(), values.begin() + 1, values.end());
+        for (const uint32_t size : {2u, 256u, 1025u}) {
+            const RealImagePtr image = make_image(values.size(), 1, values);
+            const HistogramPtr histogram(KoHistogramNew(size, 0.0f, static_cast<float>(size - 1)));
+            expect_success([&] { return KoHistogramCompute(histogram.get(), image.get()); });
+            ASSERT_EQ(counters(histogram.get()), plain_counts(histogram.get(), values)) << size << " bins, shift " << shift;
+        }
+    }
+}
+
+// What the counters held before stays in them, and a counter wraps at 2 to the 32.
+TEST_F(HistogramTest, RectanglesOfEverySizeAddUp) {
+    uint32_t seed = 0;
+    for (const TurnSize &each : turn_sizes()) {
+        for (const uint32_t size : {1u, 2u, 16u, 255u, 256u, 1024u, 1025u, 5000u}) {
+            if (size > 256 && ++seed % 8 != 0) {
+                continue;
+            }
+            const auto [width, height] = each;
+            const uint64_t x = ++seed % 5;
+            const uint64_t y = seed % 3;
+            SCOPED_TRACE(testing::Message()
+                         << width << " by " << height << " at " << x << ", " << y << "; " << size << " bins");
+            const std::vector<float> values = turning_noise((width + 6) * (height + 2), seed);
+            const RealImagePtr image = make_image(width + 6, height + 2, values);
+            const HistogramPtr histogram(KoHistogramNew(size, 0.0f, 255.0f));
+            Counters expected = noise_entries(size, 4294967295u, seed);
+            expected[0] = 4294967295u;
+            KoHistogramSetValues(histogram.get(), expected.data(), size);
+            RealImageLineIterator iterator;
+            KoRealImageLineIteratorInitSubImage(&iterator, image.get(), x, y, width, height);
+            for (int time = 0; time < 2; ++time) {
+                ASSERT_EQ(KoHistogramFromSubImage(histogram.get(), &iterator), KO_OK);
+                KoRealImageLineIteratorReset(&iterator);
+                for (uint64_t i = 0; i < width * height; ++i) {
+                    ++expected[plain_bin(histogram.get(), image->rows[y + i / width][x + i % width])];
+                }
+                ASSERT_EQ(counters(histogram.get()), expected);
+                ASSERT_EQ(histogram->numPixels, width * height);
+            }
+        }
+    }
+}
+
+// One level all over a picture, and runs of one among others: the same counter many times in a row.
+TEST_F(HistogramTest, RunsOfOneValueAreCounted) {
+    for (const uint64_t run : {1u, 2u, 3u, 4u, 7u, 8u, 17u, 255u, 256u, 257u, 1000u, 70001u}) {
+        const RealImagePtr image =
+            make_image(307, 229, [=](uint64_t x, uint64_t y) { return static_cast<float>((y * 307 + x) / run * 37 % 256); });
+        const HistogramPtr histogram(KoHistogramNew(256, 0.0f, 255.0f));
+        expect_success([&] { return KoHistogramCompute(histogram.get(), image.get()); });
+        ASSERT_EQ(counters(histogram.get()), plain_counts(histogram.get(), pixels(image.get()))) << "runs of " << run;
+    }
+}
 
 TEST_F(HistogramTest, RepeatedRunsAddUpAndKeepOneAreasPixels) {
     const RealImagePtr image = make_image(4, 2, {0.0f, 1.0f, 2.0f, 3.0f, 4.0f, 5.0f, 6.0f, 7.0f});

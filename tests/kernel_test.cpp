@@ -9,11 +9,13 @@
 #include <gtest/gtest.h>
 
 #include "awkward_floats.h"
+#include "guards.h"
 #include "ko/kernel.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "reference_kernel.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -168,6 +170,57 @@ TEST_F(KernelTest, CorrelationOfManySizes) {
     }
 }
 
+// Even sizes among them: the centre lies at half the size in whole numbers, so an even kernel reaches further to the left.
+TEST_F(KernelTest, CorrelationAtEverySize) {
+    const std::pair<uint64_t, uint64_t> kernels[] = {{1, 1}, {3, 3}, {13, 1}, {1, 13}, {5, 4}, {2, 2}, {2, 1}, {1, 2}, {1, 4},
+                                                     {4, 5}, {6, 6}, {9, 2},  {16, 1}, {1, 7}, {5, 1}, {6, 1}, {7, 1}, {8, 1}};
+    uint32_t seed = 0;
+    for (const auto &[width, height] : kernels) {
+        const Plane kernel = noise_plane(width, height, ++seed);
+        for (const TurnSize &size : turn_sizes()) {
+            expect_correlation(kernel, noise_plane(size.width, size.height, ++seed));
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST_F(KernelTest, CorrelationOfAKernelAsLargeAsThePictureOrNearly) {
+    uint32_t seed = 0;
+    for (uint64_t width = 1; width <= 20; ++width) {
+        for (uint64_t height = 1; height <= 9; ++height) {
+            const Plane kernel = noise_plane(width, height, ++seed);
+            for (uint64_t more = 0; more < 3; ++more) {
+                expect_correlation(kernel, noise_plane(width + more, height + more / 2, ++seed));
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+    for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{33, 31}, {64, 9}, {70, 3}, {3, 64}, {512, 1}, {513, 2}}) {
+        const Plane kernel = noise_plane(width, height, ++seed);
+        expect_correlation(kernel, noise_plane(width, height, seed + 1));
+        expect_correlation(kernel, noise_plane(width + 5, height + 2, seed + 2));
+    }
+}
+
+TEST_F(KernelTest, CorrelationOfAwkwardPixelsAndWeightsAtEveryWidth) {
+    const std::pair<uint64_t, uint64_t> kernels[] = {{1, 1}, {3, 3}, {5, 1}, {1, 5}, {4, 2}, {13, 1}};
+    uint32_t seed = 0;
+    for (const auto &[width, height] : kernels) {
+        for (const uint64_t columns : turn_widths()) {
+            ++seed;
+            // Weights of which few are awkward, so that most sums stay numbers.
+            Plane kernel = noise_plane(width, height, seed);
+            kernel.pixels[seed % kernel.pixels.size()] = awkward_floats(1, seed)[0];
+            Plane picture = noise_plane(columns, 6, seed);
+            for (uint64_t i = seed % 7; i < picture.pixels.size(); i += 11) {
+                picture.pixels[i] = awkward_floats(1, seed + static_cast<uint32_t>(i))[0];
+            }
+            expect_correlation(kernel, picture);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
 TEST_F(KernelTest, AlargerPicture) {
     expect_correlation(noise_plane(3, 3, 1), noise_plane(701, 203, 2));
     expect_correlation(noise_plane(13, 1, 3), noise_plane(701, 203, 4));
@@ -305,9 +358,11 @@ void expect_sparse(int32_t kernel_width, int32_t kernel_height, const std::vecto
 
     const Plane before = noise_plane(picture.width, picture.height, 99);
     const RealImagePtr given = image_of(before);
+    const PlaneGuard surround(given.get());
     result = given.get();
     expect_success([&] { return apply_taps(kernel_width, kernel_height, taps, image.get(), &result); });
     EXPECT_EQ(result, given.get());
+    EXPECT_TRUE(surround.holds());
     expect_image(reference_sparse(kernel_width, kernel_height, taps, picture, before), given.get());
     EXPECT_TRUE(same_floats(picture.pixels, pixels(image.get()))) << "the picture was written";
 }
@@ -320,6 +375,18 @@ TEST_F(KernelTest, SparseKernelsOfManySizes) {
             const std::vector<Tap> taps = random_taps(width, height, count, ++seed);
             expect_sparse(width, height, taps, noise_plane(40, 23, ++seed));
             expect_sparse(width, height, taps, noise_plane(11, 9, ++seed));
+        }
+    }
+}
+
+TEST_F(KernelTest, SparseKernelsAtEverySize) {
+    const std::pair<int32_t, int32_t> kernels[] = {{1, 1}, {3, 3}, {5, 2}, {0, 4}, {9, 1}};
+    uint32_t seed = 0;
+    for (const auto &[width, height] : kernels) {
+        for (const TurnSize &size : turn_sizes()) {
+            const uint32_t count = ++seed % 10;
+            expect_sparse(width, height, random_taps(width, height, count, seed), noise_plane(size.width, size.height, seed));
+            ASSERT_FALSE(HasFailure());
         }
     }
 }

@@ -7,12 +7,15 @@
 
 #include <gtest/gtest.h>
 
+#include "awkward_floats.h"
 #include "capture.h"
 #include "files.h"
+#include "guards.h"
 #include "ko.h"
 #include "pictures.h"
 #include "reference_kernelgaussian.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -234,6 +237,84 @@ TEST_F(KernelGaussianTest, RecursiveFormAroundGroupsOfRowsAndPiecesOfColumns) {
     }
 }
 
+// Wide pictures and high ones.
+TEST_F(KernelGaussianTest, RecursiveFormAtEverySize) {
+    for (const TurnSize &size : turn_sizes()) {
+        expect_recursive(2.6f, size.width, size.height);
+        expect_recursive(1.3f, size.height, size.width);
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// A pixel of another scale among small ones: the running values of a line depend on every bit of those before.
+TEST_F(KernelGaussianTest, RecursiveFormOfAwkwardPixelsAtEveryWidth) {
+    const GaussianPtr kernel = make_kernel(3.1f, 2.0f, recursive);
+    uint32_t seed = 0;
+    for (const uint64_t width : turn_widths()) {
+        Plane plane = noise_plane(width, 5, ++seed);
+        for (const float odd : {-1e30f, 1e-40f, -0.0f, 16777216.0f, 3e38f}) {
+            plane.pixels[seed * 7919u % plane.pixels.size()] = odd;
+            seed += 3;
+        }
+        expect_blur(kernel.get(), plane, reference_recursive(plane, 3.1f));
+        const Plane high = transposed(plane);
+        expect_blur(kernel.get(), high, reference_recursive(high, 3.1f));
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// A line whose blurred pixels cancel to almost nothing at every third place: the bits of the running values that elsewhere are
+// lost in the rounding to single precision show there.
+std::vector<float> cancelling_line(const Recursion &k, uint64_t width, uint32_t seed) {
+    Noise noise(seed);
+    std::vector<double> there(width + 3, 0.0);
+    std::vector<double> blurred(width + 3, 0.0);
+    for (uint64_t x = width; x-- > 0;) {
+        blurred[x] = x % 3 == seed % 3 ? 0.0 : static_cast<double>(noise.uniform(-200.0f, 200.0f));
+        const double rest = k.a1 * blurred[x + 1] + k.a2 * blurred[x + 2] + k.a3 * blurred[x + 3];
+        there[x + 3] = (blurred[x] - rest) / (k.scale * k.scale);
+    }
+    std::vector<float> line;
+    for (uint64_t x = 3; x < width + 3; ++x) {
+        line.push_back(static_cast<float>(there[x] - (k.a1 * there[x - 1] + k.a2 * there[x - 2] + k.a3 * there[x - 3])));
+    }
+    return line;
+}
+
+// All lines are the same, so that the columns keep what the lines give, and the other way round.
+TEST_F(KernelGaussianTest, RecursiveFormOfPixelsThatCancel) {
+    uint32_t seed = 0;
+    for (const float sigma : {0.8f, 1.5f}) {
+        const Recursion k = reference_recursion(sigma);
+        const GaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
+        for (const uint64_t width : turn_widths()) {
+            const uint64_t height = ++seed % 19 + 1;
+            const std::vector<float> line = cancelling_line(k, width, seed);
+            Plane plane{width, height, {}};
+            for (uint64_t y = 0; y < height; ++y) {
+                plane.pixels.insert(plane.pixels.end(), line.begin(), line.end());
+            }
+            expect_blur(kernel.get(), plane, reference_recursive(plane, sigma));
+            const Plane high = transposed(plane);
+            expect_blur(kernel.get(), high, reference_recursive(high, sigma));
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+// An infinite pixel spreads with a sign or as a NaN, by where it lies in its line and its column.
+TEST_F(KernelGaussianTest, RecursiveFormSpreadsWhatIsNoNumberAsThePlainSumsDo) {
+    const GaussianPtr kernel = make_kernel(1.7f, 2.0f, recursive);
+    for (uint64_t place = 0; place < 40; ++place) {
+        for (const float odd : {infinity, -infinity, not_a_number}) {
+            Plane plane = noise_plane(19, 18, 4);
+            plane.pixels[place * 8 + 3] = odd;
+            expect_blur(kernel.get(), plane, reference_recursive(plane, 1.7f));
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
 TEST_F(KernelGaussianTest, PicturesWithoutPixelsGiveSuch) {
     for (const int32_t mode : {finite, recursive}) {
         const GaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
@@ -269,6 +350,63 @@ TEST_F(KernelGaussianTest, FiniteFormAroundBlockSizes) {
         expect_finite(4.0f, 1.75f, 15, width);
         expect_finite(2.0f, 2.0f, width, width);
         expect_finite(80.0f, 2.0f, width, width); // 321 coefficients
+    }
+}
+
+// Kernels of 3, 5, 7, 9 and 15 coefficients.
+TEST_F(KernelGaussianTest, FiniteFormAtEverySize) {
+    for (const TurnSize &size : turn_sizes()) {
+        for (const float sigma : {0.4f, 1.0f, 1.4f, 2.0f, 3.5f}) {
+            expect_finite(sigma, 2.0f, size.width, size.height);
+            expect_finite(sigma, 2.0f, size.height, size.width);
+        }
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST_F(KernelGaussianTest, FiniteFormOfAwkwardPixelsAtEveryWidth) {
+    uint32_t seed = 0;
+    for (const uint64_t width : turn_widths()) {
+        const float sigma = ++seed % 2 == 0 ? 1.0f : 0.5f;
+        const GaussianPtr kernel = make_kernel(sigma, 2.0f, finite);
+        Plane plane = noise_plane(width, 12, seed);
+        const std::vector<float> odd = awkward_floats(plane.pixels.size(), seed);
+        for (uint64_t i = seed % 13; i < odd.size(); i += 29) {
+            plane.pixels[i] = odd[i];
+        }
+        expect_blur(kernel.get(), plane, reference_finite(plane, reference_coefficients(sigma, 2.0f)));
+        const Plane high = transposed(plane);
+        expect_blur(kernel.get(), high, reference_finite(high, reference_coefficients(sigma, 2.0f)));
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+TEST_F(KernelGaussianTest, FiniteFormOfOneCoefficientMoreOrLessThanThePicture) {
+    for (const float sigma : {0.5f, 1.5f, 4.0f, 8.0f, 16.0f, 32.0f}) {
+        const uint64_t width = KoKernelGaussianGetWidth(make_kernel(sigma, 2.0f, finite).get());
+        for (uint64_t more = 0; more < 5; ++more) {
+            expect_finite(sigma, 2.0f, width - 1 + more, width + 1);
+            expect_finite(sigma, 2.0f, width + 1, width - 1 + more);
+        }
+    }
+}
+
+// The result is written and nothing beside it, whether it is the picture itself or another image.
+TEST_F(KernelGaussianTest, FiniteFormWritesItsResultAlone) {
+    const GaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
+    for (const uint64_t width : turn_widths()) {
+        const Plane plane = noise_plane(width, 7, static_cast<uint32_t>(width));
+        const Plane expected = reference_finite(plane, reference_coefficients(1.0f, 2.0f));
+        const RealImagePtr image = make_image(width, 7, plane.pixels);
+        const RealImagePtr given = make_image(width, 7, noise_plane(width, 7, 1).pixels);
+        for (RealImage *result : {given.get(), image.get()}) {
+            const PlaneGuard surround(result);
+            RealImage *written = result;
+            ASSERT_EQ(KoKernelGaussianConvolution(kernel.get(), image.get(), &written), KO_OK);
+            ASSERT_EQ(written, result);
+            ASSERT_TRUE(same_floats(expected.pixels, pixels(result))) << "width " << width;
+            ASSERT_TRUE(surround.holds()) << "width " << width;
+        }
     }
 }
 

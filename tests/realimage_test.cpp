@@ -3,6 +3,7 @@
 
 #include <bit>
 #include <cmath>
+#include <cstring>
 
 #include "files.h"
 
@@ -220,6 +221,45 @@ TEST_F(RealImageTest, TransposeExchangesLinesAndColumns) {
         EXPECT_EQ(back, given.get());
         EXPECT_TRUE(same_floats(values, pixels(back)));
         EXPECT_TRUE(padding_is_zero(back));
+    }
+}
+
+bool is_transposed(const RealImage *image, const RealImage *result) {
+    for (uint64_t y = 0; y < image->height; ++y) {
+        for (uint64_t x = 0; x < image->width; ++x) {
+            if (std::memcmp(&image->rows[y][x], &result->rows[x][y], sizeof(float)) != 0) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+TEST_F(RealImageTest, TransposeKeepsEveryBitAtEverySize) {
+    uint32_t seed = 0;
+    const auto expect_transposition = [&](uint64_t width, uint64_t height) {
+        SCOPED_TRACE(testing::Message() << width << " by " << height);
+        const RealImagePtr image = ko_test::bit_image(width, height, ++seed);
+        RealImage *result = nullptr;
+        ASSERT_EQ(KoRealImageTranspose(image.get(), &result), KO_OK);
+        const RealImagePtr made(result);
+        ASSERT_TRUE(is_transposed(image.get(), result));
+        ASSERT_TRUE(padding_is_zero(result));
+        const RealImagePtr given = uniform(height, width, -1.0f);
+        const ko_test::PlaneGuard surround(given.get());
+        result = given.get();
+        ASSERT_EQ(KoRealImageTranspose(image.get(), &result), KO_OK);
+        ASSERT_TRUE(is_transposed(image.get(), given.get()));
+        ASSERT_TRUE(surround.holds());
+    };
+    for (const ko_test::TurnSize &size : ko_test::turn_sizes()) {
+        expect_transposition(size.width, size.height);
+        expect_transposition(size.height, size.width);
+    }
+    for (uint64_t width = 1; width <= 70; ++width) {
+        for (const uint64_t height : {4u, 7u, 8u, 16u, 33u, 64u, 67u, 129u}) {
+            expect_transposition(width, height);
+        }
     }
 }
 

@@ -1,7 +1,9 @@
 // Resampling against its plain form, pixel by pixel: which source pixel each new one shows, what rules the sizes, and what is
 // refused.
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <limits>
 #include <ostream>
@@ -11,10 +13,12 @@
 #include <gtest/gtest.h>
 
 #include "awkward_floats.h"
+#include "guards.h"
 #include "ko/resample.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -436,6 +440,50 @@ TEST_F(ResampleTest, ResizingShowsThePixelUnderEachCentreInBothDirections) {
             expect_success([&] { return KoRealImageResize(image.get(), to.width, to.height, &in_place); });
             EXPECT_EQ(in_place, given.get());
             EXPECT_EQ(pixels(result.get()), pixels(given.get()));
+        }
+    }
+}
+
+// The call fills a given image, and nothing beside it, with the pixels that the axes name, bit for bit.
+template <class Call>
+void expect_picked_bits(const RealImage *image, const Axis &columns, const Axis &rows, uint64_t width, uint64_t height,
+                        Call call) {
+    ASSERT_EQ(columns.size(), width);
+    ASSERT_EQ(rows.size(), height);
+    const RealImagePtr given = filled(width, height, -1.0f);
+    const PlaneGuard surround(given.get());
+    RealImage *result = given.get();
+    ASSERT_EQ(call(&result), KO_OK);
+    ASSERT_EQ(result, given.get());
+    for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+            const float *expected = &image->rows[std::min(rows[y], image->height - 1)][std::min(columns[x], image->width - 1)];
+            ASSERT_EQ(std::memcmp(&given->rows[y][x], expected, sizeof(float)), 0) << x << ", " << y;
+        }
+    }
+    ASSERT_TRUE(surround.holds());
+}
+
+// Each width to each of a few others, larger and smaller, by all three functions.
+TEST_F(ResampleTest, EveryWidthToMany) {
+    uint32_t seed = 0;
+    for (const uint64_t from : turn_widths()) {
+        const uint64_t height = 1 + ++seed % 5;
+        const RealImagePtr image = bit_image(from, height, seed);
+        for (const uint64_t to : {uint64_t{1}, from / 3 + 1, from, from + 1, 3 * from + 2, uint64_t{63 + seed % 70}}) {
+            const uint64_t new_height = to < from ? height : height + seed % 9;
+            SCOPED_TRACE(testing::Message() << from << " by " << height << " to " << to << " by " << new_height);
+            expect_picked_bits(image.get(), resize_axis(from, to), resize_axis(height, new_height), to, new_height,
+                               [&](RealImage **result) { return KoRealImageResize(image.get(), to, new_height, result); });
+            if (to <= from) {
+                expect_picked_bits(image.get(), down_axis(to, quotient(from, to)), down_axis(height, 1.0f), to, height,
+                                   [&](RealImage **result) { return KoRealImageDownsample(image.get(), 0.0f, result); });
+            } else {
+                expect_picked_bits(image.get(), up_axis(from, to, quotient(to, from)),
+                                   up_axis(height, new_height, quotient(new_height, height)), to, new_height,
+                                   [&](RealImage **result) { return KoRealImageUpsample(image.get(), 0.0f, result); });
+            }
+            ASSERT_FALSE(HasFailure());
         }
     }
 }

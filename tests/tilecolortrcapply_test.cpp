@@ -6,9 +6,11 @@
 #include <thread>
 #include <utility>
 
+#include "guards.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "reference_tilecolortrcapply.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -287,6 +289,49 @@ TEST_F(TileColorTRCApplyTest, ManySizesAndGrids) {
         }
     }
     EXPECT_GT(turn, 1500u);
+}
+
+// Whole, between guards that the address sanitizer watches too.
+void expect_guarded(const TileColorTRC *grid, const BytePicture &input, size_t shift) {
+    GuardedBytes source(input.bytes, shift);
+    GuardedBytes target(input.bytes.size(), 77, shift + 5);
+    BytePicture before(input.width, input.height, input.layout);
+    std::fill(before.bytes.begin(), before.bytes.end(), uint8_t{77});
+    apply_chunks(grid, input, {input.height}, source.data(), target.data());
+    expect_same(reference_tile_color_apply(*grid, input, before).bytes, target.bytes(), "between guards");
+    expect_same(input.bytes, source.bytes(), "the input");
+    EXPECT_TRUE(source.guards_hold() && target.guards_hold());
+}
+
+TEST_F(TileColorTRCApplyTest, EverySizeInEveryLayout) {
+    constexpr std::pair<uint64_t, uint64_t> strips[] = {{2, 2}, {1, 2}, {3, 1}, {4, 3}, {2, 5}, {1, 1}, {7, 2}};
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        for (int32_t layout = 0; layout < 3; ++layout) {
+            auto [strips_x, strips_y] = strips[++seed % std::size(strips)];
+            strips_x = fits(size.width, strips_x) ? strips_x : 1;
+            strips_y = fits(size.height, strips_y) ? strips_y : 1;
+            const TileColorTrcPtr grid = any_grid(strips_x, strips_y, seed);
+            const BytePicture picture = noise_picture(size.width, size.height, layout, seed);
+            expect_reference(grid.get(), picture);
+            expect_guarded(grid.get(), picture, seed);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST_F(TileColorTRCApplyTest, TilesOfEveryWidth) {
+    uint32_t seed = 0;
+    for (uint64_t tile = 1; tile <= 140; tile += tile < 80 ? 1 : 7) {
+        for (uint64_t strips = 1; strips <= (tile <= 17 ? 9u : 3u); ++strips) {
+            const uint64_t width = tile * strips + ++seed % 3;
+            const TileColorTrcPtr grid = any_grid(strips, 1 + seed % 3, seed);
+            const BytePicture picture = noise_picture(width, 7, static_cast<int32_t>(seed / 5 % 3), seed);
+            expect_reference(grid.get(), picture);
+            expect_guarded(grid.get(), picture, seed);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
 }
 
 TEST_F(TileColorTRCApplyTest, EveryKindOfCurveInEveryLayout) {

@@ -8,11 +8,14 @@
 
 #include <gtest/gtest.h>
 
+#include "awkward_floats.h"
 #include "capture.h"
+#include "guards.h"
 #include "ko.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -192,8 +195,9 @@ class Reference {
     }
 
   private:
+    // A value that is no number gives 0.
     static uint8_t to_byte(float value) {
-        const float sum = value + 0.5f;
+        const float sum = std::isnan(value) ? 0.0f : value + 0.5f;
         return static_cast<uint8_t>(std::clamp(std::floor(static_cast<double>(sum)), 0.0, 255.0));
     }
 
@@ -216,17 +220,14 @@ class Reference {
     }
 
     // An index past the curve takes its last entry.
-    uint32_t entry(uint64_t column, uint64_t row, uint32_t index) const {
-        const uint64_t bounded = std::min<uint64_t>(index, grid_->size - 1);
+    uint32_t entry(uint64_t column, uint64_t row, uint64_t index) const {
+        const uint64_t bounded = std::min(index, grid_->size - 1);
         return grid_->array[(row * grid_->numStripsX + column) * grid_->size + bounded];
     }
 
     float new_level(float level, uint64_t x, uint64_t y) const {
-        const auto step = static_cast<uint32_t>(grid_->size >> 8);
-        auto index = static_cast<uint32_t>(static_cast<int32_t>(level));
-        if (step != 1) {
-            index *= step;
-        }
+        const uint64_t step = grid_->size >> 8;
+        const uint64_t index = static_cast<uint64_t>(level) * step;
         const auto e = [&](uint64_t column, uint64_t row) { return static_cast<float>(entry(column, row, index)); };
         const Place h = place(x, tile_width_ >> 1, tile_width_, grid_->numStripsX);
         const uint64_t first_rows = (tile_height_ >> 1) + ((picture_.height % grid_->numStripsY) >> 1);
@@ -266,8 +267,8 @@ class Reference {
         }
         std::array<float, 3> values = channels(x, y);
         if (grid_ != nullptr) {
-            const auto old_level = static_cast<uint32_t>(static_cast<int32_t>(luminance(values)));
-            const uint32_t level = entry(0, 0, old_level);
+            const auto old_level = static_cast<uint64_t>(luminance(values));
+            const uint64_t level = entry(0, 0, old_level);
             if (level != old_level) {
                 const float divisor = old_level == 0 ? 1.0f : static_cast<float>(old_level);
                 for (float &value : values) {
@@ -276,7 +277,7 @@ class Reference {
             }
         }
         for (uint64_t c = 0; c < 3; ++c) {
-            *output_.at(c, x, y) = static_cast<uint8_t>(static_cast<uint32_t>(static_cast<int32_t>(values[c])));
+            *output_.at(c, x, y) = static_cast<uint8_t>(static_cast<uint64_t>(values[c]));
         }
     }
 
@@ -350,6 +351,35 @@ void expect_reference(const Tones &tones, Picture input) {
     expect_same(expected, input, "in place");
 }
 
+// Between guarded buffers, in chunks of rows.
+void expect_guarded(const Tones &tones, Picture input, uint64_t rows, size_t shift) {
+    const Picture expected = Reference(input, tones).run();
+    std::vector<std::unique_ptr<GuardedBytes>> sources;
+    std::vector<std::unique_ptr<GuardedBytes>> targets;
+    for (const std::vector<uint8_t> &block : input.blocks) {
+        sources.push_back(std::make_unique<GuardedBytes>(block, shift));
+        targets.push_back(std::make_unique<GuardedBytes>(block.size(), uint8_t{77}, shift + 3));
+    }
+    const auto place = [&](const auto &blocks, uint64_t c, uint64_t y) -> uint8_t * {
+        const size_t block = input.apart() ? c : 0;
+        const uint8_t *at = input.chunk(c, y);
+        return at == nullptr ? nullptr : blocks[block]->data() + (at - input.blocks[block].data());
+    };
+    const ApplyPtr apply = make_apply(input, tones);
+    ASSERT_NE(apply, nullptr);
+    for (uint64_t y = 0; y < input.height; y += rows) {
+        ASSERT_EQ(KoTileTRCApplyToByteChunkNonInterlaced(apply.get(), std::min(rows, input.height - y), place(sources, 0, y),
+                                                         place(sources, 1, y), place(sources, 2, y), place(targets, 0, y),
+                                                         place(targets, 1, y), place(targets, 2, y)),
+                  KO_OK);
+    }
+    for (size_t block = 0; block < 3; ++block) {
+        EXPECT_TRUE(sources[block]->guards_hold() && targets[block]->guards_hold()) << "block " << block;
+        EXPECT_EQ(sources[block]->bytes(), input.blocks[block]) << "the input was written";
+        EXPECT_EQ(targets[block]->bytes(), expected.blocks[block]) << "between guards, chunks of " << rows;
+    }
+}
+
 void expect_reference_in_every_layout(const Tones &tones, uint64_t width, uint64_t height, int32_t space, uint32_t seed) {
     for (int32_t layout = 0; layout < 4; ++layout) {
         expect_reference(tones, noise_picture(width, height, layout, space, seed));
@@ -377,6 +407,114 @@ TEST_F(TileTRCApplyTest, ManySizesAndGrids) {
                     return;
                 }
             }
+        }
+    }
+}
+
+constexpr float ratios_of_all_kinds[] = {0.0f, 0.5f, 1.0f, 0.3f, -0.5f, 1.5f, 40.0f, 1e30f, infinity, -infinity, not_a_number};
+
+TEST_F(TileTRCApplyTest, EverySizeInEveryLayout) {
+    constexpr std::pair<uint64_t, uint64_t> strips[] = {{2, 2}, {1, 2}, {3, 1}, {4, 3}, {2, 5}, {1, 1}, {7, 2}};
+    constexpr uint64_t grid_sizes[] = {256, 1024, 300, 512};
+    constexpr uint64_t color_sizes[] = {0, 256, 1024, 300, 512};
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        ++seed;
+        auto [strips_x, strips_y] = strips[seed % std::size(strips)];
+        strips_x = fits(size.width, strips_x) ? strips_x : 1;
+        strips_y = fits(size.height, strips_y) ? strips_y : 1;
+        const TileTrcPtr grid = noise_grid(grid_sizes[seed % 4], strips_x, strips_y, seed);
+        const uint64_t color_size = color_sizes[seed % 5];
+        const ColorTrcPtr curves = color_size != 0 ? noise_curves(color_size, seed) : nullptr;
+        const Tones tones{grid.get(), curves.get(), ratios_of_all_kinds[seed % std::size(ratios_of_all_kinds)]};
+        const auto layout = static_cast<int32_t>(seed % 4);
+        for (const Picture &picture :
+             {noise_picture(size.width, size.height, layout, rgb, seed), noise_picture(size.width, size.height, 0, gray, seed),
+              noise_picture(size.width, size.height, 0, rgb, seed)}) {
+            expect_reference(tones, picture);
+            expect_guarded(tones, picture, 1 + seed % 5, seed);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+// From tiles whose runs are shorter than any group of pixels to those of several groups.
+TEST_F(TileTRCApplyTest, TilesOfEveryWidth) {
+    uint32_t seed = 0;
+    for (uint64_t tile = 2; tile <= 140; tile += tile < 80 ? 1 : 7) {
+        for (uint64_t strips = 2; strips <= (tile <= 17 ? 9u : 3u); ++strips) {
+            for (uint64_t more = 0; more < std::min<uint64_t>(strips, 3); ++more) {
+                const uint64_t width = tile * strips + more;
+                ++seed;
+                const TileTrcPtr grid = noise_grid(256, strips, 1 + seed % 3, seed);
+                const ColorTrcPtr curves = noise_curves(256, seed);
+                const Tones tones{grid.get(), seed % 2 == 0 ? curves.get() : nullptr, 0.5f};
+                const Picture picture = noise_picture(width, 7, static_cast<int32_t>(seed % 4), rgb, seed);
+                expect_reference(tones, picture);
+                expect_guarded(tones, picture, 3, seed);
+                expect_reference(tones, noise_picture(width, 7, 0, gray, seed));
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+}
+
+// Steps by which a division is not a multiplication by a rounded reciprocal; even ones give halves, at which bytes turn.
+TEST_F(TileTRCApplyTest, CurvesOfEveryStep) {
+    uint32_t seed = 0;
+    const std::vector<uint64_t> steps =
+        with_all_up_to(16, {41, 47, 55, 61, 82, 83, 97}); // 41 times a rounded 1 / 41 is below 1
+    for (const uint64_t step : steps) {
+        for (const uint64_t strips : {1u, 2u}) {
+            const TileTrcPtr grid = noise_grid(256 * step, strips, 2, ++seed);
+            const ColorTrcPtr curves = noise_curves(256 * step, seed);
+            for (const int32_t space : {rgb, gray}) {
+                expect_reference({grid.get(), curves.get()}, noise_picture(61, 24, 0, space, seed));
+                expect_reference({nullptr, curves.get()}, noise_picture(61, 24, 0, space, seed));
+                ASSERT_FALSE(HasFailure());
+            }
+        }
+    }
+}
+
+// Entries of both kinds of curves around the places where a float loses units and an integer its sign.
+TEST_F(TileTRCApplyTest, EnormousEntriesOfBothKindsOfCurves) {
+    constexpr uint32_t middles[] = {255u, 256u, 65535u, 16777216u, 50331648u, 0x7FFFFFFFu, 0x80000000u, 0xFFFFFFFFu};
+    uint32_t seed = 0;
+    for (const uint64_t size : {256u, 511u, 512u, 1024u, 65536u}) {
+        for (const uint64_t strips : {1u, 3u}) {
+            Noise noise(++seed);
+            const auto entry = [&] { return middles[noise.next() >> 29] + (noise.next() >> 29) - 4u; };
+            const TileTrcPtr grid = make_grid(size, strips, 2 * (strips / 2) + 1, [&](uint64_t) { return entry(); });
+            const ColorTrcPtr curves = make_curves(size, [&](uint64_t, uint64_t) { return entry(); });
+            const TileTrcPtr plain_grid = noise_grid(256, strips, 1, seed);
+            for (const float ratio : ratios_of_all_kinds) {
+                for (const Tones &tones : {Tones{grid.get(), curves.get(), ratio}, Tones{grid.get(), nullptr, ratio},
+                                           Tones{plain_grid.get(), curves.get(), ratio}, Tones{nullptr, curves.get(), ratio}}) {
+                    ++seed;
+                    expect_reference(tones, noise_picture(37, 7, static_cast<int32_t>(seed % 4), rgb, seed));
+                    ASSERT_FALSE(HasFailure());
+                }
+            }
+        }
+    }
+}
+
+// Every byte of the input, at every place of a line, by curves whose output turns at halves.
+TEST_F(TileTRCApplyTest, EveryByteAtEveryPlaceIsRoundedAlike) {
+    const TileTrcPtr grid = make_grid(512, 2, 2, [](uint64_t i) { return static_cast<uint32_t>(i % 512 + i / 512 % 2); });
+    for (uint64_t shift = 0; shift < 33; ++shift) {
+        for (const int32_t space : {rgb, gray}) {
+            Picture input(289 + shift, 4, static_cast<int32_t>(shift % 4), space);
+            for (uint64_t y = 0; y < 4; ++y) {
+                for (uint64_t x = 0; x < input.width; ++x) {
+                    for (uint64_t c = 0; c < input.channels(); ++c) {
+                        *input.at(c, x, y) = static_cast<uint8_t>(x + shift + c * 85 * y);
+                    }
+                }
+            }
+            expect_reference({grid.get(), nullptr, 0.5f}, input);
+            ASSERT_FALSE(HasFailure());
         }
     }
 }
@@ -746,11 +884,7 @@ TEST_F(TileTRCApplyTest, EnormousColorCurvesStayInsideTheCurves) {
     const ColorTrcPtr curves = make_curves(256, [](uint64_t, uint64_t i) { return 0xffffffffu - static_cast<uint32_t>(i); });
     const TileTRC *grids[] = {grid.get(), single.get(), nullptr};
     for (const TileTRC *tile_trc : grids) {
-        Picture input = noise_picture(21, 13, 0, rgb, 1);
-        const Picture whole = applied({tile_trc, curves.get()}, input);
-        Picture rows(21, 13, 0, rgb);
-        apply_chunks({tile_trc, curves.get()}, std::vector<uint64_t>(13, 1), input, rows);
-        expect_same(whole, rows, "row by row");
+        expect_reference({tile_trc, curves.get()}, noise_picture(21, 13, 0, rgb, 1));
     }
 }
 

@@ -2,10 +2,11 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 #include <functional>
 #include <latch>
-#include <limits>
 #include <map>
+#include <numeric>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -15,10 +16,12 @@
 
 #include "ko/trc.h"
 
+#include "awkward_floats.h"
 #include "capture.h"
 #include "library_test.h"
 #include "pictures.h"
 #include "reference_fit.h"
+#include "turn_sizes.h"
 
 namespace {
 
@@ -26,9 +29,6 @@ using namespace ko_test;
 
 using Entries = std::vector<uint32_t>;
 using Pixels = std::vector<PixelPair>;
-
-constexpr float infinity = std::numeric_limits<float>::infinity();
-constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
 Entries entries_of(const TRC *trc) { return {trc->array, trc->array + trc->size}; }
 
@@ -162,6 +162,87 @@ INSTANTIATE_TEST_SUITE_P(Sizes, TrcComputeSizes,
                          [](const auto &each) {
                              return std::get<1>(each.param).name + std::to_string(std::get<0>(each.param));
                          });
+
+// Sizes on both sides of every group of rows and every piece of a row that the table of costs may be worked in.
+TEST_F(TrcComputeTest, CurvesOfEverySizeFitAsThePlainReference) {
+    std::vector<uint64_t> sizes = with_all_up_to(72, {});
+    for (const uint64_t middle : {96u, 128u, 192u, 256u, 320u, 384u, 512u, 768u, 1024u}) {
+        sizes.insert(sizes.end(), {middle - 1, middle, middle + 1});
+    }
+    sizes.insert(sizes.end(), {83, 99, 240, 270, 1000, 4096});
+    for (const uint64_t size : sizes) {
+        Noise noise(static_cast<uint32_t>(size));
+        const float top = level(std::min<uint64_t>(size, 256));
+        expect_fit(size, make_pixels(size < 300 ? 400 : 3000, [&](uint64_t) {
+                       const float input = noise.uniform(0.0f, top);
+                       return PixelPair{input, 0.3f * input + noise.uniform(0.0f, 0.7f * top)};
+                   }));
+        ASSERT_FALSE(HasFailure());
+    }
+}
+
+// ---- sums in single precision ----
+
+// Above 2 to the 24 a sum no longer takes every level: what is lost depends on the order of the pixels.
+TEST_F(TrcComputeTest, SumsOfOneLevelLoseUnits) {
+    const uint64_t width = 500;
+    for (const auto &[size, key] : {std::pair<uint64_t, float>{1024, 255.9f}, {1024, 10.0f}, {256, 255.0f}, {300, 77.5f}}) {
+        const float least = size == 256 ? 1.0f : 256.0f / level(size) + 0.01f; // one level of the curve
+        Pixels pixels = make_pixels(width * 600, [&, k = key](uint64_t i) {
+            return PixelPair{k, i < 80000 ? 255.0f : least * level(1 + i % 3 % 2)};
+        });
+        expect_fit(size, pixels, width);
+        std::reverse(pixels.begin(), pixels.end());
+        expect_fit(size, pixels, width);
+        Noise noise(5);
+        for (PixelPair &pair : pixels) {
+            pair.target = noise.next() % 16 == 0 ? level(noise.next() % 65536) / 64.0f : least;
+        }
+        expect_fit(size, pixels, width);
+        // Two levels in turn: neither has only every second, fourth or eighth pixel of the area for its own.
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            pixels[i].input = i * 7 % 11 < 5 ? key : key / 2.0f;
+        }
+        expect_fit(size, pixels, width);
+    }
+}
+
+// A target level is at most 65535: 257 pixels of it take a sum above 2 to the 24, and what follows is rounded.
+TEST_F(TrcComputeTest, SumsOfLargeTargetsLoseUnits) {
+    for (const uint64_t few : {200u, 256u, 257u, 258u, 300u, 5000u}) {
+        const Pixels pixels = make_pixels(few + 70000, [=](uint64_t i) {
+            return PixelPair{level(9), i % 280 == 0 && i / 280 < few ? 65535.0f : level(i % 4)};
+        });
+        expect_fit(256, pixels);
+        expect_fit(20, pixels, 70);
+    }
+}
+
+// A count stops at 2 to the 24, while the sum of the targets goes on in steps that are no longer the level.
+TEST_F(TrcComputeTest, CountsOfOneLevelStop) {
+    const uint64_t width = 4099;
+    const uint64_t height = 4396;
+    const RealImagePtr image(KoRealImageNew(width, height));
+    KoRealImageFill(image.get(), 100.0f);
+    std::vector<float> sums(256, 0.0f);
+    std::vector<float> counts(256, 0.0f);
+    for (uint64_t i = 0; i < width * height; ++i) {
+        sums[100] += 100.0f;
+        counts[100] += 1.0f;
+    }
+    ASSERT_EQ(counts[100], 16777216.0f);
+    RealImageLineIterator input;
+    RealImageLineIterator target;
+    KoRealImageLineIteratorInit(&input, image.get());
+    KoRealImageLineIteratorInit(&target, image.get());
+    const TrcPtr trc(KoTRCNew(256));
+    expect_success([&] { return KoTRCCompute(trc.get(), &input, &target); });
+    const Entries expected = ReferenceFit(256, 256).fit(sums, counts);
+    EXPECT_EQ(entries_of(trc.get()), expected);
+    counts[100] = static_cast<float>(width * height);
+    EXPECT_NE(ReferenceFit(256, 256).fit(sums, counts), expected) << "the picture does not tell the two counts apart";
+    EXPECT_NE(expected[100], 100u);
+}
 
 // ---- what the fit means ----
 
@@ -310,6 +391,45 @@ TEST_F(TrcComputeTest, CostsBeyondSinglePrecision) {
     }
 }
 
+// Pairs of levels whose pixels pull as much toward one curve as toward another, by whole numbers: the two curves cost the same,
+// but for what single precision makes of the order in which their costs are added.
+Pixels balanced_pixels(const ReferenceCurves &curves, uint32_t seed) {
+    Noise noise(seed);
+    const uint64_t first = noise.next() % 5;
+    const uint64_t second = first + 1 + noise.next() % (5 - first);
+    Pixels pixels;
+    for (int pair = 0; pair < 3; ++pair) {
+        std::array<PixelPair, 2> kinds{};
+        std::array<int64_t, 2> pulls{};
+        for (size_t k = 0; k < 2; ++k) {
+            const uint64_t i = 1 + noise.next() % (curves.size - 2);
+            const int64_t a = curves.levels[first * curves.size + i];
+            const int64_t b = curves.levels[second * curves.size + i];
+            const int64_t target = noise.next() % 256;
+            kinds[k] = {level(i), static_cast<float>(target)};
+            pulls[k] = (a - b) * (a + b - 2 * target);
+        }
+        const int64_t common = std::gcd(pulls[0], pulls[1]);
+        const bool opposite = pulls[0] * pulls[1] < 0;
+        if (opposite && std::abs(pulls[0]) + std::abs(pulls[1]) <= 4000 * common) {
+            pixels.insert(pixels.end(), static_cast<size_t>(std::abs(pulls[1]) / common), kinds[0]);
+            pixels.insert(pixels.end(), static_cast<size_t>(std::abs(pulls[0]) / common), kinds[1]);
+        }
+    }
+    return pixels;
+}
+
+// With each of these seeds another curve wins if costs are added in another order (from the end, or in 2, 4, 8 or 16 sums side
+// by side) or in double precision.
+TEST_F(TrcComputeTest, CostsOfACurveAreAddedInTheOrderOfTheLevels) {
+    const ReferenceCurves curves(256);
+    for (const uint32_t seed : {291u, 633u, 1056u, 1251u, 1339u, 2605u, 4023u, 4318u, 5638u, 5883u, 7387u, 8271u}) {
+        const Pixels pixels = balanced_pixels(curves, seed);
+        EXPECT_FALSE(pixels.empty());
+        expect_fit(256, pixels);
+    }
+}
+
 TEST_F(TrcComputeTest, AnyHandfulOfPixels) {
     Noise noise(15);
     for (int round = 0; round < 200; ++round) {
@@ -342,6 +462,50 @@ TEST_F(TrcComputeTest, FitsRectanglesOfImagesOfAnyWidth) {
     EXPECT_EQ(entries_of(trc.get()), reference_fit(256, 256, pixels));
     EXPECT_EQ(KoRealImageLineIteratorHasNext(input_lines.get()), 0);
     EXPECT_EQ(KoRealImageLineIteratorHasNext(target_lines.get()), 0);
+}
+
+bool same_place(const RealImageLineIterator &a, const RealImageLineIterator &b) {
+    return a.image == b.image && a.x_start == b.x_start && a.y_start == b.y_start && a.width == b.width &&
+           a.height == b.height && a.next_line_increment == b.next_line_increment && a.line == b.line &&
+           a.line_end == b.line_end && a.end == b.end;
+}
+
+// Values of all kinds in areas of all sizes, some of whose lines were taken before; the iterators stand on the last line then.
+TEST_F(TrcComputeTest, FitsAreasOfEverySizeAndLeavesTheIteratorsAtTheirEnds) {
+    constexpr uint64_t sizes[] = {40, 300, 256, 65};
+    uint32_t seed = 0;
+    for (const TurnSize &area : turn_sizes()) {
+        const auto [width, height] = area;
+        const uint64_t size = sizes[++seed % 4];
+        const uint64_t taken = seed % 7 == 0 ? 1 : 0;
+        SCOPED_TRACE(testing::Message() << width << " by " << height << ", size " << size << ", " << taken << " lines taken");
+        const RealImagePtr input = make_image(width + 5, height + 3, turning_noise((width + 5) * (height + 3), seed));
+        const RealImagePtr target = make_image(width + 2, height + 4, turning_noise((width + 2) * (height + 4), seed + 999));
+        RealImageLineIterator input_lines;
+        RealImageLineIterator target_lines;
+        KoRealImageLineIteratorInitSubImage(&input_lines, input.get(), seed % 5, 3 - seed % 4, width, height);
+        KoRealImageLineIteratorInitSubImage(&target_lines, target.get(), seed % 3, 4 - seed % 5, width, height);
+        for (uint64_t i = 0; i < taken; ++i) {
+            KoRealImageLineIteratorNext(&input_lines);
+            KoRealImageLineIteratorNext(&target_lines);
+        }
+        RealImageLineIterator input_walk = input_lines;
+        RealImageLineIterator target_walk = target_lines;
+        Pixels pixels;
+        while (KoRealImageLineIteratorHasNext(&input_walk) != 0) {
+            const float *input_line = KoRealImageLineIteratorNext(&input_walk);
+            const float *target_line = KoRealImageLineIteratorNext(&target_walk);
+            for (uint64_t x = 0; x < width; ++x) {
+                pixels.push_back({input_line[x], target_line[x]});
+            }
+        }
+        const TrcPtr trc(KoTRCNew(size));
+        ASSERT_EQ(KoTRCCompute(trc.get(), &input_lines, &target_lines), KO_OK);
+        pool_size_ = std::max(pool_size_, size);
+        ASSERT_EQ(entries_of(trc.get()), reference_fit(size, pool_size_, pixels));
+        ASSERT_TRUE(same_place(input_lines, input_walk));
+        ASSERT_TRUE(same_place(target_lines, target_walk));
+    }
 }
 
 // Fits two areas of the given height at the top of two images of 6 by 4 pixels.

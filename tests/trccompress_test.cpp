@@ -490,6 +490,52 @@ TEST_F(TrcCompressTest, TheCurvesCallForBothPlans) {
     EXPECT_GT(backward, 10);
 }
 
+// Runs of small steps of every length up to beyond the longest token, behind an entry that is in none, at every place of a byte
+// and around the multiples of 64.
+TEST_F(TrcCompressTest, RunsOfEveryLengthAtManyPlaces) {
+    const std::vector<std::vector<int>> patterns = {{0},         {1}, {0, 1}, {1, 1, 0}, {2}, {3, 0}, {1, 1, 1, 1, 1, 1, 1, 2},
+                                                    {0, 0, 0, 3}};
+    const Stream stream;
+    for (const size_t lead : {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 31u, 62u, 63u, 64u, 65u}) {
+        for (size_t length = 1; length <= 140; ++length) {
+            const std::vector<int> &pattern = patterns[(lead + length) % patterns.size()];
+            const std::vector<int> &before = patterns[(lead * 3 + length) % patterns.size()];
+            std::vector<int> steps;
+            for (size_t i = 0; i < lead; ++i) {
+                steps.push_back(before[i % before.size()]);
+            }
+            steps.push_back(9);
+            for (size_t i = 0; i < length; ++i) {
+                steps.push_back(pattern[i % pattern.size()]);
+            }
+            if (length % 3 != 0) {
+                steps.push_back(4095);
+            }
+            const Entries entries = curve_of(steps);
+            const CompressPtr compress(KoTRCCompressNew(entries.size()));
+            PlainEncoder expected(entries);
+            SCOPED_TRACE(testing::Message() << "run of " << length << " behind " << lead);
+            expect_plain_round_trip(compress.get(), stream, entries, true, expected);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
+TEST_F(TrcCompressTest, LongCurvesOfEveryKindAreSavedAsThePlainEncoderDoes) {
+    const Stream stream;
+    uint32_t seed = 0;
+    for (const CurveKind &kind : curve_kinds) {
+        for (const size_t size : {500u, 1000u, 1023u, 1024u, 1025u, 4095u, 4096u, 4097u}) {
+            const Entries entries = noise_curve(kind, size, ++seed);
+            const CompressPtr compress(KoTRCCompressNew(size));
+            PlainEncoder expected(entries);
+            SCOPED_TRACE(testing::Message() << kind.name << ", " << size << " entries");
+            expect_plain_round_trip(compress.get(), stream, entries, kind.fits, expected);
+            ASSERT_FALSE(HasFailure());
+        }
+    }
+}
+
 // One object, one workspace, one curve after the other: nothing of a curve shows in the next one.
 TEST_F(TrcCompressTest, CurvesOfOneObjectDoNotTouchEachOther) {
     for (const size_t size : {size_t{2}, size_t{33}, size_t{256}, size_t{4096}}) {

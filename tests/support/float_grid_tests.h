@@ -3,6 +3,7 @@
 #define KO_TESTS_FLOAT_GRID_TESTS_H
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <functional>
 #include <string>
@@ -11,7 +12,9 @@
 
 #include "awkward_floats.h"
 #include "grid_tests.h"
+#include "guards.h"
 #include "same_floats.h"
+#include "turn_sizes.h"
 #include "warnings.h"
 
 namespace ko_test {
@@ -119,6 +122,11 @@ TYPED_TEST_SUITE_P(FloatGridTest);
 
 // Bytes and floats in and out
 
+inline uint8_t plain_floored_byte(float value) {
+    const double whole = std::trunc(static_cast<double>(value));
+    return whole >= 0.0 && whole <= 2147483647.0 ? static_cast<uint8_t>(static_cast<int64_t>(whole) & 255) : uint8_t{0};
+}
+
 TYPED_TEST_P(FloatGridTest, BytesComeInWithTheirValue) {
     std::vector<uint8_t> bytes(256);
     for (size_t i = 0; i < bytes.size(); ++i) {
@@ -181,6 +189,53 @@ TYPED_TEST_P(FloatGridTest, FloatsGoOutTruncatedCutTo8BitsWithNegativesAsZero) {
         std::vector<uint8_t> bytes(floats.size(), 99);
         expect_success([&] { return TypeParam::ToByteArray(grid.get(), bytes.data(), 0, 1, 0); });
         EXPECT_EQ(bytes, expected);
+    }
+}
+
+// Bytes of any number between the rows, which are passed over and stay.
+TYPED_TEST_P(FloatGridTest, BytesGoInAndOutAtEverySize) {
+    uint32_t seed = 0;
+    for (const TurnSize &size : turn_sizes()) {
+        const uint64_t skip = ++seed % 5;
+        const auto [width, height] = size;
+        SCOPED_TRACE(testing::Message() << width << " by " << height << ", skip " << skip);
+        const std::vector<uint8_t> noise = noise_bytes(height * (width + skip) - skip, seed);
+        GuardedBytes source(noise, seed);
+        const auto grid = this->filled(width, height + 2, -7.0f);
+        const PlaneGuard surround(grid.get());
+        ASSERT_EQ(TypeParam::FromByteArray(grid.get(), source.data(), 1, height, skip), KO_OK);
+        std::vector<float> expected(width, -7.0f);
+        for (uint64_t y = 0; y < height; ++y) {
+            const auto row = noise.begin() + static_cast<std::ptrdiff_t>(y * (width + skip));
+            expected.insert(expected.end(), row, row + static_cast<std::ptrdiff_t>(width));
+        }
+        expected.insert(expected.end(), width, -7.0f);
+        ASSERT_TRUE(same_floats(expected, pixels(grid.get())));
+        ASSERT_TRUE(surround.holds());
+
+        const std::vector<float> values = turning_noise(width * height, seed);
+        const auto turning = this->of(width, height, values);
+        GuardedBytes target(noise.size(), 77, seed);
+        std::vector<uint8_t> bytes(noise.size(), 77);
+        for (uint64_t i = 0; i < values.size(); ++i) {
+            bytes[i / width * (width + skip) + i % width] = plain_floored_byte(values[i]);
+        }
+        ASSERT_EQ(TypeParam::ToByteArray(turning.get(), target.data(), 0, height, skip), KO_OK);
+        ASSERT_EQ(target.bytes(), bytes);
+        ASSERT_TRUE(source.guards_hold() && target.guards_hold());
+    }
+}
+
+TYPED_TEST_P(FloatGridTest, FloatsGoOutForEveryValueAtWhichBytesTurn) {
+    for (size_t shift = 0; shift < 32; ++shift) {
+        std::vector<float> values = turning_floats();
+        std::rotate(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(shift), values.end());
+        const auto grid = this->of(values.size(), 1, values);
+        std::vector<uint8_t> bytes(values.size(), 77);
+        ASSERT_EQ(TypeParam::ToByteArray(grid.get(), bytes.data(), 0, 1, 0), KO_OK);
+        for (size_t x = 0; x < values.size(); ++x) {
+            ASSERT_EQ(bytes[x], plain_floored_byte(values[x])) << values[x] << " at " << x;
+        }
     }
 }
 
@@ -447,7 +502,8 @@ TYPED_TEST_P(FloatGridTest, AGridWithoutRowsIsWalkedAsNothing) {
 
 REGISTER_TYPED_TEST_SUITE_P(FloatGridTest, BytesComeInWithTheirValue, FromByteArrayFillsTheRowsNamedAndNoOther,
                             FromFloatArrayCopiesTheRowsNamedAndNoOther, ToByteArrayWritesTheRowsNamedAndSkipsTheRest,
-                            FloatsGoOutTruncatedCutTo8BitsWithNegativesAsZero, RowsUpToTheLastAreNoReasonToWarn,
+                            FloatsGoOutTruncatedCutTo8BitsWithNegativesAsZero, BytesGoInAndOutAtEverySize,
+                            FloatsGoOutForEveryValueAtWhichBytesTurn, RowsUpToTheLastAreNoReasonToWarn,
                             RowsPastTheLastAreLeftOutWithAWarningThatStaysInTheChain,
                             AStartPastTheLastRowWarnsAndConvertsNothing, NewGridsTakeTheirPixelsFromAnArray,
                             NewGridsFromArraysLeaveTheStatusOfAFailureAsItStands,

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace ko_test {
 
@@ -27,6 +28,19 @@ ColorImagePtr make_color_image(uint32_t width, uint32_t height, int32_t space,
             for (uint64_t x = 0; x < width; ++x) {
                 image->planes[c].rows[y][x] = value(c, x, y);
             }
+        }
+    }
+    return image;
+}
+
+RealImagePtr bit_image(uint64_t width, uint64_t height, uint32_t seed) {
+    Noise noise(seed);
+    RealImagePtr image(KoRealImageNew(width, height));
+    for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+            const uint32_t bits = noise.next();
+            const uint32_t word = bits % 4 == 0 ? bits | 0x7F800000u : bits; // every fourth an infinity or a NaN
+            std::memcpy(&image->rows[y][x], &word, sizeof word);
         }
     }
     return image;

@@ -40,6 +40,9 @@ RealImagePtr make_image(uint64_t width, uint64_t height, const std::vector<float
 ColorImagePtr make_color_image(uint32_t width, uint32_t height, int32_t space,
                                const std::function<float(uint32_t c, uint64_t x, uint64_t y)> &value);
 
+// An image of any bits, NaNs with payloads and signalling ones among them, for what moves pixels and never computes them.
+RealImagePtr bit_image(uint64_t width, uint64_t height, uint32_t seed);
+
 // The pixels, row by row, without padding.
 std::vector<float> pixels(const RealImage *image);
 

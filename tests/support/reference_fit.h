@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
 #include "pictures.h"
@@ -43,13 +44,24 @@ class ReferenceFit {
 
     std::vector<uint32_t> fit(const std::vector<PixelPair> &pixels) {
         measure(pixels);
+        return fit_measured();
+    }
+
+    // The fit to pixels that were measured already: the sum of the target levels, and the pixels, of each input level.
+    std::vector<uint32_t> fit(std::vector<float> sums, std::vector<float> counts) {
+        sums_ = std::move(sums);
+        counts_ = std::move(counts);
+        return fit_measured();
+    }
+
+  private:
+    std::vector<uint32_t> fit_measured() {
         build_cost();
         add_prior(best_curve());
         find_paths();
         return backtrack();
     }
 
-  private:
     // Truncated toward zero, the low 16 bits; what does not fit 64 bits counts as the most negative number.
     static uint16_t low_bits(float value) {
         if (!(std::fabs(value) < 9223372036854775808.0f)) {

@@ -4,8 +4,10 @@
 #include "trccompress.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 
 #include "alloc.h"
 #include "report.h"
@@ -62,13 +64,15 @@ int32_t write_run(uint64_t first, uint64_t length, uint64_t longest, FILE *strea
     return KO_OK;
 }
 
-// Packs the values of steps, bits of each, behind a token's first byte; gives the token's length in bytes.
+// Packs the values of steps, bits of each, the first lowest, behind a token's first byte; gives the token's length in bytes.
 template <uint64_t Bits, class Value>
 uint64_t pack_steps(const uint32_t *entries, uint64_t first, uint64_t count, uint8_t *token, Value value) {
+    uint64_t packed = 0;
     for (uint64_t k = 0; k < count; ++k) {
-        uint8_t &byte = token[1 + k * Bits / 8];
-        byte = static_cast<uint8_t>(byte | value(step_at(entries, first + k)) << (k * Bits % 8));
+        packed |= uint64_t{value(step_at(entries, first + k))} << (k * Bits);
     }
+    static_assert(std::endian::native == std::endian::little, "low bits are stored first");
+    std::memcpy(token + 1, &packed, packed_bytes(count, Bits));
     return 1 + packed_bytes(count, Bits);
 }
 
@@ -165,30 +169,34 @@ int32_t write_segment(const TRCCompress *compress, uint64_t start, uint64_t end,
 
 // ---- runs
 
-void begin_run(TRCCompressRun *runs, uint64_t i) { runs[i] = {i, 1}; }
+// The run of a table that the entry before belongs to, or none: then its length is 0. Which entries join is up to the curve, so
+// there are no branches that would have to be guessed.
+class OpenRun {
+  public:
+    explicit OpenRun(TRCCompressRun *runs) : runs_(runs) {}
 
-// Joins the run of the entry before, or begins one.
-void join_run(TRCCompressRun *runs, uint64_t i) {
-    const uint64_t length = (runs + i)[-1].length;
-    const uint64_t start = i - length;
-    runs[i] = {start, length + 1};
-    runs[start].length = length + 1;
-}
-
-// Enters an entry with a step of 0 to 3 into the tables.
-void extend_runs(const TRCCompress *compress, uint64_t i, uint32_t step, uint32_t previous_step) {
-    join_run(compress->twoBitRuns, i);
-    (step == previous_step ? join_run : begin_run)(compress->rleRuns, i);
-    if (step <= 1) {
-        join_run(compress->oneBitRuns, i);
-    } else {
-        compress->oneBitRuns[i] = {};
+    // Entry i joins the run, or begins one.
+    void join(uint64_t i, bool continues) {
+        const uint64_t before = continues ? length_ : 0;
+        start_ = before != 0 ? start_ : i;
+        length_ = before + 1;
+        runs_[i] = {start_, length_};
+        runs_[start_].length = length_;
     }
-}
 
-void end_runs(const TRCCompress *compress, uint64_t i) {
-    compress->rleRuns[i] = compress->oneBitRuns[i] = compress->twoBitRuns[i] = {};
-}
+    // The same, unless entry i is no member of any run.
+    void join_if(uint64_t i, bool member) {
+        start_ = length_ != 0 ? start_ : i;
+        length_ = member ? length_ + 1 : 0;
+        runs_[i] = {member ? start_ : 0, length_};
+        runs_[member ? start_ : i].length = length_;
+    }
+
+  private:
+    TRCCompressRun *runs_;
+    uint64_t start_ = 0;
+    uint64_t length_ = 0;
+};
 
 // Makes the tables at the first save; each run table has an element before its first.
 int32_t prepare(TRCCompress *compress) {
@@ -226,11 +234,23 @@ class Decoder {
         ++filled_;
     }
 
-    // count steps of so many bits each, the low ones of a byte first.
-    template <uint32_t Bits> void add_packed(const uint8_t *bytes, uint64_t count) {
-        for (uint64_t k = 0; k < count; ++k) {
-            add(uint32_t{bytes[k * Bits / 8]} >> (k * Bits % 8) & ((1u << Bits) - 1));
+    // count steps of so many bits each, the first lowest.
+    template <uint32_t Bits> void add_packed(uint64_t packed, uint64_t count) {
+        constexpr uint32_t mask = (1u << Bits) - 1;
+        if (filled_ > room_ || room_ - filled_ < count) {
+            for (uint64_t k = 0; k < count; ++k) {
+                add(static_cast<uint32_t>(packed >> (k * Bits)) & mask);
+            }
+            return;
         }
+        uint32_t *out = entries_ + filled_;
+        uint32_t value = value_;
+        for (uint64_t k = 0; k < count; ++k) {
+            value += static_cast<uint32_t>(packed >> (k * Bits)) & mask;
+            out[k] = value;
+        }
+        value_ = value;
+        filled_ += count;
     }
 
   private:
@@ -247,8 +267,17 @@ bool read_token(Decoder *decoder, FILE *stream) {
         return false;
     }
     const auto head = static_cast<uint32_t>(byte);
-    uint8_t more[8];
-    const auto read_more = [&](uint64_t count) { return std::fread(more, 1, count, stream) == count; };
+    uint64_t more = 0;
+    const auto read_more = [&](uint64_t count) {
+        for (uint64_t k = 0; k < count; ++k) { // few bytes, for which fread takes longer
+            const int next = std::fgetc(stream);
+            if (next == EOF) {
+                return false;
+            }
+            more |= static_cast<uint64_t>(next) << (8 * k);
+        }
+        return true;
+    };
     if ((head & 1) != 0) {
         for (uint32_t k = 0; k <= (head >> 1 & 31); ++k) {
             decoder->add(head >> 6);
@@ -271,7 +300,7 @@ bool read_token(Decoder *decoder, FILE *stream) {
         if (!read_more(1)) {
             return false;
         }
-        decoder->add((head >> 4) * 256 + more[0]);
+        decoder->add((head >> 4) * 256 + static_cast<uint32_t>(more));
     }
     return true;
 }
@@ -329,21 +358,30 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
     if (status != KO_OK) {
         return status;
     }
+    OpenRun rle(compress->rleRuns);
+    OpenRun one_bit(compress->oneBitRuns);
+    OpenRun two_bits(compress->twoBitRuns);
     uint64_t start = 0;
     uint32_t previous_step = 0;
-    for (uint64_t i = 0; i < compress->size; ++i) {
-        const uint32_t step = step_at(compress->array, i); // a falling one is a high number
+    const uint32_t *entries = compress->array;
+    const uint64_t size = compress->size;
+    for (uint64_t i = 0; i < size; ++i) {
+        const uint32_t step = step_at(entries, i); // a falling one is a high number
         if (step <= last_run_step) {
-            extend_runs(compress, i, step, previous_step);
+            two_bits.join(i, true);
+            rle.join(i, step == previous_step);
+            one_bit.join_if(i, step <= 1);
         } else {
-            end_runs(compress, i);
+            two_bits.join_if(i, false);
+            rle.join_if(i, false);
+            one_bit.join_if(i, false);
             status = write_segment(compress, start, i, stream, path);
             start = i + 1;
         }
         previous_step = step;
     }
     // A last segment of one entry is not written: that is a property of the format.
-    return start < compress->size - 1 ? write_segment(compress, start, compress->size - 1, stream, path) : status;
+    return start < size - 1 ? write_segment(compress, start, size - 1, stream, path) : status;
 }
 
 int32_t KoTRCCompressLoad(TRCCompress *compress, FILE *stream, const char *path) {

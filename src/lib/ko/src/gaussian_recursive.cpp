@@ -14,13 +14,6 @@ namespace ko {
 
 namespace {
 
-template <class Value> Value widened(const float *from);
-template <> inline Doubles widened(const float *from) { return widen(load<NarrowFloats>(from)); }
-template <> inline double widened(const float *from) { return static_cast<double>(*from); }
-
-inline void store_narrowed(const Doubles &values, float *to) { store(convert<NarrowFloats>(values), to); }
-inline void store_narrowed(double value, float *to) { *to = static_cast<float>(value); }
-
 // The weights of the three nearest values, and what a sample is multiplied by on the way back.
 struct Weights {
     double near;

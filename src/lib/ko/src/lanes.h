@@ -25,6 +25,7 @@ using Quad = float __attribute__((vector_size(16)));
 using Bytes = uint8_t __attribute__((vector_size(16)));
 
 constexpr uint64_t float_lanes = sizeof(Floats) / sizeof(float);
+constexpr uint64_t double_lanes = sizeof(Doubles) / sizeof(double);
 
 // from and to need no alignment, and may be of any element type.
 template <class Vector> inline Vector load(const void *from) {
@@ -38,14 +39,22 @@ template <class Vector> inline void store(const Vector &lanes, void *to) { std::
 // Element by element what static_cast does. A float that does not fit its integer is not defined, as there.
 template <class To, class From> inline To convert(const From &lanes) { return __builtin_convertvector(lanes, To); }
 
-// The same, said element by element: g++ makes several instructions of the conversion to wider elements.
-inline Doubles widen(const NarrowFloats &lanes) {
+// As many doubles as a value holds, from floats and to floats. The former is said element by element: of the conversion to
+// wider elements g++ makes several instructions.
+template <class Value> Value widened(const float *from);
+
+template <> inline double widened(const float *from) { return static_cast<double>(*from); }
+
+template <> inline Doubles widened(const float *from) {
 #ifdef __AVX2__
-    return Doubles{lanes[0], lanes[1], lanes[2], lanes[3]};
+    return Doubles{from[0], from[1], from[2], from[3]};
 #else
-    return Doubles{lanes[0], lanes[1]};
+    return Doubles{from[0], from[1]};
 #endif
 }
+
+inline void store_narrowed(double value, float *to) { *to = static_cast<float>(value); }
+inline void store_narrowed(const Doubles &values, float *to) { store(convert<NarrowFloats>(values), to); }
 
 // Four rows of four floats, turned so that rows become columns.
 struct Square {

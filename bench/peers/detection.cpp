@@ -2,6 +2,7 @@
 // that find faces or eyes.
 #include <memory>
 
+#include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/objdetect.hpp>
 
@@ -14,6 +15,8 @@ namespace ko_peers {
 namespace {
 
 using namespace ko_bench;
+
+constexpr int painted_faces = 4;
 
 // The peer lights the pixels into a mask first.
 Race labelling() {
@@ -31,14 +34,19 @@ Race labelling() {
             5};
 }
 
-// The photograph with red pupils, 40 pixels wide, in four pairs.
+// A photograph of a person, enlarged, with red pupils, 40 pixels wide, in four pairs. A cascade looks longer at a photograph than at
+// a made picture, most of which it leaves at its first stages.
 std::vector<uint8_t> photograph_with_eyes(Size size) {
-    std::vector<uint8_t> bytes = photograph(size, 3);
+    const cv::Mat portrait = cv::imread(KO_SAMPLES "/astronaut.png");
+    require(!portrait.empty(), "no portrait");
+    std::vector<uint8_t> bytes(size.pixels() * 3);
     cv::Mat picture = view_of(size, bytes);
-    for (int face = 0; face < 4; ++face) {
+    cv::resize(portrait, picture, picture.size(), 0.0, 0.0, cv::INTER_CUBIC);
+    cv::cvtColor(picture, picture, cv::COLOR_BGR2RGB);
+    for (int face = 0; face < painted_faces; ++face) {
         for (int eye = 0; eye < 2; ++eye) {
             const cv::Point centre(static_cast<int>(size.width) / 4 + face * 300 + eye * 130,
-                                   static_cast<int>(size.height) / 2);
+                                   static_cast<int>(size.height) / 8);
             cv::circle(picture, centre, 20, {190, 40, 50}, cv::FILLED);
         }
     }
@@ -69,7 +77,7 @@ Race search() {
         *blobs = param->blob_count;
     };
     return {{"ko", find}, {cascade("frontalface_default", bytes, size), cascade("eye", bytes, size)}, [=] {
-                require(*blobs == 8, std::to_string(*blobs) + " of 8 eyes found");
+                require(*blobs >= 2 * painted_faces, std::to_string(*blobs) + " eyes found");
             }};
 }
 

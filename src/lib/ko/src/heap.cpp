@@ -9,8 +9,8 @@ namespace ko {
 
 namespace {
 
-// A picture's planes are new to the process at every call. Page by page the system takes longer to hand them over than a filter
-// takes to fill them.
+// The planes of a picture: allocators give blocks of their size back to the system when they are freed, and so they are new to
+// the process at every call. Page by page the system takes longer to hand them over than a filter takes to fill them.
 constexpr size_t large_block = size_t{4} << 20;
 
 void *on_large_pages(void *block, size_t size) {

@@ -46,10 +46,11 @@ template <class Value> Value widened(const float *from);
 template <> inline double widened(const float *from) { return static_cast<double>(*from); }
 
 template <> inline Doubles widened(const float *from) {
+    const auto lanes = load<NarrowFloats>(from);
 #ifdef __AVX2__
-    return Doubles{from[0], from[1], from[2], from[3]};
+    return Doubles{lanes[0], lanes[1], lanes[2], lanes[3]};
 #else
-    return Doubles{from[0], from[1]};
+    return Doubles{lanes[0], lanes[1]};
 #endif
 }
 

@@ -36,14 +36,28 @@ struct Frame {
     }
 };
 
+// A level of the intensity.
+struct Level {
+    float value;
+    float step; // from a level to the next
+    bool first;
+    bool last;
+};
+
 // Distance from a level in steps: the difference and the quotient in single precision.
-inline float distance(float pixel, float level, float step) { return std::fabs(pixel - level) / step; }
+inline float distance(float pixel, const Level &level) { return std::fabs(pixel - level.value) / level.step; }
+
+// What the pixels of an image lie between.
+struct Range {
+    float minimum;
+    float maximum;
+};
 
 // The weights of some pixels at a level, at most exp_piece, and the pixels times them.
-void weigh_piece(const float *pixels, float level, float step, uint64_t count, float *weights, float *weighted) {
+void weigh_piece(const float *pixels, const Level &level, uint64_t count, float *weights, float *weighted) {
     double exponents[exp_piece];
     for (uint64_t x = 0; x < count; ++x) {
-        const float d = distance(pixels[x], level, step);
+        const float d = distance(pixels[x], level);
         exponents[x] = static_cast<double>(-(d * d)) * 0.5;
     }
     exp_of_negatives(exponents, count, weights);
@@ -53,35 +67,41 @@ void weigh_piece(const float *pixels, float level, float step, uint64_t count, f
 }
 
 // The same for the rows from top to bottom - 1.
-void weigh(const RealImage *image, float level, float step, uint64_t top, uint64_t bottom, const Frame &frame) {
+void weigh(const RealImage *image, const Level &level, uint64_t top, uint64_t bottom, const Frame &frame) {
     for (uint64_t y = top; y < bottom; ++y) {
         for (uint64_t x = 0; x < image->width; x += exp_piece) {
-            weigh_piece(image->rows[y] + x, level, step, std::min(exp_piece, image->width - x), frame.weights->rows[y] + x,
+            weigh_piece(image->rows[y] + x, level, std::min(exp_piece, image->width - x), frame.weights->rows[y] + x,
                         frame.weighted->rows[y] + x);
         }
     }
 }
 
 // Adds some blurred pixels of a row to the result, as far as a pixel lies near the level. A weight of exactly 0 throws away
-// what earlier levels left, on purpose.
-void accumulate(const float *pixels, float level, float step, uint64_t count, const float *weights, const float *weighted,
-                float *out) {
+// what earlier levels left, on purpose. The first level begins with 0, the last one limits the sums.
+template <bool first, bool last>
+void accumulate(const float *pixels, const Level &level, const Range &range, uint64_t count, const float *weights,
+                const float *weighted, float *out) {
     for (uint64_t x = 0; x < count; ++x) {
-        const float d = distance(pixels[x], level, step);
+        const float d = distance(pixels[x], level);
         const float t = 1.0f < d ? 1.0f : d;
-        const float sum = weighted[x] / weights[x] * (1.0f - t) + out[x];
-        out[x] = weights[x] != 0.0f ? sum : 0.0f;
+        const float before = first ? 0.0f : out[x];
+        const float sum = weighted[x] / weights[x] * (1.0f - t) + before;
+        const float kept = weights[x] != 0.0f ? sum : 0.0f;
+        const float raised = last && kept < range.minimum ? range.minimum : kept;
+        out[x] = last && raised > range.maximum ? range.maximum : raised;
     }
 }
 
 // Rows are weighed, blurred along themselves and carried on down the columns while they are in the cache. On the way up they
 // are used as soon as they are blurred, and never stored.
-void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, float step, Frame *frame) {
+void KoFilterBLFLevel(const RealImage *image, RealImage *result, const Level &level, const Range &range, Frame *frame) {
+    const auto accumulate_level = level.first ? (level.last ? accumulate<true, true> : accumulate<true, false>)
+                                              : (level.last ? accumulate<false, true> : accumulate<false, false>);
     const KernelGaussian *kernel = frame->kernel.get();
     RealImage *weights = frame->weights.get();
     RealImage *weighted = frame->weighted.get();
     for (uint64_t y = 0; y < image->height; y += blur_group) {
-        weigh(image, level, step, y, std::min(y + blur_group, image->height), *frame);
+        weigh(image, level, y, std::min(y + blur_group, image->height), *frame);
         blur_row_group(kernel, weights, y, weights, frame->row_work.get());
         frame->weight_columns.down(weights, y);
         blur_row_group(kernel, weighted, y, weighted, frame->row_work.get());
@@ -96,33 +116,22 @@ void KoFilterBLFLevel(const RealImage *image, RealImage *result, float level, fl
             frame->weighted_columns.up(weighted, bottom - 1, rows, x, blurred_weighted[0], blur_piece);
             for (uint64_t r = 0; r < rows; ++r) {
                 const uint64_t y = bottom - 1 - r;
-                accumulate(image->rows[y] + x, level, step, std::min(blur_piece, image->width - x), blurred_weights[r],
-                           blurred_weighted[r], result->rows[y] + x);
+                accumulate_level(image->rows[y] + x, level, range, std::min(blur_piece, image->width - x), blurred_weights[r],
+                                 blurred_weighted[r], result->rows[y] + x);
             }
         }
         bottom -= rows;
     }
 }
 
-void clamp(RealImage *image, float minimum, float maximum) {
-    for (uint64_t y = 0; y < image->height; ++y) {
-        float *row = image->rows[y];
-        for (uint64_t x = 0; x < image->width; ++x) {
-            const float raised = row[x] < minimum ? minimum : row[x];
-            row[x] = raised > maximum ? maximum : raised;
-        }
-    }
-}
-
 int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t levels) {
-    float minimum = 0.0f;
-    float maximum = 0.0f;
-    KoRealImageGetMinMax(image, &minimum, &maximum);
-    const float step = (maximum - minimum) / static_cast<float>(levels);
-    KoRealImageClear(result);
+    Range range{};
+    KoRealImageGetMinMax(image, &range.minimum, &range.maximum);
+    const float step = (range.maximum - range.minimum) / static_cast<float>(levels);
     const bool has_pixels = image->width != 0 && image->height != 0;
     if (step == 0.0f || !has_pixels) {
-        return KO_OK; // a flat picture stays all 0, not its own value
+        KoRealImageClear(result); // a flat picture becomes all 0, not its own value
+        return KO_OK;
     }
     Frame frame;
     const int32_t status = frame.init(image->width, image->height);
@@ -130,9 +139,9 @@ int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t lev
         return status;
     }
     for (uint64_t i = 0; i <= levels; ++i) {
-        KoFilterBLFLevel(image, result, static_cast<float>(i) * step + minimum, step, &frame);
+        const Level level = {static_cast<float>(i) * step + range.minimum, step, i == 0, i == levels};
+        KoFilterBLFLevel(image, result, level, range, &frame);
     }
-    clamp(result, minimum, maximum);
     return KO_OK;
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "bilateral.h"
 #include "exponential.h"
 #include "gaussian.h"
 #include "matrix.h"
@@ -124,7 +125,7 @@ void KoFilterBLFLevel(const RealImage *image, RealImage *result, const Level &le
     }
 }
 
-int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t levels) {
+int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t levels, RealImage **spare) {
     Range range{};
     KoRealImageGetMinMax(image, &range.minimum, &range.maximum);
     const float step = (range.maximum - range.minimum) / static_cast<float>(levels);
@@ -142,20 +143,27 @@ int32_t KoFilterBLFApply(const RealImage *image, RealImage *result, uint64_t lev
         const Level level = {static_cast<float>(i) * step + range.minimum, step, i == 0, i == levels};
         KoFilterBLFLevel(image, result, level, range, &frame);
     }
+    *spare = frame.weighted.release();
     return KO_OK;
 }
 
 } // namespace
 
-int32_t KoFilterBLFApplyToRealImage(const RealImage *image, RealImage **result, uint64_t levels) {
+int32_t ko::filter_bilateral(const RealImage *image, RealImage **result, uint64_t levels, RealImage **spare) {
+    *spare = nullptr;
     *result = KoRealImageNew(image->width, image->height);
     if (*result == nullptr) {
         return KO_OK;
     }
-    const int32_t status = KoFilterBLFApply(image, *result, levels);
+    const int32_t status = KoFilterBLFApply(image, *result, levels, spare);
     if (status != KO_OK) {
         KoRealImageDelete(*result);
         *result = nullptr;
     }
     return status;
+}
+
+int32_t KoFilterBLFApplyToRealImage(const RealImage *image, RealImage **result, uint64_t levels) {
+    OwnedImage spare;
+    return filter_bilateral(image, result, levels, spare.receive());
 }

@@ -18,7 +18,7 @@ extern int32_t koLceGaussianMode;
 
 void set_gain_curve(Features *features, float max_gain, float strength, float limit_fraction);
 
-// Makes a new image, image times the gain of background pixel by pixel.
+// Sets enhanced, a new image if that is null, to image times the gain of background pixel by pixel.
 [[nodiscard]] int32_t make_enhanced(const Features *features, const RealImage *image, const RealImage *background,
                                     RealImage **enhanced);
 

@@ -28,7 +28,6 @@ void set_gain_curve(Features *features, float max_gain, float strength, float li
 }
 
 int32_t make_enhanced(const Features *features, const RealImage *image, const RealImage *background, RealImage **enhanced) {
-    *enhanced = nullptr;
     const int32_t status = _KoRealImageApplyFunctionGetResult(image, enhanced);
     if (status != KO_OK) {
         return status;

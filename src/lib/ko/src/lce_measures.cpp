@@ -4,7 +4,7 @@
 #include <limits>
 
 #include "alloc.h"
-#include "ko/bilateralfilter.h"
+#include "bilateral.h"
 #include "ko/blockapply.h"
 #include "ko/convolution.h"
 #include "ko/histogram.h"
@@ -264,10 +264,12 @@ int32_t KoLceScoreImage(Features *features, const Pictures &pictures, DecisionCo
     return status;
 }
 
-int32_t make_background(const RealImage *luminance, uint64_t blf_levels, bool bilateral, RealImage **background) {
+// spare takes over a plane that the filter needed and the next image may lie in.
+int32_t make_background(const RealImage *luminance, uint64_t blf_levels, bool bilateral, RealImage **background,
+                        RealImage **spare) {
     int32_t status = KO_OK;
     if (bilateral) {
-        status = KoFilterBLFApplyToRealImage(luminance, background, blf_levels);
+        status = filter_bilateral(luminance, background, blf_levels, spare);
     } else {
         const Owned<KernelGaussian, KoKernelGaussianDelete> kernel(
             KoKernelGaussianNewTune(background_sigma, background_truncation, koLceGaussianMode));
@@ -281,7 +283,8 @@ int32_t make_background(const RealImage *luminance, uint64_t blf_levels, bool bi
 
 int32_t make_pictures(const Features *features, uint64_t blf_levels, bool bilateral, Pictures *pictures) {
     const RealImage *luminance = features->luminance;
-    int32_t status = make_background(luminance, blf_levels, bilateral, pictures->background.receive());
+    int32_t status =
+        make_background(luminance, blf_levels, bilateral, pictures->background.receive(), pictures->enhanced.receive());
     if (status == KO_OK) {
         status = make_enhanced(features, luminance, pictures->background.get(), pictures->enhanced.receive());
     }

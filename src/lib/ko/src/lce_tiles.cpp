@@ -1,7 +1,7 @@
 // The tile stage: what the shadows should become, pixel by pixel, distilled into one tone curve a tile. The images that make
 // the curves always rest on the bilateral filter, whatever the judgement looked at.
 #include "alloc.h"
-#include "ko/bilateralfilter.h"
+#include "bilateral.h"
 #include "lce.h"
 
 namespace ko {
@@ -9,7 +9,7 @@ namespace ko {
 namespace {
 
 int32_t make_final_images(Features *features, uint64_t blf_levels) {
-    const int32_t status = KoFilterBLFApplyToRealImage(features->luminance, &features->background, blf_levels);
+    const int32_t status = filter_bilateral(features->luminance, &features->background, blf_levels, &features->enhanced);
     if (features->background == nullptr) {
         return status != KO_OK ? status : KoErrorGetLastError();
     }

@@ -1,10 +1,11 @@
 // What the library asks of an operating system: a pointer per thread, a module by name, a lock with a condition, files that
-// exist, large pages. One back end per system (platform_posix.cpp, platform_windows.cpp).
+// exist, large pages, the bytes of a stream. One back end per system (platform_posix.cpp, platform_windows.cpp).
 #ifndef KO_SRC_PLATFORM_H
 #define KO_SRC_PLATFORM_H
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
 
 #ifdef _WIN32
 #ifndef WIN32_LEAN_AND_MEAN
@@ -48,6 +49,30 @@ int32_t module_unload(void *module);
 
 // Asks the system to back a block that nothing has written to by large pages; one that does not offer them changes nothing.
 void prefer_large_pages(void *block, size_t size);
+
+// Holds a stream to the end of the scope: its bytes are read one by one, and each alone would take and leave the stream's lock.
+class HeldStream {
+  public:
+    explicit HeldStream(FILE *stream) : stream_(stream) { lock(); }
+    ~HeldStream() { unlock(); }
+    HeldStream(const HeldStream &) = delete;
+    HeldStream &operator=(const HeldStream &) = delete;
+
+    // The next byte, or EOF.
+    int next() {
+#ifdef _WIN32
+        return std::fgetc(stream_);
+#else
+        return getc_unlocked(stream_);
+#endif
+    }
+
+  private:
+    void lock();
+    void unlock();
+
+    FILE *stream_;
+};
 
 // A lock that needs no start and no end, so that it may stand at file scope.
 class Mutex {

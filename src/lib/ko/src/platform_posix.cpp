@@ -34,6 +34,9 @@ void prefer_large_pages([[maybe_unused]] void *block, [[maybe_unused]] size_t si
 #endif
 }
 
+void HeldStream::lock() { flockfile(stream_); }
+void HeldStream::unlock() { funlockfile(stream_); }
+
 void Mutex::lock() { pthread_mutex_lock(&lock_); }
 void Mutex::unlock() { pthread_mutex_unlock(&lock_); }
 void Condition::wait(Mutex &held) { pthread_cond_wait(&condition_, &held.lock_); }

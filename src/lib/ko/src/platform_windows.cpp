@@ -33,6 +33,10 @@ bool file_exists(const char *path) {
 // Large pages need a right there that users rarely have.
 void prefer_large_pages(void *, size_t) {}
 
+// The C runtime's locks are its own there.
+void HeldStream::lock() {}
+void HeldStream::unlock() {}
+
 void Mutex::lock() { AcquireSRWLockExclusive(&lock_); }
 void Mutex::unlock() { ReleaseSRWLockExclusive(&lock_); }
 void Condition::wait(Mutex &held) { SleepConditionVariableSRW(&condition_, &held.lock_, INFINITE, 0); }

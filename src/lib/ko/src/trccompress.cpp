@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "alloc.h"
+#include "platform.h"
 #include "report.h"
 
 namespace ko {
@@ -261,8 +262,8 @@ class Decoder {
 };
 
 // Reads one token; false if the stream ends within it.
-bool read_token(Decoder *decoder, FILE *stream) {
-    const int byte = std::fgetc(stream);
+bool read_token(Decoder *decoder, HeldStream *stream) {
+    const int byte = stream->next();
     if (byte == EOF) {
         return false;
     }
@@ -270,7 +271,7 @@ bool read_token(Decoder *decoder, FILE *stream) {
     uint64_t more = 0;
     const auto read_more = [&](uint64_t count) {
         for (uint64_t k = 0; k < count; ++k) { // few bytes, for which fread takes longer
-            const int next = std::fgetc(stream);
+            const int next = stream->next();
             if (next == EOF) {
                 return false;
             }
@@ -309,8 +310,9 @@ bool read_token(Decoder *decoder, FILE *stream) {
 
 int32_t read_tokens(uint32_t *entries, uint64_t size, uint64_t room, FILE *stream, const char *path) {
     Decoder decoder(entries, room);
+    HeldStream held(stream);
     while (decoder.filled() < size) {
-        if (!read_token(&decoder, stream)) {
+        if (!read_token(&decoder, &held)) {
             return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_FILE, path);
         }
     }

@@ -1,5 +1,4 @@
-// Interleaved pixels of three bytes, read and written as the low bytes of a word each: two at a time, or four where the build's
-// processor moves bytes of a vector to other places.
+// Interleaved pixels of three bytes, read and written four at a time: as the low bytes of a word each.
 #ifndef KO_SRC_INTERLEAVE_H
 #define KO_SRC_INTERLEAVE_H
 
@@ -18,42 +17,60 @@ static_assert(std::endian::native == std::endian::little, "a word's low byte is 
 // The values are at most 255.
 inline uint32_t pixel_word(uint32_t red, uint32_t green, uint32_t blue) { return red | green << 8 | blue << 16; }
 
-// Reads count pixels. A load of eight bytes holds two pixels and two bytes of the next, one of sixteen four pixels and four
-// bytes more; the last two pixels have none behind them.
+// Four interleaved pixels as words, and back. They are twelve bytes; up to four more are read and written.
+#ifdef __AVX2__
+// The processors of this build move bytes of a vector to any place.
+inline Bytes load_four(const uint8_t *in) {
+    const auto bytes = load<Bytes>(in);
+    return __builtin_shufflevector(bytes, Bytes{}, 0, 1, 2, 16, 3, 4, 5, 16, 6, 7, 8, 16, 9, 10, 11, 16);
+}
+
+inline void store_four(const uint32_t *words, uint8_t *out) {
+    const auto bytes = load<Bytes>(words);
+    store(__builtin_shufflevector(bytes, bytes, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15), out);
+}
+#else
+// Two words hold two pixels, six bytes apart.
+using Pairs = uint64_t __attribute__((vector_size(16)));
+
+inline Pairs load_four(const uint8_t *in) {
+    uint64_t first;
+    uint64_t second;
+    std::memcpy(&first, in, 8);
+    std::memcpy(&second, in + 6, 8);
+    const Pairs bytes = {first, second};
+    return (bytes & 0xffffff) | (bytes << 8 & 0xffffff00000000);
+}
+
+inline void store_four(const uint32_t *words, uint8_t *out) {
+    const auto pairs = load<Pairs>(words);
+    const Pairs bytes = (pairs & 0xffffff) | (pairs >> 8 & 0xffffff000000);
+    const uint64_t first = bytes[0];
+    const uint64_t second = bytes[1];
+    std::memcpy(out, &first, 8);
+    std::memcpy(out + 6, &second, 8);
+}
+#endif
+
+// Pixels that must be left for four to be read or written with what lies behind them.
+constexpr uint64_t four_and_more = 6;
+
+// Reads count pixels.
 inline void load_pixels(const uint8_t *in, uint64_t count, uint32_t *words) {
     uint64_t x = 0;
-#ifdef __AVX2__
-    for (; x + 6 <= count; x += 4) {
-        const Bytes bytes = load<Bytes>(in + 3 * x);
-        store(__builtin_shufflevector(bytes, Bytes{}, 0, 1, 2, 16, 3, 4, 5, 16, 6, 7, 8, 16, 9, 10, 11, 16), words + x);
-    }
-#endif
-    for (; x + 2 < count; x += 2) {
-        uint64_t bytes;
-        std::memcpy(&bytes, in + 3 * x, 8);
-        const uint64_t pair = (bytes & 0xffffff) | (bytes << 8 & 0xffffff00000000);
-        std::memcpy(words + x, &pair, 8);
+    for (; x + four_and_more <= count; x += 4) {
+        store(load_four(in + 3 * x), words + x);
     }
     for (; x < count; ++x) {
         words[x] = pixel_word(in[3 * x], in[3 * x + 1], in[3 * x + 2]);
     }
 }
 
-// Writes count pixels. A store takes two or four bytes along, which the next one overwrites; the last two pixels take three
-// bytes each.
+// Writes count pixels. What a store writes behind its four is overwritten by those that follow.
 inline void store_pixels(const uint32_t *words, uint64_t count, uint8_t *out) {
     uint64_t x = 0;
-#ifdef __AVX2__
-    for (; x + 6 <= count; x += 4) {
-        const Bytes bytes = load<Bytes>(words + x);
-        store(__builtin_shufflevector(bytes, bytes, 0, 1, 2, 4, 5, 6, 8, 9, 10, 12, 13, 14, 3, 7, 11, 15), out + 3 * x);
-    }
-#endif
-    for (; x + 2 < count; x += 2) {
-        uint64_t pair;
-        std::memcpy(&pair, words + x, 8);
-        pair = (pair & 0xffffff) | (pair >> 8 & 0xffffff000000);
-        std::memcpy(out + 3 * x, &pair, 8);
+    for (; x + four_and_more <= count; x += 4) {
+        store_four(words + x, out + 3 * x);
     }
     for (; x < count; ++x) {
         std::memcpy(out + 3 * x, &words[x], 3);

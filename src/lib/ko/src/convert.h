@@ -42,12 +42,11 @@ inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(wrapped_b
 // As wrapped_byte, but 0 below 0.
 inline uint8_t floored_byte(float value) { return wrapped_byte(value >= 0.0f ? value : 0.0f); }
 
-// The ends of a byte's range, in variables whose values the compiler does not know: of a comparison with a constant it makes
-// several instructions, of one with a variable a maximum or a minimum.
-inline const volatile float lowest_byte = 0.0f;
-inline const volatile float highest_byte = 255.0f;
+// 0, which the compiler does not know: of a comparison with a constant it makes several instructions, of one with a variable a
+// maximum or a minimum.
+inline const volatile float opaque_zero = 0.0f;
 
-// To be made before a loop.
+// The range of a byte; to be made before a loop.
 class ByteRange {
   public:
     // The value limited to 0..255 and truncated; 0 for a NaN.
@@ -57,8 +56,8 @@ class ByteRange {
     }
 
   private:
-    const float low_ = lowest_byte;
-    const float high_ = highest_byte;
+    const float low_ = opaque_zero;
+    const float high_ = low_ + 255.0f;
 };
 
 } // namespace ko

@@ -24,14 +24,31 @@ bool has_counters(const Histogram *histogram) { return histogram->values != null
 
 int32_t report_no_counters() { return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER); }
 
-// As bin_index, limited to the last bin, in single precision: what is left behind the point is exact.
-inline Ints bins_of(const Floats &values, int32_t last) {
-    const Floats raised = values > 0.0f ? values : Floats{};
-    const Floats kept = raised < 2147483648.0f ? raised : Floats{};
-    const Ints whole = convert<Ints>(kept);
-    const Ints bins = whole - (kept - convert<Floats>(whole) >= 0.5f); // true is -1
-    return bins < last ? bins : Ints{} + last;
-}
+// Bins of a histogram whose last bin is a float.
+class BinFinder {
+  public:
+    explicit BinFinder(const Histogram *histogram)
+        : minimum_(histogram->minValue), scale_(histogram->scale), zero_(opaque_zero - Floats{}),
+          last_(static_cast<float>(histogram->size - 1) - Floats{}) {}
+
+    // As bin_index, limited to the last bin, in single precision: what is left behind the point is exact.
+    Ints operator()(const Floats &pixels) const {
+        const Floats values = (pixels - minimum_) * scale_;
+        const Floats raised = values > zero_ ? values : zero_;
+        const Floats kept = raised < 2147483648.0f ? raised : Floats{};
+        const Floats limited = kept < last_ ? kept : last_;
+        const Ints whole = convert<Ints>(limited);
+        return whole - (limited - convert<Floats>(whole) >= 0.5f); // true is -1
+    }
+
+  private:
+    float minimum_;
+    float scale_;
+    Floats zero_;
+    Floats last_;
+};
+
+constexpr uint32_t exact_floats = 1u << 24; // all whole numbers up to it are floats
 
 // Pixels that are counted at a time.
 constexpr uint64_t piece = 256;
@@ -40,13 +57,15 @@ constexpr uint64_t piece = 256;
 void find_bins(const Histogram *histogram, const float *pixels, uint64_t count, int32_t *bins) {
     const float minimum = histogram->minValue;
     const float scale = histogram->scale;
-    const auto last = static_cast<int32_t>(std::min(histogram->size - 1, uint32_t{INT32_MAX}));
     uint64_t x = 0;
-    for (; x + float_lanes <= count; x += float_lanes) {
-        store(bins_of((load<Floats>(pixels + x) - minimum) * scale, last), bins + x);
+    if (histogram->size <= exact_floats) {
+        const BinFinder bins_of(histogram);
+        for (; x + float_lanes <= count; x += float_lanes) {
+            store(bins_of(load<Floats>(pixels + x)), bins + x);
+        }
     }
     for (; x < count; ++x) {
-        bins[x] = static_cast<int32_t>(std::min(bin_index((pixels[x] - minimum) * scale), static_cast<uint32_t>(last)));
+        bins[x] = static_cast<int32_t>(std::min(bin_index((pixels[x] - minimum) * scale), histogram->size - 1));
     }
 }
 

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "alloc.h"
+#include "lanes.h"
 #include "matrix.h"
 #include "redeye.h"
 #include "report.h"
@@ -67,23 +68,80 @@ float KoRedEyeMinCircleSum(const Circle (&circles)[circle_count], const RealImag
     return minimum;
 }
 
-// Stores the responses and gives their maximum. Most of a map is 0, and its response is 0 without a look at the circles.
+// The same for neighbouring pixels around which all circles lie inside the map.
+Floats min_circle_sums(const Circle (&circles)[circle_count], const float *centre) {
+    Floats minimum = no_sum - Floats{};
+    for (const Circle &circle : circles) {
+        Floats sum{};
+        for (const int64_t sample : circle.samples) {
+            sum += load<Floats>(centre + sample);
+        }
+        minimum = minimum > sum ? sum : minimum;
+    }
+    return minimum;
+}
+
+// The response of a lit pixel: 0 if it is negative.
+float response_at(const Circle (&circles)[circle_count], const RealImage *map, uint64_t x, uint64_t y) {
+    const float value = 4.0f * map->rows[y][x] - KoRedEyeMinCircleSum(circles, map, x, y);
+    return value < 0.0f ? 0.0f : value;
+}
+
+bool any_lit(const float *pixels) {
+    bool lit = false;
+    for (uint64_t i = 0; i < float_lanes; ++i) {
+        lit |= pixels[i] != 0.0f;
+    }
+    return lit;
+}
+
+// Stores the responses of a row. Most of a map is 0, and its response is 0 without a look at the circles; neighbours of a lit
+// pixel are often lit too, and looked at together.
+void respond_in_row(const Circle (&circles)[circle_count], const RealImage *map, uint64_t y, float *out) {
+    const uint64_t border = circles[circle_count - 1].radius;
+    const bool whole = y >= border && y + border < map->height;
+    const float *row = map->rows[y];
+    for (uint64_t x = 0; x < map->width;) {
+        if (whole && x >= border && x + float_lanes + border <= map->width) {
+            Floats responses{};
+            if (any_lit(row + x)) {
+                const auto pixels = load<Floats>(row + x);
+                const Floats values = 4.0f * pixels - min_circle_sums(circles, row + x);
+                responses = pixels == 0.0f ? responses : values < 0.0f ? responses : values;
+            }
+            store(responses, out + x);
+            x += float_lanes;
+        } else {
+            out[x] = row[x] == 0.0f ? 0.0f : response_at(circles, map, x, y);
+            ++x;
+        }
+    }
+}
+
+// The largest of some values and of those before; a NaN is none.
+float largest(const float *values, uint64_t count, float before) {
+    Floats best = before - Floats{};
+    uint64_t x = 0;
+    for (; x + float_lanes <= count; x += float_lanes) {
+        const auto next = load<Floats>(values + x);
+        best = next > best ? next : best;
+    }
+    float maximum = before;
+    for (uint64_t i = 0; i < float_lanes; ++i) {
+        maximum = best[i] > maximum ? best[i] : maximum;
+    }
+    for (; x < count; ++x) {
+        maximum = values[x] > maximum ? values[x] : maximum;
+    }
+    return maximum;
+}
+
+// Stores the responses and gives their maximum.
 float respond(const Circle (&circles)[circle_count], const RealImage *map, RealImage *response) {
     float maximum = 0.0f;
     for (uint64_t y = 0; y < map->height; ++y) {
-        const float *row = map->rows[y];
-        float *out = response->rows[y];
-        for (uint64_t x = 0; x < map->width; ++x) {
-            out[x] = 0.0f;
-            if (row[x] == 0.0f) {
-                continue;
-            }
-            const float value = 4.0f * row[x] - KoRedEyeMinCircleSum(circles, map, x, y);
-            if (!(value < 0.0f)) {
-                out[x] = value;
-                maximum = value > maximum ? value : maximum;
-            }
-        }
+        respond_in_row(circles, map, y, response->rows[y]);
+        maximum = largest(response->rows[y], map->width, maximum);
     }
     return maximum;
 }

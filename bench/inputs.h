@@ -1,4 +1,4 @@
-// What every program of measurements rests on: pictures and owners, which are those of the tests, and a clock.
+// What both measuring programs use: the pictures and owners of the tests, and a clock.
 #ifndef KO_BENCH_INPUTS_H
 #define KO_BENCH_INPUTS_H
 

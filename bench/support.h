@@ -2,8 +2,8 @@
 //
 // A job is judged by its ratio to a yardstick: one memcpy that reads and writes together as many bytes as the job must at the
 // least, its inputs read once and its outputs written once. Job and yardstick run in turn, so that both meet the same machine,
-// and each is told by its median. Times are processor time of this process, which has one thread: in wall time whatever else
-// the machine runs would fall on the longer of the two.
+// and each is reported by its median. Times are processor time of this process, which has one thread: in wall time whatever
+// else the machine runs would fall on the longer of the two.
 #ifndef KO_BENCH_SUPPORT_H
 #define KO_BENCH_SUPPORT_H
 
@@ -30,7 +30,7 @@ enum class Measure { none, ratio, nanoseconds_per_pixel, nanoseconds_per_entry, 
 struct Mark {
     Measure measure = Measure::none;
     double limit = 0.0;
-    bool flat = false; // one of the lines whose times per pixel must agree
+    bool flat = false; // one of the lines whose times per pixel must not grow
 };
 
 constexpr const char *counter_name(Measure measure) {

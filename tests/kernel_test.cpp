@@ -170,6 +170,18 @@ TEST_F(KernelTest, CorrelationOfManySizes) {
     }
 }
 
+TEST_F(KernelTest, AKernelWithoutRowsOrColumnsGivesZero) {
+    const RealImagePtr image = make_image(20, 3, [](uint64_t x, uint64_t) { return static_cast<float>(x + 1); });
+    for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{3, 0}, {1, 0}, {0, 3}, {0, 0}}) {
+        SCOPED_TRACE(testing::Message() << width << " by " << height);
+        const RealImagePtr kernel(KoRealImageNew(width, height));
+        RealImage *result = nullptr;
+        expect_success([&] { return KoKernelNewRealImage(kernel.get(), image.get(), &result); });
+        const RealImagePtr owned(result);
+        EXPECT_EQ(pixels(result), std::vector<float>(60, 0.0f));
+    }
+}
+
 // Even sizes among them: the centre lies at half the size in whole numbers, so an even kernel reaches further to the left.
 TEST_F(KernelTest, CorrelationAtEverySize) {
     const std::pair<uint64_t, uint64_t> kernels[] = {{1, 1}, {3, 3}, {13, 1}, {1, 13}, {5, 4}, {2, 2}, {2, 1}, {1, 2}, {1, 4},

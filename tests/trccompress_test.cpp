@@ -171,6 +171,11 @@ TEST_F(TrcCompressTest, OneWorkspaceServesAllSaves) {
     }
 }
 
+TEST_F(TrcCompressTest, ALoadOfNoEntriesLeavesTheStreamAlone) {
+    const CompressPtr compress(KoTRCCompressNew(0));
+    expect_success([&] { return KoTRCCompressLoad(compress.get(), nullptr, "nowhere"); });
+}
+
 TEST_F(TrcCompressTest, LoadNeedsNoWorkspace) {
     const CompressPtr compress(KoTRCCompressNew(256));
     const Stream stream(bytes_of({0x48}) + std::string(255, '\x18'));

@@ -77,7 +77,7 @@ Race finite_blur() {
     const cv::Mat taps(1, static_cast<int>(kernel->width), CV_32FC1, kernel->coefficients);
     const cv::Mat input = view_of(image.get()).clone();
     const cv::Mat output(input.size(), CV_32FC1);
-    require(taps.cols == 15, "the kernel has not 15 taps");
+    require(taps.cols == 15, "the kernel does not have 15 taps");
     return {{"ko",
              [=] {
                  RealImage *target = result.get();

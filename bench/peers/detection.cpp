@@ -34,8 +34,8 @@ Race labelling() {
             5};
 }
 
-// A photograph of a person, enlarged, with red pupils, 40 pixels wide, in four pairs. A cascade looks longer at a photograph than at
-// a made picture, most of which it leaves at its first stages.
+// A photograph of a person, enlarged, with red pupils, 40 pixels wide, in four pairs. A cascade takes longer on a photograph
+// than on a synthetic picture, most of which it rejects in its first stages.
 std::vector<uint8_t> photograph_with_eyes(Size size) {
     const cv::Mat portrait = cv::imread(KO_SAMPLES "/astronaut.png");
     require(!portrait.empty(), "no portrait");

@@ -29,7 +29,7 @@ void set_number(GeglNode *node, const char *name, double number) {
 } // namespace
 
 GeglSession::GeglSession() {
-    // The licence is what lets the library offer the operations that are under it.
+    // GEGL offers operations under a licence only to applications that declare it.
     g_object_set(gegl_config(), "threads", 1, "use-opencl", FALSE, "tile-cache-size", tile_cache_bytes, "application-license",
                  "GPL3", nullptr);
     gegl_init(nullptr, nullptr);

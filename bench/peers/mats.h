@@ -31,7 +31,7 @@ class FreshImage {
 };
 
 // The pixels of an image, which stay the image's. The result has gaps behind its rows: inputs of a peer are copies, without
-// gaps and aligned as it likes them.
+// gaps and with its preferred alignment.
 cv::Mat view_of(const RealImage *image);
 
 // The bytes of a picture, which stay the vector's; nothing may write to the first one.
@@ -42,7 +42,7 @@ cv::Mat view_of(ko_bench::Size size, std::vector<uint8_t> &bytes);
 void require_near(const cv::Mat &a, const cv::Mat &b, double tolerance);
 void require_near_on_average(const cv::Mat &a, const cv::Mat &b, double tolerance);
 
-// Throws if two matrices differ by less than one step on average: a result that is as good as its input.
+// Throws if two matrices differ by less than one step on average: a result that is practically its input.
 void require_changed(const cv::Mat &input, const cv::Mat &output);
 
 } // namespace ko_peers

@@ -28,11 +28,11 @@ struct Race {
     // Called once, when each contender has run and none has cleaned up: throws unless the results are those of the same work,
     // so that a peer that did nothing cannot win.
     std::function<void()> check;
-    int repeats = 1; // of a contender per round, for jobs that are short for the clock
+    int repeats = 1; // of a contender per round, for jobs that are too short for the clock
     std::function<std::string()> remark = [] { return std::string(); }; // for the row, after the check
 };
 
-// Highest ratios: where the libraries may use AVX2, and where they are held to SSE2; no value is no goal.
+// Highest permitted ratios: where the libraries may use AVX2, and where they are held to SSE2; no value is no goal.
 struct Goals {
     double avx2;
     std::optional<double> sse2;

@@ -6,7 +6,7 @@
 
 namespace ko_peers {
 
-// True if the peers may use AVX2, which decides on the goals.
+// True if the peers may use AVX2, which selects the goals.
 bool peers_use_avx2();
 
 void print_libraries();

@@ -1,5 +1,5 @@
-// The results of all hot paths over pictures of odd sizes, as hashes. results.txt holds them: every build on every platform
-// gives the same. A hash that differs is a result that changed; the tests of its family say where.
+// The results of all hot paths but the token streams over pictures of odd sizes, as hashes. results.txt holds them: every build
+// on every platform gives the same. A hash that differs is a result that changed; the tests of its family say where.
 #include <gtest/gtest.h>
 
 #include <algorithm>

@@ -36,6 +36,20 @@ endif()
 run_enhance(${WORK}/enhance${EXECUTABLE_SUFFIX})
 run_example(${WORK}/tint${EXECUTABLE_SUFFIX} "first row: 120 100 80\r?\nlast row: 80 100 120")
 
+# The build for AVX2 is installed too, and is the one that is loaded where the processor has it: of itself on Linux, as a copy beside the
+# program on Windows.
+if(RUNS_AVX2)
+  if(EXISTS ${PREFIX}/bin/ko.dll)
+    file(COPY ${PREFIX}/bin/${AVX2_FOLDER}/ko.dll DESTINATION ${WORK})
+    run_enhance(${WORK}/enhance${EXECUTABLE_SUFFIX})
+  else()
+    execute_process(COMMAND ldd ${WORK}/enhance OUTPUT_VARIABLE loaded COMMAND_ERROR_IS_FATAL ANY)
+    if(NOT loaded MATCHES "${PREFIX}/${LIBDIR}/${AVX2_FOLDER}/libko")
+      message(FATAL_ERROR "the build for AVX2 is not loaded: ${loaded}")
+    endif()
+  endif()
+endif()
+
 set(ENV{PKG_CONFIG_PATH} ${PREFIX}/${LIBDIR}/pkgconfig)
 execute_process(COMMAND pkg-config --cflags --libs ko OUTPUT_VARIABLE flags OUTPUT_STRIP_TRAILING_WHITESPACE
                 COMMAND_ERROR_IS_FATAL ANY)

@@ -6,9 +6,8 @@
 
 namespace ko {
 
-// As KoFilterBLFApplyToRealImage. spare takes a work plane over, of the image's size and with any pixels, which the caller
-// ends: the system takes long to hand a plane over, and who goes on with the result needs another. Null where the filter needed
-// none.
+// As KoFilterBLFApplyToRealImage. spare receives a work plane of the image's size with any pixels, owned by the caller: a new
+// plane is expensive, and a caller that goes on with the result needs one. Null if the filter needed none.
 [[nodiscard]] int32_t filter_bilateral(const RealImage *image, RealImage **result, uint64_t levels, RealImage **spare);
 
 } // namespace ko

@@ -42,8 +42,8 @@ inline uint8_t wrapped_byte(float value) { return static_cast<uint8_t>(wrapped_b
 // As wrapped_byte, but 0 below 0.
 inline uint8_t floored_byte(float value) { return wrapped_byte(value >= 0.0f ? value : 0.0f); }
 
-// 0, which the compiler does not know: of a comparison with a constant it makes several instructions, of one with a variable a
-// maximum or a minimum.
+// 0, hidden from the compiler: it makes several instructions of a comparison with a constant, and a maximum or a minimum of one
+// with a variable.
 inline const volatile float opaque_zero = 0.0f;
 
 // The range of a byte; to be made before a loop.

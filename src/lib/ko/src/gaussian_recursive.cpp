@@ -1,7 +1,7 @@
 // The blur by a recursive filter of third order with an exact end of the signal.
 //
 // The recursion of one line waits for its own results, so lines are carried side by side: the vertical pass takes columns
-// through several rows at a time, the horizontal pass turns groups of rows so that they lie like columns. Each line gets the
+// through several rows at a time, the horizontal pass transposes groups of rows. Each line gets the
 // same arithmetic in the same order either way: recursion in double precision, what is stored rounded to float.
 #include <algorithm>
 #include <utility>
@@ -31,7 +31,7 @@ Weights weights_back(const KernelGaussian *kernel) {
 enum class Way { there, back };
 
 // The recursion over lines side by side, sample by sample: start, there from the first sample to the last, turn at the last,
-// back from the one before it to the first. A value is a double or a vector of them, and holds one line or as many. Between
+// back from the one before it to the first. A value is a double or a vector of doubles, one line per element. Between
 // calls the three nearest values of the lines are kept in memory, nearest first, each spacing doubles behind the one before.
 template <class Value, uint64_t Values> class Lines {
   public:
@@ -58,7 +58,7 @@ template <class Value, uint64_t Values> class Lines {
         Set near(near_);
         Set middle(middle_);
         Set far(far_);
-        for (uint64_t turns = samples / 3; turns != 0; --turns) {
+        for (uint64_t rounds = samples / 3; rounds != 0; --rounds) {
             step<way>(weights, input, near, middle, far, output);
             step<way>(weights, input + input_step, far, near, middle, output + output_step);
             step<way>(weights, input + 2 * input_step, middle, far, near, output + 2 * output_step);
@@ -78,8 +78,8 @@ template <class Value, uint64_t Values> class Lines {
         }
     }
 
-    // Turns what is left of the way there into what the way back begins with, and gives its first sample, the lines' last.
-    // input is what the lines held there at first.
+    // Converts the state at the end of the way there into that at the beginning of the way back, and gives the latter's first
+    // sample, which is the lines' last. input holds the lines' last samples as they were.
     void turn(const KernelGaussian *kernel, const float *input, float *output) {
         const double rest = 1.0 - kernel->a1 - kernel->a2 - kernel->a3;
         const double square = kernel->scale * kernel->scale;
@@ -144,7 +144,7 @@ template <class Value, uint64_t Values> class Lines {
 using Bundle = Lines<Doubles, 4>;
 static_assert(blur_group % Bundle::count == 0);
 
-// Calls take(lines, first) for the bundles that count lines have whole; gives the first line that is in none.
+// Calls take(lines, first) for each whole bundle of count lines; gives the first line that is left over.
 template <class Take> uint64_t for_each_bundle(double *state, uint64_t spacing, uint64_t count, Take take) {
     uint64_t first = 0;
     for (; first + Bundle::count <= count; first += Bundle::count) {
@@ -173,15 +173,15 @@ struct Group {
     }
 };
 
-// Columns that are turned at a time.
-constexpr uint64_t turned_columns = 48;
+// Columns that are transposed at a time.
+constexpr uint64_t transposed_columns = 48;
 
 // Columns x to end - 1 of a group, column after column.
 void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) {
     for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
         for (uint64_t r = 0; r < blur_group; r += 4) {
-            turn_square([&](uint64_t i) { return group.rows[r + i] + x; },
-                        [&](uint64_t i) { return columns + i * blur_group + r; });
+            transpose_square([&](uint64_t i) { return group.rows[r + i] + x; },
+                             [&](uint64_t i) { return columns + i * blur_group + r; });
         }
     }
     for (; x < end; ++x, columns += blur_group) {
@@ -195,8 +195,8 @@ void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) 
 void give_columns(const Group &group, uint64_t x, uint64_t end, const float *columns) {
     for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
         for (uint64_t r = 0; r < blur_group; r += 4) {
-            turn_square([&](uint64_t i) { return columns + i * blur_group + r; },
-                        [&](uint64_t i) { return group.rows[r + i] + x; });
+            transpose_square([&](uint64_t i) { return columns + i * blur_group + r; },
+                             [&](uint64_t i) { return group.rows[r + i] + x; });
         }
     }
     for (; x < end; ++x, columns += blur_group) {
@@ -213,8 +213,8 @@ void filter_rows(const KernelGaussian *kernel, const Group &in, const Group &out
     const Weights back = weights_back(kernel);
     double state[3 * blur_group];
     float last[blur_group];
-    for (uint64_t x = 0; x < width; x += turned_columns) {
-        const uint64_t end = std::min(x + turned_columns, width);
+    for (uint64_t x = 0; x < width; x += transposed_columns) {
+        const uint64_t end = std::min(x + transposed_columns, width);
         float *columns = work + x * blur_group;
         take_columns(in, x, end, columns);
         if (end == width) {
@@ -230,10 +230,13 @@ void filter_rows(const KernelGaussian *kernel, const Group &in, const Group &out
     for_each_bundle(state, blur_group, blur_group,
                     [&](auto lines, uint64_t r) { lines.turn(kernel, last + r, work + (width - 1) * blur_group + r); });
     for (uint64_t end = width; end != 0;) {
-        const uint64_t x = (end - 1) / turned_columns * turned_columns;
+        const uint64_t x = (end - 1) / transposed_columns * transposed_columns;
         const uint64_t open = std::min(end, width - 1); // the last column is done
         for_each_bundle(state, blur_group, blur_group, [&](auto lines, uint64_t r) {
-            float *first = work + open * blur_group + r - blur_group;
+            if (open == x) {
+                return;
+            }
+            float *first = work + (open - 1) * blur_group + r;
             lines.template run<Way::back>(back, first, -column_step, first, -column_step, open - x);
         });
         give_columns(out, x, end, work + x * blur_group);
@@ -284,7 +287,9 @@ void ColumnBlur::up(const RealImage *image, uint64_t y, uint64_t rows, uint64_t 
         float *output = out + i;
         if (turns) {
             lines.turn(kernel_, last_.get() + x + i, output);
-            lines.template run<Way::back>(weights, input + row_step, row_step, output + step, step, rows - 1);
+            if (rows > 1) {
+                lines.template run<Way::back>(weights, input + row_step, row_step, output + step, step, rows - 1);
+            }
         } else {
             lines.template run<Way::back>(weights, input, row_step, output, step, rows);
         }

@@ -1,4 +1,4 @@
-// The system allocator as it is, but for large blocks: they are to lie on large pages.
+// The system allocator, which is also asked to put large blocks on large pages; a block that grows is left as it is.
 #include "heap.h"
 
 #include <cstdlib>

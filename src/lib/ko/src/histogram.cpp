@@ -31,7 +31,7 @@ class BinFinder {
         : minimum_(histogram->minValue), scale_(histogram->scale), zero_(opaque_zero - Floats{}),
           last_(static_cast<float>(histogram->size - 1) - Floats{}) {}
 
-    // As bin_index, limited to the last bin, in single precision: what is left behind the point is exact.
+    // As bin_index, limited to the last bin, in single precision: the fraction is exact.
     Ints operator()(const Floats &pixels) const {
         const Floats values = (pixels - minimum_) * scale_;
         const Floats raised = values > zero_ ? values : zero_;
@@ -118,7 +118,7 @@ class Counters {
     uint32_t tables_[table_count][table_size];
 };
 
-// Adds each counter to that of the bin that its entry names; entries are told apart by their low 32 bits alone.
+// Adds each counter to that of the bin that its entry names; only the low 32 bits of an entry count.
 template <class Entry> int32_t push_through(Histogram *histogram, const Entry *entries) {
     auto *values = allocate_clear<uint32_t>(histogram->size);
     if (values == nullptr) {
@@ -139,7 +139,7 @@ template <class Entry> int32_t apply_entries(Histogram *histogram, const Entry *
     return has_counters(histogram) && entries != nullptr ? push_through(histogram, entries) : report_no_counters();
 }
 
-// Makes room for as many counters as a file's header says. What cannot be had leaves the histogram as it was.
+// Makes room for as many counters as a file's header says. A failed allocation leaves the histogram as it was.
 int32_t fit_to_header(Histogram *histogram, uint32_t size) {
     if (histogram->size == size && histogram->values != nullptr) {
         return KO_OK;

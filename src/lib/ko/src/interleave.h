@@ -1,4 +1,4 @@
-// Interleaved pixels of three bytes, read and written four at a time: as the low bytes of a word each.
+// Interleaved pixels of three bytes, read and written four at a time; each lies in the low three bytes of a word.
 #ifndef KO_SRC_INTERLEAVE_H
 #define KO_SRC_INTERLEAVE_H
 
@@ -52,7 +52,7 @@ inline void store_four(const uint32_t *words, uint8_t *out) {
 }
 #endif
 
-// Pixels that must be left for four to be read or written with what lies behind them.
+// Pixels that must be left for four to be read or written together with the bytes behind them.
 constexpr uint64_t four_and_more = 6;
 
 // Reads count pixels.
@@ -66,7 +66,7 @@ inline void load_pixels(const uint8_t *in, uint64_t count, uint32_t *words) {
     }
 }
 
-// Writes count pixels. What a store writes behind its four is overwritten by those that follow.
+// Writes count pixels. What a store writes behind its four pixels is overwritten by the stores that follow.
 inline void store_pixels(const uint32_t *words, uint64_t count, uint8_t *out) {
     uint64_t x = 0;
     for (; x + four_and_more <= count; x += 4) {

@@ -206,7 +206,8 @@ int32_t KoKernelNewRealImage(const RealImage *kernel, const RealImage *image, Re
     if (*result == nullptr) {
         return KoErrorGetLastError();
     }
-    if (image->width < kernel->width || image->height < kernel->height) {
+    // The sums of a kernel without rows are 0.
+    if (kernel->height == 0 || image->width < kernel->width || image->height < kernel->height) {
         KoRealImageClear(*result);
         return KO_OK;
     }

@@ -1,6 +1,7 @@
 // Lanes: a few values side by side, on which the operators of the language work element by element, as g++ and clang offer
 // them. They are for loops that the compiler does not vectorise as they stand: every element gets the operations that it would
-// get alone, in the same order. There are as many lanes as fit a register of the processors that a build is for.
+// get alone, in the same order. A vector has as many lanes as fit a register of the processors that a build
+// is for.
 #ifndef KO_SRC_LANES_H
 #define KO_SRC_LANES_H
 
@@ -36,11 +37,11 @@ template <class Vector> inline Vector load(const void *from) {
 
 template <class Vector> inline void store(const Vector &lanes, void *to) { std::memcpy(to, &lanes, sizeof lanes); }
 
-// Element by element what static_cast does. A float that does not fit its integer is not defined, as there.
+// Element by element what static_cast does. A float must fit its integer, as there.
 template <class To, class From> inline To convert(const From &lanes) { return __builtin_convertvector(lanes, To); }
 
-// As many doubles as a value holds, from floats and to floats. The former is said element by element: of the conversion to
-// wider elements g++ makes several instructions.
+// As many doubles as a value holds, from floats and to floats. Widening is written element by element: g++ turns the conversion
+// of vectors into several instructions.
 template <class Value> Value widened(const float *from);
 
 template <> inline double widened(const float *from) { return static_cast<double>(*from); }
@@ -57,11 +58,12 @@ template <> inline Doubles widened(const float *from) {
 inline void store_narrowed(double value, float *to) { *to = static_cast<float>(value); }
 inline void store_narrowed(const Doubles &values, float *to) { store(convert<NarrowFloats>(values), to); }
 
-// Four rows of four floats, turned so that rows become columns.
+// Four rows of four floats.
 struct Square {
     Quad rows[4];
 
-    void turn() {
+    // Rows become columns.
+    void transpose() {
         const Quad upper_left = __builtin_shufflevector(rows[0], rows[1], 0, 4, 1, 5);
         const Quad upper_right = __builtin_shufflevector(rows[0], rows[1], 2, 6, 3, 7);
         const Quad lower_left = __builtin_shufflevector(rows[2], rows[3], 0, 4, 1, 5);
@@ -73,11 +75,11 @@ struct Square {
     }
 };
 
-// Turns a square in memory: row i begins at from(i), and what was column i goes to to(i). All is read before the first is
+// Transposes a square in memory: row i is read at from(i), and column i is written at to(i). All is read before anything is
 // written.
-template <class From, class To> inline void turn_square(From from, To to) {
+template <class From, class To> inline void transpose_square(From from, To to) {
     Square square = {{load<Quad>(from(0)), load<Quad>(from(1)), load<Quad>(from(2)), load<Quad>(from(3))}};
-    square.turn();
+    square.transpose();
     for (uint64_t i = 0; i < 4; ++i) {
         store(square.rows[i], to(i));
     }

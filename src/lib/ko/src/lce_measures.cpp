@@ -103,7 +103,7 @@ float dark_entropy(const Histogram *histogram) {
     return static_cast<float>(entropy);
 }
 
-// data is the status of the stage: a histogram that cannot be had is told there.
+// data is the status of the stage: a histogram that cannot be allocated is reported there.
 float KoLceBlockEntropy(void *data, RealImageLineIterator *block) {
     if (pixels_of(block) == 0) {
         return entropy_of_bright_block;
@@ -264,7 +264,7 @@ int32_t KoLceScoreImage(Features *features, const Pictures &pictures, DecisionCo
     return status;
 }
 
-// spare takes over a plane that the filter needed and the next image may lie in.
+// spare receives a work plane of the filter, which the next image may reuse.
 int32_t make_background(const RealImage *luminance, uint64_t blf_levels, bool bilateral, RealImage **background,
                         RealImage **spare) {
     int32_t status = KO_OK;

@@ -47,10 +47,11 @@ int32_t module_unload(void *module);
 
 [[nodiscard]] bool file_exists(const char *path);
 
-// Asks the system to back a block that nothing has written to by large pages; one that does not offer them changes nothing.
+// Asks the system to back a block that nothing has written to by large pages; a system without them does nothing.
 void prefer_large_pages(void *block, size_t size);
 
-// Holds a stream to the end of the scope: its bytes are read one by one, and each alone would take and leave the stream's lock.
+// Locks a stream to the end of the scope, so that reading it byte by byte does not lock it each time. On Windows the C runtime
+// locks it for each byte all the same.
 class HeldStream {
   public:
     explicit HeldStream(FILE *stream) : stream_(stream) { lock(); }

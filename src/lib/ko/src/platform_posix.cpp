@@ -29,7 +29,7 @@ void prefer_large_pages([[maybe_unused]] void *block, [[maybe_unused]] size_t si
     const uintptr_t first = (reinterpret_cast<uintptr_t>(block) + page - 1) & ~(page - 1);
     const uintptr_t end = (reinterpret_cast<uintptr_t>(block) + size) & ~(page - 1);
     if (first < end) {
-        madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE); // a refusal costs time alone
+        madvise(reinterpret_cast<void *>(first), end - first, MADV_HUGEPAGE); // a refusal costs only time
     }
 #endif
 }

@@ -30,10 +30,10 @@ bool file_exists(const char *path) {
     return _stat64(path, &status) == 0;
 }
 
-// Large pages need a right there that users rarely have.
+// Large pages require a privilege that users rarely have.
 void prefer_large_pages(void *, size_t) {}
 
-// The C runtime's locks are its own there.
+// next() takes the C runtime's own lock.
 void HeldStream::lock() {}
 void HeldStream::unlock() {}
 

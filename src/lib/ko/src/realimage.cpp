@@ -57,8 +57,8 @@ void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uin
     for (; y + 4 <= y_end; y += 4) {
         uint64_t x = x0;
         for (; x + 4 <= x_end; x += 4) {
-            turn_square([=](uint64_t i) { return image->rows[y + i] + x; },
-                        [=](uint64_t i) { return result->rows[x + i] + y; });
+            transpose_square([=](uint64_t i) { return image->rows[y + i] + x; },
+                             [=](uint64_t i) { return result->rows[x + i] + y; });
         }
         for (uint64_t i = 0; i < 4; ++i) {
             transpose_pixels(x, x_end, y + i);

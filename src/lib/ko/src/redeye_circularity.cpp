@@ -22,7 +22,7 @@ constexpr float no_sum = 8.0f;
 // Diameters for a working image whose budget is so many times smaller than the usual one.
 struct Diameters {
     uint64_t quotient;
-    int32_t values[circle_count];
+    int32_t values[circle_count]; // rising: the last circle is the largest
 };
 constexpr Diameters known_diameters[] = {
     {1, {3, 5, 9, 13, 19, 23, 27}}, {4, {3, 5, 7, 9, 13, 15, 19}}, {8, {3, 5, 7, 9, 11, 13, 15}}};

@@ -1,5 +1,5 @@
-// The switch for packed arithmetic. The library has scalar rules alone, so the switch stays off: the environment variable SSE
-// has no effect but its message.
+// The switch for packed arithmetic. Every result follows the scalar rules, so that there is nothing to switch: the environment
+// variable SSE has no effect but its message.
 #include <cstdio>
 #include <cstdlib>
 

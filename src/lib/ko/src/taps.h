@@ -9,7 +9,7 @@
 
 namespace ko {
 
-// The sums of as many neighbouring pixels as Values, each a float or a vector of them, hold.
+// The sums of neighbouring pixels. A value is a float or a vector of floats, one pixel per element.
 template <class Value, uint64_t Values> class Sums {
   public:
     static constexpr uint64_t count = Values * (sizeof(Value) / sizeof(float));

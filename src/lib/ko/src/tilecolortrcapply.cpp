@@ -96,13 +96,13 @@ void take_horizontal_weights(RowWeights *rest, uint64_t count, Quad *weights) {
     }
 }
 
-// Blends one channel of a piece. Products are turned, so that the sums of four pixels lie side by side.
+// Blends one channel of a piece. Products are transposed, so that the sums of four pixels lie side by side.
 void blend(const Corners *entries, const Quad *weights, uint64_t count, const uint8_t *in, uint64_t step, float *sums) {
     const auto product = [=](uint64_t x) { return load<Quad>(&entries[in[x * step]]) * weights[x]; };
     uint64_t x = 0;
     for (; x + 4 <= count; x += 4) {
         Square products = {{product(x), product(x + 1), product(x + 2), product(x + 3)}};
-        products.turn();
+        products.transpose();
         const auto [right_upper, left_upper, left_lower, right_lower] = products.rows;
         store(((right_upper + left_upper) + left_lower) + right_lower, sums + x);
     }

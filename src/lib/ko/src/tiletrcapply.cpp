@@ -3,7 +3,7 @@
 // A row is a sequence of runs: one before the first tile centre, one between each pair of centres, one behind the last. Rows
 // between tile centres form bands. Inside a run of a band the neighbouring curves are the same for all pixels, so when a band
 // begins their entries are laid side by side, level by level, for each of its runs. The rule to know before changing anything
-// here: a pixel's floats go through the told expressions in the told order, in single precision but for the weight table,
+// here: a pixel's floats go through the given expressions in the given order, in single precision but for the weight table,
 // whatever the run.
 #include "ko/tiletrcapply.h"
 
@@ -206,14 +206,14 @@ struct Run {
     float step;         // entries a level
 };
 
-// The blend of four curves for as many pixels of a piece as fours have; gives the first that is left. The corner values of four
-// pixels are turned, so that they lie like the weights.
+// Blends four curves for the pixels of a piece, four at a time; gives the first pixel that is left over. The corner values of
+// four pixels are transposed, so that they lie like the weights.
 uint64_t blend_quads(const Run &run, uint64_t start, const int32_t *index, uint64_t count, float *levels) {
     uint64_t x = 0;
     for (; x + 4 <= count; x += 4) {
         const auto corners = [&](uint64_t i) { return load<Quad>(&run.corners[index[x + i]]); };
         Square curves = {{corners(0), corners(1), corners(2), corners(3)}};
-        curves.turn();
+        curves.transpose();
         const auto [left_upper, right_upper, left_lower, right_lower] = curves.rows;
         const auto weight = [=](const float *weights) { return load<Quad>(weights + start + x); };
         const Quad level = ((left_lower * weight(run.weights.left_lower) + left_upper * weight(run.weights.left_upper)) +

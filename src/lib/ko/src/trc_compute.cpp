@@ -109,7 +109,7 @@ class ExactStatistics {
         return misfits == 0;
     }
 
-    // Keys past the curve are counted behind it.
+    // Keys past the curve share one element behind its levels.
     void add_piece(const uint32_t *keys, const uint32_t *targets, uint64_t count) {
         const auto behind = static_cast<uint32_t>(levels_);
         const auto add = [&](uint64_t table, uint64_t x) { tables_[table][std::min(keys[x], behind)] += one + targets[x]; };
@@ -186,7 +186,7 @@ Parabola prior_parabola(float value) {
 constexpr uint64_t steps = 64;
 
 // Calls add(cost, value) along several rows at once: a single row would wait for its own additions. A value is a double or a
-// vector of them, and holds one row or as many.
+// vector of doubles, one row per element.
 template <class Value, uint64_t Values, class ParabolaOf, class Add>
 void walk_rows(float *costs, uint64_t levels, uint64_t first_row, ParabolaOf parabola_of, Add add) {
     constexpr uint64_t lanes = sizeof(Value) / sizeof(double);
@@ -265,7 +265,7 @@ const float *choose_prior(const float *costs, uint64_t levels, const TrcPool &po
 }
 
 // Sets out[0] to first and out[x + 1] to the best of first and values 0 to x, where choose(a, b) gives the better of two, a if
-// they are equal, and none is better than nothing. Several stretches go side by side, since each waits for its own choices;
+// they are equal, and none is worse than every value. Several stretches go side by side, since each waits for its own choices;
 // what lies before a stretch is chosen from afterwards.
 template <class T, class Choose> void choose_along(const T *values, uint64_t count, T first, T none, Choose choose, T *out) {
     constexpr uint64_t stretches = 8;
@@ -329,7 +329,7 @@ uint32_t find_paths(const float *costs, uint64_t levels, float *paths, uint16_t 
     return static_cast<uint32_t>(std::min_element(above, above + levels) - above);
 }
 
-// Adds the pull toward the best prior to the costs. False if the pool cannot be had.
+// Adds the pull toward the best prior to the costs. False if the pool cannot be allocated.
 bool add_prior(float *costs, uint64_t levels) {
     TrcPool pool;
     if (!_KoTRCPoolAcquire(levels, &pool)) {

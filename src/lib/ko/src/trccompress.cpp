@@ -170,8 +170,8 @@ int32_t write_segment(const TRCCompress *compress, uint64_t start, uint64_t end,
 
 // ---- runs
 
-// The run of a table that the entry before belongs to, or none: then its length is 0. Which entries join is up to the curve, so
-// there are no branches that would have to be guessed.
+// The run that the previous entry of a table belongs to; its length is 0 if that entry is in none. Which entries join depends
+// on the data, so the code has no branches for the processor to mispredict.
 class OpenRun {
   public:
     explicit OpenRun(TRCCompressRun *runs) : runs_(runs) {}
@@ -309,6 +309,9 @@ bool read_token(Decoder *decoder, HeldStream *stream) {
 } // namespace
 
 int32_t read_tokens(uint32_t *entries, uint64_t size, uint64_t room, FILE *stream, const char *path) {
+    if (size == 0) {
+        return KO_OK;
+    }
     Decoder decoder(entries, room);
     HeldStream held(stream);
     while (decoder.filled() < size) {

@@ -112,7 +112,7 @@ KO_API int32_t KoTRCApplyToColorImage(const TRC *trc, ColorImage *image);
  *   target   in       before the first line of an area of the same shape, which nothing checks; consumed
  * Above 256 levels both images are scaled by size / 256 first. Pixels whose input level is not below the size do not count.
  * Returns KO_OK always. When memory is short, or the size is 0, the entries are null afterwards. Any number of threads may fit
- * curves at once, each with its own curve and iterators.
+ * curves at once, each with its own curve and iterators. input and target are two iterators.
  */
 KO_API int32_t KoTRCCompute(TRC *trc, RealImageLineIterator *input, RealImageLineIterator *target);
 

@@ -288,7 +288,8 @@ std::vector<float> border_values(const Histogram *histogram) {
 }
 
 TEST_F(HistogramTest, EveryBorderOfEveryBinLiesWhereThePlainBinsHaveIt) {
-    for (const uint32_t size : {1u, 2u, 3u, 7u, 255u, 256u, 257u, 1000u, 1024u, 1025u, 4096u, 5000u, 65536u, 65537u}) {
+    for (const uint32_t size :
+         {1u, 2u, 3u, 7u, 255u, 256u, 257u, 512u, 513u, 1000u, 1024u, 1025u, 4096u, 5000u, 65536u, 65537u}) {
         const float top = static_cast<float>(size - 1);
         for (const auto &[low, high] : std::vector<std::pair<float, float>>{
                  {0.0f, top}, {0.0f, 255.0f}, {-128.5f, 127.25f}, {0.1f, 0.7f}, {-1e6f, 1e6f}, {255.0f, 0.0f}}) {
@@ -323,7 +324,7 @@ TEST_F(HistogramTest, AValueIsCountedAlikeWhereverItStands) {
 TEST_F(HistogramTest, RectanglesOfEverySizeAddUp) {
     uint32_t seed = 0;
     for (const TurnSize &each : turn_sizes()) {
-        for (const uint32_t size : {1u, 2u, 16u, 255u, 256u, 1024u, 1025u, 5000u}) {
+        for (const uint32_t size : {1u, 2u, 16u, 255u, 256u, 512u, 513u, 1024u, 1025u, 5000u}) {
             if (size > 256 && ++seed % 8 != 0) {
                 continue;
             }

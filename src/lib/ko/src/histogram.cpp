@@ -109,8 +109,8 @@ class Counters {
     }
 
   private:
-    static constexpr uint64_t table_count = 4;
-    static constexpr uint64_t table_size = 1024;
+    static constexpr uint64_t table_count = 8;
+    static constexpr uint64_t table_size = 512;
 
     bool has_tables() const { return histogram_->size <= table_size; }
 

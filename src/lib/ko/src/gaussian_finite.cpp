@@ -59,7 +59,7 @@ void blur_row(const KernelGaussian *kernel, const float *row, uint64_t width, fl
 constexpr uint64_t block = 32;
 
 // Some neighbouring rows of an image, blurred along themselves: those that the columns of a block of rows look at. Blurred
-// columns of a whole image would have to come back from memory.
+// rows of a whole image would have to come back from memory.
 class BlurredRows {
   public:
     BlurredRows(const KernelGaussian *kernel, const RealImage *image) : kernel_(kernel), image_(image) {}

@@ -50,8 +50,9 @@ class BinFinder {
 
 constexpr uint32_t exact_floats = 1u << 24; // all whole numbers up to it are floats
 
-// Pixels that are counted at a time.
-constexpr uint64_t piece = 256;
+// Pixels that are counted at a time: few enough for the processor to find the bins of the next ones meanwhile, but so many that
+// their bins have left its store buffer when they are read.
+constexpr uint64_t piece = 128;
 
 // The bins of some pixels of a line, at most a piece.
 void find_bins(const Histogram *histogram, const float *pixels, uint64_t count, int32_t *bins) {
@@ -111,11 +112,13 @@ class Counters {
   private:
     static constexpr uint64_t table_count = 8;
     static constexpr uint64_t table_size = 512;
+    // Apart by other than a part of 4096 bytes, at which the processor takes one counter of a bin for another.
+    static constexpr uint64_t table_distance = table_size + 16;
 
     bool has_tables() const { return histogram_->size <= table_size; }
 
     const Histogram *histogram_;
-    uint32_t tables_[table_count][table_size];
+    uint32_t tables_[table_count][table_distance];
 };
 
 // Adds each counter to that of the bin that its entry names; only the low 32 bits of an entry count.

@@ -50,8 +50,8 @@ int32_t module_unload(void *module);
 // Asks the system to back a block that nothing has written to by large pages; a system without them does nothing.
 void prefer_large_pages(void *block, size_t size);
 
-// Locks a stream to the end of the scope, so that reading it byte by byte does not lock it each time. On Windows the C runtime
-// locks it for each byte all the same.
+// Locks a stream to the end of the scope, so that reading or writing it piece by piece does not lock it each time. On Windows
+// the C runtime locks it for each piece all the same.
 class HeldStream {
   public:
     explicit HeldStream(FILE *stream) : stream_(stream) { lock(); }
@@ -65,6 +65,15 @@ class HeldStream {
         return std::fgetc(stream_);
 #else
         return getc_unlocked(stream_);
+#endif
+    }
+
+    // False if not all bytes were written.
+    bool write(const uint8_t *bytes, uint64_t count) {
+#ifdef _WIN32
+        return std::fwrite(bytes, 1, count, stream_) == count;
+#else
+        return fwrite_unlocked(bytes, 1, count, stream_) == count;
 #endif
     }
 

@@ -24,9 +24,9 @@ static_assert(sizeof(TRCCompress) == 64 && offsetof(TRCCompress, array) == 0 && 
 static_assert(sizeof(TRCCompressRun) == 16 && sizeof(TRCCompressToken) == 16);
 
 // Methods of a plan.
-constexpr uint64_t one_bit = 1;
-constexpr uint64_t two_bits = 2;
-constexpr uint64_t literal = 4;
+constexpr uint8_t one_bit = 1;
+constexpr uint8_t two_bits = 2;
+constexpr uint8_t literal = 4;
 
 // Longest tokens, in entries.
 constexpr uint64_t longest_rle = 32;
@@ -44,18 +44,27 @@ constexpr uint64_t packed_bytes(uint64_t entries, uint64_t bits) { return (entri
 
 uint32_t step_at(const uint32_t *entries, uint64_t i) { return entries[i] - (i == 0 ? 0 : entries[i - 1]); }
 
-int32_t write_bytes(const uint8_t *bytes, uint64_t count, FILE *stream, const char *path) {
-    return std::fwrite(bytes, 1, count, stream) == count ? static_cast<int32_t>(KO_OK)
-                                                         : KO_REPORT(KO_LEVEL_ERROR, KO_ERR_WRITE_FILE, path);
-}
+// Where tokens go: each is written at once, so that one that is refused ends its segment and no other.
+class TokenSink {
+  public:
+    TokenSink(FILE *stream, const char *path) : stream_(stream), path_(path) {}
+
+    int32_t write(const uint8_t *token, uint64_t bytes) {
+        return stream_.write(token, bytes) ? static_cast<int32_t>(KO_OK) : KO_REPORT(KO_LEVEL_ERROR, KO_ERR_WRITE_FILE, path_);
+    }
+
+  private:
+    HeldStream stream_;
+    const char *path_;
+};
 
 // Writes a run as tokens of at most longest entries; make_token fills the bytes of one and gives their number.
 template <class MakeToken>
-int32_t write_run(uint64_t first, uint64_t length, uint64_t longest, FILE *stream, const char *path, MakeToken make_token) {
+int32_t write_run(uint64_t first, uint64_t length, uint64_t longest, TokenSink *sink, MakeToken make_token) {
     while (length > 0) {
         const uint64_t count = std::min(length, longest);
         uint8_t token[9] = {};
-        const int32_t status = write_bytes(token, make_token(first, count, token), stream, path);
+        const int32_t status = sink->write(token, make_token(first, count, token));
         if (status != KO_OK) {
             return status;
         }
@@ -77,39 +86,85 @@ uint64_t pack_steps(const uint32_t *entries, uint64_t first, uint64_t count, uin
     return 1 + packed_bytes(count, Bits);
 }
 
+int32_t write_rle(const uint32_t *entries, uint64_t first, uint64_t length, TokenSink *sink) {
+    const uint32_t step = length == 0 ? 0 : step_at(entries, first);
+    return write_run(first, length, longest_rle, sink, [=](uint64_t, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>(step << 6 | (count - 1) << 1 | 1);
+        return uint64_t{1};
+    });
+}
+
+int32_t write_one_bit(const uint32_t *entries, uint64_t first, uint64_t length, TokenSink *sink) {
+    return write_run(first, length, longest_one_bit, sink, [=](uint64_t at, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>((count - 1) << 2 | 2);
+        return pack_steps<1>(entries, at, count, token, [](uint32_t step) { return uint32_t{step != 0}; });
+    });
+}
+
+int32_t write_two_bits(const uint32_t *entries, uint64_t first, uint64_t length, TokenSink *sink) {
+    return write_run(first, length, longest_two_bits, sink, [=](uint64_t at, uint64_t count, uint8_t *token) {
+        token[0] = static_cast<uint8_t>((count - 1) << 3 | 4);
+        return pack_steps<2>(entries, at, count, token, [](uint32_t step) { return step & 3; });
+    });
+}
+
+int32_t write_literal(const uint32_t *entries, uint64_t index, TokenSink *sink) {
+    const uint32_t step = step_at(entries, index);
+    if (step < first_long_step) {
+        const uint8_t token = static_cast<uint8_t>(step << 4 | 8);
+        return sink->write(&token, 1);
+    }
+    const uint8_t token[] = {static_cast<uint8_t>((step >> 8 & 15) << 4), static_cast<uint8_t>(step)};
+    return sink->write(token, sizeof(token));
+}
+
 // ---- planning
 
-// The steps of a run that a token takes, and what they are worth: entries a byte.
+// A token, and what it is worth: entries a byte.
 struct Candidate {
-    uint64_t method;
-    uint64_t entries;
-    uint64_t bytes;
+    uint8_t method;
+    uint8_t entries;
+    uint8_t bytes;
     float ratio;
 };
 
-constexpr Candidate single = {literal, 1, 1, 1.0f};
+// The best token, given how much is left of the runs on one side of an entry, up to the longest token. One of one step,
+// run-length coded, would be worth 1 at any length and never more than a literal: it is read but never written.
+class BestTokens {
+  public:
+    constexpr BestTokens() {
+        for (uint64_t one = 0; one <= longest_one_bit; ++one) {
+            for (uint64_t two = 0; two <= longest_two_bits; ++two) {
+                Candidate &best = best_[one][two];
+                best = {literal, 1, 1, 1.0f};
+                if (one > 1) {
+                    consider(one_bit, one, 1, &best);
+                }
+                if (two != 0) {
+                    consider(two_bits, two, 2, &best);
+                }
+            }
+        }
+    }
 
-// Takes the candidate of a method with so many bits a step if it beats the best so far.
-void consider(uint64_t method, uint64_t entries, uint64_t bits, Candidate *best) {
-    const uint64_t bytes = packed_bytes(entries, bits) + 1;
-    const float ratio = static_cast<float>(entries) / static_cast<float>(bytes);
-    if (ratio > best->ratio) {
-        *best = {method, entries, bytes, ratio};
+    const Candidate &at(uint64_t one_bit_left, uint64_t two_bits_left) const {
+        return best_[std::min(one_bit_left, longest_one_bit)][std::min(two_bits_left, longest_two_bits)];
     }
-}
 
-// The best token given what is left of the runs on one side of an entry. A token of one step, run-length coded, would be worth
-// 1 at any length and never more than a literal: it is read but never written.
-Candidate best_token(uint64_t one_bit_left, uint64_t two_bits_left) {
-    Candidate best = single;
-    if (one_bit_left > 1) {
-        consider(one_bit, std::min(one_bit_left, longest_one_bit), 1, &best);
+  private:
+    // Takes the token of a method with so many bits a step if it beats the best so far.
+    static constexpr void consider(uint8_t method, uint64_t entries, uint64_t bits, Candidate *best) {
+        const uint64_t bytes = packed_bytes(entries, bits) + 1;
+        const float ratio = static_cast<float>(entries) / static_cast<float>(bytes);
+        if (ratio > best->ratio) {
+            *best = {method, static_cast<uint8_t>(entries), static_cast<uint8_t>(bytes), ratio};
+        }
     }
-    if (two_bits_left != 0) {
-        consider(two_bits, std::min(two_bits_left, longest_two_bits), 2, &best);
-    }
-    return best;
-}
+
+    Candidate best_[longest_one_bit + 1][longest_two_bits + 1] = {};
+};
+
+constexpr BestTokens best_tokens;
 
 uint64_t left_after(const TRCCompressRun *runs, uint64_t i) {
     const TRCCompressRun &run = runs[i];
@@ -125,7 +180,7 @@ uint64_t left_before(const TRCCompressRun *runs, uint64_t i) {
 uint64_t plan_forward(const TRCCompress *compress, uint64_t start, uint64_t end) {
     uint64_t bytes = 0;
     for (uint64_t i = start; i <= end;) {
-        const Candidate token = best_token(left_after(compress->oneBitRuns, i), left_after(compress->twoBitRuns, i));
+        const Candidate &token = best_tokens.at(left_after(compress->oneBitRuns, i), left_after(compress->twoBitRuns, i));
         compress->forwardPlan[i] = {token.method, token.entries};
         bytes += token.bytes;
         i += token.entries;
@@ -138,7 +193,7 @@ uint64_t plan_backward(const TRCCompress *compress, uint64_t start, uint64_t end
     uint64_t behind = end + 1; // the entries from here on are planned
     while (behind > start) {
         const uint64_t i = behind - 1;
-        const Candidate token = best_token(left_before(compress->oneBitRuns, i), left_before(compress->twoBitRuns, i));
+        const Candidate &token = best_tokens.at(left_before(compress->oneBitRuns, i), left_before(compress->twoBitRuns, i));
         behind -= token.entries;
         compress->backwardPlan[behind] = {token.method, token.entries};
         bytes += token.bytes;
@@ -146,26 +201,25 @@ uint64_t plan_backward(const TRCCompress *compress, uint64_t start, uint64_t end
     return bytes;
 }
 
-int32_t write_plan(const TRCCompress *compress, const TRCCompressToken *plan, uint64_t start, uint64_t end, FILE *stream,
-                   const char *path) {
+int32_t write_plan(const TRCCompress *compress, const TRCCompressToken *plan, uint64_t start, uint64_t end, TokenSink *sink) {
     int32_t status = KO_OK;
     for (uint64_t i = start; i <= end && status == KO_OK; i += plan[i].length) {
         if (plan[i].method == one_bit) {
-            status = _KoTRCCompressSave1Bit(compress->array, i, plan[i].length, stream, path);
+            status = write_one_bit(compress->array, i, plan[i].length, sink);
         } else if (plan[i].method == two_bits) {
-            status = _KoTRCCompressSave2Bits(compress->array, i, plan[i].length, stream, path);
+            status = write_two_bits(compress->array, i, plan[i].length, sink);
         } else {
-            status = _KoTRCCompressSaveNBits(compress->array, i, stream, path);
+            status = write_literal(compress->array, i, sink);
         }
     }
     return status;
 }
 
-int32_t write_segment(const TRCCompress *compress, uint64_t start, uint64_t end, FILE *stream, const char *path) {
+int32_t write_segment(const TRCCompress *compress, uint64_t start, uint64_t end, TokenSink *sink) {
     const uint64_t forward = plan_forward(compress, start, end);
     const uint64_t backward = plan_backward(compress, start, end);
     const TRCCompressToken *plan = forward <= backward ? compress->forwardPlan : compress->backwardPlan;
-    return write_plan(compress, plan, start, end, stream, path);
+    return write_plan(compress, plan, start, end, sink);
 }
 
 // ---- runs
@@ -246,8 +300,8 @@ class Decoder {
         }
         uint32_t *out = entries_ + filled_;
         uint32_t value = value_;
-        for (uint64_t k = 0; k < count; ++k) {
-            value += static_cast<uint32_t>(packed >> (k * Bits)) & mask;
+        for (uint64_t k = 0; k < count; ++k, packed >>= Bits) {
+            value += static_cast<uint32_t>(packed) & mask;
             out[k] = value;
         }
         value_ = value;
@@ -363,6 +417,7 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
     if (status != KO_OK) {
         return status;
     }
+    TokenSink sink(stream, path);
     OpenRun rle(compress->rleRuns);
     OpenRun one_bit(compress->oneBitRuns);
     OpenRun two_bits(compress->twoBitRuns);
@@ -380,13 +435,13 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
             two_bits.join_if(i, false);
             rle.join_if(i, false);
             one_bit.join_if(i, false);
-            status = write_segment(compress, start, i, stream, path);
+            status = write_segment(compress, start, i, &sink);
             start = i + 1;
         }
         previous_step = step;
     }
     // A last segment of one entry is not written: that is a property of the format.
-    return start < size - 1 ? write_segment(compress, start, size - 1, stream, path) : status;
+    return start < size - 1 ? write_segment(compress, start, size - 1, &sink) : status;
 }
 
 int32_t KoTRCCompressLoad(TRCCompress *compress, FILE *stream, const char *path) {
@@ -397,33 +452,21 @@ int32_t KoTRCCompressLoad(TRCCompress *compress, FILE *stream, const char *path)
 }
 
 int32_t _KoTRCCompressSaveRLE(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
-    const uint32_t step = length == 0 ? 0 : step_at(entries, first);
-    return write_run(first, length, longest_rle, stream, path, [=](uint64_t, uint64_t count, uint8_t *token) {
-        token[0] = static_cast<uint8_t>(step << 6 | (count - 1) << 1 | 1);
-        return uint64_t{1};
-    });
+    TokenSink sink(stream, path);
+    return write_rle(entries, first, length, &sink);
 }
 
 int32_t _KoTRCCompressSave1Bit(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
-    return write_run(first, length, longest_one_bit, stream, path, [=](uint64_t at, uint64_t count, uint8_t *token) {
-        token[0] = static_cast<uint8_t>((count - 1) << 2 | 2);
-        return pack_steps<1>(entries, at, count, token, [](uint32_t step) { return uint32_t{step != 0}; });
-    });
+    TokenSink sink(stream, path);
+    return write_one_bit(entries, first, length, &sink);
 }
 
 int32_t _KoTRCCompressSave2Bits(const uint32_t *entries, uint64_t first, uint64_t length, FILE *stream, const char *path) {
-    return write_run(first, length, longest_two_bits, stream, path, [=](uint64_t at, uint64_t count, uint8_t *token) {
-        token[0] = static_cast<uint8_t>((count - 1) << 3 | 4);
-        return pack_steps<2>(entries, at, count, token, [](uint32_t step) { return step & 3; });
-    });
+    TokenSink sink(stream, path);
+    return write_two_bits(entries, first, length, &sink);
 }
 
 int32_t _KoTRCCompressSaveNBits(const uint32_t *entries, uint64_t index, FILE *stream, const char *path) {
-    const uint32_t step = step_at(entries, index);
-    if (step < first_long_step) {
-        const uint8_t token = static_cast<uint8_t>(step << 4 | 8);
-        return write_bytes(&token, 1, stream, path);
-    }
-    const uint8_t token[] = {static_cast<uint8_t>((step >> 8 & 15) << 4), static_cast<uint8_t>(step)};
-    return write_bytes(token, sizeof(token), stream, path);
+    TokenSink sink(stream, path);
+    return write_literal(entries, index, &sink);
 }

@@ -178,8 +178,8 @@ constexpr uint64_t transposed_columns = 48;
 
 // Columns x to end - 1 of a group, column after column.
 void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) {
-    for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
-        for (uint64_t r = 0; r < blur_group; r += 4) {
+    for (; x + square_side <= end; x += square_side, columns += square_side * blur_group) {
+        for (uint64_t r = 0; r < blur_group; r += square_side) {
             transpose_square([&](uint64_t i) { return group.rows[r + i] + x; },
                              [&](uint64_t i) { return columns + i * blur_group + r; });
         }
@@ -193,8 +193,8 @@ void take_columns(const Group &group, uint64_t x, uint64_t end, float *columns) 
 
 // The way back.
 void give_columns(const Group &group, uint64_t x, uint64_t end, const float *columns) {
-    for (; x + 4 <= end; x += 4, columns += 4 * blur_group) {
-        for (uint64_t r = 0; r < blur_group; r += 4) {
+    for (; x + square_side <= end; x += square_side, columns += square_side * blur_group) {
+        for (uint64_t r = 0; r < blur_group; r += square_side) {
             transpose_square([&](uint64_t i) { return columns + i * blur_group + r; },
                              [&](uint64_t i) { return group.rows[r + i] + x; });
         }

@@ -42,31 +42,29 @@ int compare_pixels(float a, float b, float tolerance) {
     return difference > 0.0f ? 1 : -1;
 }
 
-// The transposition goes block by block, so that the rows of both images stay in the cache.
-constexpr uint64_t block = 64;
+// Rows that are transposed at a time: a column of them fills a cache line of the result.
+constexpr uint64_t transposed_rows = 16;
 
-void transpose_block(const RealImage *image, RealImage *result, uint64_t x0, uint64_t y0) {
-    const uint64_t x_end = std::min(x0 + block, image->width);
-    const uint64_t y_end = std::min(y0 + block, image->height);
-    const auto transpose_pixels = [=](uint64_t x, uint64_t end, uint64_t y) {
-        for (; x < end; ++x) {
-            result->rows[x][y] = image->rows[y][x];
-        }
-    };
-    uint64_t y = y0;
-    for (; y + 4 <= y_end; y += 4) {
-        uint64_t x = x0;
-        for (; x + 4 <= x_end; x += 4) {
-            transpose_square([=](uint64_t i) { return image->rows[y + i] + x; },
-                             [=](uint64_t i) { return result->rows[x + i] + y; });
-        }
-        for (uint64_t i = 0; i < 4; ++i) {
-            transpose_pixels(x, x_end, y + i);
+void transpose_pixels(const RealImage *image, RealImage *result, uint64_t x, uint64_t x_end, uint64_t y, uint64_t y_end) {
+    for (; x < x_end; ++x) {
+        for (uint64_t line = y; line < y_end; ++line) {
+            result->rows[x][line] = image->rows[line][x];
         }
     }
-    for (; y < y_end; ++y) {
-        transpose_pixels(x0, x_end, y);
+}
+
+void transpose_rows(const RealImage *image, RealImage *result, uint64_t y) {
+    const float *in[transposed_rows];
+    std::copy_n(image->rows + y, transposed_rows, in);
+    uint64_t x = 0;
+    for (; x + square_side <= image->width; x += square_side) {
+        float *out[square_side];
+        std::copy_n(result->rows + x, square_side, out);
+        for (uint64_t line = 0; line < transposed_rows; line += square_side) {
+            transpose_square([&](uint64_t i) { return in[line + i] + x; }, [&](uint64_t i) { return out[i] + y + line; });
+        }
     }
+    transpose_pixels(image, result, x, image->width, y, y + transposed_rows);
 }
 
 // The walk of the pixel arithmetic; the result may be a or b, since a pixel is read before it is written.
@@ -231,11 +229,11 @@ int32_t KoRealImageTranspose(const RealImage *image, RealImage **result) {
     } else if ((*result)->width != image->height || (*result)->height != image->width) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INVALID_ARGUMENT);
     }
-    for (uint64_t y = 0; y < image->height; y += block) {
-        for (uint64_t x = 0; x < image->width; x += block) {
-            transpose_block(image, *result, x, y);
-        }
+    uint64_t y = 0;
+    for (; y + transposed_rows <= image->height; y += transposed_rows) {
+        transpose_rows(image, *result, y);
     }
+    transpose_pixels(image, *result, 0, image->width, y, image->height);
     return KO_OK;
 }
 

@@ -13,6 +13,7 @@
 
 #include "alloc.h"
 #include "ko/realimage.h"
+#include "lanes.h"
 
 namespace ko {
 
@@ -47,26 +48,43 @@ uint32_t join_neighbours(uint32_t *table, int32_t west, int32_t north, int32_t n
     return root;
 }
 
-// Labels a row; above is the labels of the one before it, or null. Gives the new count of labels.
+bool any_above(const float *pixels, float threshold) {
+    bool any = false;
+    for (uint64_t i = 0; i < float_lanes; ++i) {
+        any |= pixels[i] > threshold;
+    }
+    return any;
+}
+
+// Labels a row; above is the labels of the one before it, or null. Gives the new count of labels. Most of a map is not lit, and
+// is passed over several pixels at a time.
 uint32_t label_row(const float *pixels, float threshold, const int32_t *above, int32_t *labels, uint32_t width, uint32_t *table,
                    uint32_t count) {
-    int32_t west = 0;
-    int32_t north_west = 0;
-    int32_t north = 0;
-    int32_t north_east = above != nullptr ? above[0] : 0;
-    for (uint32_t x = 0; x < width; ++x) {
-        north_west = north;
-        north = north_east;
-        north_east = above != nullptr && x + 1 < width ? above[x + 1] : 0;
-        uint32_t label = 0;
-        if (pixels[x] > threshold) {
-            label = join_neighbours(table, west, north, north_west, north_east);
-            if (label == 0) {
-                label = ++count;
-                table[label] = label;
-            }
+    for (uint32_t x = 0; x < width;) {
+        if (x + float_lanes <= width && !any_above(pixels + x, threshold)) {
+            std::memset(labels + x, 0, float_lanes * sizeof(*labels));
+            x += float_lanes;
+            continue;
         }
-        west = labels[x] = static_cast<int32_t>(label);
+        const auto end = static_cast<uint32_t>(std::min<uint64_t>(x + float_lanes, width));
+        int32_t west = x != 0 ? labels[x - 1] : 0;
+        int32_t north_west = 0;
+        int32_t north = above != nullptr && x != 0 ? above[x - 1] : 0;
+        int32_t north_east = above != nullptr ? above[x] : 0;
+        for (; x < end; ++x) {
+            north_west = north;
+            north = north_east;
+            north_east = above != nullptr && x + 1 < width ? above[x + 1] : 0;
+            uint32_t label = 0;
+            if (pixels[x] > threshold) {
+                label = join_neighbours(table, west, north, north_west, north_east);
+                if (label == 0) {
+                    label = ++count;
+                    table[label] = label;
+                }
+            }
+            west = labels[x] = static_cast<int32_t>(label);
+        }
     }
     return count;
 }
@@ -244,22 +262,19 @@ uint32_t KoConCompRealImage(const RealImage *image, float threshold, int32_t *la
 
 uint32_t KoConCompRealImageInfo(uint32_t width, uint32_t height, const int32_t *labels, const uint32_t *table, BlobInfo *info) {
     uint32_t components = 0;
-    for (uint32_t y = 0; y < height; ++y) {
-        for (uint32_t x = 0; x < width; ++x) {
-            const uint32_t root = table[*labels++];
-            if (root == 0) {
-                continue;
-            }
+    for (uint32_t y = 0; y < height; ++y, labels += width) {
+        for_each_labelled(labels, table, width, [&](uint64_t at, uint32_t root) {
+            const auto x = static_cast<uint32_t>(at);
             BlobInfo &blob = info[root];
             if (blob.area++ == 0) {
                 blob = {x, x, y, y, 1};
                 ++components;
-                continue;
+                return;
             }
             blob.min_x = std::min(blob.min_x, x);
             blob.max_x = std::max(blob.max_x, x);
             blob.max_y = y; // rows come in rising order
-        }
+        });
     }
     return components;
 }

@@ -3,6 +3,8 @@
 #ifndef KO_SRC_CONCOMP_H
 #define KO_SRC_CONCOMP_H
 
+#include <algorithm>
+
 #include "ko/concomp.h"
 
 namespace ko {
@@ -41,6 +43,33 @@ struct Labelling {
 
     uint32_t root(uint64_t pixel) const { return table[labels[pixel]]; }
 };
+
+// True if any of some pixels from labels on has a label.
+constexpr uint64_t labels_at_once = 8;
+inline bool any_labelled(const int32_t *labels) {
+    int32_t any = 0;
+    for (uint64_t i = 0; i < labels_at_once; ++i) {
+        any |= labels[i];
+    }
+    return any != 0;
+}
+
+// Calls each(x, root) for the pixels of a row whose root is not 0.
+template <class Each> void for_each_labelled(const int32_t *labels, const uint32_t *table, uint64_t width, Each each) {
+    const bool zero_is_none = table[0] == 0; // as a labelling leaves it
+    for (uint64_t x = 0; x < width;) {
+        if (zero_is_none && x + labels_at_once <= width && !any_labelled(labels + x)) {
+            x += labels_at_once;
+            continue;
+        }
+        for (const uint64_t end = std::min(x + labels_at_once, width); x < end; ++x) {
+            const uint32_t root = table[labels[x]];
+            if (root != 0) {
+                each(x, root);
+            }
+        }
+    }
+}
 
 // Calls each(pixel of the window's own labelling, pixel of the image) for every pixel of a window.
 template <class Each> void for_each_pixel(const Window &window, uint64_t image_width, Each each) {

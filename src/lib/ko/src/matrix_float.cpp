@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "extremes.h"
 #include "matrix.h"
 #include "sampling.h"
 
@@ -40,6 +41,19 @@ class NearestCursor {
     uint64_t size_;
     float ratio_;
 };
+
+// An extreme of 0 has the sign of the first 0.
+float first_zero(const MatrixFloat *matrix, float extreme) {
+    for (uint64_t y = 0; y < matrix->height; ++y) {
+        const float *row = matrix->rows[y];
+        const float *end = row + matrix->width;
+        const float *zero = std::find(row, end, 0.0f);
+        if (zero != end) {
+            return *zero;
+        }
+    }
+    return extreme;
+}
 
 } // namespace
 
@@ -147,18 +161,15 @@ MatrixFloat *KoMatrixFloatNewFromFloatArray(uint64_t width, uint64_t height, con
 }
 
 int32_t KoMatrixFloatGetMinMax(const MatrixFloat *matrix, float *minimum, float *maximum) {
-    float low = matrix->height != 0 ? matrix->rows[0][0] : 0.0f;
-    float high = low;
+    const float first = matrix->height != 0 ? matrix->rows[0][0] : 0.0f;
+    float low = first;
+    float high = first;
     for (uint64_t y = 0; y < matrix->height; ++y) {
-        const float *row = matrix->rows[y];
-        for (uint64_t x = 0; x < matrix->width; ++x) {
-            // A NaN succeeds in no comparison, so it never replaces either.
-            high = row[x] > high ? row[x] : high;
-            low = low > row[x] ? row[x] : low;
-        }
+        low = smallest(matrix->rows[y], matrix->width, low);
+        high = largest(matrix->rows[y], matrix->width, high);
     }
-    *minimum = low;
-    *maximum = high;
+    *minimum = low == 0.0f ? first_zero(matrix, low) : low;
+    *maximum = high == 0.0f ? first_zero(matrix, high) : high;
     return KO_OK;
 }
 

@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "alloc.h"
+#include "extremes.h"
 #include "lanes.h"
 #include "matrix.h"
 #include "redeye.h"
@@ -116,24 +117,6 @@ void respond_in_row(const Circle (&circles)[circle_count], const RealImage *map,
             ++x;
         }
     }
-}
-
-// The largest of some values and of those before; a NaN is none.
-float largest(const float *values, uint64_t count, float before) {
-    Floats best = before - Floats{};
-    uint64_t x = 0;
-    for (; x + float_lanes <= count; x += float_lanes) {
-        const auto next = load<Floats>(values + x);
-        best = next > best ? next : best;
-    }
-    float maximum = before;
-    for (uint64_t i = 0; i < float_lanes; ++i) {
-        maximum = best[i] > maximum ? best[i] : maximum;
-    }
-    for (; x < count; ++x) {
-        maximum = values[x] > maximum ? values[x] : maximum;
-    }
-    return maximum;
 }
 
 // Stores the responses and gives their maximum.

@@ -5,6 +5,7 @@
 
 #include "alloc.h"
 #include "concomp.h"
+#include "extremes.h"
 #include "matrix.h"
 #include "redeye.h"
 #include "report.h"
@@ -62,14 +63,10 @@ int32_t KoRedEyeTestBlobShape(const RedEyeCorrection *rec, RedEyeImageParam *par
 // The sum of a map over each blob, by root, in single precision and row order; null if memory is short.
 float *KoRedEyeSumMapPerBlob(const RedEyeImageParam *param, const RealImage *map) {
     auto *sums = allocate_clear<float>(uint64_t{param->label_count} + 1);
-    const int32_t *label = param->labels;
-    for (uint64_t y = 0; sums != nullptr && y < map->height; ++y) {
-        for (uint64_t x = 0; x < map->width; ++x, ++label) {
-            const uint32_t root = param->label_table[*label];
-            if (root != 0) {
-                sums[root] += map->rows[y][x];
-            }
-        }
+    const int32_t *labels = param->labels;
+    for (uint64_t y = 0; sums != nullptr && y < map->height; ++y, labels += map->width) {
+        for_each_labelled(labels, param->label_table, map->width,
+                          [sums, row = map->rows[y]](uint64_t x, uint32_t root) { sums[root] += row[x]; });
     }
     return sums;
 }
@@ -131,8 +128,22 @@ void report_blobs(RedEyeCorrection *rec, const RedEyeImageParam *param) {
     }
 }
 
+// Most provisional labels in any window around a blob that was not rejected.
+uint64_t labels_for_windows(const RedEyeImageParam *param, const RealImage *map) {
+    uint64_t labels = 0;
+    for (uint32_t i = 1; i <= param->label_count; ++i) {
+        const uint32_t root = param->label_table[i];
+        if (root != 0) {
+            const Window window = window_around(param->blob_info[root], map->width, map->height);
+            labels = std::max(labels, label_capacity(window.width(), window.height()));
+        }
+    }
+    return labels;
+}
+
 int32_t KoRedEyeRefineBlobs(RedEyeCorrection *rec, RedEyeImageParam *param, const RealImage *map) {
-    int32_t status = KoRedEyeImageParamAllocateSubMatrix(param, map->width * map->height, labels_for(map), param->label_count);
+    int32_t status = KoRedEyeImageParamAllocateSubMatrix(param, map->width * map->height, labels_for_windows(param, map),
+                                                         param->label_count);
     if (status != KO_OK) {
         return status;
     }
@@ -153,17 +164,15 @@ int32_t KoRedEyeRefineBlobs(RedEyeCorrection *rec, RedEyeImageParam *param, cons
 
 // Clears the map outside the final blobs and finds the maximum inside.
 void wipe_outside(RedEyeImageParam *param) {
+    const RealImage *map = param->red_lum_map;
     param->map_max = 0.0f;
     const uint32_t *mask = param->blob_mask;
-    for (uint64_t y = 0; y < param->red_lum_map->height; ++y) {
-        float *row = param->red_lum_map->rows[y];
-        for (uint64_t x = 0; x < param->red_lum_map->width; ++x) {
-            if (*mask++ == 0) {
-                row[x] = 0.0f;
-            } else if (row[x] > param->map_max) {
-                param->map_max = row[x];
-            }
+    for (uint64_t y = 0; y < map->height; ++y, mask += map->width) {
+        float *row = map->rows[y];
+        for (uint64_t x = 0; x < map->width; ++x) {
+            row[x] = mask[x] == 0 ? 0.0f : row[x];
         }
+        param->map_max = largest(row, map->width, param->map_max);
     }
 }
 

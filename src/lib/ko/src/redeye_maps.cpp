@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include "alloc.h"
+#include "extremes.h"
 #include "ko/resample.h"
 #include "matrix.h"
 #include "redeye.h"
@@ -97,10 +98,7 @@ int32_t KoRedEyeCorrectionColProbability(RedEyeCorrection *, RedEyeImageParam *p
         return status;
     }
     for (uint64_t y = 0; y < param->col_map->height; ++y) {
-        const float *row = param->col_map->rows[y];
-        for (uint64_t x = 0; x < param->col_map->width; ++x) {
-            param->map_max = row[x] > param->map_max ? row[x] : param->map_max;
-        }
+        param->map_max = largest(param->col_map->rows[y], param->col_map->width, param->map_max);
     }
     return KoRealImageDivideValue(param->col_map, param->map_max, &param->col_map);
 }

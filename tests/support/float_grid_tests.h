@@ -354,6 +354,25 @@ TYPED_TEST_P(FloatGridTest, MinMaxFollowsTheWalk) {
     }
 }
 
+TYPED_TEST_P(FloatGridTest, OfZerosOfBothSignsTheFirstIsTheExtremeWhereverTheyLie) {
+    constexpr uint64_t width = 37;
+    constexpr uint64_t height = 2;
+    for (const float others : {-5.0f, 5.0f}) {
+        for (const auto &[first, second] : {std::pair(0.0f, -0.0f), std::pair(-0.0f, 0.0f)}) {
+            for (uint64_t i = 0; i < width * height; ++i) {
+                for (uint64_t k = i + 1; k < width * height; ++k) {
+                    std::vector<float> values(width * height, others);
+                    values[i] = first;
+                    values[k] = second;
+                    const auto grid = this->of(width, height, values);
+                    const float extreme = others < 0.0f ? TypeParam::GetMax(grid.get()) : TypeParam::GetMin(grid.get());
+                    ASSERT_TRUE(same_floats({first}, std::vector<float>{extreme})) << i << " before " << k;
+                }
+            }
+        }
+    }
+}
+
 TYPED_TEST_P(FloatGridTest, MinMaxOfChosenValues) {
     const std::vector<std::pair<std::vector<float>, std::pair<float, float>>> cases = {
         {{7, 7, 7, 7, 7, 7}, {7, 7}},
@@ -507,7 +526,8 @@ REGISTER_TYPED_TEST_SUITE_P(FloatGridTest, BytesComeInWithTheirValue, FromByteAr
                             RowsPastTheLastAreLeftOutWithAWarningThatStaysInTheChain,
                             AStartPastTheLastRowWarnsAndConvertsNothing, NewGridsTakeTheirPixelsFromAnArray,
                             NewGridsFromArraysLeaveTheStatusOfAFailureAsItStands,
-                            NewGridsWithoutRowsWarnThatTheirFirstRowIsPastTheLast, MinMaxFollowsTheWalk, MinMaxOfChosenValues,
+                            NewGridsWithoutRowsWarnThatTheirFirstRowIsPastTheLast, MinMaxFollowsTheWalk,
+                            OfZerosOfBothSignsTheFirstIsTheExtremeWhereverTheyLie, MinMaxOfChosenValues,
                             FillAndClearLeaveThePaddingZero, AnIteratorStartsOneStrideBeforeItsRectangle,
                             AnIteratorWalksTheWholeGrid, AnIteratorWalksEachRectangle, ARectangleOfHeightZeroHasOneRow,
                             ResetStartsTheWalkAnew, IteratorsAreMadeOnTheHeapToo, AGridWithoutRowsIsWalkedAsNothing);

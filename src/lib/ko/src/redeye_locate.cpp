@@ -162,13 +162,24 @@ int32_t KoRedEyeRefineBlobs(RedEyeCorrection *rec, RedEyeImageParam *param, cons
     return status;
 }
 
-// Clears the map outside the final blobs and finds the maximum inside.
+// Clears the map outside the final blobs and finds the maximum inside. The mask is 0 in all rows but theirs, and is not looked
+// at there: it is memory that nothing has used yet.
 void wipe_outside(RedEyeImageParam *param) {
     const RealImage *map = param->red_lum_map;
+    uint64_t top = map->height;
+    uint64_t bottom = 0;
+    for (int32_t i = 1; i <= param->blob_count; ++i) {
+        top = std::min<uint64_t>(top, param->final_blobs[i].min_y);
+        bottom = std::max<uint64_t>(bottom, param->final_blobs[i].max_y);
+    }
     param->map_max = 0.0f;
-    const uint32_t *mask = param->blob_mask;
-    for (uint64_t y = 0; y < map->height; ++y, mask += map->width) {
+    for (uint64_t y = 0; y < map->height; ++y) {
         float *row = map->rows[y];
+        if (y < top || y > bottom) {
+            std::fill_n(row, map->width, 0.0f);
+            continue;
+        }
+        const uint32_t *mask = param->blob_mask + y * map->width;
         for (uint64_t x = 0; x < map->width; ++x) {
             row[x] = mask[x] == 0 ? 0.0f : row[x];
         }

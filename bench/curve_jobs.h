@@ -26,7 +26,7 @@ class CurveFit {
   private:
     RealImagePtr image_;
     RealImagePtr target_;
-    TrcPtr curve_;
+    TRCPtr curve_;
 };
 
 using StreamPtr = std::unique_ptr<std::FILE, Deleter<std::fclose>>;
@@ -55,8 +55,6 @@ class CurveStream {
     }
 
   private:
-    using CompressPtr = std::unique_ptr<TRCCompress, Deleter<KoTRCCompressDelete>>;
-
     template <class Transfer> bool for_each_curve(Transfer transfer, uint32_t *entries, uint64_t count) {
         bool good = true;
         std::rewind(stream_.get());
@@ -67,7 +65,7 @@ class CurveStream {
         return good;
     }
 
-    CompressPtr compress_;
+    TRCCompressPtr compress_;
     StreamPtr stream_;
 };
 

@@ -16,7 +16,7 @@ constexpr float no_score = -1.0f;
 constexpr int32_t always = 4;
 constexpr float ratio_weight = 0.5f;
 
-TileTrcPtr compute_curves(Size size, const std::vector<uint8_t> &input) {
+TileTRCPtr compute_curves(Size size, const std::vector<uint8_t> &input) {
     const ColorImagePtr image = color_planes(size, input);
     return image ? decide(image.get(), no_score, always, 0).curves : nullptr;
 }
@@ -31,18 +31,18 @@ Outcome decide(ColorImage *image, float score, int32_t configuration, int32_t ke
         KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image, max_gain, strength, limit_fraction, bilateral_levels,
                                                  score, configuration, &curves);
     }
-    return {std::move(features), TileTrcPtr(curves)};
+    return {std::move(features), TileTRCPtr(curves)};
 }
 
-TileTrcPtr photograph_curves() { return compute_curves(size_1_megapixel, photograph(size_1_megapixel, 3)); }
+TileTRCPtr photograph_curves() { return compute_curves(size_1_megapixel, photograph(size_1_megapixel, 3)); }
 
 bool enhance(Size size, const std::vector<uint8_t> &input, std::vector<uint8_t> &output) {
-    const TileTrcPtr curves = compute_curves(size, input);
+    const TileTRCPtr curves = compute_curves(size, input);
     if (!curves) {
         return false;
     }
-    const ApplyPtr apply(KoTileTRCApplyNew(curves.get(), ratio_weight, nullptr, size.width, size.height,
-                                           KO_BYTE_LAYOUT_INTERLEAVED, KO_COLORSPACE_RGB));
+    const TileTRCApplyPtr apply(KoTileTRCApplyNew(curves.get(), ratio_weight, nullptr, size.width, size.height,
+                                                  KO_BYTE_LAYOUT_INTERLEAVED, KO_COLORSPACE_RGB));
     return apply && KoTileTRCApplyToByteChunk(apply.get(), size.height, input.data(), output.data()) == KO_OK;
 }
 

@@ -5,8 +5,6 @@ namespace {
 
 using namespace ko_bench;
 
-using HistogramPtr = std::unique_ptr<Histogram, Deleter<KoHistogramDelete>>;
-
 constexpr Size size{4000, 3000};
 constexpr uint32_t bins = 256;
 

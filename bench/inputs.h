@@ -6,21 +6,26 @@
 #include <ctime>
 #include <vector>
 
-#include "ko.h"
+#include "ko.hpp"
 #include "pictures.h"
 
 namespace ko_bench {
 
-using ko_test::ApplyPtr;
-using ko_test::ColorApplyPtr;
-using ko_test::ColorImagePtr;
-using ko_test::Deleter;
-using ko_test::FeaturesPtr;
-using ko_test::GaussianPtr;
-using ko_test::RealImagePtr;
-using ko_test::TileColorTrcPtr;
-using ko_test::TileTrcPtr;
-using ko_test::TrcPtr;
+using ko::ColorImagePtr;
+using ko::Deleter;
+using ko::FeaturesPtr;
+using ko::HistogramPtr;
+using ko::KernelGaussianPtr;
+using ko::OrientationHistogramPtr;
+using ko::RealImagePtr;
+using ko::RedEyeCorrectionPtr;
+using ko::RedEyeImageParamPtr;
+using ko::TileColorTRCApplyPtr;
+using ko::TileColorTRCPtr;
+using ko::TileTRCApplyPtr;
+using ko::TileTRCPtr;
+using ko::TRCCompressPtr;
+using ko::TRCPtr;
 
 struct Size {
     uint32_t width;

@@ -12,7 +12,7 @@ constexpr int32_t recursive = 1;
 constexpr float truncation = 1.75f;
 
 void gaussian_blur(benchmark::State &state, float sigma, int32_t mode, double limit) {
-    const GaussianPtr kernel(KoKernelGaussianNewTune(sigma, truncation, mode));
+    const KernelGaussianPtr kernel(KoKernelGaussianNewTune(sigma, truncation, mode));
     const RealImagePtr image = photograph_plane(size);
     RealImage *result = nullptr;
     const auto blur = [&] { return KoKernelGaussianConvolution(kernel.get(), image.get(), &result) == KO_OK && result; };

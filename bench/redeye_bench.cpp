@@ -8,8 +8,6 @@ namespace {
 
 using namespace ko_bench;
 
-using HistogramPtr = std::unique_ptr<OrientationHistogram, Deleter<KoOrientationHistogramDelete>>;
-
 constexpr Size working_size{1000, 1000};
 constexpr Size photograph_size{4000, 3000};
 
@@ -21,8 +19,8 @@ void labelling(benchmark::State &state) {
 
 void circularity(benchmark::State &state) {
     const RealImagePtr map = spotted_map(working_size, 0.03);
-    const RedEyePtr rec(KoRedEyeCorrectionNew());
-    const ParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     const auto restore = [&] { KoRealImageMultiplyValue(map.get(), 1.0f, &param->col_map); };
     restore();
     measure(
@@ -32,8 +30,8 @@ void circularity(benchmark::State &state) {
 
 void color_map(benchmark::State &state, int32_t (*stage)(RedEyeCorrection *, RedEyeImageParam *, int32_t)) {
     const ColorImagePtr image = color_planes(working_size, photograph(working_size, 3));
-    const RedEyePtr rec(KoRedEyeCorrectionNew());
-    const ParamPtr param(KoRedEyeImageParamNew(image.get()));
+    const RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(image.get()));
     param->working_image = image.get();
     measure(state, {working_size.pixels(), 3 * sizeof(float), sizeof(float)}, {Measure::ratio, 6.0},
             [&] { return stage(rec.get(), param.get(), 1) == KO_OK; });
@@ -45,7 +43,7 @@ void patch(benchmark::State &state) {
     constexpr int32_t border = 9;
     constexpr PatchGeometry geometry{(side + border) * (side + border), side, 16, 1, 1.0f, 1.0f, 2, border};
     constexpr HistogramLayout layout{8, 4, 16, 128, 0.09375f, 0.0f, 1.0f, 0.6f, 0.5f, 1e-4f};
-    const HistogramPtr histogram(KoOrientationHistogramNew(&geometry, &layout));
+    const OrientationHistogramPtr histogram(KoOrientationHistogramNew(&geometry, &layout));
     const std::vector<uint8_t> bytes = photograph({side + 2 * border, side + 2 * border}, 1);
     const std::vector<float> pixels(bytes.begin(), bytes.end());
     std::vector<float> features(layout.feature_length);

@@ -32,9 +32,9 @@ uint32_t Labelling::run() {
     return KoConCompRealImageInfo(size.width, size.height, labels_.data(), table_.data(), blobs_.data());
 }
 
-ParamPtr locate(ColorImage *image) {
-    const RedEyePtr rec(KoRedEyeCorrectionNew());
-    ParamPtr param(KoRedEyeImageParamNew(image));
+RedEyeImageParamPtr locate(ColorImage *image) {
+    const RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
+    RedEyeImageParamPtr param(KoRedEyeImageParamNew(image));
     const bool good = KoRedEyeCorrectionDownsample(rec.get(), param.get()) == KO_OK &&
                       KoRedEyeCorrectionReddishProbability(rec.get(), param.get(), 1) == KO_OK &&
                       KoRedEyeCorrectionRedLumProbability(rec.get(), param.get(), 1) == KO_OK &&

@@ -10,9 +10,6 @@
 
 namespace ko_bench {
 
-using RedEyePtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
-using ParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
-
 // A map of round blobs of several sizes, with noise pixels between them, and dark elsewhere.
 RealImagePtr spotted_map(Size size, double lit_share);
 
@@ -37,7 +34,7 @@ class Labelling {
 };
 
 // Searches a picture for blobs that may be red eyes. Returns the record that holds them, null on failure.
-ParamPtr locate(ColorImage *image);
+RedEyeImageParamPtr locate(ColorImage *image);
 
 } // namespace ko_bench
 

@@ -10,8 +10,8 @@ constexpr float ratio_weight = 0.5f;
 
 } // namespace
 
-TileTrcPtr make_tile_curves() {
-    TileTrcPtr curves(KoTileTRCNew(levels, grid, grid));
+TileTRCPtr make_tile_curves() {
+    TileTRCPtr curves(KoTileTRCNew(levels, grid, grid));
     for (uint64_t y = 0; curves && y < grid; ++y) {
         for (uint64_t x = 0; x < grid; ++x) {
             make_shadow_curve(KoTileTRCGetTRC(curves.get(), x, y), levels, 3 * x + 5 * y);
@@ -20,8 +20,8 @@ TileTrcPtr make_tile_curves() {
     return curves;
 }
 
-TileColorTrcPtr make_tile_color_curves() {
-    TileColorTrcPtr curves(KoTileColorTRCNew(levels, grid, grid));
+TileColorTRCPtr make_tile_color_curves() {
+    TileColorTRCPtr curves(KoTileColorTRCNew(levels, grid, grid));
     for (uint64_t y = 0; curves && y < grid; ++y) {
         for (uint64_t x = 0; x < grid; ++x) {
             const uint64_t amount = 3 * x + 5 * y;
@@ -35,8 +35,8 @@ TileColorTrcPtr make_tile_color_curves() {
 
 bool apply_tile_curves(const TileTRC *curves, int32_t color_space, uint64_t chunk_rows, const std::vector<uint8_t> &input,
                        std::vector<uint8_t> &output) {
-    const ApplyPtr apply(KoTileTRCApplyNew(curves, ratio_weight, nullptr, size_24_megapixels.width, size_24_megapixels.height,
-                                           KO_BYTE_LAYOUT_INTERLEAVED, color_space));
+    const TileTRCApplyPtr apply(KoTileTRCApplyNew(curves, ratio_weight, nullptr, size_24_megapixels.width,
+                                                  size_24_megapixels.height, KO_BYTE_LAYOUT_INTERLEAVED, color_space));
     return apply &&
            apply_in_chunks(size_24_megapixels, chunk_rows, input, output, [&](uint64_t rows, const uint8_t *in, uint8_t *out) {
                return KoTileTRCApplyToByteChunk(apply.get(), rows, in, out) == KO_OK;
@@ -45,7 +45,7 @@ bool apply_tile_curves(const TileTRC *curves, int32_t color_space, uint64_t chun
 
 bool apply_tile_color_curves(const TileColorTRC *curves, uint64_t chunk_rows, const std::vector<uint8_t> &input,
                              std::vector<uint8_t> &output) {
-    const ColorApplyPtr apply(
+    const TileColorTRCApplyPtr apply(
         KoTileColorTRCApplyNew(curves, size_24_megapixels.width, size_24_megapixels.height, KO_BYTE_LAYOUT_INTERLEAVED));
     return apply &&
            apply_in_chunks(size_24_megapixels, chunk_rows, input, output, [&](uint64_t rows, const uint8_t *in, uint8_t *out) {

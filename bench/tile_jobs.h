@@ -10,10 +10,10 @@
 namespace ko_bench {
 
 // Curves that open the shadows, each tile by another amount: 256 entries, an 8 by 8 grid. Null if memory is short.
-TileTrcPtr make_tile_curves();
+TileTRCPtr make_tile_curves();
 
 // The same, each tile and channel by another amount.
-TileColorTrcPtr make_tile_color_curves();
+TileColorTRCPtr make_tile_color_curves();
 
 // Run a picture of 24 megapixels through a grid in chunks of rows; interleaved RGB, or for the first one gray as well.
 // Return true on success.

@@ -9,7 +9,7 @@ using namespace ko_bench;
 constexpr uint64_t channels = 3;
 
 void tile_color_application(benchmark::State &state, uint64_t chunk_rows) {
-    const TileColorTrcPtr curves = make_tile_color_curves();
+    const TileColorTRCPtr curves = make_tile_color_curves();
     const std::vector<uint8_t> input = photograph(size_24_megapixels, channels);
     std::vector<uint8_t> output(input.size());
     measure(state, {size_24_megapixels.pixels(), channels, channels}, {Measure::ratio, 25.0},

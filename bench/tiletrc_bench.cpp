@@ -9,8 +9,8 @@ using namespace ko_bench;
 
 void load_grid(benchmark::State &state, int32_t form, uint64_t file_bytes) {
     const ko_test::TemporaryFile file("grid");
-    const TileTrcPtr saved = photograph_curves();
-    const TileTrcPtr loaded(KoTileTRCNew(0, 0, 0));
+    const TileTRCPtr saved = photograph_curves();
+    const TileTRCPtr loaded(KoTileTRCNew(0, 0, 0));
     if (!saved || !loaded || KoTileTRCSave(saved.get(), file.c_str(), form, 1) != KO_OK ||
         KoTileTRCLoad(loaded.get(), file.c_str()) != KO_OK) {
         state.SkipWithError(KoErrorGetLastErrorMessage());

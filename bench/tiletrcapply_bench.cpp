@@ -8,7 +8,7 @@ using namespace ko_bench;
 
 void tile_application(benchmark::State &state, int32_t color_space, uint64_t chunk_rows, double limit) {
     const uint64_t channels = KoColorSpaceGetDepth(color_space);
-    const TileTrcPtr curves = make_tile_curves();
+    const TileTRCPtr curves = make_tile_curves();
     const std::vector<uint8_t> input = photograph(size_24_megapixels, channels);
     std::vector<uint8_t> output(input.size());
     measure(state, {size_24_megapixels.pixels(), channels, channels}, {Measure::ratio, limit},

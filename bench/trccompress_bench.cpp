@@ -14,7 +14,7 @@ constexpr uint64_t stream_bytes = 1; // an entry, rounded up
 
 // Calls run with the curves of a photograph, a stream that holds them, and what came back out of it.
 template <class Run> void with_saved_curves(benchmark::State &state, Run run) {
-    const TileTrcPtr grid = photograph_curves();
+    const TileTRCPtr grid = photograph_curves();
     CurveStream stream(grid ? grid->size : 0);
     if (!grid || !stream.good()) {
         state.SkipWithError("no curves or no stream");

@@ -27,8 +27,8 @@ using Entries = std::vector<uint32_t>;
 class ColorTrcTest : public LibraryTest {};
 
 // depth curves of noise below 256
-ColorTrcPtr make_color_trc(uint64_t size, uint64_t depth = 3) {
-    ColorTrcPtr color(KoColorTRCNew(size, depth));
+ColorTRCPtr make_color_trc(uint64_t size, uint64_t depth = 3) {
+    ColorTRCPtr color(KoColorTRCNew(size, depth));
     for (uint32_t c = 0; c < depth; ++c) {
         KoColorTRCSetArray(color.get(), c, noise_entries(size, 256, c + 1).data(), size);
     }
@@ -73,7 +73,7 @@ TEST_F(ColorTrcTest, FreeAndDeleteAcceptNull) {
 }
 
 TEST_F(ColorTrcTest, ADepthOfZeroHasSizeZero) {
-    const ColorTrcPtr color(KoColorTRCNew(256, 0));
+    const ColorTRCPtr color(KoColorTRCNew(256, 0));
     ASSERT_NE(color, nullptr);
     expect_status(KO_OK, "");
     EXPECT_EQ(KoColorTRCGetDepth(color.get()), 0u);
@@ -83,7 +83,7 @@ TEST_F(ColorTrcTest, ADepthOfZeroHasSizeZero) {
 }
 
 TEST_F(ColorTrcTest, DepthAndSize) {
-    const ColorTrcPtr color = make_color_trc(256);
+    const ColorTRCPtr color = make_color_trc(256);
     EXPECT_EQ(KoColorTRCGetDepth(color.get()), 3u);
     EXPECT_EQ(KoColorTRCGetSize(color.get()), 256u);
     replace_curve(color.get(), 1, {1, 2});
@@ -100,7 +100,7 @@ TEST_F(ColorTrcTest, DepthAndSize) {
 // ---- entries ----
 
 TEST_F(ColorTrcTest, ArraysAndValues) {
-    const ColorTrcPtr color = make_color_trc(256);
+    const ColorTRCPtr color = make_color_trc(256);
     for (uint32_t c = 0; c < 3; ++c) {
         EXPECT_EQ(KoColorTRCGetArray(color.get(), c), color->curves[c]->array);
         EXPECT_EQ(KoColorTRCGetValue(color.get(), c, 200), noise_entries(256, 256, c + 1)[200]);
@@ -109,7 +109,7 @@ TEST_F(ColorTrcTest, ArraysAndValues) {
 }
 
 TEST_F(ColorTrcTest, AChannelPastTheDepthHasNoArray) {
-    const ColorTrcPtr color = make_color_trc(4);
+    const ColorTRCPtr color = make_color_trc(4);
     for (const uint32_t channel : {3u, 4u, 4294967295u}) {
         EXPECT_EQ(KoColorTRCGetArray(color.get(), channel), nullptr);
     }
@@ -117,7 +117,7 @@ TEST_F(ColorTrcTest, AChannelPastTheDepthHasNoArray) {
 }
 
 TEST_F(ColorTrcTest, SetArrayReachesOneCurve) {
-    const ColorTrcPtr color = make_color_trc(4);
+    const ColorTRCPtr color = make_color_trc(4);
     std::vector<Entries> expected = curves_of(color.get());
     expected[1] = {9, 8, 7, 4294967295u};
     expect_success([&] { return KoColorTRCSetArray(color.get(), 1, expected[1].data(), 4); });
@@ -125,7 +125,7 @@ TEST_F(ColorTrcTest, SetArrayReachesOneCurve) {
 }
 
 TEST_F(ColorTrcTest, SetArrayRefusesChannelsCountsAndNull) {
-    const ColorTrcPtr color = make_color_trc(4);
+    const ColorTRCPtr color = make_color_trc(4);
     const std::vector<Entries> before = curves_of(color.get());
     const Entries source(8, 5);
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
@@ -137,7 +137,7 @@ TEST_F(ColorTrcTest, SetArrayRefusesChannelsCountsAndNull) {
 }
 
 TEST_F(ColorTrcTest, AValueOfAChannelPastTheDepthIsZeroAndReported) {
-    const ColorTrcPtr color = make_color_trc(4);
+    const ColorTRCPtr color = make_color_trc(4);
     KoColorTRCSetArray(color.get(), 2, Entries{9, 9, 9, 9}.data(), 4);
     const PrintCapture printed("error");
     EXPECT_EQ(KoColorTRCGetValue(color.get(), 3, 0), 0u);
@@ -146,11 +146,11 @@ TEST_F(ColorTrcTest, AValueOfAChannelPastTheDepthIsZeroAndReported) {
 }
 
 TEST_F(ColorTrcTest, SetIdentitySetsEveryCurveUpToTheFirstFailure) {
-    const ColorTrcPtr color = make_color_trc(4, 4);
+    const ColorTRCPtr color = make_color_trc(4, 4);
     expect_success([&] { return KoColorTRCSetIdentity(color.get()); });
     EXPECT_EQ(curves_of(color.get()), std::vector<Entries>(4, Entries{0, 1, 2, 3}));
 
-    const ColorTrcPtr broken = make_color_trc(4);
+    const ColorTRCPtr broken = make_color_trc(4);
     KoTRCFree(broken->curves[1]);
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoColorTRCSetIdentity(broken.get()); });
     EXPECT_EQ(entries_of(broken->curves[0]), (Entries{0, 1, 2, 3}));
@@ -163,11 +163,11 @@ const char *const left_file = "colortrc.txt";
 
 TEST_F(ColorTrcTest, ResizeResizesAllCurvesAndLeavesAFile) {
     const WorkingFolder folder;
-    const ColorTrcPtr color = make_color_trc(8);
+    const ColorTRCPtr color = make_color_trc(8);
     for (const uint64_t size : {4u, 16u}) {
         std::vector<Entries> expected;
         for (const Entries &entries : curves_of(color.get())) {
-            const TrcPtr trc = make_trc(entries);
+            const TRCPtr trc = make_trc(entries);
             KoTRCResize(trc.get(), size);
             expected.push_back(entries_of(trc.get()));
         }
@@ -182,7 +182,7 @@ TEST_F(ColorTrcTest, ResizeResizesAllCurvesAndLeavesAFile) {
 
 TEST_F(ColorTrcTest, ResizeLeavesTheFileAlsoWhenNothingIsResized) {
     const WorkingFolder folder;
-    const ColorTrcPtr color(KoColorTRCNew(2, 3));
+    const ColorTRCPtr color(KoColorTRCNew(2, 3));
     KoColorTRCSetIdentity(color.get());
     for (const uint64_t size : {0u, 65537u}) {
         write_bytes(left_file, "an older file, longer than the one that comes in its place");
@@ -198,7 +198,7 @@ TEST_F(ColorTrcTest, ResizeLeavesTheFileAlsoWhenNothingIsResized) {
 TEST_F(ColorTrcTest, ResizeDropsTheStatusOfItsFile) {
     const WorkingFolder folder;
     std::filesystem::create_directory(left_file); // nothing can be written there
-    const ColorTrcPtr color = make_color_trc(8);
+    const ColorTRCPtr color = make_color_trc(8);
     EXPECT_EQ(KoColorTRCResize(color.get(), 4), KO_OK);
     EXPECT_EQ(KoColorTRCGetSize(color.get()), 4u);
     EXPECT_EQ(KoColorTRCResize(color.get(), 0), KO_ERR_INDEX_OUT_OF_BOUNDS);
@@ -206,7 +206,7 @@ TEST_F(ColorTrcTest, ResizeDropsTheStatusOfItsFile) {
 
 TEST_F(ColorTrcTest, ResizeOfFewerThanThreeCurvesLeavesNoFile) {
     const WorkingFolder folder;
-    const ColorTrcPtr color = make_color_trc(8, 2);
+    const ColorTRCPtr color = make_color_trc(8, 2);
     EXPECT_EQ(KoColorTRCResize(color.get(), 4), KO_OK);
     EXPECT_EQ(color->curves[1]->size, 4u);
     EXPECT_FALSE(exists(left_file));
@@ -215,7 +215,7 @@ TEST_F(ColorTrcTest, ResizeOfFewerThanThreeCurvesLeavesNoFile) {
 // The curves then have different sizes; the file follows curve 0, and a shorter curve goes on with its last entry.
 TEST_F(ColorTrcTest, ResizeStopsAtTheFirstFailure) {
     const WorkingFolder folder;
-    const ColorTrcPtr color = make_color_trc(4);
+    const ColorTRCPtr color = make_color_trc(4);
     replace_curve(color.get(), 0, {0, 10, 20, 30});
     replace_curve(color.get(), 1, {5, 6}); // too short to grow
     replace_curve(color.get(), 2, {7, 8, 9, 11});
@@ -255,7 +255,7 @@ void expect_applied(const ColorTRC *color, const ColorImage *before, const Color
 
 TEST_F(ColorTrcTest, ApplyTakesEachChannelsCurve) {
     for (const uint64_t depth : {3u, 4u}) {
-        const ColorTrcPtr color = make_color_trc(256, depth);
+        const ColorTRCPtr color = make_color_trc(256, depth);
         for (uint32_t width = 1; width <= 9; ++width) {
             const ColorImagePtr image = make_color_image(width, 7, KO_COLORSPACE_YIQ, odd_pixel);
             ColorImage *result = nullptr;
@@ -271,7 +271,7 @@ TEST_F(ColorTrcTest, ApplyTakesEachChannelsCurve) {
 }
 
 TEST_F(ColorTrcTest, ApplyIntoAnImageThatIsThereAndInPlace) {
-    const ColorTrcPtr color = make_color_trc(256);
+    const ColorTRCPtr color = make_color_trc(256);
     const ColorImagePtr before = make_color_image(5, 4, KO_COLORSPACE_RGB, odd_pixel);
     const ColorImagePtr image = make_color_image(5, 4, KO_COLORSPACE_RGB, odd_pixel);
     const ColorImagePtr other(KoColorImageNew(5, 4, KO_COLORSPACE_RGB));
@@ -286,7 +286,7 @@ TEST_F(ColorTrcTest, ApplyIntoAnImageThatIsThereAndInPlace) {
 
 // A large curve tells that values past 32 bits keep their low bits.
 TEST_F(ColorTrcTest, ApplyTakesTheLow32Bits) {
-    const ColorTrcPtr color = make_color_trc(1024);
+    const ColorTRCPtr color = make_color_trc(1024);
     const ColorImagePtr image = make_color_image(
         2, 1, KO_COLORSPACE_RGB, [](uint32_t, uint64_t x, uint64_t) { return x == 0 ? 4294967808.0f : 700.5f; });
     ColorImage *result = nullptr;
@@ -298,7 +298,7 @@ TEST_F(ColorTrcTest, ApplyTakesTheLow32Bits) {
 
 TEST_F(ColorTrcTest, ChannelsWithoutACurveGetZeroAndAReport) {
     for (const uint64_t depth : {0u, 1u, 2u}) {
-        const ColorTrcPtr color = make_color_trc(256, depth);
+        const ColorTRCPtr color = make_color_trc(256, depth);
         const ColorImagePtr image = make_color_image(3, 2, KO_COLORSPACE_RGB, odd_pixel);
         KoStatusClear();
         ColorImage *result = nullptr;
@@ -312,7 +312,7 @@ TEST_F(ColorTrcTest, ChannelsWithoutACurveGetZeroAndAReport) {
 }
 
 TEST_F(ColorTrcTest, ApplyRefusesWhatHasNotThreeChannels) {
-    const ColorTrcPtr color = make_color_trc(256);
+    const ColorTRCPtr color = make_color_trc(256);
     const ColorImagePtr gray = make_color_image(3, 2, KO_COLORSPACE_GRAY, odd_pixel);
     const ColorImagePtr rgb = make_color_image(3, 2, KO_COLORSPACE_RGB, odd_pixel);
     ColorImage *result = rgb.get();
@@ -333,8 +333,8 @@ std::string saved(const ColorTRC *color) {
     return read_text(file.path());
 }
 
-ColorTrcPtr color_of(const std::vector<Entries> &curves) {
-    ColorTrcPtr color(KoColorTRCNew(1, curves.size()));
+ColorTRCPtr color_of(const std::vector<Entries> &curves) {
+    ColorTRCPtr color(KoColorTRCNew(1, curves.size()));
     for (uint32_t c = 0; c < curves.size(); ++c) {
         replace_curve(color.get(), c, curves[c]);
     }
@@ -351,7 +351,7 @@ TEST_F(ColorTrcTest, SaveWritesThreeColumns) {
 }
 
 TEST_F(ColorTrcTest, SaveWithoutTheFlagLeavesAFileAlone) {
-    const ColorTrcPtr color = color_of({{1}, {2}, {3}});
+    const ColorTRCPtr color = color_of({{1}, {2}, {3}});
     const TemporaryFile file("curves.txt", "precious");
     expect_error(KO_ERR_FILE_EXISTS, "File \"" + file.path() + "\" already exists",
                  [&] { return KoColorTRCSave(color.get(), file.c_str(), 0); });
@@ -361,7 +361,7 @@ TEST_F(ColorTrcTest, SaveWithoutTheFlagLeavesAFileAlone) {
 }
 
 TEST_F(ColorTrcTest, FilesThatCannotBeOpened) {
-    const ColorTrcPtr color = color_of({{1}, {2}, {3}});
+    const ColorTRCPtr color = color_of({{1}, {2}, {3}});
     const std::string path = temporary_path("folder") + "/curves.txt";
     StderrCapture captured;
     expect_error(KO_ERR_OPEN_WRITE, "Cannot open file \"" + path + "\" for writing",
@@ -374,7 +374,7 @@ TEST_F(ColorTrcTest, FilesThatCannotBeOpened) {
 
 TEST_F(ColorTrcTest, FewerThanThreeCurvesHaveNoFile) {
     for (const uint64_t depth : {0u, 1u, 2u}) {
-        const ColorTrcPtr color = make_color_trc(4, depth);
+        const ColorTRCPtr color = make_color_trc(4, depth);
         const std::string path = temporary_path("missing.txt");
         expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument", [&] { return KoColorTRCSave(color.get(), path.c_str(), 1); });
         EXPECT_FALSE(exists(path));
@@ -386,7 +386,7 @@ TEST_F(ColorTrcTest, FewerThanThreeCurvesHaveNoFile) {
 
 TEST_F(ColorTrcTest, SaveRefusesACurveWithoutEntries) {
     for (uint32_t c = 0; c < 3; ++c) {
-        const ColorTrcPtr color = make_color_trc(4);
+        const ColorTRCPtr color = make_color_trc(4);
         KoTRCFree(color->curves[c]);
         const TemporaryFile file("curves.txt");
         expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoColorTRCSave(color.get(), file.c_str(), 1); });
@@ -394,10 +394,10 @@ TEST_F(ColorTrcTest, SaveRefusesACurveWithoutEntries) {
 }
 
 TEST_F(ColorTrcTest, LoadOfTheSameSizeKeepsTheCurves) {
-    const ColorTrcPtr source = make_color_trc(256);
+    const ColorTRCPtr source = make_color_trc(256);
     const TemporaryFile file("curves.txt");
     KoColorTRCSave(source.get(), file.c_str(), 0);
-    const ColorTrcPtr color(KoColorTRCNew(256, 3));
+    const ColorTRCPtr color(KoColorTRCNew(256, 3));
     const std::vector<TRC *> curves(color->curves, color->curves + 3);
     const uint32_t *array = KoColorTRCGetArray(color.get(), 1);
     expect_success([&] { return KoColorTRCLoad(color.get(), file.c_str()); });
@@ -408,7 +408,7 @@ TEST_F(ColorTrcTest, LoadOfTheSameSizeKeepsTheCurves) {
 
 TEST_F(ColorTrcTest, LoadOfAnotherSizeKeepsTheDepth) {
     const TemporaryFile file("curves.txt", curve_text(color_form, 2));
-    const ColorTrcPtr color = make_color_trc(256, 5);
+    const ColorTRCPtr color = make_color_trc(256, 5);
     expect_success([&] { return KoColorTRCLoad(color.get(), file.c_str()); });
     EXPECT_EQ(color->depth, 5u);
     EXPECT_EQ(entries_of(color->curves[0]), (Entries{0, 10, 20, 30}));
@@ -422,11 +422,11 @@ TEST_F(ColorTrcTest, LoadIntoCurvesOfDifferentSizes) {
     const TemporaryFile file("curves.txt", curve_text(color_form, 2));
     const std::vector<Entries> expected{{0, 10, 20, 30}, {1, 11, 21, 31}, {2, 12, 22, 32}};
     for (uint32_t c = 0; c < 3; ++c) {
-        const ColorTrcPtr shorter = make_color_trc(4);
+        const ColorTRCPtr shorter = make_color_trc(4);
         replace_curve(shorter.get(), c, {7});
         expect_success([&] { return KoColorTRCLoad(shorter.get(), file.c_str()); });
         EXPECT_EQ(curves_of(shorter.get()), expected);
-        const ColorTrcPtr bare = make_color_trc(4);
+        const ColorTRCPtr bare = make_color_trc(4);
         KoTRCFree(bare->curves[c]);
         expect_success([&] { return KoColorTRCLoad(bare.get(), file.c_str()); });
         EXPECT_EQ(curves_of(bare.get()), expected);
@@ -445,7 +445,7 @@ TEST_F(ColorTrcTest, LoadTellsTheLineThatIsWrong) {
     };
     for (const auto &[text, told] : wrong) {
         const TemporaryFile file("curves.txt", text);
-        const ColorTrcPtr color = make_color_trc(2);
+        const ColorTRCPtr color = make_color_trc(2);
         StderrCapture captured;
         expect_error(KO_ERR_READ_LINE, "Read error in file \"" + file.path() + "\", line " + told.substr(0, 1),
                      [&] { return KoColorTRCLoad(color.get(), file.c_str()); });
@@ -454,7 +454,7 @@ TEST_F(ColorTrcTest, LoadTellsTheLineThatIsWrong) {
 }
 
 void expect_load(const std::string &path) {
-    const ColorTrcPtr color(KoColorTRCNew(4, 3));
+    const ColorTRCPtr color(KoColorTRCNew(4, 3));
     const auto view = [&] {
         CurveView curves{KoColorTRCGetSize(color.get()), {}};
         for (uint32_t c = 0; c < 3; ++c) {

@@ -28,7 +28,6 @@ namespace {
 using namespace ko_test;
 
 using Counters = std::vector<uint32_t>;
-using HistogramPtr = std::unique_ptr<Histogram, Deleter<KoHistogramDelete>>;
 
 class HistogramTest : public LibraryTest {};
 
@@ -547,7 +546,7 @@ struct PushedCurve {
 class HistogramCurves : public HistogramTest, public testing::WithParamInterface<PushedCurve> {};
 
 TEST_P(HistogramCurves, MoveTheCounters) {
-    const TrcPtr trc = make_trc(GetParam().entries);
+    const TRCPtr trc = make_trc(GetParam().entries);
     const std::vector<int32_t> raw(GetParam().entries.begin(), GetParam().entries.end());
     for (const bool from_trc : {true, false}) {
         const HistogramPtr histogram = make_histogram({1, 20, 300, 4000});
@@ -578,7 +577,7 @@ TEST_F(HistogramTest, ACurveOfAnotherSizeChangesNothing) {
     const HistogramPtr histogram = make_histogram({1, 2, 3, 4});
     const std::vector<int32_t> raw(8, 0);
     for (const uint32_t size : {0u, 1u, 3u, 5u, 8u}) {
-        const TrcPtr trc = make_trc(Counters(size, 0));
+        const TRCPtr trc = make_trc(Counters(size, 0));
         expect_invalid([&] { return KoHistogramApplyTRC(histogram.get(), trc.get()); });
         expect_invalid([&] { return KoHistogramApplyRawTRC(histogram.get(), raw.data(), size); });
     }
@@ -586,7 +585,7 @@ TEST_F(HistogramTest, ACurveOfAnotherSizeChangesNothing) {
 }
 
 TEST_F(HistogramTest, ACurveNeedsAHistogramAndEntries) {
-    const TrcPtr trc = make_trc(Counters(4, 0));
+    const TRCPtr trc = make_trc(Counters(4, 0));
     const std::vector<int32_t> raw(4, 0);
     expect_invalid([&] { return KoHistogramApplyTRC(nullptr, trc.get()); });
     expect_invalid([&] { return KoHistogramApplyRawTRC(nullptr, raw.data(), 4); });
@@ -604,7 +603,7 @@ TEST_F(HistogramTest, WithoutCountersNothingIsDone) {
     histogram->numPixels = 99;
     const Counters source(8, 1);
     const std::vector<int32_t> raw(8, 1);
-    const TrcPtr trc = make_trc(source);
+    const TRCPtr trc = make_trc(source);
     const RealImagePtr image = make_image(3, 3, [](uint64_t, uint64_t) { return 3.0f; });
     RealImageLineIterator iterator;
     KoRealImageLineIteratorInit(&iterator, image.get());

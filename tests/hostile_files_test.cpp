@@ -63,7 +63,7 @@ class CurveSubject : public Subject {
     void set(uint64_t i, uint32_t value) override { trc_->array[i] = value; }
 
   private:
-    TrcPtr trc_{KoTRCNew(4)};
+    TRCPtr trc_{KoTRCNew(4)};
 };
 
 class ColorCurveSubject : public Subject {
@@ -76,7 +76,7 @@ class ColorCurveSubject : public Subject {
 
   private:
     TRC *curve(uint64_t c) const { return color_->curves[c]; }
-    ColorTrcPtr color_{KoColorTRCNew(4, 3)};
+    ColorTRCPtr color_{KoColorTRCNew(4, 3)};
 };
 
 class HistogramSubject : public Subject {
@@ -92,7 +92,7 @@ class HistogramSubject : public Subject {
     void set(uint64_t i, uint32_t value) override { histogram_->values[i] = value; }
 
   private:
-    std::unique_ptr<Histogram, Deleter<KoHistogramDelete>> histogram_{KoHistogramNew(4, 10.0f, 40.0f)};
+    ko::HistogramPtr histogram_{KoHistogramNew(4, 10.0f, 40.0f)};
 };
 
 class GridSubject : public Subject {
@@ -107,7 +107,7 @@ class GridSubject : public Subject {
     void set(uint64_t i, uint32_t value) override { grid_->array[i] = value; }
 
   private:
-    TileTrcPtr grid_{KoTileTRCNew(4, 3, 1)};
+    TileTRCPtr grid_{KoTileTRCNew(4, 3, 1)};
 };
 
 // The entries are those of an index, red, green and blue, for every index of every tile.
@@ -129,7 +129,7 @@ class ColorGridSubject : public Subject {
     uint32_t *plane(uint64_t c) const {
         return std::array<uint32_t *, 3>{grid_->redArray, grid_->greenArray, grid_->blueArray}[c];
     }
-    TileColorTrcPtr grid_{KoTileColorTRCNew(4, 3, 1)};
+    TileColorTRCPtr grid_{KoTileColorTRCNew(4, 3, 1)};
 };
 
 // The caller's stream and curve: the counts are the size and the place in the stream, the entries all of the curve's room.
@@ -149,7 +149,7 @@ template <uint64_t size> class TokenSubject : public Subject {
     void set(uint64_t i, uint32_t value) override { curve_[i] = value; }
 
   private:
-    std::unique_ptr<TRCCompress, Deleter<KoTRCCompressDelete>> compress_{KoTRCCompressNew(size)};
+    ko::TRCCompressPtr compress_{KoTRCCompressNew(size)};
     std::vector<uint32_t> curve_ = std::vector<uint32_t>(size + token_room);
     uint64_t place_ = 0;
 };
@@ -1032,7 +1032,7 @@ TEST_F(HostileGrid, FourBillionRowsOfNoStripsLoadAtOnce) {
     for (const std::string word : {"GrayLinear", "GrayLinearBinary", "GrayLinearEncoded"}) {
         for (const std::string strips : {" 0 4294967295", " 4294967295 0"}) {
             const TemporaryFile file("grid.txt", word + "\nbits 8" + strips + "\n");
-            const TileTrcPtr grid(KoTileTRCNew(4, 1, 1));
+            const TileTRCPtr grid(KoTileTRCNew(4, 1, 1));
             const std::clock_t begin = std::clock();
             expect_success([&] { return KoTileTRCLoad(grid.get(), file.c_str()); });
             EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC) << word << strips; // counting to four billion takes longer
@@ -1045,7 +1045,7 @@ TEST_F(HostileGrid, FourBillionRowsOfNoStripsLoadAtOnce) {
 TEST_F(HostileGrid, FourBillionRowsOfNoStripsLoadAtOnceInColor) {
     for (const std::string strips : {" 0 4294967295", " 4294967295 0"}) {
         const TemporaryFile file("grid.txt", "RGBLinear\nbits 8" + strips + "\n");
-        const TileColorTrcPtr grid(KoTileColorTRCNew(4, 1, 1));
+        const TileColorTRCPtr grid(KoTileColorTRCNew(4, 1, 1));
         const std::clock_t begin = std::clock();
         expect_success([&] { return KoTileColorTRCLoad(grid.get(), file.c_str()); });
         EXPECT_LT(std::clock() - begin, CLOCKS_PER_SEC) << strips; // counting to four billion takes longer

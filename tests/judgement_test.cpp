@@ -46,7 +46,7 @@ std::vector<float> without_signs_of_zero(std::vector<float> scores) {
 // Runs the call for a picture that the rules' limits and thresholds are put on.
 struct Call {
     FeaturesPtr features = make_features(256, 2, 1);
-    TileTrcPtr grid;
+    TileTRCPtr grid;
     int32_t status = -1;
 
     explicit Call(const Rules &rules = {}) {
@@ -656,7 +656,7 @@ TEST_F(JudgementTest, LiveLimitsDecide) {
         KoLocalContrastEnhancementGetDMThreshold(features.get(), by_default)->lowDetailBlocks = limit;
         TileTRC *made = nullptr;
         EXPECT_EQ(enhance(features.get(), picture.get(), &made, {}, by_default, -1.0f), KO_OK);
-        const TileTrcPtr grid(made);
+        const TileTRCPtr grid(made);
         EXPECT_EQ(grid != nullptr, limit == 64);
     }
 }
@@ -690,7 +690,7 @@ TEST_F(JudgementTest, NumbersBelowOneReturnAtOnceWithKeptScoringToo) {
 
 TEST_F(JudgementTest, AGivenGridStaysAsItWasWhenAPictureIsTurnedDown) {
     const ColorImagePtr picture = flat_picture(40, 40, KO_COLORSPACE_RGB, 90.0f);
-    const TileTrcPtr given(KoTileTRCNew(256, 2, 1));
+    const TileTRCPtr given(KoTileTRCNew(256, 2, 1));
     std::fill_n(given->array, 512, 77777u);
     for (const float score : {-1.0f, 2.0f}) {
         const FeaturesPtr features = make_features(256, 2, 1);
@@ -703,7 +703,7 @@ TEST_F(JudgementTest, AGivenGridStaysAsItWasWhenAPictureIsTurnedDown) {
 
 TEST_F(JudgementTest, AGivenGridIsFilledWhenAPicturePasses) {
     const ColorImagePtr picture = dark_picture(40, 40, KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 2, 1));
+    const TileTRCPtr given(KoTileTRCNew(256, 2, 1));
     const Rules rules = accepting_all_blocks();
     const Call made(rules);
     TileTRC *grid = given.get();
@@ -728,7 +728,7 @@ TEST_F(JudgementTest, EachCallWritesItsValuesAnew) {
 // The stock call.
 
 TEST_F(JudgementTest, TheStockCallTurnsEveryPictureDownByItsScore) {
-    const TileTrcPtr given(KoTileTRCNew(256, 2, 1));
+    const TileTRCPtr given(KoTileTRCNew(256, 2, 1));
     TileTRC *const starts[] = {nullptr, given.get()};
     for (const int32_t space : {KO_COLORSPACE_RGB, KO_COLORSPACE_GRAY}) {
         const ColorImagePtr picture = dark_picture(96, 96, space); // which the block measures would let pass
@@ -752,7 +752,7 @@ void expect_stock_call(const std::function<void(Features *)> &prepare, bool pass
     prepare(features.get());
     TileTRC *made = nullptr;
     expect_success([&] { return KoLocalContrastEnhancementGetNewTRCs(features.get(), picture.get(), &made); });
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     ASSERT_EQ(grid != nullptr, passes);
     if (passes) {
         expect_grid_of_always(grid.get(), picture.get(), {3.0f, 40.0f, 0.6275f, 5});
@@ -882,7 +882,7 @@ TEST_F(JudgementTest, TheCurvesRestOnTheBilateralFilterWhateverJudged) {
     for (const int32_t space : {KO_COLORSPACE_RGB, KO_COLORSPACE_GRAY}) {
         const ColorImagePtr picture = dark_picture(43, 38, space);
         const Plane luminance = reference_luminance(picture.get());
-        std::vector<TileTrcPtr> grids;
+        std::vector<TileTRCPtr> grids;
         for (const Flags &flags : all_flags) {
             set_flags(flags.text);
             for (const int32_t configuration : {by_default, always}) {

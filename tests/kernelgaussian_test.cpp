@@ -31,8 +31,8 @@ class KernelGaussianTest : public testing::Test {
     void SetUp() override { KoStatusClear(); }
 };
 
-GaussianPtr make_kernel(float sigma, float truncation, int32_t mode) {
-    return GaussianPtr(KoKernelGaussianNewTune(sigma, truncation, mode));
+KernelGaussianPtr make_kernel(float sigma, float truncation, int32_t mode) {
+    return KernelGaussianPtr(KoKernelGaussianNewTune(sigma, truncation, mode));
 }
 
 Plane noise_plane(uint64_t width, uint64_t height, uint32_t seed) {
@@ -67,13 +67,13 @@ void expect_blur(const KernelGaussian *kernel, const Plane &plane, const Plane &
 }
 
 void expect_recursive(float sigma, uint64_t width, uint64_t height) {
-    const GaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
+    const KernelGaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
     const Plane plane = noise_plane(width, height, static_cast<uint32_t>(width * 1000 + height));
     expect_blur(kernel.get(), plane, reference_recursive(plane, sigma));
 }
 
 void expect_finite(float sigma, float truncation, uint64_t width, uint64_t height) {
-    const GaussianPtr kernel = make_kernel(sigma, truncation, finite);
+    const KernelGaussianPtr kernel = make_kernel(sigma, truncation, finite);
     const Plane plane = noise_plane(width, height, static_cast<uint32_t>(width * 1000 + height));
     expect_blur(kernel.get(), plane, reference_finite(plane, reference_coefficients(sigma, truncation)));
 }
@@ -94,7 +94,7 @@ TEST_F(KernelGaussianTest, CoefficientsFollowTheFormula) {
     for (const float sigma : {0.3f, 0.5f, 0.77f, 1.0f, 1.5f, 2.0f, 3.3f, 4.0f, 7.9f, 13.0f, 40.0f, 80.0f}) {
         for (const float truncation : {1.0f, 1.75f, 2.0f, 3.0f}) {
             SCOPED_TRACE(testing::Message() << "sigma " << sigma << ", truncation " << truncation);
-            const GaussianPtr kernel(KoKernelGaussianNew(sigma, truncation));
+            const KernelGaussianPtr kernel(KoKernelGaussianNew(sigma, truncation));
             ASSERT_NE(kernel, nullptr);
             EXPECT_TRUE(same_floats(reference_coefficients(sigma, truncation), coefficients(kernel.get())));
             EXPECT_EQ(kernel->sigma, sigma);
@@ -105,7 +105,7 @@ TEST_F(KernelGaussianTest, CoefficientsFollowTheFormula) {
 
 TEST_F(KernelGaussianTest, CoefficientsAreAlignedAndFollowedByZeros) {
     for (const float sigma : {0.5f, 1.0f, 1.6f, 2.2f, 9.0f}) {
-        const GaussianPtr kernel(KoKernelGaussianNew(sigma, 2.0f));
+        const KernelGaussianPtr kernel(KoKernelGaussianNew(sigma, 2.0f));
         EXPECT_NE(kernel->storage, nullptr);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(kernel->coefficients) % 16, 0u);
         for (uint64_t i = kernel->width; i < kernel->width + 8; ++i) {
@@ -124,14 +124,14 @@ TEST_F(KernelGaussianTest, ReachIsTheCeilingOfTheSinglePrecisionProduct) {
 }
 
 TEST_F(KernelGaussianTest, AccessorsGiveSigmaAndWidth) {
-    const GaussianPtr kernel(KoKernelGaussianNew(1.5f, 2.0f));
+    const KernelGaussianPtr kernel(KoKernelGaussianNew(1.5f, 2.0f));
     EXPECT_EQ(KoKernelGaussianGetSigma(kernel.get()), 1.5f);
     EXPECT_EQ(KoKernelGaussianGetWidth(kernel.get()), 7u);
 }
 
 TEST_F(KernelGaussianTest, WeightIsTheSinglePrecisionSumOverAllPairs) {
     for (const float sigma : {0.5f, 1.0f, 2.5f, 11.0f}) {
-        const GaussianPtr kernel(KoKernelGaussianNew(sigma, 2.0f));
+        const KernelGaussianPtr kernel(KoKernelGaussianNew(sigma, 2.0f));
         float weight = 0.0f;
         for (const float a : coefficients(kernel.get())) {
             for (const float b : coefficients(kernel.get())) {
@@ -146,7 +146,7 @@ TEST_F(KernelGaussianTest, WeightIsTheSinglePrecisionSumOverAllPairs) {
 TEST_F(KernelGaussianTest, RecursiveConstantsFollowTheFormulas) {
     for (const float sigma : {0.04f, 0.5f, 0.77f, 1.0f, 2.0f, 3.3f, 4.0f, 9.6f, 13.0f, 40.0f, 80.0f}) {
         SCOPED_TRACE(sigma);
-        const GaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
+        const KernelGaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
         ASSERT_NE(kernel, nullptr);
         const Recursion expected = reference_recursion(sigma);
         EXPECT_TRUE(same_float(expected.a1, kernel->a1));
@@ -165,7 +165,7 @@ TEST_F(KernelGaussianTest, RecursiveConstantsFollowTheFormulas) {
 }
 
 TEST_F(KernelGaussianTest, RecursiveKernelHasNoCoefficients) {
-    const GaussianPtr kernel = make_kernel(4.0f, 1.75f, recursive);
+    const KernelGaussianPtr kernel = make_kernel(4.0f, 1.75f, recursive);
     EXPECT_EQ(KoKernelGaussianGetSigma(kernel.get()), 4.0f);
     EXPECT_EQ(KoKernelGaussianGetWidth(kernel.get()), 0u);
     EXPECT_EQ(KoKernelGaussianGetWeight(kernel.get()), 0.0f);
@@ -176,7 +176,7 @@ TEST_F(KernelGaussianTest, ModeIsStoredAsGivenAndChoosesAtOne) {
     const Plane plane = noise_plane(20, 17, 5);
     for (const int32_t mode : {-3, 0, 1, 7}) {
         SCOPED_TRACE(mode);
-        const GaussianPtr kernel = make_kernel(1.0f, 2.0f, mode);
+        const KernelGaussianPtr kernel = make_kernel(1.0f, 2.0f, mode);
         EXPECT_EQ(kernel->mode, mode);
         EXPECT_EQ(KoKernelGaussianGetWidth(kernel.get()), mode < 1 ? 5u : 0u);
         expect_blur(kernel.get(), plane,
@@ -185,8 +185,8 @@ TEST_F(KernelGaussianTest, ModeIsStoredAsGivenAndChoosesAtOne) {
 }
 
 TEST_F(KernelGaussianTest, TruncationPlaysNoPartInTheRecursiveForm) {
-    const GaussianPtr narrow = make_kernel(3.0f, 0.0f, recursive);
-    const GaussianPtr wide = make_kernel(3.0f, 100.0f, recursive);
+    const KernelGaussianPtr narrow = make_kernel(3.0f, 0.0f, recursive);
+    const KernelGaussianPtr wide = make_kernel(3.0f, 100.0f, recursive);
     const Plane plane = noise_plane(30, 30, 3);
     EXPECT_TRUE(same_floats(pixels(blur(narrow.get(), plane).get()), pixels(blur(wide.get(), plane).get())));
 }
@@ -248,7 +248,7 @@ TEST_F(KernelGaussianTest, RecursiveFormAtEverySize) {
 
 // A pixel of another scale among small ones: the running values of a line depend on every bit of those before.
 TEST_F(KernelGaussianTest, RecursiveFormOfAwkwardPixelsAtEveryWidth) {
-    const GaussianPtr kernel = make_kernel(3.1f, 2.0f, recursive);
+    const KernelGaussianPtr kernel = make_kernel(3.1f, 2.0f, recursive);
     uint32_t seed = 0;
     for (const uint64_t width : turn_widths()) {
         Plane plane = noise_plane(width, 5, ++seed);
@@ -286,7 +286,7 @@ TEST_F(KernelGaussianTest, RecursiveFormOfPixelsThatCancel) {
     uint32_t seed = 0;
     for (const float sigma : {0.8f, 1.5f}) {
         const Recursion k = reference_recursion(sigma);
-        const GaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
+        const KernelGaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
         for (const uint64_t width : turn_widths()) {
             const uint64_t height = ++seed % 19 + 1;
             const std::vector<float> line = cancelling_line(k, width, seed);
@@ -304,7 +304,7 @@ TEST_F(KernelGaussianTest, RecursiveFormOfPixelsThatCancel) {
 
 // An infinite pixel spreads with a sign or as a NaN, by where it lies in its line and its column.
 TEST_F(KernelGaussianTest, RecursiveFormSpreadsWhatIsNoNumberAsThePlainSumsDo) {
-    const GaussianPtr kernel = make_kernel(1.7f, 2.0f, recursive);
+    const KernelGaussianPtr kernel = make_kernel(1.7f, 2.0f, recursive);
     for (uint64_t place = 0; place < 40; ++place) {
         for (const float odd : {infinity, -infinity, not_a_number}) {
             Plane plane = noise_plane(19, 18, 4);
@@ -317,7 +317,7 @@ TEST_F(KernelGaussianTest, RecursiveFormSpreadsWhatIsNoNumberAsThePlainSumsDo) {
 
 TEST_F(KernelGaussianTest, PicturesWithoutPixelsGiveSuch) {
     for (const int32_t mode : {finite, recursive}) {
-        const GaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
+        const KernelGaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
         for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{0, 40}, {40, 0}, {0, 0}}) {
             const RealImagePtr image(KoRealImageNew(width, height));
             RealImage *result = nullptr;
@@ -368,7 +368,7 @@ TEST_F(KernelGaussianTest, FiniteFormOfAwkwardPixelsAtEveryWidth) {
     uint32_t seed = 0;
     for (const uint64_t width : turn_widths()) {
         const float sigma = ++seed % 2 == 0 ? 1.0f : 0.5f;
-        const GaussianPtr kernel = make_kernel(sigma, 2.0f, finite);
+        const KernelGaussianPtr kernel = make_kernel(sigma, 2.0f, finite);
         Plane plane = noise_plane(width, 12, seed);
         const std::vector<float> odd = awkward_floats(plane.pixels.size(), seed);
         for (uint64_t i = seed % 13; i < odd.size(); i += 29) {
@@ -393,7 +393,7 @@ TEST_F(KernelGaussianTest, FiniteFormOfOneCoefficientMoreOrLessThanThePicture) {
 
 // The result is written and nothing beside it, whether it is the picture itself or another image.
 TEST_F(KernelGaussianTest, FiniteFormWritesItsResultAlone) {
-    const GaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
+    const KernelGaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
     for (const uint64_t width : turn_widths()) {
         const Plane plane = noise_plane(width, 7, static_cast<uint32_t>(width));
         const Plane expected = reference_finite(plane, reference_coefficients(1.0f, 2.0f));
@@ -411,14 +411,14 @@ TEST_F(KernelGaussianTest, FiniteFormWritesItsResultAlone) {
 }
 
 TEST_F(KernelGaussianTest, ReachOfZeroCopies) {
-    const GaussianPtr kernel = make_kernel(2.0f, 0.0f, finite);
+    const KernelGaussianPtr kernel = make_kernel(2.0f, 0.0f, finite);
     EXPECT_EQ(KoKernelGaussianGetWidth(kernel.get()), 1u);
     const Plane plane = noise_plane(9, 4, 1);
     expect_blur(kernel.get(), plane, plane);
 }
 
 TEST_F(KernelGaussianTest, FiniteFormIsBlackWhereThePictureIsSmallerThanTheKernel) {
-    const GaussianPtr kernel = make_kernel(2.0f, 2.0f, finite); // 9 coefficients
+    const KernelGaussianPtr kernel = make_kernel(2.0f, 2.0f, finite); // 9 coefficients
     expect_blur(kernel.get(), constant_plane(8, 200, 99.0f), constant_plane(8, 200, 0.0f));
     expect_blur(kernel.get(), constant_plane(200, 8, 99.0f), constant_plane(200, 8, 0.0f));
     expect_blur(kernel.get(), constant_plane(1, 1, 99.0f), constant_plane(1, 1, 0.0f));
@@ -426,7 +426,7 @@ TEST_F(KernelGaussianTest, FiniteFormIsBlackWhereThePictureIsSmallerThanTheKerne
 }
 
 TEST_F(KernelGaussianTest, FiniteFormDarkensTowardTheBorder) {
-    const GaussianPtr kernel = make_kernel(2.0f, 2.0f, finite);
+    const KernelGaussianPtr kernel = make_kernel(2.0f, 2.0f, finite);
     const std::vector<float> result = pixels(blur(kernel.get(), constant_plane(40, 40, 200.0f)).get());
     EXPECT_NEAR(result[20 * 40 + 20], 200.0f, 0.01f);
     EXPECT_LT(result[20 * 40], 130.0f);              // half of the kernel, and its middle, lie inside at an edge
@@ -438,7 +438,7 @@ TEST_F(KernelGaussianTest, FiniteFormDarkensTowardTheBorder) {
 
 TEST_F(KernelGaussianTest, RecursiveFormKeepsAConstantToTheVeryBorder) {
     for (const float sigma : {0.5f, 1.0f, 4.0f, 20.0f, 80.0f}) {
-        const GaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
+        const KernelGaussianPtr kernel = make_kernel(sigma, 2.0f, recursive);
         for (const uint64_t size : {1u, 2u, 3u, 40u, 129u}) {
             for (const float pixel : pixels(blur(kernel.get(), constant_plane(size, size, 200.0f)).get())) {
                 ASSERT_NEAR(pixel, 200.0f, 0.01f) << "sigma " << sigma << ", size " << size;
@@ -488,7 +488,7 @@ TEST_F(KernelGaussianTest, TinyAndHugeValuesKeepTheirBits) {
 TEST_F(KernelGaussianTest, FiniteFormFillsAResultOfTheRightSize) {
     const Plane plane = noise_plane(31, 22, 4);
     const Plane expected = reference_finite(plane, reference_coefficients(1.0f, 2.0f));
-    const GaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
+    const KernelGaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
     const RealImagePtr image = make_image(31, 22, plane.pixels);
     const RealImagePtr given(KoRealImageNew(31, 22));
     RealImage *result = given.get();
@@ -504,7 +504,7 @@ TEST_F(KernelGaussianTest, FiniteFormFillsAResultOfTheRightSize) {
 
 TEST_F(KernelGaussianTest, FiniteFormRefusesAResultOfAnotherSize) {
     const PrintCapture quiet;
-    const GaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
+    const KernelGaussianPtr kernel = make_kernel(1.0f, 2.0f, finite);
     const RealImagePtr image = make_image(31, 22, noise_plane(31, 22, 4).pixels);
     const std::pair<uint64_t, uint64_t> sizes[] = {{22, 31}, {31, 23}, {30, 22}};
     for (const auto &[width, height] : sizes) {
@@ -521,7 +521,7 @@ TEST_F(KernelGaussianTest, FiniteFormRefusesAResultOfAnotherSize) {
 }
 
 TEST_F(KernelGaussianTest, RecursiveFormAlwaysStoresANewImage) {
-    const GaussianPtr kernel = make_kernel(1.0f, 2.0f, recursive);
+    const KernelGaussianPtr kernel = make_kernel(1.0f, 2.0f, recursive);
     const Plane plane = noise_plane(31, 22, 4);
     const RealImagePtr image = make_image(31, 22, plane.pixels);
     const std::pair<uint64_t, uint64_t> sizes[] = {{31, 22}, {5, 3}};
@@ -560,7 +560,7 @@ TEST_F(KernelGaussianTest, PrintWritesATable) {
 TEST_F(KernelGaussianTest, OneKernelServesSeveralThreads) {
     const Plane plane = noise_plane(70, 51, 6);
     for (const int32_t mode : {finite, recursive}) {
-        const GaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
+        const KernelGaussianPtr kernel = make_kernel(2.0f, 2.0f, mode);
         const RealImagePtr image = make_image(70, 51, plane.pixels);
         std::vector<RealImagePtr> results(4);
         std::vector<std::thread> threads;

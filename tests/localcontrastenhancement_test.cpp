@@ -44,9 +44,9 @@ std::vector<uint32_t> curve_of(const TileTRC *grid, uint64_t x, uint64_t y) {
 // The fit of one tile, made here from the two images.
 std::vector<uint32_t> fit(uint64_t size, RealImage *input, RealImage *target, uint64_t x, uint64_t y, uint64_t width,
                           uint64_t height) {
-    const LinePtr a(KoRealImageLineIteratorNewSubImage(input, x, y, width, height));
-    const LinePtr b(KoRealImageLineIteratorNewSubImage(target, x, y, width, height));
-    const TrcPtr curve(KoTRCNew(size));
+    const RealImageLineIteratorPtr a(KoRealImageLineIteratorNewSubImage(input, x, y, width, height));
+    const RealImageLineIteratorPtr b(KoRealImageLineIteratorNewSubImage(target, x, y, width, height));
+    const TRCPtr curve(KoTRCNew(size));
     EXPECT_EQ(KoTRCCompute(curve.get(), a.get(), b.get()), KO_OK);
     return {curve->array, curve->array + size};
 }
@@ -81,7 +81,7 @@ void expect_enhancement(ColorImage *picture, uint64_t size, uint64_t blocks_x, u
     const FeaturesPtr features = make_features(size, blocks_x, blocks_y);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture, &made, gain), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     ASSERT_NE(grid, nullptr);
     EXPECT_EQ(grid->size, size);
     EXPECT_EQ(grid->numStripsX, blocks_x);
@@ -216,7 +216,7 @@ TEST_F(LocalContrastEnhancementTest, FreeKeepsThePointers) {
     KoLocalContrastEnhancementInit(&features, 256, 2, 2);
     TileTRC *grid = nullptr;
     ASSERT_EQ(enhance(&features, picture.get(), &grid), KO_OK);
-    const TileTrcPtr owner(grid);
+    const TileTRCPtr owner(grid);
     const Features before = features;
     EXPECT_EQ(KoLocalContrastEnhancementFree(&features), KO_OK);
     EXPECT_EQ(features.yiqImage, before.yiqImage);
@@ -227,7 +227,7 @@ TEST_F(LocalContrastEnhancementTest, FreeKeepsThePointers) {
 
 TEST_F(LocalContrastEnhancementTest, NeverEnhancesUnderConfiguration0AndBelow) {
     const ColorImagePtr picture = make_picture(20, 20, KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 8, 8));
+    const TileTRCPtr given(KoTileTRCNew(256, 8, 8));
     TileTRC *const starts[] = {nullptr, given.get()};
     for (const int32_t configuration : {never, -1, -100, std::numeric_limits<int32_t>::min()}) {
         for (TileTRC *start : starts) {
@@ -261,7 +261,7 @@ TEST_F(LocalContrastEnhancementTest, AlwaysEnhancesUnderConfiguration4WithoutSco
             features->keepScoring = keep_scoring;
             TileTRC *made = nullptr;
             ASSERT_EQ(enhance(features.get(), picture.get(), &made, {}, always, score), KO_OK);
-            const TileTrcPtr grid(made);
+            const TileTRCPtr grid(made);
             EXPECT_NE(grid, nullptr);
             EXPECT_EQ(features->proceed, 1);
             EXPECT_EQ(features->keepScoring, keep_scoring);
@@ -316,7 +316,7 @@ TEST_F(LocalContrastEnhancementTest, ParametersOfTheGainCurveAreInSinglePrecisio
         const FeaturesPtr features = make_features(256, 1, 1);
         TileTRC *made = nullptr;
         ASSERT_EQ(enhance(features.get(), picture.get(), &made, gain), KO_OK);
-        const TileTrcPtr grid(made);
+        const TileTRCPtr grid(made);
         const GainCurve curve(gain);
         EXPECT_EQ(features->maxGain, gain.max_gain);
         EXPECT_EQ(features->gainStrength, gain.strength);
@@ -331,7 +331,7 @@ TEST_F(LocalContrastEnhancementTest, StockGainCurve) {
     const FeaturesPtr features = make_features(256, 1, 1);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_NEAR(features->gainLimit, 160.0125, 1e-4);
     EXPECT_NEAR(features->gainOffset, 0.75002, 1e-5);
     EXPECT_NEAR(features->gainKnee, 17.778, 1e-3);
@@ -343,7 +343,7 @@ TEST_F(LocalContrastEnhancementTest, StrengthEqualToTheLimitHasNoOffset) {
     const FeaturesPtr features = make_features(256, 1, 1);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made, gain), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_EQ(features->gainOffset, 0.0f);
     expect_images(features.get(), picture.get(), gain);
 }
@@ -354,7 +354,7 @@ TEST_F(LocalContrastEnhancementTest, MaxGainEqualToTheOffsetTakesTheWholeRangeBe
     const FeaturesPtr features = make_features(256, 1, 1);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made, gain), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_TRUE(std::isinf(features->gainKnee));
     const std::vector<float> luminance = pixels(features->luminance);
     const std::vector<float> enhanced = pixels(features->enhanced);
@@ -368,7 +368,7 @@ TEST_F(LocalContrastEnhancementTest, ABackgroundAtOrAboveTheLimitKeepsThePixel) 
     const FeaturesPtr features = make_features(256, 1, 1);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made, {3.0f, 40.0f, 0.0f, 5}), KO_OK); // a limit of 0
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_EQ(pixels(features->enhanced), pixels(features->luminance));
 }
 
@@ -377,7 +377,7 @@ TEST_F(LocalContrastEnhancementTest, AFlatPictureHasABackgroundOfZeroAndTakesThe
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_EQ(pixels(features->background), std::vector<float>(24 * 24, 0.0f));
     EXPECT_EQ(pixels(features->enhanced), std::vector<float>(24 * 24, 600.0f));
     expect_tiles(features.get(), grid.get());
@@ -389,7 +389,7 @@ TEST_F(LocalContrastEnhancementTest, PixelsThatAreNoNumbersKeepTheirGainOfOne) {
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     expect_images(features.get(), picture.get(), {}); // the background is no number anywhere, and is so not under the limit
     EXPECT_TRUE(same_floats(pixels(features->luminance), pixels(features->enhanced)));
     expect_tiles(features.get(), grid.get());
@@ -402,7 +402,7 @@ TEST_F(LocalContrastEnhancementTest, AnRgbPictureIsCopiedToYiq) {
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     ASSERT_NE(features->yiqImage, nullptr);
     EXPECT_EQ(features->yiqImage->color_space, KO_COLORSPACE_YIQ);
     EXPECT_EQ(features->luminance, &features->yiqImage->planes[0]);
@@ -422,7 +422,7 @@ TEST_F(LocalContrastEnhancementTest, AGrayPictureLendsItsPlane) {
     features->chroma = &stale->planes[2];
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     EXPECT_EQ(features->yiqImage, nullptr);
     EXPECT_EQ(features->chroma, nullptr);
     EXPECT_EQ(features->luminance, &picture->planes[0]);
@@ -434,7 +434,7 @@ TEST_F(LocalContrastEnhancementTest, AYiqPictureIsConvertedAllTheSame) {
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     for (uint64_t x = 0; x < 33; ++x) { // the matrix of a space to itself is all ones
         EXPECT_EQ(features->luminance->rows[5][x],
                   picture->planes[0].rows[5][x] + picture->planes[1].rows[5][x] + picture->planes[2].rows[5][x]);
@@ -451,7 +451,7 @@ TEST_F(LocalContrastEnhancementTest, RemaindersOfTheDivisionGoIntoNoTile) {
     }
     std::swap_ranges(changed->planes[0].rows[21], changed->planes[0].rows[21] + 28, changed->planes[0].rows[22]);
     const Gain plain{1.0f, 0.0f, 1.0f, 5}; // a gain of 1 everywhere, so that the background does not matter
-    std::vector<TileTrcPtr> grids;
+    std::vector<TileTRCPtr> grids;
     for (const ColorImagePtr *image : {&picture, &changed}) {
         const FeaturesPtr features = make_features(256, 4, 3);
         TileTRC *made = nullptr;
@@ -471,7 +471,7 @@ TEST_F(LocalContrastEnhancementTest, AGridFinerThanThePicture) {
 
 TEST_F(LocalContrastEnhancementTest, AGivenGridIsOverwrittenTileByTile) {
     const ColorImagePtr picture = make_picture(40, 30, KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 3, 2));
+    const TileTRCPtr given(KoTileTRCNew(256, 3, 2));
     std::fill_n(given->array, 256 * 6, 77777u);
     const uint32_t *entries = given->array;
     const FeaturesPtr features = make_features(256, 3, 2);
@@ -485,7 +485,7 @@ TEST_F(LocalContrastEnhancementTest, AGivenGridIsOverwrittenTileByTile) {
 TEST_F(LocalContrastEnhancementTest, AGivenGridDeclaresTheCurveSize) {
     const ColorImagePtr picture = make_picture(40, 30, KO_COLORSPACE_RGB);
     for (const uint64_t size : {256u, 512u, 300u}) {
-        const TileTrcPtr given(KoTileTRCNew(size, 2, 2));
+        const TileTRCPtr given(KoTileTRCNew(size, 2, 2));
         const FeaturesPtr features = make_features(1024, 2, 2);
         TileTRC *grid = given.get();
         ASSERT_EQ(enhance(features.get(), picture.get(), &grid), KO_OK);
@@ -497,7 +497,7 @@ TEST_F(LocalContrastEnhancementTest, AGivenGridDeclaresTheCurveSize) {
 
 TEST_F(LocalContrastEnhancementTest, AGivenGridOfMoreTilesKeepsTheOthers) {
     const ColorImagePtr picture = make_picture(40, 30, KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 3, 3));
+    const TileTRCPtr given(KoTileTRCNew(256, 3, 3));
     std::fill_n(given->array, 256 * 9, 77777u);
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *grid = given.get();
@@ -511,7 +511,7 @@ TEST_F(LocalContrastEnhancementTest, AGivenGridOfMoreTilesKeepsTheOthers) {
 
 TEST_F(LocalContrastEnhancementTest, AGivenGridOfFewerTilesTakesWhatFits) {
     const ColorImagePtr picture = make_picture(40, 30, KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 1, 1));
+    const TileTRCPtr given(KoTileTRCNew(256, 1, 1));
     const FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *grid = given.get();
     EXPECT_EQ(enhance(features.get(), picture.get(), &grid), KO_OK); // the steps of the tiles are not looked at
@@ -523,7 +523,7 @@ TEST_F(LocalContrastEnhancementTest, TheGridOutlivesTheRecord) {
     FeaturesPtr features = make_features(256, 2, 2);
     TileTRC *made = nullptr;
     ASSERT_EQ(enhance(features.get(), picture.get(), &made), KO_OK);
-    const TileTrcPtr grid(made);
+    const TileTRCPtr grid(made);
     const std::vector<uint32_t> before(grid->array, grid->array + 1024);
     features.reset();
     EXPECT_EQ(before, std::vector<uint32_t>(grid->array, grid->array + 1024));

@@ -29,8 +29,6 @@ namespace {
 
 using namespace ko_test;
 
-using OrientationPtr = std::unique_ptr<OrientationHistogram, Deleter<KoOrientationHistogramDelete>>;
-
 // What a configuration gives: the geometry follows from P and the gradient's width.
 struct Blocks {
     PatchGeometry geometry{};
@@ -93,7 +91,7 @@ struct Pair {
 
     Blocks blocks;
     ReferenceOrientation reference;
-    OrientationPtr object;
+    OrientationHistogramPtr object;
 };
 
 // Computes a patch's features and compares them, and all that lies on the way.
@@ -163,7 +161,7 @@ TEST_F(OrientationHistogramTest, TablesFollowTheFormulas) {
 TEST_F(OrientationHistogramTest, BuffersHaveTheirSizesAndStartCleared) {
     Blocks blocks = make_blocks(16, 8, 4, 0.0625f);
     blocks.geometry.position_count = 5;
-    const OrientationPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
+    const OrientationHistogramPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
     ASSERT_NE(oh, nullptr);
     EXPECT_EQ(oh->histogram_rows.height, 5u);
     EXPECT_EQ(oh->histogram_rows.width, 128u);
@@ -451,7 +449,7 @@ TEST_F(OrientationHistogramTest, EnormousSidesAreRefused) {
 // No pixel above the threshold: the list ends where it begins, and the features are the logarithm of 1.
 TEST_F(OrientationHistogramTest, CellsWithoutPixelsGiveZero) {
     const Blocks blocks = make_blocks(16, 8, 4, 0.0625f, 0.5f, 0.5f, 0.5f, 2.0f);
-    const OrientationPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
+    const OrientationHistogramPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
     std::vector<float> features(128, 5.0f);
     expect_success([&] { return KoOrientationHistogramCompute(oh.get(), 22, noise_patch(22, 1).data(), features.data()); });
     EXPECT_EQ(features, std::vector<float>(128, 0.0f));
@@ -534,7 +532,7 @@ INSTANTIATE_TEST_SUITE_P(Changes, OrientationDisagreementTest,
 TEST_P(OrientationDisagreementTest, StaysInsideItsTables) {
     Blocks blocks = make_blocks(16, 8, 4, 0.0625f);
     GetParam().apply(blocks);
-    const OrientationPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
+    const OrientationHistogramPtr oh(KoOrientationHistogramNew(&blocks.geometry, &blocks.layout));
     if (oh == nullptr) {
         EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
         return;
@@ -662,7 +660,7 @@ class OrientationDumpTest : public LibraryTest {
 
     const WorkingFolder folder_;
     Blocks blocks_ = make_blocks(16, 8, 4, 0.0625f);
-    OrientationPtr oh_;
+    OrientationHistogramPtr oh_;
     FloatRows features_;
     FloatRows projected_;
     std::vector<RedEyePatch> patches_;

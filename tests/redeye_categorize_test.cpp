@@ -69,7 +69,7 @@ ColorImagePtr small_picture() { return eye_picture(120, 100, {{45, 44, 5}, {83, 
 // One blob in a picture of noise, for the many runs of the hostile files.
 struct OneBlob {
     ColorImagePtr picture = eye_picture(24, 24, {{12, 12, 3}}, 3);
-    RedEyeParamPtr param(bool with_blob) const {
+    RedEyeImageParamPtr param(bool with_blob) const {
         return make_param(picture.get(), with_blob ? std::vector<Box>{{10, 13, 11, 13}} : std::vector<Box>());
     }
 };
@@ -83,8 +83,8 @@ TEST_F(RedEyeCategorizeTest, AModelIsReadAndPatchesAreJudgedBitForBit) {
         for (uint32_t seed = 1; seed <= 6; ++seed) {
             SCOPED_TRACE(testing::Message() << channels << " channels, seed " << seed);
             const ModelFiles files(make_model(channels, seed));
-            const RedEyePtr rec = make_correction(files.configuration(), channels);
-            const RedEyeParamPtr param = make_param(picture.get(), some_boxes);
+            const RedEyeCorrectionPtr rec = make_correction(files.configuration(), channels);
+            const RedEyeImageParamPtr param = make_param(picture.get(), some_boxes);
             EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
             labels[KO_PATCH_UNDECIDED] += param->undecided_count;
             labels[KO_PATCH_ACCEPTED] += param->accepted_count;
@@ -111,8 +111,8 @@ TEST_F(RedEyeCategorizeTest, ConfigurationsOfManyKinds) {
     for (size_t i = 0; i < configurations.size(); ++i) {
         SCOPED_TRACE(i);
         const ModelFiles files(make_model(3, 9, configurations[i]));
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
-        const RedEyeParamPtr param = make_param(picture.get(), some_boxes);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
+        const RedEyeImageParamPtr param = make_param(picture.get(), some_boxes);
         EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
     }
 }
@@ -122,7 +122,7 @@ TEST_F(RedEyeCategorizeTest, ConfigurationValuesGoToTheirFields) {
     configuration.patch_size = 40;
     configuration.gradient_sigma = 0.25;
     const ModelFiles files(make_model(3, 2, configuration));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const OneBlob scene;
     EXPECT_EQ(expect_stage(rec.get(), scene.param(false).get()), KO_OK);
     EXPECT_EQ(rec->patch_geometry.patch_size, 40);
@@ -143,8 +143,8 @@ TEST_F(RedEyeCategorizeTest, ConfigurationValuesGoToTheirFields) {
 TEST_F(RedEyeCategorizeTest, APictureWithoutBlobsReadsTheModelAllTheSame) {
     const OneBlob scene;
     const ModelFiles files(make_model(3, 1));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
-    const RedEyeParamPtr param = scene.param(false);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
+    const RedEyeImageParamPtr param = scene.param(false);
     const RedEyeLog log(*rec);
     expect_success([&] { return KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()); });
     EXPECT_EQ(log.text(), "-> patch classification results: 0 accepted, 0 rejected, and 0 undecided patches \n");
@@ -157,9 +157,9 @@ TEST_F(RedEyeCategorizeTest, APictureWithoutBlobsReadsTheModelAllTheSame) {
 TEST_F(RedEyeCategorizeTest, AnOldStatusOfTheThreadIsNoFailure) {
     const OneBlob scene;
     const ModelFiles files(make_model(3, 1));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     for (const bool with_blob : {false, true}) {
-        const RedEyeParamPtr param = scene.param(with_blob);
+        const RedEyeImageParamPtr param = scene.param(with_blob);
         KoMessageSetStatus(KO_ERR_FATAL);
         EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_OK);
         EXPECT_EQ(KoErrorGetLastError(), KO_ERR_FATAL);
@@ -171,10 +171,10 @@ TEST_F(RedEyeCategorizeTest, AnOldStatusOfTheThreadIsNoFailure) {
 TEST_F(RedEyeCategorizeTest, RepeatedReadingsGiveTheSameAndFollowTheFiles) {
     const ColorImagePtr picture = small_picture();
     const ModelFiles files(make_model(3, 1));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     for (const uint32_t seed : {1u, 1u, 2u, 3u, 3u}) {
         files.write(make_model(3, seed));
-        const RedEyeParamPtr param = make_param(picture.get(), some_boxes);
+        const RedEyeImageParamPtr param = make_param(picture.get(), some_boxes);
         EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
     }
     std::filesystem::remove(files.be());
@@ -192,7 +192,7 @@ TEST_F(RedEyeCategorizeTest, PresetRowsKeepTheLeadingRowsOfTheFirstReading) {
     const ModelFiles files(model);
     for (const int32_t preset : {0, length, length + 1, length + 5}) {
         SCOPED_TRACE(preset);
-        const RedEyePtr rec = make_correction(files.configuration(), 2);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
         rec->projection_rows = preset;
         EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
         EXPECT_EQ(rec->projection_rows, length + 5);
@@ -206,9 +206,9 @@ TEST_F(RedEyeCategorizeTest, MorePresetRowsThanTheFileHasAreAnInternalError) {
     const OneBlob scene;
     const Model model = make_model(3, 1);
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     rec->projection_rows = model.projection.rows + 1;
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeImageParamPtr param = scene.param(true);
     {
         const PrintCapture printed;
         EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_ERR_INVALID_ARGUMENT);
@@ -225,7 +225,7 @@ TEST_F(RedEyeCategorizeTest, RowsOfAFileThatBrokeOffCountAtTheNextReading) {
     Model broken = good;
     broken.projection.rows += 100;
     const ModelFiles files(broken);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_ERR_READ_FILE);
     EXPECT_EQ(rec->projection_rows, broken.projection.rows);
     files.write(good);
@@ -239,7 +239,7 @@ TEST_F(RedEyeCategorizeTest, BiasesAreTakenAsRawBits) {
     model.fe.bias = 0x7f800001u; // a NaN that arithmetic would change
     model.be.bias = 0x80000001u;
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
     uint32_t bits = 0;
     std::memcpy(&bits, &rec->fe_bias, 4);
@@ -259,7 +259,7 @@ TEST_F(RedEyeCategorizeTest, CarriageReturnsBeforeLineFeedsAreRemoved) {
     return_at_end.pop_back();
     for (const std::string &text : {join(lines, "\r\n"), without_end, return_at_end, join(lines) + "more\nlines\n"}) {
         files.write_configuration(text);
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
         EXPECT_EQ(std::string(rec->classifier_path), files.stem());
         EXPECT_EQ(std::string(rec->projection_path), files.projection());
@@ -272,7 +272,7 @@ TEST_F(RedEyeCategorizeTest, OnlyOneCarriageReturnIsRemoved) {
     const Model model = make_model(3, 1);
     const ModelFiles files(model);
     files.write_configuration(join(configuration_lines(model.configuration), "\r\r\n"));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     expect_stage_error(rec.get(), scene.param(true).get(), KO_ERR_OPEN_READ, cannot_open(files.projection() + "\r"));
 }
 #endif
@@ -286,7 +286,7 @@ TEST_F(RedEyeCategorizeTest, CaptionsMayHoldAnything) {
         lines[i] = i % 4 == 0 ? "" : std::string(1022, '7'); // as long as a line may be with its line feed
     }
     files.write_configuration(join(lines));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
 }
 
@@ -299,7 +299,7 @@ TEST_F(RedEyeCategorizeTest, ALineThatIsTooLongIsReadInPieces) {
         std::vector<std::string> lines = configuration_lines(model.configuration);
         lines[0] = std::string(length, 'c');
         files.write_configuration(join(lines));
-        RedEyePtr rec = make_correction(files.configuration(), 3);
+        RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         expect_stage(rec.get(), scene.param(true).get());
         lines[0].resize(1022);
         lines[1] = "  8 patch";
@@ -313,7 +313,7 @@ TEST_F(RedEyeCategorizeTest, ALineThatIsTooLongIsReadInPieces) {
     lines.erase(lines.begin() + 1);
     lines[0] = std::string(1023, '1').append("8");
     files.write_configuration(join(lines));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
     EXPECT_EQ(rec->patch_geometry.patch_size, 8);
 }
@@ -322,9 +322,9 @@ TEST_F(RedEyeCategorizeTest, AnEmptyConfigurationLeavesEveryValueAtZero) {
     const OneBlob scene;
     const ModelFiles files(make_model(3, 1));
     files.write_configuration("");
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     rec->fe_accept = 3.0f;
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeImageParamPtr param = scene.param(true);
     EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_ERR_READ_LINE);
     const std::string chain = KoErrorGetLastErrorMessage();
     EXPECT_NE(chain.find(std::string("[ERROR] ").append(cannot_read_line(files.configuration(), 0))), std::string::npos);
@@ -340,8 +340,8 @@ TEST_F(RedEyeCategorizeTest, AFailedLineLeavesTheLastOneForAllThatFollow) {
     const OneBlob scene;
     const ModelFiles files(make_model(3, 1));
     files.write_configuration("a\n4\nb\n2\nc\n1\nd\n0.25\ne\n3.5\n");
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
+    const RedEyeImageParamPtr param = scene.param(true);
     expect_stage_error(rec.get(), param.get(), KO_ERR_READ_LINE, cannot_read_line(files.configuration(), 10));
     EXPECT_EQ(rec->patch_geometry.patch_size, 4);
     EXPECT_EQ(rec->histogram_layout.gradient_sigma, 0.25f);
@@ -362,7 +362,7 @@ TEST_F(RedEyeCategorizeTest, GivenPathsWinOverTheLines) {
     model.configuration.projection = "nowhere";
     model.configuration.classifier = "nobody";
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     KoRedEyeCorrectionSetCategorizerConfig(rec.get(), files.configuration().c_str(), other.projection().c_str(),
                                            other.stem().c_str());
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
@@ -375,7 +375,7 @@ TEST_F(RedEyeCategorizeTest, PathsOfTheFirstConfigurationStay) {
     const OneBlob scene;
     const ModelFiles first(make_model(3, 1));
     const ModelFiles second(make_model(3, 2));
-    const RedEyePtr rec = make_correction(first.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(first.configuration(), 3);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
     std::snprintf(rec->config_path, KO_REDEYE_PATH_SIZE, "%s", second.configuration().c_str());
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
@@ -397,7 +397,7 @@ TEST_F(RedEyeCategorizeTest, TheDirectoryEndsAtTheLastSlashOrBackslash) {
         write_bytes(inside("projection.bin"), model.projection.bytes());
         write_bytes(inside("model_RE_FE"), model.fe.bytes());
         write_bytes(inside("model_RE_BE"), model.be.bytes());
-        const RedEyePtr rec = make_correction(inside("config.txt"), 3);
+        const RedEyeCorrectionPtr rec = make_correction(inside("config.txt"), 3);
         EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
         EXPECT_EQ(std::string(rec->projection_path), inside("projection.bin"));
         EXPECT_EQ(std::string(rec->classifier_path), inside("model"));
@@ -415,8 +415,8 @@ TEST_F(RedEyeCategorizeTest, APathFromTheConfigurationHasRoomFor259Characters) {
             line = std::string(length, 'x');
             write_bytes("projection.bin", model.projection.bytes());
             write_bytes("config.txt", join(configuration_lines(model.configuration)));
-            const RedEyePtr rec = make_correction("config.txt", 3);
-            const RedEyeParamPtr param = scene.param(true);
+            const RedEyeCorrectionPtr rec = make_correction("config.txt", 3);
+            const RedEyeImageParamPtr param = scene.param(true);
             const char *path = classifier ? rec->classifier_path : rec->projection_path;
             if (length < KO_REDEYE_PATH_SIZE) {
                 const std::string file = classifier ? std::string(line).append("_RE_FE") : line;
@@ -439,19 +439,19 @@ TEST_F(RedEyeCategorizeTest, MissingFilesAreTold) {
     for (const std::string &path : order) {
         std::filesystem::remove(path);
         for (const bool with_blob : {false, true}) {
-            const RedEyePtr rec = make_correction(files.configuration(), 3);
+            const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
             expect_stage_error(rec.get(), scene.param(with_blob).get(), KO_ERR_OPEN_READ, cannot_open(path));
             EXPECT_EQ(expect_stage(rec.get(), scene.param(with_blob).get()), KO_ERR_OPEN_READ);
         }
     }
-    const RedEyePtr rec = make_correction("", 3);
+    const RedEyeCorrectionPtr rec = make_correction("", 3);
     expect_stage_error(rec.get(), scene.param(true).get(), KO_ERR_OPEN_READ, cannot_open(""));
 }
 
 // The classification line is written at the end of the stage, however it ended.
 TEST_F(RedEyeCategorizeTest, AFailedReadingLogsAllTheSame) {
     const OneBlob scene;
-    const RedEyePtr rec = make_correction("no such file", 3);
+    const RedEyeCorrectionPtr rec = make_correction("no such file", 3);
     const RedEyeLog log(*rec);
     EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), scene.param(true).get()), KO_ERR_OPEN_READ);
     EXPECT_EQ(log.text(), "-> patch classification results: 0 accepted, 0 rejected, and 0 undecided patches \n");
@@ -464,13 +464,13 @@ Paths binary_paths(const ModelFiles &files) { return {files.projection(), files.
 TEST_F(RedEyeCategorizeTest, BinaryFilesThatBreakOffAreToldAtEveryLength) {
     const OneBlob scene;
     const ModelFiles files(make_model(2, 1, tiny_configuration()));
-    const RedEyePtr used = make_correction(files.configuration(), 2);
+    const RedEyeCorrectionPtr used = make_correction(files.configuration(), 2);
     for (const std::string &path : binary_paths(files)) {
         const std::string whole = read_bytes(path);
         for (size_t length = 0; length < whole.size(); ++length) {
             SCOPED_TRACE(testing::Message() << path << " of " << length << " bytes");
             write_bytes(path, whole.substr(0, length));
-            const RedEyePtr rec = make_correction(files.configuration(), 2);
+            const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
             rec->projection_rows = 2;
             expect_stage_error(rec.get(), scene.param(true).get(), KO_ERR_READ_FILE, cannot_read(path));
             EXPECT_EQ(rec->projection_rows, 2); // those of the file, or if it has no such word those from before
@@ -491,7 +491,7 @@ TEST_F(RedEyeCategorizeTest, ConfigurationsThatBreakOffAreToldAtEveryLength) {
     for (size_t length = 1; length < whole.size(); ++length) {
         SCOPED_TRACE(length);
         files.write_configuration(whole.substr(0, length));
-        const RedEyePtr rec = make_correction(files.configuration(), 2);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
         const int32_t status = expect_stage(rec.get(), scene.param(true).get());
         const bool last_line = length > name;
         const bool whole_name = length >= whole.size() - 2;
@@ -510,7 +510,7 @@ void flip_every_byte(const OneBlob &scene, const std::string &configuration, con
             std::string spoilt = whole;
             spoilt[at] = static_cast<char>(spoilt[at] ^ static_cast<char>(mask));
             write_bytes(path, spoilt);
-            const RedEyePtr rec = make_correction(configuration, 2);
+            const RedEyeCorrectionPtr rec = make_correction(configuration, 2);
             read += expect_stage(rec.get(), scene.param(true).get()) == KO_OK ? 1 : 0;
         }
     }
@@ -536,7 +536,7 @@ TEST_F(RedEyeCategorizeTest, EveryByteOfTheConfigurationFlipped) {
 TEST_F(RedEyeCategorizeTest, ARecordThatMetSpoiltFilesIsStillSafe) {
     const OneBlob scene;
     const ModelFiles files(make_model(2, 1, tiny_configuration()));
-    const RedEyePtr rec = make_correction(files.configuration(), 2);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
     Noise noise(11);
     for (const std::string &path : binary_paths(files)) {
         const std::string whole = read_bytes(path);
@@ -545,7 +545,7 @@ TEST_F(RedEyeCategorizeTest, ARecordThatMetSpoiltFilesIsStillSafe) {
             spoilt[noise.next() % spoilt.size()] = static_cast<char>(noise.byte());
             spoilt.resize(spoilt.size() - noise.next() % 3);
             write_bytes(path, spoilt);
-            const RedEyeParamPtr param = scene.param(run % 4 != 0);
+            const RedEyeImageParamPtr param = scene.param(run % 4 != 0);
             const StderrCapture swallowed;
             const PrintCapture unprinted;
             const int32_t status = KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get());
@@ -569,8 +569,8 @@ TEST_F(RedEyeCategorizeTest, AbsurdDimensionsAreRefused) {
                 Model model = good;
                 spoil(model);
                 files.write(model);
-                const RedEyePtr rec = make_correction(files.configuration(), 2);
-                const RedEyeParamPtr param = scene.param(with_blob);
+                const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
+                const RedEyeImageParamPtr param = scene.param(with_blob);
                 const StderrCapture swallowed;
                 EXPECT_NE(expect_stage(rec.get(), param.get()), KO_OK);
                 EXPECT_EQ(param->accepted_count + param->rejected_count + param->undecided_count, 0u);
@@ -593,8 +593,8 @@ int32_t status_with(const OneBlob &scene, const std::vector<std::pair<size_t, st
         lines[line - 1] = value;
     }
     files.write_configuration(join(lines));
-    const RedEyePtr rec = make_correction(files.configuration(), 2);
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
+    const RedEyeImageParamPtr param = scene.param(true);
     const RedEyePlanes before = planes_of(scene.picture.get());
     const StderrCapture swallowed;
     const PrintCapture unprinted;
@@ -665,7 +665,7 @@ TEST_F(RedEyeCategorizeTest, EveryFileIsClosedHoweverTheReadingEnds) {
         const ModelFiles files(make_model(2, 1, tiny_configuration()));
         write_bytes(files.inside(spoilt), "ab");
         {
-            const RedEyePtr rec = make_correction(files.configuration(), 2);
+            const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
             EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()) == KO_OK, std::string(spoilt) == "none");
         }
         EXPECT_EQ(open_files(), open);
@@ -682,14 +682,14 @@ void expect_refused(const Model &model, const std::function<void(RedEyeCorrectio
     const OneBlob scene;
     const ModelFiles files(model);
     for (const bool with_blob : {true, false}) {
-        const RedEyePtr rec = make_correction(files.configuration(), channels);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), channels);
         prepare(rec.get());
-        const RedEyeParamPtr param = scene.param(with_blob);
+        const RedEyeImageParamPtr param = scene.param(with_blob);
         if (with_blob) {
             expect_stage_error(rec.get(), param.get(), KO_ERR_INVALID_ARGUMENT, "Invalid argument");
             EXPECT_EQ(rec->orientation_histogram->patch_count, 1);
             EXPECT_EQ(param->accepted_count + param->rejected_count + param->undecided_count, 0u);
-            const RedEyePtr again = make_correction(files.configuration(), channels);
+            const RedEyeCorrectionPtr again = make_correction(files.configuration(), channels);
             prepare(again.get());
             EXPECT_EQ(expect_stage(again.get(), scene.param(true).get()), KO_ERR_INVALID_ARGUMENT);
         } else {
@@ -702,7 +702,7 @@ void expect_refused(const Model &model, const std::function<void(RedEyeCorrectio
 void expect_accepted(const Model &model, int32_t channels = 2) {
     const OneBlob scene;
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), channels);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), channels);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
     EXPECT_EQ(rec->orientation_histogram->patch_count, 1);
 }
@@ -772,7 +772,7 @@ TEST_F(RedEyeCategorizeTest, ChannelsAreEnabledFromTheFirstOn) {
         };
         if (in_order) {
             const ModelFiles files(model);
-            const RedEyePtr rec = make_correction(files.configuration(), 0);
+            const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 0);
             enable(rec.get());
             EXPECT_EQ(expect_stage(rec.get(), scene.param(true).get()), KO_OK);
         } else {
@@ -784,7 +784,7 @@ TEST_F(RedEyeCategorizeTest, ChannelsAreEnabledFromTheFirstOn) {
 TEST_F(RedEyeCategorizeTest, ARecordWithoutEnabledChannelsServesPicturesWithoutBlobs) {
     const OneBlob scene;
     const ModelFiles files(make_model(3, 1));
-    RedEyePtr rec(KoRedEyeCorrectionNew());
+    RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
     KoRedEyeCorrectionSetCategorizerConfig(rec.get(), files.configuration().c_str(), nullptr, nullptr);
     EXPECT_EQ(expect_stage(rec.get(), scene.param(false).get()), KO_OK);
     expect_stage_error(rec.get(), scene.param(true).get(), KO_ERR_INVALID_ARGUMENT, "Invalid argument");
@@ -796,8 +796,8 @@ TEST_F(RedEyeCategorizeTest, WithoutAHistogramTheStageEnds) {
     model.configuration.bin_count = -4;
     const ModelFiles files(model);
     for (const bool with_blob : {false, true}) {
-        const RedEyePtr rec = make_correction(files.configuration(), 2);
-        const RedEyeParamPtr param = scene.param(with_blob);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 2);
+        const RedEyeImageParamPtr param = scene.param(with_blob);
         const StderrCapture swallowed;
         const int32_t status = expect_stage(rec.get(), param.get());
         EXPECT_NE(status, KO_OK);
@@ -822,8 +822,8 @@ int32_t label_of(float fe_bias, float be_bias, const Bounds &bounds) {
     Model model = make_model(1, 1, configuration);
     fix_scores(model, fe_bias, be_bias);
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 1);
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+    const RedEyeImageParamPtr param = scene.param(true);
     EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
     return param->patches[0].label;
 }
@@ -860,8 +860,8 @@ float score_of(float bias) {
     Model model = make_model(1, 1, tiny_configuration());
     fix_scores(model, bias, 0.0f);
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 1);
-    const RedEyeParamPtr param = scene.param(true);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+    const RedEyeImageParamPtr param = scene.param(true);
     EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
     EXPECT_EQ(param->patches[0].be_score, 0.5f);
     return param->patches[0].fe_score;
@@ -883,8 +883,8 @@ TEST_F(RedEyeCategorizeTest, ScoresAreCutBeyondTen) {
 size_t patches_of(uint32_t width, uint32_t height, const std::vector<Box> &boxes, float scale = 0.0f, uint32_t divisor = 1) {
     const ColorImagePtr picture = eye_picture(width, height, {}, 2);
     const ModelFiles files(make_model(1, 1, tiny_configuration()));
-    const RedEyePtr rec = make_correction(files.configuration(), 1);
-    const RedEyeParamPtr param = make_param(picture.get(), width / divisor, height / divisor, scale, boxes);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+    const RedEyeImageParamPtr param = make_param(picture.get(), width / divisor, height / divisor, scale, boxes);
     EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
     return static_cast<size_t>(rec->orientation_histogram->patch_count);
 }
@@ -924,8 +924,8 @@ TEST_F(RedEyeCategorizeTest, WindowsOfManyBoxesAndFactors) {
             boxes.push_back({x, x + below(6), y, y + below(6)});
         }
         const ColorImagePtr picture = eye_picture(width, height, {}, 2);
-        const RedEyePtr rec = make_correction(files.configuration(), 1);
-        const RedEyeParamPtr param = make_param(picture.get(), reduced(width), reduced(height), scale, boxes);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+        const RedEyeImageParamPtr param = make_param(picture.get(), reduced(width), reduced(height), scale, boxes);
         EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
         patches += rec->orientation_histogram->patch_count;
     }
@@ -954,8 +954,8 @@ TEST_F(RedEyeCategorizeTest, AFactorOfOneCopiesTheBox) {
     const ColorImagePtr picture = eye_picture(40, 40, {}, 2);
     const ModelFiles files(make_model(1, 1, tiny_configuration()));
     for (const float scale : {0.0f, 1.0f, std::nextafter(1.0f, 2.0f)}) {
-        const RedEyePtr rec = make_correction(files.configuration(), 1);
-        const RedEyeParamPtr param = make_param(picture.get(), 40, 40, scale, {{15, 19, 16, 20}});
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+        const RedEyeImageParamPtr param = make_param(picture.get(), 40, 40, scale, {{15, 19, 16, 20}});
         EXPECT_EQ(expect_stage(rec.get(), param.get()), KO_OK);
         EXPECT_EQ(param->patches[0].size, scale > 1.0f ? 15u : 12u);
     }
@@ -968,8 +968,8 @@ TEST_F(RedEyeCategorizeTest, TheLogNamesAcceptedAndUndecidedPatches) {
     const auto log_of = [&](float bias) {
         fix_scores(model, bias, bias);
         const ModelFiles files(model);
-        const RedEyePtr rec = make_correction(files.configuration(), 1);
-        const RedEyeParamPtr param = make_param(picture.get(), boxes);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+        const RedEyeImageParamPtr param = make_param(picture.get(), boxes);
         const RedEyeLog log(*rec);
         EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_OK);
         return log.text();

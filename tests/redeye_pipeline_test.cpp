@@ -67,7 +67,7 @@ struct Road {
         EXPECT_TRUE(same_planes(planes, planes_of(picture)));
         EXPECT_EQ(param->image, picture);
     }
-    RedEyeParamPtr param;
+    RedEyeImageParamPtr param;
     int32_t status = -1;
     int32_t patches = 0;
 };
@@ -79,7 +79,7 @@ TEST_F(RedEyePipelineTest, RedEyesAreFoundJudgedAndRepaired) {
         ModelConfiguration configuration;
         configuration.fe_reject = configuration.be_reject = seed % 2 == 0 ? 0.4 : 0.02;
         const ModelFiles files(make_model(3, seed, configuration));
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         const ColorImagePtr picture = portrait(seed);
         const Road run(rec.get(), picture.get());
         EXPECT_EQ(run.status, KO_OK);
@@ -98,7 +98,7 @@ TEST_F(RedEyePipelineTest, AnAcceptedEyeIsNoLongerRed) {
     Model model = make_model(3, 1);
     fix_scores(model, -2.0f, -2.0f);
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
     const Road run(rec.get(), picture.get());
     EXPECT_EQ(run.param->accepted_count, 4u);
@@ -114,7 +114,7 @@ TEST_F(RedEyePipelineTest, LargeEyesAndEyesNearTheEdges) {
                                        {400, 471, 6},  {3, 3, 8},      {500, 120, 10}, {512, 128, 9}, {20, 400, 5}};
     const ColorImagePtr picture = eye_picture(640, 480, pupils, 3);
     const ModelFiles files(make_model(3, 4));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const Road run(rec.get(), picture.get());
     EXPECT_GE(run.param->blob_count, 6);
     EXPECT_LT(run.patches, run.param->blob_count); // those near an edge have none
@@ -128,7 +128,7 @@ TEST_F(RedEyePipelineTest, AReducedPictureIsRepairedAtFullSize) {
     for (uint32_t seed = 1; seed <= 2; ++seed) {
         const ColorImagePtr picture = eye_picture(1000, 740, pupils, seed);
         const ModelFiles files(make_model(3, seed, configuration));
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         rec->max_image_size = 118400;
         const Road run(rec.get(), picture.get(), "resizing with scale factor 2.500000 \n");
         EXPECT_EQ(run.param->scale, 2.5f);
@@ -141,7 +141,7 @@ TEST_F(RedEyePipelineTest, AReducedPictureIsRepairedAtFullSize) {
 TEST_F(RedEyePipelineTest, AWorkingCopyOfTheSameSizeIsNoReduction) {
     const ColorImagePtr picture = eye_picture(400, 313, eyes, 2); // just above the budget
     const ModelFiles files(make_model(3, 2));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     rec->max_image_size = 125000;
     const Road run(rec.get(), picture.get(), "resizing with scale factor 1.000000 \n");
     EXPECT_EQ(run.param->scale, 1.0f);
@@ -154,7 +154,7 @@ TEST_F(RedEyePipelineTest, AWorkingCopyOfTheSameSizeIsNoReduction) {
 TEST_F(RedEyePipelineTest, OneTwoOrThreeChannels) {
     for (int32_t channels = 1; channels <= 3; ++channels) {
         const ModelFiles files(make_model(channels, 5));
-        const RedEyePtr rec = make_correction(files.configuration(), channels);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), channels);
         const ColorImagePtr picture = portrait();
         EXPECT_EQ(Road(rec.get(), picture.get()).patches, 4);
     }
@@ -162,13 +162,13 @@ TEST_F(RedEyePipelineTest, OneTwoOrThreeChannels) {
 
 TEST_F(RedEyePipelineTest, APictureWithoutRedIsLeftAlone) {
     const ModelFiles files(make_model(3, 1));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = eye_picture(200, 150, {}, 1);
     const ColorImagePtr black =
         make_color_image(200, 150, KO_COLORSPACE_RGB, [](uint32_t, uint64_t, uint64_t) { return 0.0f; });
     for (ColorImage *image : {picture.get(), black.get()}) {
         const RedEyeLog log(*rec);
-        const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+        const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
         const RedEyePlanes before = planes_of(image);
         expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), image); });
         EXPECT_TRUE(same_planes(before, planes_of(image)));
@@ -184,7 +184,7 @@ TEST_F(RedEyePipelineTest, SmallPicturesGoThrough) {
         uint32_t width, height;
     };
     const ModelFiles files(make_model(3, 1));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     for (const Size size : {Size{1, 1}, Size{2, 3}, Size{40, 1}, Size{1, 40}, Size{13, 13}, Size{27, 30}, Size{31, 64}}) {
         SCOPED_TRACE(testing::Message() << size.width << " by " << size.height);
         Noise noise(size.width);
@@ -202,12 +202,12 @@ TEST_F(RedEyePipelineTest, TheStagesOneByOneGiveTheSame) {
     for (const bool reduced : {false, true}) {
         const ColorImagePtr whole = eye_picture(400, 300, eyes, 2);
         const ColorImagePtr stepwise = copy_of(whole.get());
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         rec->max_image_size = reduced ? 112000 : 1000000;
-        const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+        const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
         EXPECT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), whole.get()), KO_OK);
 
-        const RedEyeParamPtr own(KoRedEyeImageParamNew(stepwise.get()));
+        const RedEyeImageParamPtr own(KoRedEyeImageParamNew(stepwise.get()));
         EXPECT_EQ(KoRedEyeCorrectionDownsample(rec.get(), own.get()), KO_OK);
         EXPECT_EQ(KoRedEyeCorrectionReddishProbability(rec.get(), own.get(), 1), KO_OK);
         EXPECT_EQ(KoRedEyeCorrectionRedLumProbability(rec.get(), own.get(), 1), KO_OK);
@@ -226,9 +226,9 @@ TEST_F(RedEyePipelineTest, TheStagesOneByOneGiveTheSame) {
 // The patches are as many as the blobs that they were made for, and a new location may find another number.
 TEST_F(RedEyePipelineTest, ANewLocationEndsThePatches) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
-    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     ASSERT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture.get()), KO_OK);
     ASSERT_EQ(param->blob_count, 4);
     ASSERT_NE(param->patches, nullptr);
@@ -241,7 +241,7 @@ TEST_F(RedEyePipelineTest, ANewLocationEndsThePatches) {
 
 TEST_F(RedEyePipelineTest, TheRepairCanBeRepeatedAndFramed) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     rec->max_image_size = 112000;
     const ColorImagePtr picture = portrait();
     const Road run(rec.get(), picture.get(), "resizing with scale factor 1.040000 \n");
@@ -264,7 +264,7 @@ TEST_F(RedEyePipelineTest, TheRepairCanBeRepeatedAndFramed) {
 
 TEST_F(RedEyePipelineTest, ARecordServesOnePictureAfterAnother) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr first = portrait(1);
     const ColorImagePtr second = eye_picture(300, 200, {{100, 80, 6}}, 2);
     for (ColorImage *picture : {first.get(), second.get(), first.get(), first.get()}) {
@@ -277,7 +277,7 @@ TEST_F(RedEyePipelineTest, ARecordServesOnePictureAfterAnother) {
 
 TEST_F(RedEyePipelineTest, AnImageRecordCanBeUsedAgainOnceFreed) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
     const ColorImagePtr copy = copy_of(picture.get());
     RedEyeImageParam param;
@@ -304,7 +304,7 @@ TEST_F(RedEyePipelineTest, FiftyBlobsAreJudgedAndFiftyOneAreNot) {
     Model model = make_model(3, 1);
     fix_scores(model, -2.0f, -2.0f);
     const ModelFiles files(model);
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr fifty = grid_of_eyes(50);
     const Road run(rec.get(), fifty.get());
     EXPECT_EQ(run.patches, 50);
@@ -313,7 +313,7 @@ TEST_F(RedEyePipelineTest, FiftyBlobsAreJudgedAndFiftyOneAreNot) {
 
     const ColorImagePtr more = grid_of_eyes(51);
     const RedEyePlanes before = planes_of(more.get());
-    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     const RedEyeLog log(*rec);
     expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), more.get()); });
     EXPECT_EQ(param->blob_count, 51);
@@ -329,13 +329,13 @@ TEST_F(RedEyePipelineTest, FiftyBlobsAreJudgedAndFiftyOneAreNot) {
 
 // The flag stays: later pictures are neither judged nor repaired, and the model is not even looked for.
 TEST_F(RedEyePipelineTest, ARecordThatMetTooManyBlobsLeavesAllLaterPicturesAlone) {
-    const RedEyePtr rec = make_correction("no such file", 3);
+    const RedEyeCorrectionPtr rec = make_correction("no such file", 3);
     rec->blob_limits[2] = 3;
     const ColorImagePtr many = portrait();
     const ColorImagePtr one = eye_picture(300, 200, {{100, 80, 6}}, 2);
     for (ColorImage *picture : {many.get(), one.get(), many.get(), one.get()}) {
         const RedEyePlanes before = planes_of(picture);
-        const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+        const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
         const RedEyeLog log(*rec);
         expect_success([&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture); });
         EXPECT_EQ(rec->too_many_blobs, 1u);
@@ -349,7 +349,7 @@ TEST_F(RedEyePipelineTest, ARecordThatMetTooManyBlobsLeavesAllLaterPicturesAlone
 
 TEST_F(RedEyePipelineTest, OnlyTheThirdLimitCounts) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     rec->blob_limits[0] = rec->blob_limits[1] = 0;
     rec->blob_limits[2] = 4;
     const ColorImagePtr picture = portrait();
@@ -361,7 +361,7 @@ TEST_F(RedEyePipelineTest, OnlyTheThirdLimitCounts) {
 
 void expect_failure(RedEyeCorrection *rec, ColorImage *picture, int32_t code, const std::string &text) {
     const RedEyePlanes before = planes_of(picture);
-    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     expect_error(code, text, [&] { return KoRedEyeCorrectionProcessImage(rec, param.get(), picture); });
     EXPECT_TRUE(same_planes(before, planes_of(picture)));
     EXPECT_EQ(param->accepted_count + param->rejected_count + param->undecided_count, 0u);
@@ -370,16 +370,16 @@ void expect_failure(RedEyeCorrection *rec, ColorImage *picture, int32_t code, co
 TEST_F(RedEyePipelineTest, AModelThatCannotBeReadLeavesThePicture) {
     const ModelFiles files(make_model(3, 3));
     const ColorImagePtr picture = portrait();
-    const RedEyePtr none = make_correction("no such file", 3);
+    const RedEyeCorrectionPtr none = make_correction("no such file", 3);
     expect_failure(none.get(), picture.get(), KO_ERR_OPEN_READ, "Cannot open file \"no such file\" for reading");
     for (const std::string &path : {files.be(), files.fe(), files.projection()}) {
         write_bytes(path, read_bytes(path).substr(0, 30));
-        const RedEyePtr rec = make_correction(files.configuration(), 3);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
         expect_failure(rec.get(), picture.get(), KO_ERR_READ_FILE,
                        std::string("Cannot read file \"").append(path).append("\""));
     }
     std::filesystem::remove(files.projection());
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     expect_failure(rec.get(), picture.get(), KO_ERR_OPEN_READ,
                    std::string("Cannot open file \"").append(files.projection()).append("\" for reading"));
 }
@@ -389,7 +389,7 @@ TEST_F(RedEyePipelineTest, AModelThatDoesNotAgreeIsRefusedOnlyWhenThereAreBlobs)
     const ColorImagePtr picture = portrait();
     const ColorImagePtr empty = eye_picture(200, 150, {}, 1);
     for (int32_t channels = 0; channels <= 2; ++channels) { // fewer than the model was made for
-        const RedEyePtr rec = make_correction(files.configuration(), channels);
+        const RedEyeCorrectionPtr rec = make_correction(files.configuration(), channels);
         EXPECT_EQ(Road(rec.get(), empty.get()).status, KO_OK);
         expect_failure(rec.get(), picture.get(), KO_ERR_INVALID_ARGUMENT, "Invalid argument");
         EXPECT_EQ(Road(rec.get(), picture.get()).status, KO_ERR_INVALID_ARGUMENT);
@@ -398,10 +398,10 @@ TEST_F(RedEyePipelineTest, AModelThatDoesNotAgreeIsRefusedOnlyWhenThereAreBlobs)
 
 TEST_F(RedEyePipelineTest, EarlierStagesEndTheRoad) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
     const ColorImagePtr gray = make_color_image(60, 50, KO_COLORSPACE_GRAY, [](uint32_t, uint64_t, uint64_t) { return 9.0f; });
-    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
                  [&] { return KoRedEyeCorrectionProcessImage(rec.get(), param.get(), gray.get()); });
     rec->max_image_size = 300000; // no diameters for it
@@ -411,10 +411,10 @@ TEST_F(RedEyePipelineTest, EarlierStagesEndTheRoad) {
 // Nothing in the library clears a status, and the location of blobs ends at an old one.
 TEST_F(RedEyePipelineTest, AnOldStatusEndsTheRoad) {
     const ModelFiles files(make_model(3, 3));
-    const RedEyePtr rec = make_correction(files.configuration(), 3);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 3);
     const ColorImagePtr picture = portrait();
     const RedEyePlanes before = planes_of(picture.get());
-    const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
     KoMessageSetStatus(KO_ERR_FATAL);
     EXPECT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), picture.get()), KO_ERR_FATAL);
     expect_status(KO_ERR_FATAL, "Fatal Error. Cannot continue");

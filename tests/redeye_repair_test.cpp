@@ -23,7 +23,7 @@ class RedEyeRepairTest : public LibraryTest {};
 
 // A record that has read a model and judged the blobs of an image record.
 struct Judged {
-    explicit Judged(RedEyeParamPtr judged) : files(make_model(1, 1, tiny_configuration())), param(std::move(judged)) {
+    explicit Judged(RedEyeImageParamPtr judged) : files(make_model(1, 1, tiny_configuration())), param(std::move(judged)) {
         rec = make_correction(files.configuration(), 1);
         EXPECT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_OK);
         slots = rec->orientation_histogram->patch_count;
@@ -51,8 +51,8 @@ struct Judged {
     }
 
     ModelFiles files;
-    RedEyeParamPtr param;
-    RedEyePtr rec;
+    RedEyeImageParamPtr param;
+    RedEyeCorrectionPtr rec;
     int32_t slots = 0;
 };
 
@@ -90,7 +90,7 @@ TEST_F(RedEyeRepairTest, RejectedPatchesKeepTheirValues) {
 // One blob of three pixels in a row, whose map is set by the test.
 struct Row {
     explicit Row(float maximum) : picture(make_color_image(30, 30, KO_COLORSPACE_RGB, colour)) {
-        RedEyeParamPtr param = make_param(picture.get(), {{14, 16, 14, 16}});
+        RedEyeImageParamPtr param = make_param(picture.get(), {{14, 16, 14, 16}});
         param->map_max = maximum;
         judged = std::make_unique<Judged>(std::move(param));
     }
@@ -202,7 +202,7 @@ TEST_F(RedEyeRepairTest, TheAreaEndsTheWalk) {
 
 TEST_F(RedEyeRepairTest, APixelBelongsToTheBlobOfTheMask) {
     const ColorImagePtr picture = ground(110, 90);
-    RedEyeParamPtr param = make_param(picture.get(), {{20, 28, 20, 28}, {24, 33, 22, 31}, {22, 30, 26, 33}});
+    RedEyeImageParamPtr param = make_param(picture.get(), {{20, 28, 20, 28}, {24, 33, 22, 31}, {22, 30, 26, 33}});
     const Judged judged(std::move(param));
     judged.set_labels({KO_PATCH_ACCEPTED, KO_PATCH_REJECTED, KO_PATCH_UNDECIDED});
     judged.expect_repair(picture.get(), 0);
@@ -239,8 +239,8 @@ TEST_F(RedEyeRepairTest, WithoutPatchesThePictureStays) {
 TEST_F(RedEyeRepairTest, BeforeAModelWasReadNothingIsDone) {
     const ColorImagePtr picture = ground(110, 90);
     const RedEyePlanes before = planes_of(picture.get());
-    const RedEyePtr rec = make_correction("", 1);
-    const RedEyeParamPtr param = make_param(picture.get(), four_boxes);
+    const RedEyeCorrectionPtr rec = make_correction("", 1);
+    const RedEyeImageParamPtr param = make_param(picture.get(), four_boxes);
     constexpr int32_t colours[] = {1, 2, 3};
     expect_success([&] { return KoRedEyeCorrectionApply(rec.get(), param.get(), 1, picture.get()); });
     expect_success(
@@ -253,7 +253,7 @@ TEST_F(RedEyeRepairTest, TheCountOfTheLastPictureRules) {
     const ColorImagePtr picture = ground(110, 90);
     const Judged many(make_param(picture.get(), four_boxes));
     many.set_labels(all_labels);
-    const RedEyeParamPtr one = make_param(picture.get(), {{50, 57, 22, 30}});
+    const RedEyeImageParamPtr one = make_param(picture.get(), {{50, 57, 22, 30}});
     ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(many.rec.get(), one.get()), KO_OK);
     const ColorImagePtr copy = copy_of(picture.get());
     RedEyePlanes expected = planes_of(picture.get());
@@ -262,7 +262,7 @@ TEST_F(RedEyeRepairTest, TheCountOfTheLastPictureRules) {
     EXPECT_TRUE(same_planes(expected, planes_of(copy.get())));
 
     // And never more than the picture at hand has.
-    const RedEyeParamPtr again = make_param(picture.get(), four_boxes);
+    const RedEyeImageParamPtr again = make_param(picture.get(), four_boxes);
     ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(many.rec.get(), again.get()), KO_OK);
     expected = planes_of(picture.get());
     reference_repair(expected, *one, 1, true);
@@ -281,8 +281,8 @@ TEST_F(RedEyeRepairTest, AFailedJudgementLeavesNothingToRepair) {
     const RedEyePlanes before = planes_of(picture.get());
     const ModelFiles files(make_model(1, 1, tiny_configuration()));
     write_bytes(files.be(), "x");
-    const RedEyePtr rec = make_correction(files.configuration(), 1);
-    const RedEyeParamPtr param = make_param(picture.get(), four_boxes);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+    const RedEyeImageParamPtr param = make_param(picture.get(), four_boxes);
     ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_ERR_READ_FILE);
     ASSERT_EQ(rec->orientation_histogram->patch_count, 1);
     constexpr int32_t colours[] = {1, 2, 3};
@@ -384,8 +384,8 @@ TEST_F(RedEyeRepairTest, ARefusedModelLeavesNothingToRepair) {
     const ColorImagePtr picture = ground(110, 90);
     const RedEyePlanes before = planes_of(picture.get());
     const ModelFiles files(make_model(2, 1, tiny_configuration()));
-    const RedEyePtr rec = make_correction(files.configuration(), 1);
-    const RedEyeParamPtr param = make_param(picture.get(), four_boxes);
+    const RedEyeCorrectionPtr rec = make_correction(files.configuration(), 1);
+    const RedEyeImageParamPtr param = make_param(picture.get(), four_boxes);
     ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(rec.get(), param.get()), KO_ERR_INVALID_ARGUMENT);
     ASSERT_EQ(rec->orientation_histogram->patch_count, 1);
     constexpr int32_t colours[] = {1, 2, 3};
@@ -404,7 +404,7 @@ TEST_F(RedEyeRepairTest, SlotsThatNoPatchFilledAreNotLookedAt) {
         SCOPED_TRACE(testing::PrintToString(boxes.size()));
         const Judged judged(make_param(picture.get(), boxes));
         ASSERT_EQ(judged.slots, static_cast<int32_t>(boxes.size()) - 1);
-        const RedEyeParamPtr other = make_param(picture.get(), four_boxes);
+        const RedEyeImageParamPtr other = make_param(picture.get(), four_boxes);
         ASSERT_EQ(KoRedEyeCorrectionCategorizeBlobs(judged.rec.get(), other.get()), KO_OK);
         ASSERT_EQ(judged.rec->orientation_histogram->patch_count, 4);
         judged.expect_frames(copy_of(picture.get()).get(), 1, {1, 2, 3});

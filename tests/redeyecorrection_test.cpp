@@ -18,8 +18,6 @@ namespace {
 
 using namespace ko_test;
 
-using CorrectionPtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
-
 class RedEyeCorrectionTest : public LibraryTest {};
 
 constexpr unsigned char junk = 0xAB;
@@ -83,7 +81,7 @@ TEST_F(RedEyeCorrectionTest, InitForgetsThatThereWereTooManyBlobs) {
 }
 
 TEST_F(RedEyeCorrectionTest, NewGivesAnInitialRecord) {
-    const CorrectionPtr rec(KoRedEyeCorrectionNew());
+    const RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
     ASSERT_NE(rec, nullptr);
     expect_initial_values(*rec);
     expect_status(KO_OK, "");

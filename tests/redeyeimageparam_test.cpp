@@ -18,8 +18,6 @@ namespace {
 
 using namespace ko_test;
 
-using ParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
-
 class RedEyeImageParamTest : public LibraryTest {};
 
 ColorImagePtr small_picture(uint32_t width = 6, uint32_t height = 5) {
@@ -93,7 +91,7 @@ TEST_F(RedEyeImageParamTest, InitSetsThePictureAndClearsTheRest) {
 TEST_F(RedEyeImageParamTest, NewGivesAnInitialRecord) {
     soil_heap();
     const ColorImagePtr picture = small_picture();
-    const ParamPtr param(KoRedEyeImageParamNew(picture.get()));
+    const RedEyeImageParamPtr param(KoRedEyeImageParamNew(picture.get()));
     ASSERT_NE(param, nullptr);
     expect_initial(*param, picture.get());
     expect_status(KO_OK, "");

@@ -36,8 +36,8 @@ Entries entries_of(const TileColorTRC *tiles) {
     return entries;
 }
 
-TileColorTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const Entries &entries) {
-    TileColorTrcPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
+TileColorTRCPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const Entries &entries) {
+    TileColorTRCPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
     for (uint64_t i = 0; i < entry_count(tiles.get()); ++i) {
         tiles->redArray[i] = entries[3 * i];
         tiles->greenArray[i] = entries[3 * i + 1];
@@ -47,7 +47,7 @@ TileColorTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, c
 }
 
 // A grid of which every entry is value.
-TileColorTrcPtr filled_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t value) {
+TileColorTRCPtr filled_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t value) {
     return make_grid(size, strips_x, strips_y, Entries(3 * size * strips_x * strips_y, value));
 }
 
@@ -79,7 +79,7 @@ std::string with_bits(const std::string &text, uint32_t bits) {
 // ---- saving ----
 
 TEST_F(TileColorTrcFileTest, HasOneIndexALineInGridOrder) {
-    const TileColorTrcPtr tiles =
+    const TileColorTRCPtr tiles =
         make_grid(2, 2, 3, {0,  100, 200, 1,  101, 201, 2,  102, 202, 3,  103, 203, 4,  104, 204, 5,  105, 205,
                             10, 110, 210, 11, 111, 211, 12, 112, 212, 13, 113, 213, 14, 114, 214, 15, 115, 215});
     KoTileColorTRCSetTileFromArray(tiles.get(), 1, 0, Entries{7, 8}.data(), Entries{17, 18}.data(), Entries{27, 28}.data());
@@ -88,7 +88,7 @@ TEST_F(TileColorTrcFileTest, HasOneIndexALineInGridOrder) {
 }
 
 TEST_F(TileColorTrcFileTest, HasSigned32BitNumbers) {
-    const TileColorTrcPtr tiles = make_grid(1, 2, 1, {2147483647u, 2147483648u, 4294967295u, 0, 65536, 1});
+    const TileColorTRCPtr tiles = make_grid(1, 2, 1, {2147483647u, 2147483648u, 4294967295u, 0, 65536, 1});
     EXPECT_EQ(saved(tiles.get()), "RGBLinear\nbits 1 2 1\n2147483647 -2147483648 -1\n0 65536 1\n");
 }
 
@@ -103,7 +103,7 @@ TEST_F(TileColorTrcFileTest, TheBitsAreNoLogarithm) {
                                                                                   {256, "369"},
                                                                                   {1024, "1477"},
                                                                                   {65536, "94548"}}) {
-        const TileColorTrcPtr tiles = filled_grid(size, 1, 1, 7);
+        const TileColorTRCPtr tiles = filled_grid(size, 1, 1, 7);
         const std::string text = saved(tiles.get());
         const std::string header = "RGBLinear\nbits " + bits + " 1 1\n";
         EXPECT_EQ(text.substr(0, header.size()), header);
@@ -113,13 +113,13 @@ TEST_F(TileColorTrcFileTest, TheBitsAreNoLogarithm) {
 
 TEST_F(TileColorTrcFileTest, AGridWithoutStripsIsAHeader) {
     for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {3, 0}, {0, 0}}) {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(256, x, y));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(256, x, y));
         EXPECT_EQ(saved(tiles.get()), "RGBLinear\nbits 369 " + std::to_string(x) + " " + std::to_string(y) + "\n");
     }
 }
 
 TEST_F(TileColorTrcFileTest, SaveWithoutTheFlagLeavesAFileAlone) {
-    const TileColorTrcPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
+    const TileColorTRCPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
     const std::string expected = saved(tiles.get());
     const TemporaryFile file("grid.trc", "precious");
     expect_error(KO_ERR_FILE_EXISTS, "File \"" + file.path() + "\" already exists",
@@ -133,7 +133,7 @@ TEST_F(TileColorTrcFileTest, SaveWithoutTheFlagLeavesAFileAlone) {
 }
 
 TEST_F(TileColorTrcFileTest, SaveThatCannotOpenWritesNoLine) {
-    const TileColorTrcPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
+    const TileColorTRCPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
     const std::string path = temporary_path("folder") + "/grid.trc";
     StderrCapture captured;
     for (const int32_t overwrite : {0, 1}) {
@@ -144,26 +144,26 @@ TEST_F(TileColorTrcFileTest, SaveThatCannotOpenWritesNoLine) {
 }
 
 TEST_F(TileColorTrcFileTest, SaveRefusesAGridWithoutCurves) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(4, 2, 2));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(4, 2, 2));
     KoTileColorTRCFree(tiles.get());
     const TemporaryFile file("grid.trc");
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTileColorTRCSave(tiles.get(), file.c_str(), 1); });
 }
 
 TEST_F(TileColorTrcFileTest, TheBitsAreFormedInDoublePrecision) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(1000000007, 0, 2));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(1000000007, 0, 2));
     EXPECT_EQ(saved(tiles.get()), "RGBLinear\nbits 1442695050 0 2\n");
 }
 
 // Without strips any size is a size; what its header says then is nobody's promise.
 TEST_F(TileColorTrcFileTest, SaveOfAnAbsurdSizeIsAHeader) {
     for (const uint64_t size : {uint64_t{0}, uint64_t{1} << 31, UINT64_MAX}) {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(size, 0, 1));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(size, 0, 1));
         const std::string text = saved(tiles.get());
         EXPECT_EQ(text.substr(0, 15), "RGBLinear\nbits ");
         EXPECT_EQ(text.substr(text.find(' ', 15)), " 0 1\n");
     }
-    const TileColorTrcPtr no_entries(KoTileColorTRCNew(0, 3, 2));
+    const TileColorTRCPtr no_entries(KoTileColorTRCNew(0, 3, 2));
     EXPECT_EQ(saved(no_entries.get()), "RGBLinear\nbits 0 3 2\n");
 }
 
@@ -171,7 +171,7 @@ TEST_F(TileColorTrcFileTest, SaveOfAnAbsurdSizeIsAHeader) {
 
 // The result speaks for the opening alone.
 TEST_F(TileColorTrcFileTest, AFullDeviceIsNotTold) {
-    const TileColorTrcPtr tiles = filled_grid(4096, 2, 2, 123456);
+    const TileColorTRCPtr tiles = filled_grid(4096, 2, 2, 123456);
     expect_success([&] { return KoTileColorTRCSave(tiles.get(), "/dev/full", 1); });
 }
 
@@ -180,9 +180,9 @@ TEST_F(TileColorTrcFileTest, AFullDeviceIsNotTold) {
 // ---- from one to the other ----
 
 // Loads bytes into a grid of other counts.
-TileColorTrcPtr loaded(const std::string &bytes) {
+TileColorTRCPtr loaded(const std::string &bytes) {
     const TemporaryFile file("grid.trc", bytes);
-    TileColorTrcPtr tiles = filled_grid(2, 1, 1, 777);
+    TileColorTRCPtr tiles = filled_grid(2, 1, 1, 777);
     expect_success([&] { return KoTileColorTRCLoad(tiles.get(), file.c_str()); });
     return tiles;
 }
@@ -190,10 +190,10 @@ TileColorTrcPtr loaded(const std::string &bytes) {
 // The number of bits that is written is not the one that is read: 369 modulo 32 is 17, so the file is far too short.
 TEST_F(TileColorTrcFileTest, ASavedFileDoesNotComeBack) {
     const Entries entries = noise_entries(3 * 256 * 2, 65536, 1);
-    const TileColorTrcPtr tiles = make_grid(256, 2, 1, entries);
+    const TileColorTRCPtr tiles = make_grid(256, 2, 1, entries);
     const TemporaryFile file("grid.trc");
     KoTileColorTRCSave(tiles.get(), file.c_str(), 0);
-    const TileColorTrcPtr back = filled_grid(256, 2, 1, 777);
+    const TileColorTRCPtr back = filled_grid(256, 2, 1, 777);
     const std::string place = "\"" + file.path() + "\", line 515"; // two lines of header, 512 of entries
     StderrCapture captured;
     expect_error(KO_ERR_READ_LINE, "Read error in file " + place, [&] { return KoTileColorTRCLoad(back.get(), file.c_str()); });
@@ -206,8 +206,8 @@ TEST_F(TileColorTrcFileTest, ASavedFileDoesNotComeBack) {
 TEST_F(TileColorTrcFileTest, ASavedFileWithItsBitsPutRightComesBack) {
     for (uint32_t bits = 0; bits <= 10; bits += 2) {
         const uint64_t size = uint64_t{1} << bits;
-        const TileColorTrcPtr tiles = make_grid(size, 5, 3, noise_entries(3 * 15 * size, 4294967295u, bits));
-        const TileColorTrcPtr back = loaded(with_bits(saved(tiles.get()), bits));
+        const TileColorTRCPtr tiles = make_grid(size, 5, 3, noise_entries(3 * 15 * size, 4294967295u, bits));
+        const TileColorTRCPtr back = loaded(with_bits(saved(tiles.get()), bits));
         EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), back.get()), 1) << size << " entries";
         expect_grid(back.get(), size, 5, 3, entries_of(tiles.get()));
     }
@@ -215,8 +215,8 @@ TEST_F(TileColorTrcFileTest, ASavedFileWithItsBitsPutRightComesBack) {
 
 TEST_F(TileColorTrcFileTest, AGridWithoutStripsComesBack) {
     for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {3, 0}, {0, 0}}) {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(256, x, y));
-        const TileColorTrcPtr back = loaded(with_bits(saved(tiles.get()), 8));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(256, x, y));
+        const TileColorTRCPtr back = loaded(with_bits(saved(tiles.get()), 8));
         EXPECT_TRUE(has_no_plane(back.get()));
         EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), back.get()), 1);
     }
@@ -233,14 +233,14 @@ struct GoodFile {
 class TileColorTrcGoodFiles : public TileColorTrcFileTest, public testing::WithParamInterface<GoodFile> {};
 
 TEST_P(TileColorTrcGoodFiles, AreReadInGridOrder) {
-    const TileColorTrcPtr tiles = loaded(GetParam().bytes);
+    const TileColorTRCPtr tiles = loaded(GetParam().bytes);
     expect_grid(tiles.get(), 2, 2, 1, GetParam().entries);
 }
 
 // The same counts overwrite the entries where they are.
 TEST_P(TileColorTrcGoodFiles, KeepPlanesThatFit) {
     const TemporaryFile file("grid.trc", GetParam().bytes);
-    const TileColorTrcPtr tiles = filled_grid(2, 2, 1, 777);
+    const TileColorTRCPtr tiles = filled_grid(2, 2, 1, 777);
     const std::array<const uint32_t *, 3> planes = planes_of(tiles.get());
     expect_success([&] { return KoTileColorTRCLoad(tiles.get(), file.c_str()); });
     EXPECT_EQ(planes_of(tiles.get()), planes);
@@ -251,7 +251,7 @@ TEST_P(TileColorTrcGoodFiles, ReplaceAGridOfOtherCounts) {
     const TemporaryFile file("grid.trc", GetParam().bytes);
     for (const auto &[size, x, y] : std::vector<std::tuple<uint64_t, uint64_t, uint64_t>>{
              {4, 1, 1}, {1, 2, 2}, {2, 1, 2}, {2, 2, 2}, {256, 8, 8}, {2, 0, 1}}) {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(size, x, y));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(size, x, y));
         expect_success([&] { return KoTileColorTRCLoad(tiles.get(), file.c_str()); });
         expect_grid(tiles.get(), 2, 2, 1, GetParam().entries);
     }
@@ -259,7 +259,7 @@ TEST_P(TileColorTrcGoodFiles, ReplaceAGridOfOtherCounts) {
 
 TEST_P(TileColorTrcGoodFiles, FillAGridWithoutCurves) {
     const TemporaryFile file("grid.trc", GetParam().bytes);
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(2, 2, 1));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(2, 2, 1));
     KoTileColorTRCFree(tiles.get());
     expect_success([&] { return KoTileColorTRCLoad(tiles.get(), file.c_str()); });
     ASSERT_FALSE(has_no_plane(tiles.get()));
@@ -284,7 +284,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto &each) { return std::string(each.param.name); });
 
 TEST_F(TileColorTrcFileTest, TilesFollowOneAnotherByRows) {
-    const TileColorTrcPtr tiles = loaded("RGBLinear\nbits 0 2 2\n1 2 3\n4 5 6\n7 8 9\n10 11 12\n");
+    const TileColorTRCPtr tiles = loaded("RGBLinear\nbits 0 2 2\n1 2 3\n4 5 6\n7 8 9\n10 11 12\n");
     EXPECT_EQ(*KoTileColorTRCGetRedTRC(tiles.get(), 1, 0), 4u);
     EXPECT_EQ(*KoTileColorTRCGetGreenTRC(tiles.get(), 0, 1), 8u);
     EXPECT_EQ(*KoTileColorTRCGetBlueTRC(tiles.get(), 1, 1), 12u);
@@ -310,7 +310,7 @@ class TileColorTrcBadFiles : public TileColorTrcFileTest, public testing::WithPa
 TEST_P(TileColorTrcBadFiles, AreToldAndKeepWhatWasRead) {
     const BadFile &bad = GetParam();
     const TemporaryFile file("grid.trc", bad.bytes);
-    const TileColorTrcPtr tiles = filled_grid(2, 2, 1, 77);
+    const TileColorTRCPtr tiles = filled_grid(2, 2, 1, 77);
     const std::string place = "\"" + file.path() + "\", line " + std::to_string(bad.line);
     StderrCapture captured;
     expect_error(KO_ERR_READ_LINE, "Read error in file " + place,
@@ -370,7 +370,7 @@ TEST_F(TileColorTrcFileTest, AFileOf4By3TilesNeeds3072Lines) {
         text += number + " 1" + number + " 2" + number + "\n";
     }
     const TemporaryFile file("grid.trc", text);
-    const TileColorTrcPtr tiles = filled_grid(256, 4, 3, 77);
+    const TileColorTRCPtr tiles = filled_grid(256, 4, 3, 77);
     const std::string place = "\"" + file.path() + "\", line 3074";
     StderrCapture captured;
     expect_error(KO_ERR_READ_LINE, "Read error in file " + place,
@@ -386,7 +386,7 @@ TEST_F(TileColorTrcFileTest, AFileOf4By3TilesNeeds3072Lines) {
 }
 
 TEST_F(TileColorTrcFileTest, LoadOfAMissingFileWritesNoLine) {
-    const TileColorTrcPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
+    const TileColorTRCPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
     const std::string path = temporary_path("missing.trc");
     StderrCapture captured;
     expect_error(KO_ERR_OPEN_READ, "Cannot open file \"" + path + "\" for reading",
@@ -398,7 +398,7 @@ TEST_F(TileColorTrcFileTest, LoadOfAMissingFileWritesNoLine) {
 TEST_F(TileColorTrcFileTest, LoadThatAsksForTooMuchLeavesTheGrid) {
     for (const char *bits : {"bits 29 1 1", "bits 16 128 64", "bits 8 8 262144", "bits 0 1 536870912"}) {
         const TemporaryFile file("grid.trc", std::string("RGBLinear\n") + bits + "\n1 2 3\n");
-        const TileColorTrcPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
+        const TileColorTRCPtr tiles = make_grid(1, 1, 1, {3, 9, 5});
         const std::array<const uint32_t *, 3> planes = planes_of(tiles.get());
         KoStatusClear();
         const PrintCapture printed("debug");

@@ -50,8 +50,8 @@ Planes planes_of(const TileColorTRC *tiles) {
 }
 
 // A grid whose entries are numbered: through the curves of red, then of green, then of blue.
-TileColorTrcPtr counted_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    TileColorTrcPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
+TileColorTRCPtr counted_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+    TileColorTRCPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
     uint32_t number = 0;
     for (const Channel &channel : channels) {
         std::generate_n(tiles.get()->*channel.plane, entry_count(tiles.get()), [&] { return number++; });
@@ -60,8 +60,8 @@ TileColorTrcPtr counted_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y
 }
 
 // A grid of three planes of noise below limit.
-TileColorTrcPtr noise_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t limit) {
-    TileColorTrcPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
+TileColorTRCPtr noise_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t limit) {
+    TileColorTRCPtr tiles(KoTileColorTRCNew(size, strips_x, strips_y));
     uint32_t seed = 1;
     for (const Channel &channel : channels) {
         const Entries noise = noise_entries(entry_count(tiles.get()), limit, seed++);
@@ -115,7 +115,7 @@ TEST_F(TileColorTrcTest, InitMakesClearedCurves) {
 }
 
 TEST_F(TileColorTrcTest, NewMakesClearedCurves) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(5, 2, 3));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(5, 2, 3));
     ASSERT_NE(tiles, nullptr);
     expect_status(KO_OK, "");
     EXPECT_EQ(KoTileColorTRCGetSize(tiles.get()), 5u);
@@ -132,13 +132,13 @@ TEST_F(TileColorTrcTest, FreeAndDeleteAcceptNull) {
 
 TEST_F(TileColorTrcTest, AGridWithoutStripsHasNoPlanes) {
     for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {4, 0}, {0, 0}}) {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(256, x, y));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(256, x, y));
         ASSERT_NE(tiles, nullptr);
         EXPECT_TRUE(has_no_plane(tiles.get()));
         EXPECT_EQ(tiles->size, 256u);
         EXPECT_EQ(tiles->numStripsX, x);
         EXPECT_EQ(tiles->numStripsY, y);
-        const TileColorTrcPtr other(KoTileColorTRCNew(256, x, y));
+        const TileColorTRCPtr other(KoTileColorTRCNew(256, x, y));
         EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), other.get()), 1);
     }
     expect_status(KO_OK, "");
@@ -166,7 +166,7 @@ TEST_F(TileColorTrcTest, PlanesTooLargeForTheirProductAreNull) {
     for (const auto &[size, x, y] : std::vector<std::tuple<uint64_t, uint64_t, uint64_t>>{
              {65536, 256, 256}, {256, 65536, 65537}, {1, large, 1}, {large, large, large}, {1, large, large}}) {
         StderrCapture captured;
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(size, x, y));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(size, x, y));
         captured.stop();
         ASSERT_NE(tiles, nullptr); // the record is there, and the call succeeded
         EXPECT_TRUE(has_no_plane(tiles.get()));
@@ -178,7 +178,7 @@ TEST_F(TileColorTrcTest, PlanesTooLargeForTheirProductAreNull) {
 // ---- access ----
 
 TEST_F(TileColorTrcTest, CurvesFollowOneAnotherByRows) {
-    const TileColorTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileColorTRCPtr tiles = counted_grid(16, 4, 3);
     for (const Channel &channel : channels) {
         for (uint64_t y = 0; y < 3; ++y) {
             for (uint64_t x = 0; x < 4; ++x) {
@@ -193,7 +193,7 @@ TEST_F(TileColorTrcTest, CurvesFollowOneAnotherByRows) {
 void expect_out_of_grid(TileColorTRC *tiles, uint64_t x, uint64_t y, const std::string &numbers) {
     const Entries source(tiles->size, 5);
     const Planes before = planes_of(tiles);
-    const TrcPtr trc = make_trc(source);
+    const TRCPtr trc = make_trc(source);
     const PrintCapture printed("debug");
     const std::string text = "Index out of bounds: " + numbers;
     for (const Channel &channel : channels) {
@@ -213,13 +213,13 @@ void expect_out_of_grid(TileColorTRC *tiles, uint64_t x, uint64_t y, const std::
 }
 
 TEST_F(TileColorTrcTest, AnIndexOutOfTheGridIsRecorded) {
-    const TileColorTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileColorTRCPtr tiles = counted_grid(16, 4, 3);
     expect_out_of_grid(tiles.get(), 4, 0, "4 (0-4)");
     expect_out_of_grid(tiles.get(), 4, 2, "4 (0-4)");
     expect_out_of_grid(tiles.get(), 1000, 1, "1000 (0-4)");
     expect_out_of_grid(tiles.get(), 0, 3, "3 (0-3)");
     expect_out_of_grid(tiles.get(), 3, 99, "99 (0-3)");
-    const TileColorTrcPtr none(KoTileColorTRCNew(16, 0, 4));
+    const TileColorTRCPtr none(KoTileColorTRCNew(16, 0, 4));
     for (const Channel &channel : channels) {
         EXPECT_EQ(channel.curve(tiles.get(), uint64_t{1} << 32, 0), nullptr); // all 64 bits count
         EXPECT_EQ(channel.curve(tiles.get(), 0, uint64_t{1} << 32), nullptr);
@@ -230,7 +230,7 @@ TEST_F(TileColorTrcTest, AnIndexOutOfTheGridIsRecorded) {
 }
 
 TEST_F(TileColorTrcTest, SetTileCopiesIntoOneCurveOfEachPlane) {
-    const TileColorTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileColorTRCPtr tiles = counted_grid(16, 4, 3);
     Planes expected = planes_of(tiles.get());
     Planes first;
     Planes second;
@@ -242,9 +242,9 @@ TEST_F(TileColorTrcTest, SetTileCopiesIntoOneCurveOfEachPlane) {
     }
     expect_success(
         [&] { return KoTileColorTRCSetTileFromArray(tiles.get(), 1, 2, first[0].data(), first[1].data(), first[2].data()); });
-    const TrcPtr red = make_trc(second[0]);
-    const TrcPtr green = make_trc(second[1]);
-    const TrcPtr blue = make_trc(second[2]);
+    const TRCPtr red = make_trc(second[0]);
+    const TRCPtr green = make_trc(second[1]);
+    const TRCPtr blue = make_trc(second[2]);
     expect_success([&] { return KoTileColorTRCSetTileFromTRC(tiles.get(), 3, 0, red.get(), green.get(), blue.get()); });
     EXPECT_EQ(planes_of(tiles.get()), expected);
     EXPECT_EQ(entries_of(green.get()), second[1]);
@@ -252,13 +252,13 @@ TEST_F(TileColorTrcTest, SetTileCopiesIntoOneCurveOfEachPlane) {
 
 // Whichever curve it is, the others are not set either.
 TEST_F(TileColorTrcTest, ACurveOfAnotherSizeChangesNothing) {
-    const TileColorTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileColorTRCPtr tiles = counted_grid(16, 4, 3);
     const Planes before = planes_of(tiles.get());
-    const TrcPtr good = make_trc(Entries(16, 5));
+    const TRCPtr good = make_trc(Entries(16, 5));
     for (size_t c = 0; c < 3; ++c) {
         std::array<const TRC *, 3> curves{good.get(), good.get(), good.get()};
         for (const uint64_t size : {1u, 8u, 15u, 17u, 32u}) {
-            const TrcPtr wrong = make_trc(Entries(size, 5));
+            const TRCPtr wrong = make_trc(Entries(size, 5));
             curves[c] = wrong.get();
             expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
                          [&] { return KoTileColorTRCSetTileFromTRC(tiles.get(), 1, 1, curves[0], curves[1], curves[2]); });
@@ -266,7 +266,7 @@ TEST_F(TileColorTrcTest, ACurveOfAnotherSizeChangesNothing) {
                 return KoTileColorTRCSetTileFromTRC(tiles.get(), 4, 1, curves[0], curves[1], curves[2]);
             });
         }
-        const TrcPtr bare(KoTRCNew(16));
+        const TRCPtr bare(KoTRCNew(16));
         KoTRCFree(bare.get());
         curves[c] = bare.get();
         expect_error(KO_ERR_NULL_POINTER, "Null pointer error",
@@ -276,10 +276,10 @@ TEST_F(TileColorTrcTest, ACurveOfAnotherSizeChangesNothing) {
 }
 
 TEST_F(TileColorTrcTest, AGridWithoutCurvesTakesNone) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(16, 2, 2));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(16, 2, 2));
     KoTileColorTRCFree(tiles.get());
     const Entries source(16, 5);
-    const TrcPtr trc = make_trc(source);
+    const TRCPtr trc = make_trc(source);
     for (const Channel &channel : channels) {
         KoStatusClear();
         EXPECT_EQ(channel.curve(tiles.get(), 1, 1), nullptr);
@@ -296,15 +296,15 @@ TEST_F(TileColorTrcTest, AGridWithoutCurvesTakesNone) {
 
 // Curves of no entries are curves.
 TEST_F(TileColorTrcTest, AGridOfNoEntriesPerCurve) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(0, 2, 2));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(0, 2, 2));
     ASSERT_NE(tiles, nullptr);
     EXPECT_FALSE(has_no_plane(tiles.get()));
     const uint32_t entry = 5;
-    const TrcPtr trc(KoTRCNew(0));
+    const TRCPtr trc(KoTRCNew(0));
     expect_success([&] { return KoTileColorTRCSetTileFromArray(tiles.get(), 1, 1, &entry, &entry, &entry); });
     expect_success([&] { return KoTileColorTRCSetTileFromTRC(tiles.get(), 1, 1, trc.get(), trc.get(), trc.get()); });
     expect_success([&] { return KoTileColorTRCComposeTile(tiles.get(), 1, 1, &entry, &entry, nullptr); });
-    EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), TileColorTrcPtr(KoTileColorTRCNew(0, 2, 2)).get()), 1);
+    EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), TileColorTRCPtr(KoTileColorTRCNew(0, 2, 2)).get()), 1);
     EXPECT_EQ(KoTileColorTRCGetBlueTRC(tiles.get(), 2, 1), nullptr);
     expect_status(KO_ERR_INDEX_OUT_OF_BOUNDS, "Index out of bounds: 2 (0-2)");
 }
@@ -332,7 +332,7 @@ void put_curve(Planes *planes, size_t c, uint64_t tile, const Entries &curve) {
 TEST_F(TileColorTrcTest, ComposeWithTwoArraysChangesRedAndGreenOfATile) {
     for (const uint64_t size : {1u, 2u, 7u, 16u, 256u, 1024u}) {
         const auto limit = static_cast<uint32_t>(size);
-        const TileColorTrcPtr tiles = noise_grid(size, 4, 3, limit);
+        const TileColorTRCPtr tiles = noise_grid(size, 4, 3, limit);
         const Entries red = noise_entries(size, 4294967295u, 8);
         const Entries green = noise_entries(size, 4294967295u, 9);
         Planes expected = planes_of(tiles.get());
@@ -344,7 +344,7 @@ TEST_F(TileColorTrcTest, ComposeWithTwoArraysChangesRedAndGreenOfATile) {
 }
 
 TEST_F(TileColorTrcTest, ComposeByHand) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(4, 1, 1));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(4, 1, 1));
     KoTileColorTRCSetTileFromArray(tiles.get(), 0, 0, Entries{3, 2, 2, 0}.data(), Entries{0, 1, 2, 3}.data(),
                                    Entries{1, 1, 3, 3}.data());
     const Entries red{10, 20, 30, 40};
@@ -355,7 +355,7 @@ TEST_F(TileColorTrcTest, ComposeByHand) {
 
 // Only the blue array that is missing makes it go ahead, by design: three arrays change nothing, and no other two do.
 TEST_F(TileColorTrcTest, ComposeGoesAheadWithRedAndGreenAlone) {
-    const TileColorTrcPtr tiles = noise_grid(16, 2, 2, 16);
+    const TileColorTRCPtr tiles = noise_grid(16, 2, 2, 16);
     const Entries arrays[3] = {Entries(16, 7), Entries(16, 8), Entries(16, 9)};
     const Planes before = planes_of(tiles.get());
     for (int given = 0; given < 8; ++given) {
@@ -369,7 +369,7 @@ TEST_F(TileColorTrcTest, ComposeGoesAheadWithRedAndGreenAlone) {
 }
 
 TEST_F(TileColorTrcTest, ComposeTakesTheLastEntryForWhatLiesPastTheArray) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(4, 2, 1));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(4, 2, 1));
     const Entries far{3, 4, 4294967295u, 2147483648u};
     const Entries near{0, 5, 1000000, 1};
     KoTileColorTRCSetTileFromArray(tiles.get(), 1, 0, far.data(), near.data(), far.data());
@@ -383,7 +383,7 @@ TEST_F(TileColorTrcTest, ComposeTakesTheLastEntryForWhatLiesPastTheArray) {
 
 // The given arrays may be the grid's own: each curve is whole before it is written back, red before green.
 TEST_F(TileColorTrcTest, ComposeWithCurvesOfTheTile) {
-    const TileColorTrcPtr tiles = noise_grid(64, 2, 1, 64);
+    const TileColorTRCPtr tiles = noise_grid(64, 2, 1, 64);
     Entries red = curve_of(tiles.get(), channels[0], 1, 0);
     Entries green = curve_of(tiles.get(), channels[1], 1, 0);
     uint32_t *own_red = KoTileColorTRCGetRedTRC(tiles.get(), 1, 0);
@@ -402,7 +402,7 @@ TEST_F(TileColorTrcTest, ComposeWithCurvesOfTheTile) {
 
 // The tile is looked for before the arrays are: a bad place is on the thread whatever was given, and the call succeeds.
 TEST_F(TileColorTrcTest, ComposeOutOfTheGridIsRecorded) {
-    const TileColorTrcPtr tiles = noise_grid(16, 4, 3, 16);
+    const TileColorTRCPtr tiles = noise_grid(16, 4, 3, 16);
     const Planes before = planes_of(tiles.get());
     const Entries array(16, 5);
     const PrintCapture printed("debug");
@@ -420,13 +420,13 @@ TEST_F(TileColorTrcTest, ComposeOutOfTheGridIsRecorded) {
 }
 
 TEST_F(TileColorTrcTest, ComposeOfAGridWithoutCurvesIsRecorded) {
-    const TileColorTrcPtr tiles(KoTileColorTRCNew(16, 2, 2));
+    const TileColorTRCPtr tiles(KoTileColorTRCNew(16, 2, 2));
     KoTileColorTRCFree(tiles.get());
     const Entries array(16, 5);
     EXPECT_EQ(KoTileColorTRCComposeTile(tiles.get(), 1, 1, array.data(), array.data(), nullptr), KO_OK);
     EXPECT_EQ(KoErrorGetLastError(), KO_ERR_NULL_POINTER);
     EXPECT_TRUE(has_no_plane(tiles.get()));
-    const TileColorTrcPtr none(KoTileColorTRCNew(16, 0, 2));
+    const TileColorTRCPtr none(KoTileColorTRCNew(16, 0, 2));
     KoStatusClear();
     EXPECT_EQ(KoTileColorTRCComposeTile(none.get(), 0, 0, array.data(), array.data(), nullptr), KO_OK);
     EXPECT_EQ(KoErrorGetLastError(), KO_ERR_INDEX_OUT_OF_BOUNDS);
@@ -434,14 +434,14 @@ TEST_F(TileColorTrcTest, ComposeOfAGridWithoutCurvesIsRecorded) {
 
 // ---- comparison ----
 
-int32_t compared(const TileColorTrcPtr &first, const TileColorTrcPtr &second) {
+int32_t compared(const TileColorTRCPtr &first, const TileColorTRCPtr &second) {
     const int32_t result = KoTileColorTRCCompare(first.get(), second.get());
     EXPECT_EQ(KoTileColorTRCCompare(second.get(), first.get()), result);
     return result;
 }
 
 TEST_F(TileColorTrcTest, CompareLooksAtCountsAndEntries) {
-    const TileColorTrcPtr tiles = counted_grid(4, 3, 2);
+    const TileColorTRCPtr tiles = counted_grid(4, 3, 2);
     EXPECT_EQ(compared(tiles, counted_grid(4, 3, 2)), 1);
     EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), tiles.get()), 1);
     EXPECT_EQ(compared(tiles, counted_grid(4, 2, 3)), 0); // the same entries in other shapes
@@ -450,7 +450,7 @@ TEST_F(TileColorTrcTest, CompareLooksAtCountsAndEntries) {
     EXPECT_EQ(compared(tiles, counted_grid(4, 3, 1)), 0);
     for (const Channel &channel : channels) {
         for (uint64_t i = 0; i < 24; ++i) {
-            const TileColorTrcPtr other = counted_grid(4, 3, 2);
+            const TileColorTRCPtr other = counted_grid(4, 3, 2);
             (other.get()->*channel.plane)[i] ^= 0x80000000u;
             EXPECT_EQ(compared(tiles, other), 0) << channel.name << ", entry " << i;
         }
@@ -459,26 +459,26 @@ TEST_F(TileColorTrcTest, CompareLooksAtCountsAndEntries) {
 }
 
 TEST_F(TileColorTrcTest, CompareOfGridsWithoutCurves) {
-    const TileColorTrcPtr tiles = counted_grid(4, 3, 2);
-    const TileColorTrcPtr bare(KoTileColorTRCNew(4, 3, 2));
-    const TileColorTrcPtr other(KoTileColorTRCNew(4, 3, 2));
+    const TileColorTRCPtr tiles = counted_grid(4, 3, 2);
+    const TileColorTRCPtr bare(KoTileColorTRCNew(4, 3, 2));
+    const TileColorTRCPtr other(KoTileColorTRCNew(4, 3, 2));
     KoTileColorTRCFree(bare.get());
     KoTileColorTRCFree(other.get());
     EXPECT_EQ(compared(tiles, bare), 0);
     EXPECT_EQ(compared(bare, other), 1);
-    const TileColorTrcPtr none(KoTileColorTRCNew(4, 0, 2));
-    EXPECT_EQ(compared(none, TileColorTrcPtr(KoTileColorTRCNew(8, 0, 2))), 0);
-    EXPECT_EQ(compared(none, TileColorTrcPtr(KoTileColorTRCNew(4, 0, 3))), 0);
-    EXPECT_EQ(compared(none, TileColorTrcPtr(KoTileColorTRCNew(4, 2, 0))), 0);
+    const TileColorTRCPtr none(KoTileColorTRCNew(4, 0, 2));
+    EXPECT_EQ(compared(none, TileColorTRCPtr(KoTileColorTRCNew(8, 0, 2))), 0);
+    EXPECT_EQ(compared(none, TileColorTRCPtr(KoTileColorTRCNew(4, 0, 3))), 0);
+    EXPECT_EQ(compared(none, TileColorTRCPtr(KoTileColorTRCNew(4, 2, 0))), 0);
     expect_status(KO_OK, "");
 }
 
 // Planes are compared pair by pair: one that both lack is equal, one that only one of them lacks is not.
 TEST_F(TileColorTrcTest, CompareOfGridsThatLackAPlane) {
     for (const Channel &channel : channels) {
-        const TileColorTrcPtr whole = counted_grid(4, 3, 2);
-        const TileColorTrcPtr first = counted_grid(4, 3, 2);
-        const TileColorTrcPtr second = counted_grid(4, 3, 2);
+        const TileColorTRCPtr whole = counted_grid(4, 3, 2);
+        const TileColorTRCPtr first = counted_grid(4, 3, 2);
+        const TileColorTRCPtr second = counted_grid(4, 3, 2);
         drop(first.get(), channel);
         EXPECT_EQ(compared(whole, first), 0) << channel.name;
         drop(second.get(), channel);

@@ -21,9 +21,9 @@ using TileColorTRCApplyTest = LibraryTest;
 constexpr int32_t interleaved = KO_BYTE_LAYOUT_INTERLEAVED;
 
 // A grid whose entry i of channel c at tile (x, y) is entry(c, x, y, i).
-TileColorTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y,
+TileColorTRCPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y,
                           const std::function<uint32_t(uint64_t c, uint64_t x, uint64_t y, uint64_t i)> &entry) {
-    TileColorTrcPtr grid(KoTileColorTRCNew(size, strips_x, strips_y));
+    TileColorTRCPtr grid(KoTileColorTRCNew(size, strips_x, strips_y));
     uint32_t *planes[] = {grid->redArray, grid->greenArray, grid->blueArray};
     for (uint64_t c = 0; c < 3; ++c) {
         for (uint64_t y = 0; y < strips_y; ++y) {
@@ -38,18 +38,18 @@ TileColorTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y,
 }
 
 // Every curve gives the same level for every byte.
-TileColorTrcPtr constant_grid(uint64_t strips_x, uint64_t strips_y,
+TileColorTRCPtr constant_grid(uint64_t strips_x, uint64_t strips_y,
                               const std::function<uint32_t(uint64_t c, uint64_t x, uint64_t y)> &level) {
     return make_grid(256, strips_x, strips_y, [&](uint64_t c, uint64_t x, uint64_t y, uint64_t) { return level(c, x, y); });
 }
 
-TileColorTrcPtr identity_grid(uint64_t strips_x, uint64_t strips_y) {
+TileColorTRCPtr identity_grid(uint64_t strips_x, uint64_t strips_y) {
     return make_grid(256, strips_x, strips_y,
                      [](uint64_t, uint64_t, uint64_t, uint64_t i) { return static_cast<uint32_t>(i); });
 }
 
 // Entries below the limit; a limit of 0 means all of 32 bits.
-TileColorTrcPtr noise_grid(uint64_t strips_x, uint64_t strips_y, uint32_t limit, uint64_t size = 256) {
+TileColorTRCPtr noise_grid(uint64_t strips_x, uint64_t strips_y, uint32_t limit, uint64_t size = 256) {
     Noise noise(static_cast<uint32_t>(strips_x * 16 + strips_y));
     return make_grid(size, strips_x, strips_y, [&](uint64_t, uint64_t, uint64_t, uint64_t) {
         return limit == 0 ? noise.next() ^ noise.next() >> 16 : (noise.next() >> 7) % limit;
@@ -57,7 +57,7 @@ TileColorTrcPtr noise_grid(uint64_t strips_x, uint64_t strips_y, uint32_t limit,
 }
 
 // Entries around the places where a float loses its whole numbers and an integer its sign.
-TileColorTrcPtr awkward_grid(uint64_t strips_x, uint64_t strips_y) {
+TileColorTRCPtr awkward_grid(uint64_t strips_x, uint64_t strips_y) {
     constexpr uint32_t centers[] = {255u, 256u, 65535u, 1u << 24, 3u << 24, 0x7fffffffu, 0x80000000u, 0xffffffffu};
     Noise noise(static_cast<uint32_t>(strips_x * 16 + strips_y));
     return make_grid(256, strips_x, strips_y, [&](uint64_t, uint64_t, uint64_t, uint64_t) {
@@ -137,14 +137,14 @@ void expect_position(const Position &expected, const TileColorTRCApply *apply) {
     EXPECT_EQ(apply->debugFlags, 0u);
 }
 
-ColorApplyPtr make_apply(const TileColorTRC *grid, const BytePicture &picture) {
-    return ColorApplyPtr(KoTileColorTRCApplyNew(grid, picture.width, picture.height, picture.layout));
+TileColorTRCApplyPtr make_apply(const TileColorTRC *grid, const BytePicture &picture) {
+    return TileColorTRCApplyPtr(KoTileColorTRCApplyNew(grid, picture.width, picture.height, picture.layout));
 }
 
 // Applies in chunks of the given sizes to pictures at input and output, which may be one.
 void apply_chunks(const TileColorTRC *grid, const BytePicture &shape, const std::vector<uint64_t> &chunks, const uint8_t *input,
                   uint8_t *output) {
-    const ColorApplyPtr apply = make_apply(grid, shape);
+    const TileColorTRCApplyPtr apply = make_apply(grid, shape);
     ASSERT_NE(apply, nullptr);
     Position position(shape.height, grid->numStripsY);
     expect_position(position, apply.get());
@@ -187,7 +187,7 @@ std::vector<uint64_t> random_cuts(uint64_t height, uint64_t most, uint32_t seed)
 // Every chunk in blocks of its own, so that a step beyond its rows is a fault.
 void expect_reference_from_blocks(const TileColorTRC *grid, const BytePicture &input, const BytePicture &before,
                                   const BytePicture &expected, const std::vector<uint64_t> &cuts) {
-    const ColorApplyPtr apply = make_apply(grid, input);
+    const TileColorTRCApplyPtr apply = make_apply(grid, input);
     ASSERT_NE(apply, nullptr);
     const auto part = [&](const BytePicture &picture, uint64_t first, uint64_t rows) {
         const auto begin = picture.bytes.begin() + static_cast<std::ptrdiff_t>(first * row_step(picture));
@@ -258,7 +258,7 @@ std::vector<Direction> directions(uint64_t most) {
 }
 
 // One of the kinds of curves, by a number.
-TileColorTrcPtr any_grid(uint64_t strips_x, uint64_t strips_y, uint64_t kind) {
+TileColorTRCPtr any_grid(uint64_t strips_x, uint64_t strips_y, uint64_t kind) {
     switch (kind % 5) {
     case 0:
         return noise_grid(strips_x, strips_y, 256);
@@ -280,7 +280,7 @@ TEST_F(TileColorTRCApplyTest, ManySizesAndGrids) {
     for (const Direction &x : columns) {
         for (int repeat = 0; repeat < 8; ++repeat) {
             const Direction &y = rows[turn * 7 % rows.size()];
-            const TileColorTrcPtr grid = any_grid(x.strips, y.strips, turn);
+            const TileColorTRCPtr grid = any_grid(x.strips, y.strips, turn);
             expect_reference(grid.get(), noise_picture(x.pixels, y.pixels, static_cast<int32_t>(turn / 5 % 3), 1));
             ++turn;
             if (HasFailure()) {
@@ -311,7 +311,7 @@ TEST_F(TileColorTRCApplyTest, EverySizeInEveryLayout) {
             auto [strips_x, strips_y] = strips[++seed % std::size(strips)];
             strips_x = fits(size.width, strips_x) ? strips_x : 1;
             strips_y = fits(size.height, strips_y) ? strips_y : 1;
-            const TileColorTrcPtr grid = any_grid(strips_x, strips_y, seed);
+            const TileColorTRCPtr grid = any_grid(strips_x, strips_y, seed);
             const BytePicture picture = noise_picture(size.width, size.height, layout, seed);
             expect_reference(grid.get(), picture);
             expect_guarded(grid.get(), picture, seed);
@@ -325,7 +325,7 @@ TEST_F(TileColorTRCApplyTest, TilesOfEveryWidth) {
     for (uint64_t tile = 1; tile <= 140; tile += tile < 80 ? 1 : 7) {
         for (uint64_t strips = 1; strips <= (tile <= 17 ? 9u : 3u); ++strips) {
             const uint64_t width = tile * strips + ++seed % 3;
-            const TileColorTrcPtr grid = any_grid(strips, 1 + seed % 3, seed);
+            const TileColorTRCPtr grid = any_grid(strips, 1 + seed % 3, seed);
             const BytePicture picture = noise_picture(width, 7, static_cast<int32_t>(seed / 5 % 3), seed);
             expect_reference(grid.get(), picture);
             expect_guarded(grid.get(), picture, seed);
@@ -377,7 +377,7 @@ TEST_F(TileColorTRCApplyTest, TallPictures) {
 }
 
 TEST_F(TileColorTRCApplyTest, PhotographOnAnEightByEightGrid) {
-    const TileColorTrcPtr grid = make_grid(256, 8, 8, [](uint64_t c, uint64_t x, uint64_t y, uint64_t i) {
+    const TileColorTRCPtr grid = make_grid(256, 8, 8, [](uint64_t c, uint64_t x, uint64_t y, uint64_t i) {
         return static_cast<uint32_t>(std::min<uint64_t>(255, i * (8 + (x + 2 * y + c) % 4) / 8));
     });
     BytePicture picture(211, 163, interleaved);
@@ -387,7 +387,7 @@ TEST_F(TileColorTRCApplyTest, PhotographOnAnEightByEightGrid) {
 
 TEST_F(TileColorTRCApplyTest, EveryWayOfCuttingIntoChunks) {
     constexpr uint64_t height = 11;
-    const TileColorTrcPtr grid = noise_grid(2, 3, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 3, 256);
     for (int32_t layout = 0; layout < 3; ++layout) {
         const BytePicture input = noise_picture(9, height, layout, 2);
         const BytePicture before = noise_picture(9, height, layout, 3);
@@ -407,7 +407,7 @@ TEST_F(TileColorTRCApplyTest, EveryWayOfCuttingIntoChunks) {
 
 // The running subtraction reaches other weights than a quotient of the rows that are left would give.
 TEST_F(TileColorTRCApplyTest, AResumedBandGoesOnWithTheReachedWeight) {
-    const TileColorTrcPtr grid = constant_grid(1, 2, [](uint64_t, uint64_t, uint64_t y) { return y == 0 ? 0xffffff00u : 0u; });
+    const TileColorTRCPtr grid = constant_grid(1, 2, [](uint64_t, uint64_t, uint64_t y) { return y == 0 ? 0xffffff00u : 0u; });
     const BytePicture input = flat_picture(4, 200, 7);
     const BytePicture expected = reference_tile_color_apply(*grid, input, input);
     const float step = 1.0f / 100.0f;
@@ -444,20 +444,20 @@ std::vector<int> red_column(const BytePicture &picture, uint64_t x) {
 
 TEST_F(TileColorTRCApplyTest, WeightsRunAndResultsAreTruncated) {
     // Tiles of 4: steps of a quarter, exact in floats. The last pixel of the run has not yet left the left curve.
-    const TileColorTrcPtr grid = constant_grid(2, 1, [](uint64_t, uint64_t x, uint64_t) { return x == 0 ? 10u : 13u; });
+    const TileColorTRCPtr grid = constant_grid(2, 1, [](uint64_t, uint64_t x, uint64_t) { return x == 0 ? 10u : 13u; });
     const BytePicture output = applied(grid.get(), flat_picture(8, 1, 99));
     EXPECT_EQ(red_row(output, 0), (std::vector<int>{10, 10, 10, 10, 11, 12, 13, 13})); // 10.75, 11.5 and 12.25 are cut
 }
 
 TEST_F(TileColorTRCApplyTest, TheFirstRowOfAnInnerBandHasTheUpperCurvesAlone) {
-    const TileColorTrcPtr grid = constant_grid(1, 2, [](uint64_t, uint64_t, uint64_t y) { return y == 0 ? 10u : 13u; });
+    const TileColorTRCPtr grid = constant_grid(1, 2, [](uint64_t, uint64_t, uint64_t y) { return y == 0 ? 10u : 13u; });
     const BytePicture output = applied(grid.get(), flat_picture(2, 8, 99));
     EXPECT_EQ(red_column(output, 0), (std::vector<int>{10, 10, 10, 10, 10, 11, 12, 13})); // three rows, then four
     EXPECT_EQ(red_column(output, 1), red_column(output, 0));
 }
 
 TEST_F(TileColorTRCApplyTest, FourCurvesMeetInTheMiddle) {
-    const TileColorTrcPtr grid = constant_grid(
+    const TileColorTRCPtr grid = constant_grid(
         2, 2, [](uint64_t, uint64_t x, uint64_t y) { return x == 0 ? (y == 0 ? 0u : 64u) : (y == 0 ? 32u : 128u); });
     const BytePicture output = applied(grid.get(), flat_picture(8, 8, 99));
     EXPECT_EQ(red_row(output, 0), (std::vector<int>{0, 0, 0, 8, 16, 24, 32, 32}));
@@ -469,7 +469,7 @@ TEST_F(TileColorTRCApplyTest, FourCurvesMeetInTheMiddle) {
 }
 
 TEST_F(TileColorTRCApplyTest, EveryChannelHasItsOwnCurves) {
-    const TileColorTrcPtr grid = make_grid(256, 2, 2, [](uint64_t c, uint64_t, uint64_t, uint64_t i) {
+    const TileColorTRCPtr grid = make_grid(256, 2, 2, [](uint64_t c, uint64_t, uint64_t, uint64_t i) {
         return static_cast<uint32_t>(c == 0 ? 255 - i : c == 1 ? i / 2 : 7);
     });
     BytePicture input = flat_picture(4, 4, 0);
@@ -488,7 +488,7 @@ TEST_F(TileColorTRCApplyTest, EveryChannelHasItsOwnCurves) {
 
 // Curves that change nothing may still take a level from a blend, by running sums and truncation, and never more.
 TEST_F(TileColorTRCApplyTest, IdentityCurvesMayTakeALevel) {
-    const TileColorTrcPtr grid = identity_grid(3, 3);
+    const TileColorTRCPtr grid = identity_grid(3, 3);
     const BytePicture input = noise_picture(300, 300, interleaved, 4);
     const BytePicture output = applied(grid.get(), input);
     uint64_t lower = 0;
@@ -505,7 +505,7 @@ TEST_F(TileColorTRCApplyTest, IdentityCurvesMayTakeALevel) {
 }
 
 TEST_F(TileColorTRCApplyTest, LevelsAboveAByteWrap) {
-    const TileColorTrcPtr grid = constant_grid(2, 2, [](uint64_t, uint64_t x, uint64_t y) { return x + y == 0 ? 300u : 600u; });
+    const TileColorTRCPtr grid = constant_grid(2, 2, [](uint64_t, uint64_t x, uint64_t y) { return x + y == 0 ? 300u : 600u; });
     const BytePicture output = applied(grid.get(), flat_picture(8, 8, 99));
     EXPECT_EQ(red_row(output, 0), (std::vector<int>{44, 44, 44, 375 & 255, 450 & 255, 525 & 255, 600 & 255, 600 & 255}));
     EXPECT_EQ(red_column(output, 0), (std::vector<int>{44, 44, 44, 44, 375 & 255, 450 & 255, 525 & 255, 600 & 255}));
@@ -513,7 +513,7 @@ TEST_F(TileColorTRCApplyTest, LevelsAboveAByteWrap) {
 
 TEST_F(TileColorTRCApplyTest, ASingleCurveGivesTheLowByteOfItsEntryUnblended) {
     const auto outputs = [](uint32_t entry) {
-        const TileColorTrcPtr grid = constant_grid(2, 1, [&](uint64_t, uint64_t, uint64_t) { return entry; });
+        const TileColorTRCPtr grid = constant_grid(2, 1, [&](uint64_t, uint64_t, uint64_t) { return entry; });
         const BytePicture output = applied(grid.get(), flat_picture(4, 1, 0));
         return std::pair<int, int>{output.at(0, 0, 0), output.at(0, 1, 0)}; // one curve, and the blend with a weight of 1
     };
@@ -529,7 +529,7 @@ TEST_F(TileColorTRCApplyTest, ASingleCurveGivesTheLowByteOfItsEntryUnblended) {
 }
 
 TEST_F(TileColorTRCApplyTest, ABlendThatDoesNotFitGivesNothing) {
-    const TileColorTrcPtr grid = constant_grid(2, 2, [](uint64_t, uint64_t, uint64_t) { return 0x80000000u; });
+    const TileColorTRCPtr grid = constant_grid(2, 2, [](uint64_t, uint64_t, uint64_t) { return 0x80000000u; });
     const BytePicture input = flat_picture(8, 8, 3);
     const BytePicture output = applied(grid.get(), input, flat_picture(8, 8, 77), {8});
     EXPECT_EQ(output.bytes, flat_picture(8, 8, 0).bytes);
@@ -548,11 +548,11 @@ TEST_F(TileColorTRCApplyTest, NegativeBlendsAreTruncatedAndCut) {
     ASSERT_GT(blend, -100000.0f);
     const int expected = static_cast<int>(blend) & 255;
     const auto level = [](bool first) { return first ? 0xffffff00u : 0u; };
-    const TileColorTrcPtr along = constant_grid(2, 1, [&](uint64_t, uint64_t x, uint64_t) { return level(x == 0); });
+    const TileColorTRCPtr along = constant_grid(2, 1, [&](uint64_t, uint64_t x, uint64_t) { return level(x == 0); });
     const BytePicture wide = flat_picture(2 * tile, 2, 3);
     EXPECT_EQ(applied(along.get(), wide).at(0, tile / 2 + tile - 1, 1), expected);
     expect_reference(along.get(), wide);
-    const TileColorTrcPtr down = constant_grid(1, 2, [&](uint64_t, uint64_t, uint64_t y) { return level(y == 0); });
+    const TileColorTRCPtr down = constant_grid(1, 2, [&](uint64_t, uint64_t, uint64_t y) { return level(y == 0); });
     const BytePicture tall = flat_picture(2, 2 * tile, 3);
     EXPECT_EQ(applied(down.get(), tall).at(0, 0, tile / 2 + tile), expected);
     EXPECT_EQ(applied(down.get(), tall, tall, {2 * tile - 5000, 5000}).at(0, 0, tile / 2 + tile), expected);
@@ -564,10 +564,10 @@ TEST_F(TileColorTRCApplyTest, LongerCurvesAreReadAtTheByte) {
         return i < 256 ? static_cast<uint32_t>(i) : 0xffffffffu;
     };
     BytePicture input = noise_picture(21, 14, interleaved, 9);
-    const TileColorTrcPtr plain = identity_grid(3, 2);
+    const TileColorTRCPtr plain = identity_grid(3, 2);
     const BytePicture expected = applied(plain.get(), input);
     for (const uint64_t size : {257u, 300u, 512u, 1024u, 65536u}) {
-        const TileColorTrcPtr longer = make_grid(size, 3, 2, from_byte);
+        const TileColorTRCPtr longer = make_grid(size, 3, 2, from_byte);
         expect_same(expected.bytes, applied(longer.get(), input).bytes, "longer curves");
         expect_reference(noise_grid(3, 2, 256, size).get(), input);
     }
@@ -575,10 +575,10 @@ TEST_F(TileColorTRCApplyTest, LongerCurvesAreReadAtTheByte) {
 
 // Rows that each band takes, found by handing in single rows.
 std::vector<int> rows_by_band(uint64_t height, uint64_t strips) {
-    const TileColorTrcPtr grid = noise_grid(1, strips, 256);
+    const TileColorTRCPtr grid = noise_grid(1, strips, 256);
     const BytePicture input = noise_picture(2, height, interleaved, 1);
     BytePicture output = input;
-    const ColorApplyPtr apply = make_apply(grid.get(), input);
+    const TileColorTRCApplyPtr apply = make_apply(grid.get(), input);
     std::vector<int> rows(strips + 1);
     for (uint64_t y = 0; y < height; ++y) {
         EXPECT_EQ(apply->rowsDone, y);
@@ -603,7 +603,7 @@ TEST_F(TileColorTRCApplyTest, BandsDivideTheHeight) {
 }
 
 TEST_F(TileColorTRCApplyTest, ATileWidthRoundedUpOvershootsByAPixel) {
-    const TileColorTrcPtr grid =
+    const TileColorTRCPtr grid =
         constant_grid(4, 2, [](uint64_t, uint64_t x, uint64_t) { return static_cast<uint32_t>(50 * x + 50); });
     const BytePicture input = flat_picture(1002, 3, 9);
     const BytePicture before = flat_picture(1002, 3, 1);
@@ -625,7 +625,7 @@ TEST_F(TileColorTRCApplyTest, ATileWidthRoundedUpOvershootsByAPixel) {
 }
 
 TEST_F(TileColorTRCApplyTest, ATileWidthRoundedDownLeavesAColumn) {
-    const TileColorTrcPtr grid = constant_grid(4, 2, [](uint64_t, uint64_t, uint64_t) { return 60u; });
+    const TileColorTRCPtr grid = constant_grid(4, 2, [](uint64_t, uint64_t, uint64_t) { return 60u; });
     for (int32_t layout = 0; layout < 3; ++layout) {
         const BytePicture input = flat_picture(1001, 6, 9, layout);
         const BytePicture output = applied(grid.get(), input, flat_picture(1001, 6, 222, layout), {6});
@@ -643,7 +643,7 @@ TEST_F(TileColorTRCApplyTest, ATileWidthRoundedDownLeavesAColumn) {
 // width.
 TEST_F(TileColorTRCApplyTest, AnOddTileWidthLeavesAColumn) {
     for (const auto &[width, columns] : {std::pair<uint64_t, uint64_t>{1000, 8}, {56, 8}, {15, 1}, {3, 1}}) {
-        const TileColorTrcPtr grid = constant_grid(columns, 2, [](uint64_t, uint64_t, uint64_t) { return 60u; });
+        const TileColorTRCPtr grid = constant_grid(columns, 2, [](uint64_t, uint64_t, uint64_t) { return 60u; });
         const BytePicture output = applied(grid.get(), flat_picture(width, 6, 9), flat_picture(width, 6, 222), {6});
         for (uint64_t y = 0; y < 6; ++y) {
             EXPECT_NE(+output.at(0, width - 2, y), 222) << width;
@@ -654,7 +654,7 @@ TEST_F(TileColorTRCApplyTest, AnOddTileWidthLeavesAColumn) {
 
 TEST_F(TileColorTRCApplyTest, MiddleRunsEndAtTheRowsEnd) {
     // Tiles of 2 where 1.5 would fit: the eighth middle run is cut to no pixel, and the ones after it have none.
-    const TileColorTrcPtr grid =
+    const TileColorTRCPtr grid =
         constant_grid(10, 1, [](uint64_t, uint64_t x, uint64_t) { return static_cast<uint32_t>(20 * x); });
     Guarded target(flat_picture(15, 2, 255).bytes);
     const BytePicture input = flat_picture(15, 2, 9);
@@ -668,7 +668,7 @@ TEST_F(TileColorTRCApplyTest, MiddleRunsEndAtTheRowsEnd) {
 }
 
 TEST_F(TileColorTRCApplyTest, TilesOfOnePixelTakeTheLeftCurve) {
-    const TileColorTrcPtr grid =
+    const TileColorTRCPtr grid =
         constant_grid(5, 5, [](uint64_t, uint64_t x, uint64_t y) { return static_cast<uint32_t>(10 * y + x); });
     const BytePicture output = applied(grid.get(), flat_picture(5, 5, 9), flat_picture(5, 5, 99), {5});
     for (uint64_t y = 0; y < 5; ++y) { // half a tile is no column but, with the row more, a row
@@ -678,20 +678,20 @@ TEST_F(TileColorTRCApplyTest, TilesOfOnePixelTakeTheLeftCurve) {
 }
 
 TEST_F(TileColorTRCApplyTest, APictureOfOneColumnIsNotReached) {
-    const TileColorTrcPtr grid = noise_grid(1, 1, 256);
+    const TileColorTRCPtr grid = noise_grid(1, 1, 256);
     const BytePicture before = noise_picture(1, 7, interleaved, 2);
     EXPECT_EQ(applied(grid.get(), noise_picture(1, 7, interleaved, 1), before, {7}).bytes, before.bytes);
 }
 
 TEST_F(TileColorTRCApplyTest, TheCurvesOfTheOuterGridRowsFillTheEdges) {
-    const TileColorTrcPtr grid =
+    const TileColorTRCPtr grid =
         constant_grid(1, 3, [](uint64_t, uint64_t, uint64_t y) { return static_cast<uint32_t>(40 * y + 40); });
     const BytePicture output = applied(grid.get(), flat_picture(2, 12, 99));
     EXPECT_EQ(red_column(output, 0), (std::vector<int>{40, 40, 40, 40, 50, 60, 70, 80, 90, 100, 110, 120}));
 }
 
 TEST_F(TileColorTRCApplyTest, InitFillsTheRecord) {
-    const TileColorTrcPtr grid = noise_grid(4, 3, 256);
+    const TileColorTRCPtr grid = noise_grid(4, 3, 256);
     TileColorTRCApply apply;
     std::memset(&apply, 0xff, sizeof apply);
     expect_success([&] { return KoTileColorTRCApplyInit(&apply, grid.get(), 1002, 1001, KO_BYTE_LAYOUT_PLANAR); });
@@ -711,9 +711,9 @@ TEST_F(TileColorTRCApplyTest, InitFillsTheRecord) {
 }
 
 TEST_F(TileColorTRCApplyTest, NewFillsTheRecord) {
-    const TileColorTrcPtr grid = noise_grid(4, 3, 256);
+    const TileColorTRCPtr grid = noise_grid(4, 3, 256);
     for (int32_t layout = 0; layout < 3; ++layout) {
-        const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), 1001, 1000, layout));
+        const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), 1001, 1000, layout));
         ASSERT_NE(apply, nullptr);
         EXPECT_EQ(apply->tileColorTRC, grid.get());
         EXPECT_EQ(apply->width, 1001u);
@@ -743,8 +743,8 @@ TEST_F(TileColorTRCApplyTest, TileSizesAreComputedInSinglePrecision) {
         {16777221, 6, 2796203},  // 16777220
         {16777227, 3, 5592410}}; // 16777228
     for (const Case &c : cases) {
-        const TileColorTrcPtr grid(KoTileColorTRCNew(256, c.strips, 1));
-        const TileColorTrcPtr turned(KoTileColorTRCNew(256, 1, c.strips));
+        const TileColorTRCPtr grid(KoTileColorTRCNew(256, c.strips, 1));
+        const TileColorTRCPtr turned(KoTileColorTRCNew(256, 1, c.strips));
         TileColorTRCApply apply;
         ASSERT_EQ(KoTileColorTRCApplyInit(&apply, grid.get(), c.pixels, 4, interleaved), KO_OK);
         EXPECT_EQ(apply.tileWidth, c.tile) << c.pixels << " by " << c.strips;
@@ -761,10 +761,10 @@ TEST_F(TileColorTRCApplyTest, TileSizesAreComputedInSinglePrecision) {
 // A single strip that rounds up by a whole pixel: even then the right run ends with the row.
 TEST_F(TileColorTRCApplyTest, AnEnormousRowIsNotOvershot) {
     constexpr uint64_t width = 8388609;
-    const TileColorTrcPtr grid =
+    const TileColorTRCPtr grid =
         constant_grid(1, 1, [](uint64_t c, uint64_t, uint64_t) { return static_cast<uint32_t>(c + 5); });
     Guarded picture(std::vector<uint8_t>(width * 3, uint8_t{1}));
-    const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), width, 1, interleaved));
+    const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), width, 1, interleaved));
     ASSERT_NE(apply, nullptr);
     EXPECT_EQ(KoTileColorTRCApplyToByteChunk(apply.get(), 1, picture.data(), picture.data()), KO_OK);
     EXPECT_TRUE(picture.intact());
@@ -775,8 +775,8 @@ TEST_F(TileColorTRCApplyTest, AnEnormousRowIsNotOvershot) {
 }
 
 TEST_F(TileColorTRCApplyTest, ARecordCanBePreparedAgain) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
-    const TileColorTrcPtr other = noise_grid(3, 3, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr other = noise_grid(3, 3, 256);
     const BytePicture input = noise_picture(12, 10, interleaved, 1);
     const BytePicture before = noise_picture(12, 10, interleaved, 2);
     BytePicture output = before;
@@ -792,10 +792,10 @@ TEST_F(TileColorTRCApplyTest, ARecordCanBePreparedAgain) {
 }
 
 TEST_F(TileColorTRCApplyTest, PositionSurvivesBetweenChunks) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     const BytePicture input = noise_picture(3, 20, interleaved, 1);
     BytePicture output = input;
-    const ColorApplyPtr apply = make_apply(grid.get(), input);
+    const TileColorTRCApplyPtr apply = make_apply(grid.get(), input);
     const auto hand_over = [&](uint64_t rows) {
         const uint64_t offset = apply->rowsDone * row_step(input);
         EXPECT_EQ(KoTileColorTRCApplyToByteChunk(apply.get(), rows, &input.bytes[offset], &output.bytes[offset]), KO_OK);
@@ -818,10 +818,10 @@ TEST_F(TileColorTRCApplyTest, PositionSurvivesBetweenChunks) {
 
 // Chunks may lie anywhere: a chunk's rows are found from its own pointers.
 TEST_F(TileColorTRCApplyTest, BuffersMayBeUsedAgainForEveryChunk) {
-    const TileColorTrcPtr grid = noise_grid(3, 4, 256);
+    const TileColorTRCPtr grid = noise_grid(3, 4, 256);
     const BytePicture input = noise_picture(17, 13, KO_BYTE_LAYOUT_LINE_INTERLEAVED, 1);
     const BytePicture expected = reference_tile_color_apply(*grid, input, input);
-    const ColorApplyPtr apply = make_apply(grid.get(), input);
+    const TileColorTRCApplyPtr apply = make_apply(grid.get(), input);
     std::vector<uint8_t> row(17 * 3);
     for (uint64_t y = 0; y < 13; ++y) {
         std::copy_n(input.bytes.data() + y * row.size(), row.size(), row.data());
@@ -831,7 +831,7 @@ TEST_F(TileColorTRCApplyTest, BuffersMayBeUsedAgainForEveryChunk) {
 }
 
 TEST_F(TileColorTRCApplyTest, RowsBeyondThePictureAreIgnored) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     for (int32_t layout = 0; layout < 3; ++layout) {
         const BytePicture input = noise_picture(8, 6, layout, 2);
         const BytePicture before = noise_picture(8, 6, layout, 3);
@@ -839,7 +839,7 @@ TEST_F(TileColorTRCApplyTest, RowsBeyondThePictureAreIgnored) {
         for (const uint64_t rows : {UINT64_MAX, UINT64_MAX / 3, uint64_t{1} << 32, uint64_t{7}}) {
             for (const uint64_t first : {uint64_t{0}, uint64_t{4}}) {
                 Guarded target(before.bytes);
-                const ColorApplyPtr apply = make_apply(grid.get(), input);
+                const TileColorTRCApplyPtr apply = make_apply(grid.get(), input);
                 const uint64_t offset = first * row_step(input);
                 const auto hand_over = [&](uint64_t count, uint64_t at) {
                     expect_success([&] {
@@ -875,7 +875,7 @@ void expect_refused(const TileColorTRC *grid, uint64_t width, uint64_t height, i
     EXPECT_TRUE(target.intact());
     if (grid != nullptr) {
         const PrintCapture printed("error");
-        EXPECT_EQ(ColorApplyPtr(KoTileColorTRCApplyNew(grid, width, height, layout)), nullptr);
+        EXPECT_EQ(TileColorTRCApplyPtr(KoTileColorTRCApplyNew(grid, width, height, layout)), nullptr);
         expect_status(KO_ERR_CREATE_OBJECT, "Cannot create object \"TileColorTRCApply\"\n-> [ERROR] Invalid argument");
         EXPECT_EQ(printed.texts(), std::vector<std::string>{"[ERROR] Invalid argument"}); // by Init alone
         KoStatusClear();
@@ -888,8 +888,8 @@ TEST_F(TileColorTRCApplyTest, TilesThatRoundToNothingAreRefused) {
     expect_refused(noise_grid(3, 3, 256).get(), 1, 1, KO_BYTE_LAYOUT_PLANAR);
     expect_refused(noise_grid(1, 1, 256).get(), 0, 5, interleaved);
     expect_refused(noise_grid(1, 1, 256).get(), 5, 0, interleaved);
-    const TileColorTrcPtr half = noise_grid(8, 8, 256); // half a pixel rounds to one
-    const ColorApplyPtr apply(KoTileColorTRCApplyNew(half.get(), 4, 4, interleaved));
+    const TileColorTRCPtr half = noise_grid(8, 8, 256); // half a pixel rounds to one
+    const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(half.get(), 4, 4, interleaved));
     ASSERT_NE(apply, nullptr);
     EXPECT_EQ(apply->tileWidth, 1u);
     EXPECT_EQ(apply->tileHeight, 1u);
@@ -899,15 +899,15 @@ TEST_F(TileColorTRCApplyTest, CurvesOfFewerThan256EntriesAreRefused) {
     expect_refused(noise_grid(2, 2, 256, 255).get(), 15, 20, interleaved);
     expect_refused(noise_grid(1, 1, 256, 128).get(), 15, 20, interleaved);
     expect_refused(noise_grid(2, 3, 256, 1).get(), 15, 20, interleaved);
-    const TileColorTrcPtr without_entries(KoTileColorTRCNew(0, 2, 2));
+    const TileColorTRCPtr without_entries(KoTileColorTRCNew(0, 2, 2));
     expect_refused(without_entries.get(), 15, 20, interleaved);
 }
 
 TEST_F(TileColorTRCApplyTest, AGridWithoutStripsIsRefused) {
-    const TileColorTrcPtr whole = noise_grid(2, 2, 256);
+    const TileColorTRCPtr whole = noise_grid(2, 2, 256);
     const std::pair<uint64_t, uint64_t> shapes[] = {{0, 0}, {0, 1}, {1, 0}, {0, 4}, {4, 0}};
     for (const auto &[strips_x, strips_y] : shapes) {
-        const TileColorTrcPtr grid(KoTileColorTRCNew(256, strips_x, strips_y));
+        const TileColorTRCPtr grid(KoTileColorTRCNew(256, strips_x, strips_y));
         ASSERT_NE(grid, nullptr);
         expect_refused(grid.get(), 15, 20, interleaved);
         TileColorTRC with_curves = *whole; // the counts decide, whatever the planes are
@@ -918,13 +918,13 @@ TEST_F(TileColorTRCApplyTest, AGridWithoutStripsIsRefused) {
 }
 
 TEST_F(TileColorTRCApplyTest, AGridWithoutCurvesIsRefused) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     KoTileColorTRCFree(grid.get());
     expect_refused(grid.get(), 15, 20, interleaved);
 }
 
 TEST_F(TileColorTRCApplyTest, LayoutsBeyondOneBlockAreRefused) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     const int32_t layouts[] = {KO_BYTE_LAYOUT_3_PLANES, 4, 5, 256, 1 << 24, INT32_MAX, -1, INT32_MIN};
     for (const int32_t layout : layouts) {
         expect_refused(grid.get(), 15, 20, layout);
@@ -934,7 +934,7 @@ TEST_F(TileColorTRCApplyTest, LayoutsBeyondOneBlockAreRefused) {
 TEST_F(TileColorTRCApplyTest, InitRefusesNoGrid) { expect_refused(nullptr, 15, 20, interleaved); }
 
 TEST_F(TileColorTRCApplyTest, NewWithoutAGridGivesAClearedRecordThatRefusesChunks) {
-    const ColorApplyPtr apply(KoTileColorTRCApplyNew(nullptr, 15, 20, interleaved));
+    const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(nullptr, 15, 20, interleaved));
     ASSERT_NE(apply, nullptr);
     expect_status(KO_OK, "");
     EXPECT_EQ(apply->tileColorTRC, nullptr);
@@ -955,7 +955,7 @@ TEST_F(TileColorTRCApplyTest, NewWithoutAGridGivesAClearedRecordThatRefusesChunk
                      [&] { return KoTileColorTRCApplyToByteChunk(apply.get(), rows, bytes.data(), bytes.data()); });
     }
     EXPECT_EQ(bytes, std::vector<uint8_t>(15 * 20 * 3, 1));
-    const ColorApplyPtr odd(KoTileColorTRCApplyNew(nullptr, 0, 0, -1)); // nothing is looked at
+    const TileColorTRCApplyPtr odd(KoTileColorTRCApplyNew(nullptr, 0, 0, -1)); // nothing is looked at
     EXPECT_NE(odd, nullptr);
     expect_status(KO_OK, "");
 }
@@ -966,11 +966,11 @@ TEST_F(TileColorTRCApplyTest, FreeAndDeleteAcceptNull) {
 }
 
 TEST_F(TileColorTRCApplyTest, FreeDoesNothing) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     const BytePicture input = noise_picture(8, 6, interleaved, 2);
     const BytePicture expected = reference_tile_color_apply(*grid, input, input);
     BytePicture output = input;
-    const ColorApplyPtr apply = make_apply(grid.get(), input);
+    const TileColorTRCApplyPtr apply = make_apply(grid.get(), input);
     EXPECT_EQ(KoTileColorTRCApplyToByteChunk(apply.get(), 3, input.bytes.data(), output.bytes.data()), KO_OK);
     unsigned char before[sizeof(TileColorTRCApply)];
     std::memcpy(before, apply.get(), sizeof before);
@@ -982,8 +982,8 @@ TEST_F(TileColorTRCApplyTest, FreeDoesNothing) {
 }
 
 TEST_F(TileColorTRCApplyTest, DeleteLeavesTheGridAlone) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
-    const TileColorTrcPtr copy = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr copy = noise_grid(2, 2, 256);
     const BytePicture input = noise_picture(8, 6, interleaved, 2);
     applied(grid.get(), input);
     TileColorTRCApply *apply = KoTileColorTRCApplyNew(grid.get(), 8, 6, interleaved);
@@ -1009,7 +1009,7 @@ TEST_F(TileColorTRCApplyTest, RecordLayout) {
 }
 
 TEST_F(TileColorTRCApplyTest, SeveralRecordsShareAGrid) {
-    const TileColorTrcPtr grid = noise_grid(4, 4, 256);
+    const TileColorTRCPtr grid = noise_grid(4, 4, 256);
     const BytePicture input = noise_picture(64, 48, interleaved, 3);
     const BytePicture expected = reference_tile_color_apply(*grid, input, input);
     std::vector<BytePicture> outputs(4, input);
@@ -1027,7 +1027,7 @@ TEST_F(TileColorTRCApplyTest, SeveralRecordsShareAGrid) {
 
 // A success says nothing about what failed before it.
 TEST_F(TileColorTRCApplyTest, SuccessLeavesTheStatusOfAnEarlierFailure) {
-    const TileColorTrcPtr grid = noise_grid(2, 2, 256);
+    const TileColorTRCPtr grid = noise_grid(2, 2, 256);
     const BytePicture input = noise_picture(8, 6, interleaved, 2);
     TileColorTRCApply apply;
     EXPECT_EQ(KoTileColorTRCApplyInit(&apply, nullptr, 8, 6, interleaved), KO_ERR_INVALID_ARGUMENT);

@@ -37,20 +37,20 @@ uint64_t entry_count(const TileTRC *tiles) { return tiles->size * tiles->numStri
 
 Entries entries_of(const TileTRC *tiles) { return {tiles->array, tiles->array + entry_count(tiles)}; }
 
-TileTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const Entries &entries) {
-    TileTrcPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
+TileTRCPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const Entries &entries) {
+    TileTRCPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
     std::copy_n(entries.begin(), entry_count(tiles.get()), tiles->array);
     return tiles;
 }
 
 // A grid of which every entry is value.
-TileTrcPtr filled_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t value) {
+TileTRCPtr filled_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t value) {
     return make_grid(size, strips_x, strips_y, Entries(size * strips_x * strips_y, value));
 }
 
 // A grid of rising curves as an enhancement makes them, each with a bend of its own.
-TileTrcPtr rising_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    TileTrcPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
+TileTRCPtr rising_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+    TileTRCPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
     for (uint64_t i = 0; i < entry_count(tiles.get()); ++i) {
         const double exponent = 1.0 / (1.0 + 0.05 * static_cast<double>(i / size % 8));
         const double level = std::pow(static_cast<double>(i % size) / static_cast<double>(size), exponent);
@@ -75,17 +75,17 @@ void expect_grid(const TileTRC *tiles, uint64_t size, uint64_t strips_x, uint64_
 // ---- saving ----
 
 TEST_F(TileTrcFileTest, TextHasOneEntryALineInGridOrder) {
-    const TileTrcPtr tiles = make_grid(2, 2, 3, {0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110});
+    const TileTRCPtr tiles = make_grid(2, 2, 3, {0, 10, 20, 30, 40, 50, 60, 70, 80, 90, 100, 110});
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_TEXT), "GrayLinear\nbits 1 2 3\n0\n10\n20\n30\n40\n50\n60\n70\n80\n90\n100\n110\n");
 }
 
 TEST_F(TileTrcFileTest, TextHasSigned32BitNumbers) {
-    const TileTrcPtr tiles = make_grid(2, 2, 1, {2147483647u, 2147483648u, 4294967295u, 0});
+    const TileTRCPtr tiles = make_grid(2, 2, 1, {2147483647u, 2147483648u, 4294967295u, 0});
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_TEXT), "GrayLinear\nbits 1 2 1\n2147483647\n-2147483648\n-1\n0\n");
 }
 
 TEST_F(TileTrcFileTest, EveryOtherFormIsText) {
-    const TileTrcPtr tiles = make_grid(2, 1, 1, {3, 9});
+    const TileTRCPtr tiles = make_grid(2, 1, 1, {3, 9});
     for (const int32_t form : {0, 1, 4, 7, -1, 258}) {
         EXPECT_EQ(saved(tiles.get(), form), "GrayLinear\nbits 1 1 1\n3\n9\n") << form;
     }
@@ -93,7 +93,7 @@ TEST_F(TileTrcFileTest, EveryOtherFormIsText) {
 
 // A byte is the difference of the low bytes; every curve starts from 0 anew.
 TEST_F(TileTrcFileTest, BinaryHasOneByteAnEntry) {
-    const TileTrcPtr tiles = make_grid(4, 2, 1, {5, 7, 6, 206, 256, 300, 44, 0xFFFFFFFFu});
+    const TileTRCPtr tiles = make_grid(4, 2, 1, {5, 7, 6, 206, 256, 300, 44, 0xFFFFFFFFu});
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_BINARY),
               std::string("GrayLinearBinary\nbits 2 2 1\n") + "\x05\x02\xFF\xC8" + std::string("\x00\x2C\x00\xD3", 4));
 }
@@ -104,14 +104,14 @@ TEST_F(TileTrcFileTest, BinaryHas256BytesACurve) {
 }
 
 TEST_F(TileTrcFileTest, EncodedHasTheCurvesTokensOneBehindTheOther) {
-    const TileTrcPtr tiles = make_grid(4, 2, 1, {1, 2, 3, 4, 5, 21, 22, 22});
+    const TileTRCPtr tiles = make_grid(4, 2, 1, {1, 2, 3, 4, 5, 21, 22, 22});
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_ENCODED),
               std::string("GrayLinearEncoded\nbits 2 2 1\n") + "\x0E\x0F\x58" + std::string("\x00\x10\x18\x08", 4));
 }
 
 TEST_F(TileTrcFileTest, EncodedCurvesAreThoseOfThePlainEncoder) {
     for (const uint64_t size : {16u, 256u, 1024u}) {
-        const TileTrcPtr tiles = rising_grid(size, 5, 3);
+        const TileTRCPtr tiles = rising_grid(size, 5, 3);
         std::string expected = "GrayLinearEncoded\nbits " + std::to_string(KoTileTRCGetBits(tiles.get())) + " 5 3\n";
         for (uint64_t tile = 0; tile < 15; ++tile) {
             expected += plain_encoded({tiles->array + tile * size, tiles->array + (tile + 1) * size});
@@ -121,14 +121,14 @@ TEST_F(TileTrcFileTest, EncodedCurvesAreThoseOfThePlainEncoder) {
 }
 
 TEST_F(TileTrcFileTest, TheBitsAreCutAndAllEntriesWritten) {
-    const TileTrcPtr tiles = make_grid(3, 1, 2, {1, 2, 3, 4, 5, 6});
+    const TileTRCPtr tiles = make_grid(3, 1, 2, {1, 2, 3, 4, 5, 6});
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_TEXT), "GrayLinear\nbits 1 1 2\n1\n2\n3\n4\n5\n6\n");
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_BINARY), "GrayLinearBinary\nbits 1 1 2\n\x01\x01\x01\x04\x01\x01");
     EXPECT_EQ(saved(tiles.get(), KO_TILETRC_ENCODED), "GrayLinearEncoded\nbits 1 1 2\n\x0A\x07\x48\x18\x18");
 }
 
 TEST_F(TileTrcFileTest, SaveWithoutTheFlagLeavesAFileAlone) {
-    const TileTrcPtr tiles = make_grid(2, 1, 1, {3, 9});
+    const TileTRCPtr tiles = make_grid(2, 1, 1, {3, 9});
     for (const int32_t form : all_forms) {
         const std::string expected = saved(tiles.get(), form);
         const TemporaryFile file("grid.trc", "precious");
@@ -144,7 +144,7 @@ TEST_F(TileTrcFileTest, SaveWithoutTheFlagLeavesAFileAlone) {
 }
 
 TEST_F(TileTrcFileTest, SaveThatCannotOpenWritesNoLine) {
-    const TileTrcPtr tiles = make_grid(2, 1, 1, {3, 9});
+    const TileTRCPtr tiles = make_grid(2, 1, 1, {3, 9});
     const std::string path = temporary_path("folder") + "/grid.trc";
     StderrCapture captured;
     for (const int32_t form : all_forms) {
@@ -157,7 +157,7 @@ TEST_F(TileTrcFileTest, SaveThatCannotOpenWritesNoLine) {
 }
 
 TEST_F(TileTrcFileTest, SaveRefusesAGridWithoutCurves) {
-    const TileTrcPtr tiles(KoTileTRCNew(4, 2, 2));
+    const TileTRCPtr tiles(KoTileTRCNew(4, 2, 2));
     KoTileTRCFree(tiles.get());
     for (const int32_t form : all_forms) {
         const TemporaryFile file("grid.trc");
@@ -169,7 +169,7 @@ TEST_F(TileTrcFileTest, SaveRefusesAGridWithoutCurves) {
 // Without strips there are no curves to miss.
 TEST_F(TileTrcFileTest, AGridWithoutStripsIsAHeader) {
     for (const auto &[x, y] : counts_without_curves) {
-        const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(256, x, y));
         const std::string bits = "\nbits 8 " + std::to_string(x) + " " + std::to_string(y) + "\n";
         EXPECT_EQ(saved(tiles.get(), KO_TILETRC_TEXT), "GrayLinear" + bits);
         EXPECT_EQ(saved(tiles.get(), KO_TILETRC_BINARY), "GrayLinearBinary" + bits);
@@ -181,7 +181,7 @@ TEST_F(TileTrcFileTest, AGridWithoutStripsIsAHeader) {
 
 // The result speaks for the opening alone; a failed write of curves leaves its report.
 TEST_F(TileTrcFileTest, AFullDeviceIsReportedBesideTheResult) {
-    const TileTrcPtr tiles = filled_grid(4096, 8, 8, 0);
+    const TileTRCPtr tiles = filled_grid(4096, 8, 8, 0);
     for (uint64_t i = 0; i < entry_count(tiles.get()); ++i) {
         tiles->array[i] = static_cast<uint32_t>(20 * (i % 4096)); // a byte or two an entry in either form
     }
@@ -197,7 +197,7 @@ TEST_F(TileTrcFileTest, AFullDeviceIsReportedBesideTheResult) {
 
 // A binary curve that cannot be written is given up, and the next one is tried.
 TEST_F(TileTrcFileTest, AFullDeviceIsReportedOnceACurve) {
-    const TileTrcPtr tiles = filled_grid(uint64_t{1} << 20, 3, 1, 7);
+    const TileTRCPtr tiles = filled_grid(uint64_t{1} << 20, 3, 1, 7);
     EXPECT_EQ(KoTileTRCSave(tiles.get(), "/dev/full", KO_TILETRC_BINARY, 1), KO_OK);
     const std::string chain = KoErrorGetLastErrorMessage();
     const std::string report = "Cannot write file";
@@ -218,47 +218,47 @@ void load(TileTRC *tiles, const std::string &bytes) {
 }
 
 // Loads bytes into a grid of other counts.
-TileTrcPtr loaded(const std::string &bytes) {
-    TileTrcPtr tiles = filled_grid(2, 1, 1, 777);
+TileTRCPtr loaded(const std::string &bytes) {
+    TileTRCPtr tiles = filled_grid(2, 1, 1, 777);
     load(tiles.get(), bytes);
     return tiles;
 }
 
 TEST_F(TileTrcFileTest, RisingCurvesComeBackFromEveryForm) {
     for (const uint64_t size : {1u, 2u, 16u, 256u, 1024u}) {
-        TileTrcPtr tiles = rising_grid(size, 5, 3);
+        TileTRCPtr tiles = rising_grid(size, 5, 3);
         if (size == 1) {
             std::fill_n(tiles->array, 15, 9u); // one small entry has no token
         }
         for (const int32_t form : all_forms) {
-            const TileTrcPtr back = loaded(saved(tiles.get(), form));
+            const TileTRCPtr back = loaded(saved(tiles.get(), form));
             EXPECT_EQ(KoTileTRCCompare(tiles.get(), back.get()), 1) << size << " entries, form " << form;
         }
     }
 }
 
 TEST_F(TileTrcFileTest, AnyEntriesComeBackFromText) {
-    const TileTrcPtr tiles = make_grid(64, 3, 2, noise_entries(64 * 6, 4294967295u, 1));
-    const TileTrcPtr back = loaded(saved(tiles.get(), KO_TILETRC_TEXT));
+    const TileTRCPtr tiles = make_grid(64, 3, 2, noise_entries(64 * 6, 4294967295u, 1));
+    const TileTRCPtr back = loaded(saved(tiles.get(), KO_TILETRC_TEXT));
     expect_grid(back.get(), 64, 3, 2, entries_of(tiles.get()));
 }
 
 // Steps from -128 to 127 come back, others as what they are modulo 256.
 TEST_F(TileTrcFileTest, SmallStepsComeBackFromBinary) {
     Noise noise(3);
-    TileTrcPtr tiles(KoTileTRCNew(1024, 2, 2));
+    TileTRCPtr tiles(KoTileTRCNew(1024, 2, 2));
     uint32_t entry = 0;
     for (uint64_t i = 0; i < 4096; ++i) {
         entry = (i % 1024 == 0 ? 0 : entry) + static_cast<uint32_t>(static_cast<int32_t>(noise.next() % 256) - 128);
         tiles->array[i] = entry;
     }
-    const TileTrcPtr back = loaded(saved(tiles.get(), KO_TILETRC_BINARY));
+    const TileTRCPtr back = loaded(saved(tiles.get(), KO_TILETRC_BINARY));
     expect_grid(back.get(), 1024, 2, 2, entries_of(tiles.get()));
 }
 
 TEST_F(TileTrcFileTest, LargeStepsComeBackWrongFromBinary) {
-    const TileTrcPtr tiles = make_grid(4, 2, 1, {0, 200, 200, 400, 128, 0, 255, 511});
-    const TileTrcPtr back = loaded(saved(tiles.get(), KO_TILETRC_BINARY));
+    const TileTRCPtr tiles = make_grid(4, 2, 1, {0, 200, 200, 400, 128, 0, 255, 511});
+    const TileTRCPtr back = loaded(saved(tiles.get(), KO_TILETRC_BINARY));
     const auto number = [](int32_t value) { return static_cast<uint32_t>(value); };
     expect_grid(back.get(), 4, 2, 1,
                 {0, number(-56), number(-56), number(-112), number(-128), number(-256), number(-257), number(-257)});
@@ -266,9 +266,9 @@ TEST_F(TileTrcFileTest, LargeStepsComeBackWrongFromBinary) {
 
 // A curve that was written one entry short takes its last one from the next curve.
 TEST_F(TileTrcFileTest, AShortCurveComesBackWrongFromEncoded) {
-    const TileTrcPtr tiles = make_grid(4, 2, 1, {0, 0, 5, 6, 7, 14, 21, 28});
+    const TileTRCPtr tiles = make_grid(4, 2, 1, {0, 0, 5, 6, 7, 14, 21, 28});
     const TemporaryFile file("grid.trc", saved(tiles.get(), KO_TILETRC_ENCODED));
-    const TileTrcPtr back = filled_grid(2, 1, 1, 777);
+    const TileTRCPtr back = filled_grid(2, 1, 1, 777);
     expect_error(KO_ERR_READ_FILE, "Cannot read file \"" + file.path() + "\"",
                  [&] { return KoTileTRCLoad(back.get(), file.c_str()); });
     expect_grid(back.get(), 4, 2, 1, {0, 0, 5, 12, 7, 14, 21, 0});
@@ -276,9 +276,9 @@ TEST_F(TileTrcFileTest, AShortCurveComesBackWrongFromEncoded) {
 
 TEST_F(TileTrcFileTest, AGridWithoutStripsComesBack) {
     for (const auto &[x, y] : counts_without_curves) {
-        const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(256, x, y));
         for (const int32_t form : all_forms) {
-            const TileTrcPtr back = loaded(saved(tiles.get(), form));
+            const TileTRCPtr back = loaded(saved(tiles.get(), form));
             EXPECT_EQ(back->array, nullptr);
             EXPECT_EQ(KoTileTRCCompare(tiles.get(), back.get()), 1);
         }
@@ -296,13 +296,13 @@ struct FileOfForm {
 class TileTrcForms : public TileTrcFileTest, public testing::WithParamInterface<FileOfForm> {};
 
 TEST_P(TileTrcForms, AreReadInGridOrder) {
-    const TileTrcPtr tiles = loaded(GetParam().bytes);
+    const TileTRCPtr tiles = loaded(GetParam().bytes);
     expect_grid(tiles.get(), 2, 2, 1, GetParam().entries);
 }
 
 // The same counts overwrite the entries where they are.
 TEST_P(TileTrcForms, KeepAnArrayThatFits) {
-    const TileTrcPtr tiles = filled_grid(2, 2, 1, 777);
+    const TileTRCPtr tiles = filled_grid(2, 2, 1, 777);
     const uint32_t *array = tiles->array;
     load(tiles.get(), GetParam().bytes);
     EXPECT_EQ(tiles->array, array);
@@ -312,14 +312,14 @@ TEST_P(TileTrcForms, KeepAnArrayThatFits) {
 TEST_P(TileTrcForms, ReplaceAGridOfOtherCounts) {
     for (const auto &[size, x, y] : std::vector<std::tuple<uint64_t, uint64_t, uint64_t>>{
              {4, 1, 1}, {1, 2, 2}, {2, 1, 2}, {2, 2, 2}, {256, 8, 8}, {2, 0, 1}}) {
-        const TileTrcPtr tiles(KoTileTRCNew(size, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(size, x, y));
         load(tiles.get(), GetParam().bytes);
         expect_grid(tiles.get(), 2, 2, 1, GetParam().entries);
     }
 }
 
 TEST_P(TileTrcForms, FillAGridWithoutCurves) {
-    const TileTrcPtr tiles(KoTileTRCNew(2, 2, 1));
+    const TileTRCPtr tiles(KoTileTRCNew(2, 2, 1));
     KoTileTRCFree(tiles.get());
     load(tiles.get(), GetParam().bytes);
     ASSERT_NE(tiles->array, nullptr);
@@ -352,18 +352,18 @@ TEST_F(TileTrcFileTest, LoadTakesTheBitsModulo32) {
 TEST_F(TileTrcFileTest, TokensThatGoPastACurveStayInsideTheGrid) {
     const std::string wide = "\xFE" + std::string(8, '\xFF'); // 64 steps of 1
     const std::string run = "\xBF";                           // 32 steps of 2
-    const TileTrcPtr ones = loaded("GrayLinearEncoded\nbits 1 3 2\n" + wide + run + wide + run + wide + wide);
+    const TileTRCPtr ones = loaded("GrayLinearEncoded\nbits 1 3 2\n" + wide + run + wide + run + wide + wide);
     expect_grid(ones.get(), 2, 3, 2, {1, 2, 2, 4, 1, 2, 2, 4, 1, 2, 1, 2});
-    const TileTrcPtr single = loaded("GrayLinearEncoded\nbits 0 1 1\n" + wide);
+    const TileTRCPtr single = loaded("GrayLinearEncoded\nbits 0 1 1\n" + wide);
     expect_grid(single.get(), 1, 1, 1, {1});
-    const TileTrcPtr many = loaded("GrayLinearEncoded\nbits 0 50 2\n" + std::string(100, '\x7F'));
+    const TileTRCPtr many = loaded("GrayLinearEncoded\nbits 0 50 2\n" + std::string(100, '\x7F'));
     expect_grid(many.get(), 1, 50, 2, Entries(100, 1));
 }
 
 // What a token holds for the entries behind its curve is there when the file ends with it.
 TEST_F(TileTrcFileTest, ATokenThatGoesPastItsCurveIsStoredInFull) {
     const TemporaryFile file("grid.trc", "GrayLinearEncoded\nbits 2 3 1\n\x4B"); // 6 steps of 1
-    const TileTrcPtr tiles = filled_grid(4, 3, 1, 777);
+    const TileTRCPtr tiles = filled_grid(4, 3, 1, 777);
     EXPECT_EQ(KoTileTRCLoad(tiles.get(), file.c_str()), KO_ERR_READ_FILE);
     expect_grid(tiles.get(), 4, 3, 1, {1, 2, 3, 4, 5, 6, 777, 777, 777, 777, 777, 777});
 }
@@ -387,7 +387,7 @@ TEST_F(TileTrcFileTest, LoadOfNoiseIsAPlainReading) {
             at = curve.used;
             complete = curve.complete;
         }
-        const TileTrcPtr tiles = filled_grid(2, 1, 1, 777);
+        const TileTRCPtr tiles = filled_grid(2, 1, 1, 777);
         StderrCapture captured;
         KoStatusClear();
         EXPECT_EQ(KoTileTRCLoad(tiles.get(), file.c_str()), complete ? KO_OK : KO_ERR_READ_FILE);
@@ -439,7 +439,7 @@ class TileTrcBadFiles : public TileTrcFileTest, public testing::WithParamInterfa
 TEST_P(TileTrcBadFiles, AreToldAndKeepWhatWasRead) {
     const BadFile &bad = GetParam();
     const TemporaryFile file("grid.trc", bad.bytes);
-    const TileTrcPtr tiles = filled_grid(2, 2, 1, 77);
+    const TileTRCPtr tiles = filled_grid(2, 2, 1, 77);
     if (bad.line == 0) {
         expect_bad_curves(tiles.get(), file);
     } else {
@@ -476,7 +476,7 @@ TEST_F(TileTrcFileTest, ATextOf4By3CurvesNeeds3072Lines) {
         text += std::to_string(i % 1000) + "\n";
     }
     const TemporaryFile file("grid.trc", text);
-    const TileTrcPtr tiles = filled_grid(256, 4, 3, 77);
+    const TileTRCPtr tiles = filled_grid(256, 4, 3, 77);
     expect_bad_line(tiles.get(), file, 3074, "can't read file");
     EXPECT_EQ(tiles->array[3070], 70u);
     EXPECT_EQ(tiles->array[3071], 77u);
@@ -486,7 +486,7 @@ TEST_F(TileTrcFileTest, ATextOf4By3CurvesNeeds3072Lines) {
 }
 
 TEST_F(TileTrcFileTest, LoadOfAMissingFileWritesNoLine) {
-    const TileTrcPtr tiles = make_grid(2, 1, 1, {3, 9});
+    const TileTRCPtr tiles = make_grid(2, 1, 1, {3, 9});
     const std::string path = temporary_path("missing.trc");
     StderrCapture captured;
     expect_error(KO_ERR_OPEN_READ, "Cannot open file \"" + path + "\" for reading",
@@ -499,7 +499,7 @@ TEST_F(TileTrcFileTest, LoadThatAsksForTooMuchLeavesTheGrid) {
     for (const char *word : {"GrayLinear", "GrayLinearBinary", "GrayLinearEncoded"}) {
         for (const char *bits : {"bits 29 1 1", "bits 16 128 64", "bits 8 8 262144", "bits 0 1 536870912"}) {
             const TemporaryFile file("grid.trc", std::string(word) + "\n" + bits + "\n");
-            const TileTrcPtr tiles = make_grid(2, 1, 1, {3, 9});
+            const TileTRCPtr tiles = make_grid(2, 1, 1, {3, 9});
             const uint32_t *array = tiles->array;
             KoStatusClear();
             StderrCapture captured;

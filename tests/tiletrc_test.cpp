@@ -28,8 +28,8 @@ Entries entries_of(const TileTRC *tiles) {
 }
 
 // A grid whose entry i is i, counted through all curves.
-TileTrcPtr counted_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    TileTrcPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
+TileTRCPtr counted_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+    TileTRCPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
     for (uint64_t i = 0; i < size * strips_x * strips_y; ++i) {
         tiles->array[i] = static_cast<uint32_t>(i);
     }
@@ -59,12 +59,12 @@ TEST_F(TileTrcTest, FreeAndDeleteAcceptNull) {
 
 TEST_F(TileTrcTest, AGridWithoutStripsHasNoArray) {
     for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {4, 0}, {0, 0}}) {
-        const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(256, x, y));
         ASSERT_NE(tiles, nullptr);
         EXPECT_EQ(tiles->array, nullptr);
         EXPECT_EQ(tiles->numStripsX, x);
         EXPECT_EQ(tiles->numStripsY, y);
-        const TileTrcPtr other(KoTileTRCNew(256, x, y));
+        const TileTRCPtr other(KoTileTRCNew(256, x, y));
         EXPECT_EQ(KoTileTRCCompare(tiles.get(), other.get()), 1);
     }
     expect_status(KO_OK, "");
@@ -72,7 +72,7 @@ TEST_F(TileTrcTest, AGridWithoutStripsHasNoArray) {
 
 TEST_F(TileTrcTest, AnArrayThatCannotBeHadIsNull) {
     StderrCapture captured;
-    const TileTrcPtr tiles(KoTileTRCNew(65536, 128, 64));
+    const TileTRCPtr tiles(KoTileTRCNew(65536, 128, 64));
     EXPECT_EQ(captured.stop(), "[ERROR] Memory allocation failed: can't allocated -2147483648 bytes of memory\n");
     ASSERT_NE(tiles, nullptr); // the record is there, and the call succeeded
     expect_status(KO_ERR_ALLOC, "Cannot allocate -2147483648 bytes");
@@ -88,7 +88,7 @@ TEST_F(TileTrcTest, AnArrayTooLargeForItsProductIsNull) {
     for (const auto &[size, x, y] : std::vector<std::tuple<uint64_t, uint64_t, uint64_t>>{
              {65536, 256, 256}, {256, 65536, 65537}, {1, large, 1}, {large, large, large}, {1, large, large}}) {
         StderrCapture captured;
-        const TileTrcPtr tiles(KoTileTRCNew(size, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(size, x, y));
         captured.stop();
         ASSERT_NE(tiles, nullptr);
         EXPECT_EQ(tiles->array, nullptr);
@@ -112,7 +112,7 @@ TEST_F(TileTrcTest, BitsAreTheTruncatedLogarithm) {
 // ---- access ----
 
 TEST_F(TileTrcTest, CurvesFollowOneAnotherByRows) {
-    const TileTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileTRCPtr tiles = counted_grid(16, 4, 3);
     for (uint64_t y = 0; y < 3; ++y) {
         for (uint64_t x = 0; x < 4; ++x) {
             EXPECT_EQ(KoTileTRCGetTRC(tiles.get(), x, y), tiles->array + (y * 4 + x) * 16);
@@ -125,7 +125,7 @@ TEST_F(TileTrcTest, CurvesFollowOneAnotherByRows) {
 void expect_out_of_grid(TileTRC *tiles, uint64_t x, uint64_t y, const std::string &numbers) {
     const Entries source(tiles->size, 5);
     const Entries before = entries_of(tiles);
-    const TrcPtr trc = make_trc(source);
+    const TRCPtr trc = make_trc(source);
     const PrintCapture printed("debug");
     KoStatusClear();
     EXPECT_EQ(KoTileTRCGetTRC(tiles, x, y), nullptr);
@@ -141,7 +141,7 @@ void expect_out_of_grid(TileTRC *tiles, uint64_t x, uint64_t y, const std::strin
 }
 
 TEST_F(TileTrcTest, AnIndexOutOfTheGridIsRecorded) {
-    const TileTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileTRCPtr tiles = counted_grid(16, 4, 3);
     expect_out_of_grid(tiles.get(), 4, 0, "4 (0-4)");
     expect_out_of_grid(tiles.get(), 4, 2, "4 (0-4)");
     expect_out_of_grid(tiles.get(), 1000, 1, "1000 (0-4)");
@@ -149,32 +149,32 @@ TEST_F(TileTrcTest, AnIndexOutOfTheGridIsRecorded) {
     expect_out_of_grid(tiles.get(), 3, 99, "99 (0-3)");
     EXPECT_EQ(KoTileTRCGetTRC(tiles.get(), uint64_t{1} << 32, 0), nullptr); // all 64 bits count
     EXPECT_EQ(KoTileTRCGetTRC(tiles.get(), 0, uint64_t{1} << 32), nullptr);
-    const TileTrcPtr none(KoTileTRCNew(16, 0, 4));
+    const TileTRCPtr none(KoTileTRCNew(16, 0, 4));
     EXPECT_EQ(KoTileTRCGetTRC(none.get(), 0, 0), nullptr);
 }
 
 TEST_F(TileTrcTest, SetTileCopiesIntoOneCurve) {
-    const TileTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileTRCPtr tiles = counted_grid(16, 4, 3);
     Entries expected = entries_of(tiles.get());
     const Entries first = noise_entries(16, 4294967295u, 1);
     const Entries second = noise_entries(16, 256, 2);
     std::copy(first.begin(), first.end(), expected.begin() + (2 * 4 + 1) * 16);
     std::copy(second.begin(), second.end(), expected.begin() + 3 * 16);
     expect_success([&] { return KoTileTRCSetTileFromArray(tiles.get(), 1, 2, first.data()); });
-    const TrcPtr trc = make_trc(second);
+    const TRCPtr trc = make_trc(second);
     expect_success([&] { return KoTileTRCSetTileFromTRC(tiles.get(), 3, 0, trc.get()); });
     EXPECT_EQ(entries_of(tiles.get()), expected);
 }
 
 TEST_F(TileTrcTest, ACurveOfAnotherSizeChangesNothing) {
-    const TileTrcPtr tiles = counted_grid(16, 4, 3);
+    const TileTRCPtr tiles = counted_grid(16, 4, 3);
     const Entries before = entries_of(tiles.get());
     for (const uint64_t size : {8u, 15u, 17u, 32u}) {
-        const TrcPtr trc = make_trc(Entries(size, 5));
+        const TRCPtr trc = make_trc(Entries(size, 5));
         expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
                      [&] { return KoTileTRCSetTileFromTRC(tiles.get(), 1, 1, trc.get()); });
     }
-    const TrcPtr bare(KoTRCNew(16));
+    const TRCPtr bare(KoTRCNew(16));
     KoTRCFree(bare.get());
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error",
                  [&] { return KoTileTRCSetTileFromTRC(tiles.get(), 1, 1, bare.get()); });
@@ -182,10 +182,10 @@ TEST_F(TileTrcTest, ACurveOfAnotherSizeChangesNothing) {
 }
 
 TEST_F(TileTrcTest, AGridWithoutCurvesTakesNone) {
-    const TileTrcPtr tiles(KoTileTRCNew(16, 2, 2));
+    const TileTRCPtr tiles(KoTileTRCNew(16, 2, 2));
     KoTileTRCFree(tiles.get());
     const Entries source(16, 5);
-    const TrcPtr trc = make_trc(source);
+    const TRCPtr trc = make_trc(source);
     EXPECT_EQ(KoTileTRCGetTRC(tiles.get(), 1, 1), nullptr);
     EXPECT_EQ(KoErrorGetLastError(), KO_ERR_NULL_POINTER);
     EXPECT_EQ(KoTileTRCSetTileFromArray(tiles.get(), 1, 1, source.data()), KO_ERR_NULL_POINTER);
@@ -194,14 +194,14 @@ TEST_F(TileTrcTest, AGridWithoutCurvesTakesNone) {
 
 // ---- comparison ----
 
-int32_t compared(const TileTrcPtr &first, const TileTrcPtr &second) {
+int32_t compared(const TileTRCPtr &first, const TileTRCPtr &second) {
     const int32_t result = KoTileTRCCompare(first.get(), second.get());
     EXPECT_EQ(KoTileTRCCompare(second.get(), first.get()), result);
     return result;
 }
 
 TEST_F(TileTrcTest, CompareLooksAtCountsAndEntries) {
-    const TileTrcPtr tiles = counted_grid(4, 3, 2);
+    const TileTRCPtr tiles = counted_grid(4, 3, 2);
     EXPECT_EQ(compared(tiles, counted_grid(4, 3, 2)), 1);
     EXPECT_EQ(KoTileTRCCompare(tiles.get(), tiles.get()), 1);
     EXPECT_EQ(compared(tiles, counted_grid(4, 2, 3)), 0); // the same entries in other shapes
@@ -209,25 +209,25 @@ TEST_F(TileTrcTest, CompareLooksAtCountsAndEntries) {
     EXPECT_EQ(compared(tiles, counted_grid(2, 3, 4)), 0);
     EXPECT_EQ(compared(tiles, counted_grid(4, 3, 1)), 0);
     for (uint64_t i = 0; i < 24; ++i) {
-        const TileTrcPtr other = counted_grid(4, 3, 2);
+        const TileTRCPtr other = counted_grid(4, 3, 2);
         other->array[i] ^= 0x80000000u;
         EXPECT_EQ(compared(tiles, other), 0) << "entry " << i;
     }
 }
 
 TEST_F(TileTrcTest, CompareOfGridsWithoutCurves) {
-    const TileTrcPtr tiles = counted_grid(4, 3, 2);
-    const TileTrcPtr bare(KoTileTRCNew(4, 3, 2));
-    const TileTrcPtr other(KoTileTRCNew(4, 3, 2));
+    const TileTRCPtr tiles = counted_grid(4, 3, 2);
+    const TileTRCPtr bare(KoTileTRCNew(4, 3, 2));
+    const TileTRCPtr other(KoTileTRCNew(4, 3, 2));
     KoTileTRCFree(bare.get());
     KoTileTRCFree(other.get());
     EXPECT_EQ(compared(tiles, bare), 0);
     EXPECT_EQ(compared(bare, other), 1);
-    const TileTrcPtr none(KoTileTRCNew(4, 0, 2));
-    const TileTrcPtr larger(KoTileTRCNew(8, 0, 2));
+    const TileTRCPtr none(KoTileTRCNew(4, 0, 2));
+    const TileTRCPtr larger(KoTileTRCNew(8, 0, 2));
     EXPECT_EQ(compared(none, larger), 0);
-    EXPECT_EQ(compared(none, TileTrcPtr(KoTileTRCNew(4, 0, 3))), 0);
-    EXPECT_EQ(compared(none, TileTrcPtr(KoTileTRCNew(4, 2, 0))), 0);
+    EXPECT_EQ(compared(none, TileTRCPtr(KoTileTRCNew(4, 0, 3))), 0);
+    EXPECT_EQ(compared(none, TileTRCPtr(KoTileTRCNew(4, 2, 0))), 0);
     expect_status(KO_OK, "");
 }
 
@@ -299,8 +299,8 @@ class PlainDrawing {
 };
 
 // A grid of rising curves, each with a bend of its own.
-TileTrcPtr rising_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
-    TileTrcPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
+TileTRCPtr rising_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+    TileTRCPtr tiles(KoTileTRCNew(size, strips_x, strips_y));
     for (uint64_t i = 0; i < size * strips_x * strips_y; ++i) {
         const double exponent = 0.4 + 0.3 * static_cast<double>(i / size);
         tiles->array[i] = static_cast<uint32_t>(std::pow(static_cast<double>(i % size) / static_cast<double>(size), exponent) *
@@ -332,7 +332,7 @@ class TileTrcDrawing : public TileTrcTest, public testing::WithParamInterface<Dr
 
 TEST_P(TileTrcDrawing, PaintsAsThePlainDrawing) {
     const DrawCase &c = GetParam();
-    const TileTrcPtr tiles = rising_grid(c.size, c.strips_x, c.strips_y);
+    const TileTRCPtr tiles = rising_grid(c.size, c.strips_x, c.strips_y);
     const RealImagePtr image = drawing_ground(c.width, c.height);
     const PlainDrawing expected(tiles.get(), image.get());
     const RealImagePtr result = drawn(tiles.get(), image.get());
@@ -364,7 +364,7 @@ INSTANTIATE_TEST_SUITE_P(Grids, TileTrcDrawing,
 
 // The block's axis runs from 0 at the bottom to just under 256 at the top.
 TEST_F(TileTrcTest, DrawByHand) {
-    const TileTrcPtr tiles(KoTileTRCNew(256, 1, 1));
+    const TileTRCPtr tiles(KoTileTRCNew(256, 1, 1));
     for (uint32_t i = 0; i < 256; ++i) {
         tiles->array[i] = i;
     }
@@ -383,7 +383,7 @@ TEST_F(TileTrcTest, DrawByHand) {
 }
 
 TEST_F(TileTrcTest, DrawFillsAnImageThatIsThere) {
-    const TileTrcPtr tiles = rising_grid(256, 4, 3);
+    const TileTRCPtr tiles = rising_grid(256, 4, 3);
     const RealImagePtr image = drawing_ground(99, 50);
     const RealImagePtr fresh = drawn(tiles.get(), image.get());
     const RealImagePtr there = make_image(99, 50, [](uint64_t, uint64_t) { return -7.0f; });
@@ -394,7 +394,7 @@ TEST_F(TileTrcTest, DrawFillsAnImageThatIsThere) {
 }
 
 TEST_F(TileTrcTest, DrawRefusesAnImageOfAnotherSize) {
-    const TileTrcPtr tiles = rising_grid(256, 4, 3);
+    const TileTRCPtr tiles = rising_grid(256, 4, 3);
     const RealImagePtr image = drawing_ground(9, 5);
     for (const auto &[width, height] : std::vector<std::pair<uint64_t, uint64_t>>{{8, 5}, {10, 5}, {9, 4}, {9, 6}, {5, 9}}) {
         const RealImagePtr there = make_image(width, height, [](uint64_t, uint64_t) { return -7.0f; });
@@ -412,7 +412,7 @@ TEST_F(TileTrcTest, DrawOfAGridWithoutStripsCopiesTheBytes) {
         bytes.push_back(static_cast<float>(byte_of(pixel)));
     }
     for (const auto &[x, y] : std::vector<std::pair<uint64_t, uint64_t>>{{0, 4}, {4, 0}, {0, 0}}) {
-        const TileTrcPtr tiles(KoTileTRCNew(256, x, y));
+        const TileTRCPtr tiles(KoTileTRCNew(256, x, y));
         EXPECT_EQ(pixels(drawn(tiles.get(), image.get()).get()), bytes);
     }
 }
@@ -422,7 +422,7 @@ TEST_F(TileTrcTest, DrawRefusesWhatHasNoCurves) {
     RealImage *result = nullptr;
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument", [&] { return KoTileTRCDraw(nullptr, image.get(), &result); });
     EXPECT_EQ(result, nullptr);
-    const TileTrcPtr bare(KoTileTRCNew(256, 4, 3));
+    const TileTRCPtr bare(KoTileTRCNew(256, 4, 3));
     KoTileTRCFree(bare.get());
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTileTRCDraw(bare.get(), image.get(), &result); });
     EXPECT_EQ(result, nullptr);

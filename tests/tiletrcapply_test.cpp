@@ -84,8 +84,8 @@ struct Tones {
     float ratio = 0.5f;
 };
 
-TileTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const std::function<uint32_t(uint64_t)> &entry) {
-    TileTrcPtr grid(KoTileTRCNew(size, strips_x, strips_y));
+TileTRCPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const std::function<uint32_t(uint64_t)> &entry) {
+    TileTRCPtr grid(KoTileTRCNew(size, strips_x, strips_y));
     for (uint64_t i = 0; i < size * strips_x * strips_y; ++i) {
         grid->array[i] = entry(i);
     }
@@ -93,18 +93,18 @@ TileTrcPtr make_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, const 
 }
 
 // Entries all over the scale of the curves, some above it.
-TileTrcPtr noise_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t seed) {
+TileTRCPtr noise_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y, uint32_t seed) {
     Noise noise(seed);
     const auto limit = static_cast<uint32_t>(size + size / 8);
     return make_grid(size, strips_x, strips_y, [&](uint64_t) { return (noise.next() >> 7) % limit; });
 }
 
-TileTrcPtr identity_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
+TileTRCPtr identity_grid(uint64_t size, uint64_t strips_x, uint64_t strips_y) {
     return make_grid(size, strips_x, strips_y, [&](uint64_t i) { return static_cast<uint32_t>(i % size); });
 }
 
-ColorTrcPtr make_curves(uint64_t size, const std::function<uint32_t(uint64_t c, uint64_t i)> &entry) {
-    ColorTrcPtr curves(KoColorTRCNew(size, 3));
+ColorTRCPtr make_curves(uint64_t size, const std::function<uint32_t(uint64_t c, uint64_t i)> &entry) {
+    ColorTRCPtr curves(KoColorTRCNew(size, 3));
     for (uint64_t c = 0; c < 3; ++c) {
         for (uint64_t i = 0; i < size; ++i) {
             curves->curves[c]->array[i] = entry(c, i);
@@ -113,13 +113,13 @@ ColorTrcPtr make_curves(uint64_t size, const std::function<uint32_t(uint64_t c, 
     return curves;
 }
 
-ColorTrcPtr noise_curves(uint64_t size, uint32_t seed) {
+ColorTRCPtr noise_curves(uint64_t size, uint32_t seed) {
     Noise noise(seed);
     return make_curves(size, [&](uint64_t, uint64_t) { return (noise.next() >> 7) % static_cast<uint32_t>(size); });
 }
 
 // Twice as many entries as levels: each level becomes half a level more.
-ColorTrcPtr half_curves() {
+ColorTRCPtr half_curves() {
     return make_curves(512, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 1); });
 }
 
@@ -289,8 +289,8 @@ class Reference {
     std::vector<std::pair<double, double>> columns_, rows_;
 };
 
-ApplyPtr make_apply(const Picture &picture, const Tones &tones) {
-    return ApplyPtr(
+TileTRCApplyPtr make_apply(const Picture &picture, const Tones &tones) {
+    return TileTRCApplyPtr(
         KoTileTRCApplyNew(tones.grid, tones.ratio, tones.curves, picture.width, picture.height, picture.layout, picture.space));
 }
 
@@ -301,7 +301,7 @@ int32_t apply_rows(TileTRCApply *apply, uint64_t rows, uint64_t y, Picture &inpu
 
 // Applies in chunks of the given sizes, which cover the picture.
 void apply_chunks(const Tones &tones, const std::vector<uint64_t> &chunks, Picture &input, Picture &output) {
-    const ApplyPtr apply = make_apply(input, tones);
+    const TileTRCApplyPtr apply = make_apply(input, tones);
     ASSERT_NE(apply, nullptr);
     uint64_t y = 0;
     for (const uint64_t rows : chunks) {
@@ -365,7 +365,7 @@ void expect_guarded(const Tones &tones, Picture input, uint64_t rows, size_t shi
         const uint8_t *at = input.chunk(c, y);
         return at == nullptr ? nullptr : blocks[block]->data() + (at - input.blocks[block].data());
     };
-    const ApplyPtr apply = make_apply(input, tones);
+    const TileTRCApplyPtr apply = make_apply(input, tones);
     ASSERT_NE(apply, nullptr);
     for (uint64_t y = 0; y < input.height; y += rows) {
         ASSERT_EQ(KoTileTRCApplyToByteChunkNonInterlaced(apply.get(), std::min(rows, input.height - y), place(sources, 0, y),
@@ -398,7 +398,7 @@ TEST_F(TileTRCApplyTest, ManySizesAndGrids) {
                     continue;
                 }
                 ++turn;
-                const TileTrcPtr grid = noise_grid(256, strips_x, strips_y, turn);
+                const TileTRCPtr grid = noise_grid(256, strips_x, strips_y, turn);
                 const float ratios[] = {0.0f, 0.5f, 1.0f, 0.3f};
                 const Tones tones{grid.get(), nullptr, ratios[turn % 4]};
                 expect_reference(tones, noise_picture(width, height, static_cast<int32_t>(turn / 4 % 4), rgb, turn));
@@ -423,9 +423,9 @@ TEST_F(TileTRCApplyTest, EverySizeInEveryLayout) {
         auto [strips_x, strips_y] = strips[seed % std::size(strips)];
         strips_x = fits(size.width, strips_x) ? strips_x : 1;
         strips_y = fits(size.height, strips_y) ? strips_y : 1;
-        const TileTrcPtr grid = noise_grid(grid_sizes[seed % 4], strips_x, strips_y, seed);
+        const TileTRCPtr grid = noise_grid(grid_sizes[seed % 4], strips_x, strips_y, seed);
         const uint64_t color_size = color_sizes[seed % 5];
-        const ColorTrcPtr curves = color_size != 0 ? noise_curves(color_size, seed) : nullptr;
+        const ColorTRCPtr curves = color_size != 0 ? noise_curves(color_size, seed) : nullptr;
         const Tones tones{grid.get(), curves.get(), ratios_of_all_kinds[seed % std::size(ratios_of_all_kinds)]};
         const auto layout = static_cast<int32_t>(seed % 4);
         for (const Picture &picture :
@@ -446,8 +446,8 @@ TEST_F(TileTRCApplyTest, TilesOfEveryWidth) {
             for (uint64_t more = 0; more < std::min<uint64_t>(strips, 3); ++more) {
                 const uint64_t width = tile * strips + more;
                 ++seed;
-                const TileTrcPtr grid = noise_grid(256, strips, 1 + seed % 3, seed);
-                const ColorTrcPtr curves = noise_curves(256, seed);
+                const TileTRCPtr grid = noise_grid(256, strips, 1 + seed % 3, seed);
+                const ColorTRCPtr curves = noise_curves(256, seed);
                 const Tones tones{grid.get(), seed % 2 == 0 ? curves.get() : nullptr, 0.5f};
                 const Picture picture = noise_picture(width, 7, static_cast<int32_t>(seed % 4), rgb, seed);
                 expect_reference(tones, picture);
@@ -466,8 +466,8 @@ TEST_F(TileTRCApplyTest, CurvesOfEveryStep) {
         with_all_up_to(16, {41, 47, 55, 61, 82, 83, 97}); // 41 times a rounded 1 / 41 is below 1
     for (const uint64_t step : steps) {
         for (const uint64_t strips : {1u, 2u}) {
-            const TileTrcPtr grid = noise_grid(256 * step, strips, 2, ++seed);
-            const ColorTrcPtr curves = noise_curves(256 * step, seed);
+            const TileTRCPtr grid = noise_grid(256 * step, strips, 2, ++seed);
+            const ColorTRCPtr curves = noise_curves(256 * step, seed);
             for (const int32_t space : {rgb, gray}) {
                 expect_reference({grid.get(), curves.get()}, noise_picture(61, 24, 0, space, seed));
                 expect_reference({nullptr, curves.get()}, noise_picture(61, 24, 0, space, seed));
@@ -485,9 +485,9 @@ TEST_F(TileTRCApplyTest, EnormousEntriesOfBothKindsOfCurves) {
         for (const uint64_t strips : {1u, 3u}) {
             Noise noise(++seed);
             const auto entry = [&] { return middles[noise.next() >> 29] + (noise.next() >> 29) - 4u; };
-            const TileTrcPtr grid = make_grid(size, strips, 2 * (strips / 2) + 1, [&](uint64_t) { return entry(); });
-            const ColorTrcPtr curves = make_curves(size, [&](uint64_t, uint64_t) { return entry(); });
-            const TileTrcPtr plain_grid = noise_grid(256, strips, 1, seed);
+            const TileTRCPtr grid = make_grid(size, strips, 2 * (strips / 2) + 1, [&](uint64_t) { return entry(); });
+            const ColorTRCPtr curves = make_curves(size, [&](uint64_t, uint64_t) { return entry(); });
+            const TileTRCPtr plain_grid = noise_grid(256, strips, 1, seed);
             for (const float ratio : ratios_of_all_kinds) {
                 for (const Tones &tones : {Tones{grid.get(), curves.get(), ratio}, Tones{grid.get(), nullptr, ratio},
                                            Tones{plain_grid.get(), curves.get(), ratio}, Tones{nullptr, curves.get(), ratio}}) {
@@ -502,7 +502,7 @@ TEST_F(TileTRCApplyTest, EnormousEntriesOfBothKindsOfCurves) {
 
 // Every byte of the input, at every place of a line, by curves whose output turns at halves.
 TEST_F(TileTRCApplyTest, EveryByteAtEveryPlaceIsRoundedAlike) {
-    const TileTrcPtr grid = make_grid(512, 2, 2, [](uint64_t i) { return static_cast<uint32_t>(i % 512 + i / 512 % 2); });
+    const TileTRCPtr grid = make_grid(512, 2, 2, [](uint64_t i) { return static_cast<uint32_t>(i % 512 + i / 512 % 2); });
     for (uint64_t shift = 0; shift < 33; ++shift) {
         for (const int32_t space : {rgb, gray}) {
             Picture input(289 + shift, 4, static_cast<int32_t>(shift % 4), space);
@@ -521,9 +521,9 @@ TEST_F(TileTRCApplyTest, EveryByteAtEveryPlaceIsRoundedAlike) {
 
 TEST_F(TileTRCApplyTest, AllLayoutsCurveSizesAndRatios) {
     for (const uint64_t size : {256u, 300u, 512u, 1000u, 1024u, 65536u}) {
-        const TileTrcPtr grid = noise_grid(size, 3, 2, static_cast<uint32_t>(size));
+        const TileTRCPtr grid = noise_grid(size, 3, 2, static_cast<uint32_t>(size));
         for (const uint64_t color_size : {0u, 256u, 300u, 512u, 1024u, 65536u}) {
-            const ColorTrcPtr curves = color_size > 0 ? noise_curves(color_size, static_cast<uint32_t>(color_size)) : nullptr;
+            const ColorTRCPtr curves = color_size > 0 ? noise_curves(color_size, static_cast<uint32_t>(color_size)) : nullptr;
             for (const float ratio : {0.0f, 0.5f, 1.0f}) {
                 const Tones tones{grid.get(), curves.get(), ratio};
                 expect_reference_in_every_layout(tones, 23, 13, rgb, 5);
@@ -537,10 +537,10 @@ TEST_F(TileTRCApplyTest, AllLayoutsCurveSizesAndRatios) {
 }
 
 TEST_F(TileTRCApplyTest, RunsLongerThanAnyBuffer) {
-    const TileTrcPtr grid = noise_grid(256, 2, 2, 1);
-    const TileTrcPtr row = noise_grid(512, 3, 1, 2);
-    const TileTrcPtr column = noise_grid(256, 1, 3, 3);
-    const TileTrcPtr many = noise_grid(256, 500, 2, 4);
+    const TileTRCPtr grid = noise_grid(256, 2, 2, 1);
+    const TileTRCPtr row = noise_grid(512, 3, 1, 2);
+    const TileTRCPtr column = noise_grid(256, 1, 3, 3);
+    const TileTRCPtr many = noise_grid(256, 500, 2, 4);
     for (const int32_t space : {rgb, gray}) {
         expect_reference({grid.get()}, noise_picture(2503, 7, 0, space, 1));
         expect_reference({row.get()}, noise_picture(1501, 5, 2, space, 2));
@@ -550,14 +550,14 @@ TEST_F(TileTRCApplyTest, RunsLongerThanAnyBuffer) {
 }
 
 TEST_F(TileTRCApplyTest, TallPictures) {
-    const TileTrcPtr grid = noise_grid(256, 2, 8, 1);
+    const TileTRCPtr grid = noise_grid(256, 2, 8, 1);
     expect_reference({grid.get()}, noise_picture(9, 1003, 0, rgb, 1));
     expect_reference({grid.get()}, noise_picture(9, 1003, 0, gray, 1));
 }
 
 TEST_F(TileTRCApplyTest, PhotographOnAnEightByEightGrid) {
     Noise noise(4);
-    const TileTrcPtr grid = make_grid(256, 8, 8, [&](uint64_t i) {
+    const TileTRCPtr grid = make_grid(256, 8, 8, [&](uint64_t i) {
         return static_cast<uint32_t>(std::min<uint64_t>(255, i % 256 * (8 + noise.next() % 4) / 8));
     });
     Picture picture(211, 163, 0, rgb);
@@ -569,8 +569,8 @@ TEST_F(TileTRCApplyTest, PhotographOnAnEightByEightGrid) {
 
 TEST_F(TileTRCApplyTest, EntriesOfAllThirtyTwoBits) {
     Noise noise(8);
-    const TileTrcPtr grid = make_grid(256, 2, 3, [&](uint64_t) { return noise.next(); });
-    const TileTrcPtr large = make_grid(1024, 2, 3, [&](uint64_t) { return noise.next(); });
+    const TileTRCPtr grid = make_grid(256, 2, 3, [&](uint64_t) { return noise.next(); });
+    const TileTRCPtr large = make_grid(1024, 2, 3, [&](uint64_t) { return noise.next(); });
     for (const TileTRC *tile_trc : {grid.get(), large.get()}) {
         expect_reference({tile_trc}, noise_picture(31, 22, 0, rgb, 3));
         expect_reference({tile_trc}, noise_picture(31, 22, 0, gray, 3));
@@ -579,7 +579,7 @@ TEST_F(TileTRCApplyTest, EntriesOfAllThirtyTwoBits) {
 
 TEST_F(TileTRCApplyTest, EveryWayOfCuttingIntoChunks) {
     constexpr uint64_t height = 9;
-    const TileTrcPtr grid = noise_grid(256, 2, 3, 6);
+    const TileTRCPtr grid = noise_grid(256, 2, 3, 6);
     Picture input = noise_picture(11, height, 1, rgb, 2);
     const Picture expected = Reference(input, {grid.get()}).run();
     for (uint32_t cuts = 0; cuts < 1u << (height - 1); ++cuts) {
@@ -597,11 +597,11 @@ TEST_F(TileTRCApplyTest, EveryWayOfCuttingIntoChunks) {
 }
 
 TEST_F(TileTRCApplyTest, ChunkOfOneBlockEqualsTheFormOfThreePointers) {
-    const TileTrcPtr grid = noise_grid(256, 2, 2, 6);
+    const TileTRCPtr grid = noise_grid(256, 2, 2, 6);
     for (int32_t layout = 0; layout < 3; ++layout) {
         Picture input = noise_picture(20, 10, layout, rgb, 2);
         Picture output(20, 10, layout, rgb);
-        const ApplyPtr apply = make_apply(input, {grid.get()});
+        const TileTRCApplyPtr apply = make_apply(input, {grid.get()});
         EXPECT_EQ(KoTileTRCApplyToByteChunk(apply.get(), 4, input.chunk(0, 0), output.chunk(0, 0)), KO_OK);
         EXPECT_EQ(KoTileTRCApplyToByteChunk(apply.get(), 6, input.chunk(0, 4), output.chunk(0, 4)), KO_OK);
         expect_same(Reference(input, {grid.get()}).run(), output, "one block");
@@ -609,14 +609,14 @@ TEST_F(TileTRCApplyTest, ChunkOfOneBlockEqualsTheFormOfThreePointers) {
 }
 
 TEST_F(TileTRCApplyTest, RowsBeyondThePictureAreIgnored) {
-    const TileTrcPtr grid = noise_grid(256, 2, 2, 6);
+    const TileTRCPtr grid = noise_grid(256, 2, 2, 6);
     const TileTRC *grids[] = {grid.get(), nullptr};
     for (const TileTRC *tile_trc : grids) {
         for (const int32_t space : {rgb, gray}) {
             Picture input = noise_picture(8, 6, 0, space, 2);
             const Picture expected = Reference(input, {tile_trc}).run();
             Picture output(8, 6, 0, space);
-            const ApplyPtr apply = make_apply(input, {tile_trc});
+            const TileTRCApplyPtr apply = make_apply(input, {tile_trc});
             EXPECT_EQ(apply_rows(apply.get(), 4, 0, input, output), KO_OK);
             EXPECT_EQ(apply_rows(apply.get(), 1000000, 4, input, output), KO_OK);
             expect_same(expected, output, "too many rows");
@@ -634,10 +634,10 @@ TEST_F(TileTRCApplyTest, WeightTableFollowsTheRunningSums) {
                                              {9, 1, 3, 1},    {700, 6, 1, 3}, {4, 4, 2, 2}};
     for (const auto &[width, height, strips_x, strips_y] : cases) {
         SCOPED_TRACE(testing::Message() << width << " by " << height << ", " << strips_x << " by " << strips_y);
-        const TileTrcPtr grid = noise_grid(256, strips_x, strips_y, 1);
+        const TileTRCPtr grid = noise_grid(256, strips_x, strips_y, 1);
         const Tones tones{grid.get()};
         const Picture picture(width, height, 0, gray);
-        const ApplyPtr apply = make_apply(picture, tones);
+        const TileTRCApplyPtr apply = make_apply(picture, tones);
         ASSERT_NE(apply, nullptr);
         EXPECT_EQ(apply->groupsPerTile, (apply->tileWidth + 3) >> 2);
         EXPECT_EQ(reinterpret_cast<uintptr_t>(apply->weightTable) % 16, 0u);
@@ -657,7 +657,7 @@ TEST_F(TileTRCApplyTest, WeightTableFollowsTheRunningSums) {
 }
 
 TEST_F(TileTRCApplyTest, AnInterpolatingRunGoesFromTheLeftCurveToTheRightOne) {
-    const TileTrcPtr grid =
+    const TileTRCPtr grid =
         make_grid(256, 2, 1, [](uint64_t i) { return i < 256 ? 40u : 240u; }); // constants: left 40, right 240
     Picture input = noise_picture(40, 3, 0, gray, 1);
     Picture output = applied({grid.get()}, input);
@@ -670,8 +670,8 @@ TEST_F(TileTRCApplyTest, AnInterpolatingRunGoesFromTheLeftCurveToTheRightOne) {
 }
 
 TEST_F(TileTRCApplyTest, InitFillsTheRecord) {
-    const TileTrcPtr grid = noise_grid(1024, 4, 4, 1);
-    const ColorTrcPtr curves = noise_curves(512, 2);
+    const TileTRCPtr grid = noise_grid(1024, 4, 4, 1);
+    const ColorTRCPtr curves = noise_curves(512, 2);
     TileTRCApply apply;
     ASSERT_EQ(KoTileTRCApplyInit(&apply, grid.get(), 0.25f, curves.get(), 1003, 1003, KO_BYTE_LAYOUT_PLANAR, rgb), KO_OK);
     EXPECT_EQ(apply.tileTRC, grid.get());
@@ -703,10 +703,10 @@ TEST_F(TileTRCApplyTest, InitFillsTheRecord) {
 }
 
 TEST_F(TileTRCApplyTest, InitWithoutInterpolationMakesNoScratch) {
-    const TileTrcPtr single = noise_grid(1024, 1, 1, 1);
-    const TileTrcPtr none = noise_grid(256, 0, 0, 1);
-    const TileTrcPtr no_columns = noise_grid(256, 0, 1, 1);
-    const TileTrcPtr no_rows = noise_grid(256, 1, 0, 1);
+    const TileTRCPtr single = noise_grid(1024, 1, 1, 1);
+    const TileTRCPtr none = noise_grid(256, 0, 0, 1);
+    const TileTRCPtr no_columns = noise_grid(256, 0, 1, 1);
+    const TileTRCPtr no_rows = noise_grid(256, 1, 0, 1);
     const TileTRC *grids[] = {nullptr, none.get(), no_columns.get(), no_rows.get(), single.get()};
     for (const TileTRC *grid : grids) {
         TileTRCApply apply;
@@ -731,10 +731,10 @@ TEST_F(TileTRCApplyTest, InitWithoutInterpolationMakesNoScratch) {
 
 // Rows that each band takes, found by handing in single rows.
 std::vector<int> rows_by_band(uint64_t height, uint64_t strips) {
-    const TileTrcPtr grid = noise_grid(256, 1, strips, 1);
+    const TileTRCPtr grid = noise_grid(256, 1, strips, 1);
     Picture input = noise_picture(2, height, 0, gray, 1);
     Picture output = input;
-    const ApplyPtr apply = make_apply(input, {grid.get()});
+    const TileTRCApplyPtr apply = make_apply(input, {grid.get()});
     std::vector<int> rows(strips + 1);
     for (uint64_t y = 0; y < height; ++y) {
         EXPECT_EQ(apply->rowsDone, y);
@@ -751,10 +751,10 @@ TEST_F(TileTRCApplyTest, BandsDivideTheHeight) {
 }
 
 TEST_F(TileTRCApplyTest, PositionInABandSurvivesBetweenChunks) {
-    const TileTrcPtr grid = noise_grid(256, 1, 2, 1);
+    const TileTRCPtr grid = noise_grid(256, 1, 2, 1);
     Picture input = noise_picture(3, 20, 0, gray, 1);
     Picture output = input;
-    const ApplyPtr apply = make_apply(input, {grid.get()});
+    const TileTRCApplyPtr apply = make_apply(input, {grid.get()});
     apply_rows(apply.get(), 8, 0, input, output); // 5 rows of band 0, 3 of band 1
     EXPECT_EQ(apply->rowsDone, 8u);
     EXPECT_EQ(apply->band, 1u);
@@ -767,7 +767,7 @@ TEST_F(TileTRCApplyTest, PositionInABandSurvivesBetweenChunks) {
 }
 
 TEST_F(TileTRCApplyTest, NoGridCopies) {
-    const TileTrcPtr none = noise_grid(256, 0, 0, 1);
+    const TileTRCPtr none = noise_grid(256, 0, 0, 1);
     const TileTRC *grids[] = {nullptr, none.get()};
     for (const TileTRC *grid : grids) {
         for (int32_t layout = 0; layout < 4; ++layout) {
@@ -781,39 +781,39 @@ TEST_F(TileTRCApplyTest, NoGridCopies) {
 }
 
 TEST_F(TileTRCApplyTest, CurvesAloneAreTruncatedToTheirLowByte) {
-    const ColorTrcPtr halves = half_curves(); // cut off, not rounded
+    const ColorTRCPtr halves = half_curves(); // cut off, not rounded
     const Picture input = noise_picture(19, 7, 0, rgb, 3);
     expect_same(input, applied({nullptr, halves.get()}, input), "halves");
     // Beyond a byte the low 8 bits stay, without a limit.
-    const ColorTrcPtr high = make_curves(256, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 300); });
+    const ColorTRCPtr high = make_curves(256, [](uint64_t, uint64_t i) { return static_cast<uint32_t>(i + 300); });
     Picture output = applied({nullptr, high.get()}, input);
     EXPECT_EQ(+*output.at(0, 4, 2), (*Picture(input).at(0, 4, 2) + 300) & 255);
     for (const uint64_t size : {256u, 300u, 512u, 1024u, 65536u}) {
-        const ColorTrcPtr curves = noise_curves(size, 9);
+        const ColorTRCPtr curves = noise_curves(size, 9);
         expect_reference_in_every_layout({nullptr, curves.get()}, 19, 7, rgb, 3);
     }
 }
 
 TEST_F(TileTRCApplyTest, ASingleCurveLeavesAGrayPictureAlone) {
-    const TileTrcPtr grid = noise_grid(256, 1, 1, 1);
+    const TileTRCPtr grid = noise_grid(256, 1, 1, 1);
     const Picture input = noise_picture(19, 7, 0, gray, 3);
     expect_same(input, applied({grid.get()}, input), "copy");
 }
 
 TEST_F(TileTRCApplyTest, ASingleCurveScalesAColorPicture) {
     for (const uint64_t size : {256u, 300u, 512u, 65536u}) {
-        const TileTrcPtr grid = noise_grid(size, 1, 1, static_cast<uint32_t>(size));
+        const TileTRCPtr grid = noise_grid(size, 1, 1, static_cast<uint32_t>(size));
         for (const float ratio : {0.0f, 0.5f, 1.0f}) {
             expect_reference_in_every_layout({grid.get(), nullptr, ratio}, 19, 17, rgb, 3);
         }
-        const ColorTrcPtr curves = noise_curves(1024, 9);
+        const ColorTRCPtr curves = noise_curves(1024, 9);
         expect_reference({grid.get(), curves.get()}, noise_picture(19, 17, 0, rgb, 3));
     }
 }
 
 TEST_F(TileTRCApplyTest, ASingleCurveIsReadWithoutItsStep) {
     // Curve of 512: entry at the level itself, not at twice the level, and not scaled back; the limit of 255 holds above.
-    const TileTrcPtr grid = make_grid(512, 1, 1, [](uint64_t i) { return i == 100 ? 150u : i == 200 ? 400u : 7u; });
+    const TileTRCPtr grid = make_grid(512, 1, 1, [](uint64_t i) { return i == 100 ? 150u : i == 200 ? 400u : 7u; });
     Picture input(3, 1, 0, rgb);
     input.blocks[0] = {101, 101, 98, 201, 201, 198, 0, 0, 0}; // levels 100, 200 and 0; a level of 0 divides as 1
     const std::vector<uint8_t> expected{152, 152, 147, 255, 255, 255, 0, 0, 0}; // 150 * 101 / 100 + 0.5 is 152
@@ -822,22 +822,22 @@ TEST_F(TileTRCApplyTest, ASingleCurveIsReadWithoutItsStep) {
 
 TEST_F(TileTRCApplyTest, AnUnchangedLevelKeepsTheFractionOutWithoutRounding) {
     // Identity, one curve: L' equals L, so the channels of the ColorTRC (x.5) are truncated, not rounded.
-    const TileTrcPtr grid = identity_grid(256, 1, 1);
-    const ColorTrcPtr halves = half_curves();
+    const TileTRCPtr grid = identity_grid(256, 1, 1);
+    const ColorTRCPtr halves = half_curves();
     const Picture input = noise_picture(19, 7, 0, rgb, 3);
     expect_same(input, applied({grid.get(), halves.get()}, input), "halves");
 }
 
 TEST_F(TileTRCApplyTest, GrayPicturesIgnoreTheColorCurves) {
-    const TileTrcPtr grid = noise_grid(256, 3, 2, 1);
-    const ColorTrcPtr curves = noise_curves(256, 9);
+    const TileTRCPtr grid = noise_grid(256, 3, 2, 1);
+    const ColorTRCPtr curves = noise_curves(256, 9);
     const Picture input = noise_picture(19, 17, 0, gray, 3);
     expect_same(applied({grid.get()}, input), applied({grid.get(), curves.get()}, input), "gray");
     expect_same(input, applied({nullptr, curves.get()}, input), "gray without a grid");
 }
 
 TEST_F(TileTRCApplyTest, IdentityCurvesLoseTheFractionOfTheLuminance) {
-    const TileTrcPtr grid = identity_grid(256, 2, 2);
+    const TileTRCPtr grid = identity_grid(256, 2, 2);
     Picture input(4, 4, 0, rgb);
     const uint8_t colors[4][3] = {{0, 0, 0}, {10, 20, 30}, {0, 0, 255}, {200, 100, 50}};
     for (uint64_t i = 0; i < 16; ++i) {
@@ -850,7 +850,7 @@ TEST_F(TileTRCApplyTest, IdentityCurvesLoseTheFractionOfTheLuminance) {
 }
 
 TEST_F(TileTRCApplyTest, RatioWeightMixesAShiftAndAScale) {
-    const TileTrcPtr grid = make_grid(256, 2, 2, [](uint64_t i) { return static_cast<uint32_t>(i % 256 * 2); });
+    const TileTRCPtr grid = make_grid(256, 2, 2, [](uint64_t i) { return static_cast<uint32_t>(i % 256 * 2); });
     Picture input(4, 4, 0, rgb);
     for (uint64_t i = 0; i < 16; ++i) {
         const uint8_t color[] = {41, 80, 20}; // luminance 61.499, new level 122
@@ -867,10 +867,10 @@ TEST_F(TileTRCApplyTest, RatioWeightMixesAShiftAndAScale) {
 
 TEST_F(TileTRCApplyTest, LuminancePastTheCurveTakesItsLastEntry) {
     for (const uint64_t size : {256u, 300u, 512u, 65536u}) {
-        const TileTrcPtr grid = noise_grid(size, 2, 2, 1);
-        const TileTrcPtr single = noise_grid(size, 1, 1, 1);
+        const TileTRCPtr grid = noise_grid(size, 2, 2, 1);
+        const TileTRCPtr single = noise_grid(size, 1, 1, 1);
         Noise noise(3);
-        const ColorTrcPtr curves = make_curves(256, [&](uint64_t, uint64_t) { return noise.next() % 70000; });
+        const ColorTRCPtr curves = make_curves(256, [&](uint64_t, uint64_t) { return noise.next() % 70000; });
         for (const float ratio : {0.0f, 1.0f}) {
             expect_reference({grid.get(), curves.get(), ratio}, noise_picture(21, 13, 0, rgb, 1));
             expect_reference({single.get(), curves.get(), ratio}, noise_picture(21, 13, 0, rgb, 1));
@@ -879,9 +879,9 @@ TEST_F(TileTRCApplyTest, LuminancePastTheCurveTakesItsLastEntry) {
 }
 
 TEST_F(TileTRCApplyTest, EnormousColorCurvesStayInsideTheCurves) {
-    const TileTrcPtr grid = noise_grid(512, 2, 2, 1);
-    const TileTrcPtr single = noise_grid(512, 1, 1, 1);
-    const ColorTrcPtr curves = make_curves(256, [](uint64_t, uint64_t i) { return 0xffffffffu - static_cast<uint32_t>(i); });
+    const TileTRCPtr grid = noise_grid(512, 2, 2, 1);
+    const TileTRCPtr single = noise_grid(512, 1, 1, 1);
+    const ColorTRCPtr curves = make_curves(256, [](uint64_t, uint64_t i) { return 0xffffffffu - static_cast<uint32_t>(i); });
     const TileTRC *grids[] = {grid.get(), single.get(), nullptr};
     for (const TileTRC *tile_trc : grids) {
         expect_reference({tile_trc, curves.get()}, noise_picture(21, 13, 0, rgb, 1));
@@ -895,7 +895,7 @@ void expect_refused(const TileTRC *grid, const ColorTRC *curves, uint64_t width,
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
                  [&] { return KoTileTRCApplyInit(&apply, grid, 0.5f, curves, width, height, layout, space); });
     const PrintCapture printed("error");
-    EXPECT_EQ(ApplyPtr(KoTileTRCApplyNew(grid, 0.5f, curves, width, height, layout, space)), nullptr);
+    EXPECT_EQ(TileTRCApplyPtr(KoTileTRCApplyNew(grid, 0.5f, curves, width, height, layout, space)), nullptr);
     expect_status(KO_ERR_CREATE_OBJECT, "Cannot create object \"TileTRCApplyNew\"\n-> [ERROR] Invalid argument");
     EXPECT_EQ(printed.texts(), std::vector<std::string>{"[ERROR] Invalid argument"});
 }
@@ -916,9 +916,9 @@ TEST_F(TileTRCApplyTest, MoreStripsThanPixelsAreRefused) {
 TEST_F(TileTRCApplyTest, TilesOfOnePixelBesideAnotherAreRefused) {
     expect_grid_refused(256, 8, 1, 15, 20, rgb);
     expect_grid_refused(256, 2, 15, 15, 20, gray);
-    const TileTrcPtr beside_nothing = noise_grid(256, 1, 2, 1); // one strip of one pixel is in order
+    const TileTRCPtr beside_nothing = noise_grid(256, 1, 2, 1); // one strip of one pixel is in order
     expect_reference({beside_nothing.get()}, noise_picture(1, 20, 0, rgb, 1));
-    const TileTrcPtr above_nothing = noise_grid(256, 2, 1, 1);
+    const TileTRCPtr above_nothing = noise_grid(256, 2, 1, 1);
     expect_reference({above_nothing.get()}, noise_picture(20, 1, 0, rgb, 1));
 }
 
@@ -928,7 +928,7 @@ TEST_F(TileTRCApplyTest, StripsInOneDirectionOnlyAreRefused) {
 }
 
 TEST_F(TileTRCApplyTest, CurvesOfFewerThan256EntriesAreRefused) {
-    const TileTrcPtr grid = noise_grid(256, 2, 2, 1);
+    const TileTRCPtr grid = noise_grid(256, 2, 2, 1);
     expect_grid_refused(255, 2, 2, 15, 20, rgb);
     expect_grid_refused(255, 2, 2, 15, 20, gray);
     expect_grid_refused(128, 1, 1, 15, 20, rgb);
@@ -937,16 +937,16 @@ TEST_F(TileTRCApplyTest, CurvesOfFewerThan256EntriesAreRefused) {
 }
 
 TEST_F(TileTRCApplyTest, CurvesThatAreMissingAreRefused) {
-    const TileTrcPtr grid = noise_grid(256, 2, 2, 1);
-    const ColorTrcPtr two(KoColorTRCNew(256, 2));
+    const TileTRCPtr grid = noise_grid(256, 2, 2, 1);
+    const ColorTRCPtr two(KoColorTRCNew(256, 2));
     KoColorTRCSetIdentity(two.get());
     expect_refused(grid.get(), two.get(), 15, 20, 0, rgb);
-    const ColorTrcPtr none(KoColorTRCNew(256, 0));
+    const ColorTRCPtr none(KoColorTRCNew(256, 0));
     expect_refused(grid.get(), none.get(), 15, 20, 0, rgb);
-    const ColorTrcPtr empty = noise_curves(256, 1);
+    const ColorTRCPtr empty = noise_curves(256, 1);
     KoTRCFree(empty->curves[1]);
     expect_refused(grid.get(), empty.get(), 15, 20, 0, rgb);
-    const ColorTrcPtr hole = noise_curves(256, 1);
+    const ColorTRCPtr hole = noise_curves(256, 1);
     KoTRCDelete(std::exchange(hole->curves[2], nullptr));
     expect_refused(nullptr, hole.get(), 15, 20, 0, rgb);
     KoTileTRCFree(grid.get());
@@ -978,8 +978,8 @@ TEST_F(TileTRCApplyTest, MatrixSlidesToTheRight) {
 }
 
 TEST_F(TileTRCApplyTest, SeveralRecordsShareAGrid) {
-    const TileTrcPtr grid = noise_grid(256, 4, 4, 1);
-    const ColorTrcPtr curves = noise_curves(256, 2);
+    const TileTRCPtr grid = noise_grid(256, 4, 4, 1);
+    const ColorTRCPtr curves = noise_curves(256, 2);
     const Tones tones{grid.get(), curves.get()};
     const Picture input = noise_picture(64, 48, 0, rgb, 3);
     const Picture expected = Reference(input, tones).run();

@@ -46,7 +46,7 @@ class TrcComputeTest : public LibraryTest {
 
     static Entries fit(uint64_t size, const Pixels &pixels, uint64_t width = 1) {
         const ImagePair images(width, pixels);
-        const TrcPtr trc(KoTRCNew(size));
+        const TRCPtr trc(KoTRCNew(size));
         expect_success([&] { return fit_whole(trc.get(), images); });
         EXPECT_EQ(trc->size, size);
         return trc->array == nullptr ? Entries{} : entries_of(trc.get());
@@ -235,7 +235,7 @@ TEST_F(TrcComputeTest, CountsOfOneLevelStop) {
     RealImageLineIterator target;
     KoRealImageLineIteratorInit(&input, image.get());
     KoRealImageLineIteratorInit(&target, image.get());
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCCompute(trc.get(), &input, &target); });
     const Entries expected = ReferenceFit(256, 256).fit(sums, counts);
     EXPECT_EQ(entries_of(trc.get()), expected);
@@ -455,9 +455,9 @@ TEST_F(TrcComputeTest, FitsRectanglesOfImagesOfAnyWidth) {
         const uint64_t y = i / width;
         return PixelPair{input->rows[y + 11][x + 5], target->rows[y + 20][x + 12]};
     });
-    const LinePtr input_lines(KoRealImageLineIteratorNewSubImage(input.get(), 5, 11, width, 17));
-    const LinePtr target_lines(KoRealImageLineIteratorNewSubImage(target.get(), 12, 20, width, 17));
-    const TrcPtr trc(KoTRCNew(256));
+    const RealImageLineIteratorPtr input_lines(KoRealImageLineIteratorNewSubImage(input.get(), 5, 11, width, 17));
+    const RealImageLineIteratorPtr target_lines(KoRealImageLineIteratorNewSubImage(target.get(), 12, 20, width, 17));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCCompute(trc.get(), input_lines.get(), target_lines.get()); });
     EXPECT_EQ(entries_of(trc.get()), reference_fit(256, 256, pixels));
     EXPECT_EQ(KoRealImageLineIteratorHasNext(input_lines.get()), 0);
@@ -499,7 +499,7 @@ TEST_F(TrcComputeTest, FitsAreasOfEverySizeAndLeavesTheIteratorsAtTheirEnds) {
                 pixels.push_back({input_line[x], target_line[x]});
             }
         }
-        const TrcPtr trc(KoTRCNew(size));
+        const TRCPtr trc(KoTRCNew(size));
         ASSERT_EQ(KoTRCCompute(trc.get(), &input_lines, &target_lines), KO_OK);
         pool_size_ = std::max(pool_size_, size);
         ASSERT_EQ(entries_of(trc.get()), reference_fit(size, pool_size_, pixels));
@@ -514,7 +514,7 @@ Entries fit_top(const ImagePair &images, uint64_t width, uint64_t height) {
     RealImageLineIterator target;
     KoRealImageLineIteratorInitSubImage(&input, images.input.get(), 0, 0, width, height);
     KoRealImageLineIteratorInitSubImage(&target, images.target.get(), 0, 0, width, height);
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCCompute(trc.get(), &input, &target); });
     return entries_of(trc.get());
 }
@@ -535,7 +535,7 @@ TEST_F(TrcComputeTest, TheInputAloneSaysWhereTheAreaEnds) {
     RealImageLineIterator target;
     KoRealImageLineIteratorInitSubImage(&input, images.input.get(), 0, 0, 6, 2);
     KoRealImageLineIteratorInit(&target, images.target.get());
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCCompute(trc.get(), &input, &target); });
     EXPECT_EQ(entries_of(trc.get()), reference_fit(256, 256, Pixels(pixels.begin(), pixels.begin() + 12)));
     EXPECT_EQ(KoRealImageLineIteratorHasNext(&input), 0);
@@ -555,7 +555,7 @@ TEST_F(TrcComputeTest, ACurveWithoutEntriesGetsThem) {
 }
 
 TEST_F(TrcComputeTest, ASizeOfZeroLeavesNoEntries) {
-    const TrcPtr trc(KoTRCNew(0));
+    const TRCPtr trc(KoTRCNew(0));
     EXPECT_EQ(fit_whole(trc.get(), ImagePair(10, sparse_cloud(100, 11))), KO_OK);
     EXPECT_EQ(trc->array, nullptr);
     expect_fit(256, sparse_cloud(100, 11));
@@ -566,7 +566,7 @@ TEST_F(TrcComputeTest, ASizeOfZeroLeavesNoEntries) {
 TEST_F(TrcComputeTest, ASizeWhoseTableCannotBeHadLeavesNoEntries) {
     const ImagePair images(10, sparse_cloud(100, 12));
     for (const uint64_t size : {23171u, 32768u, 46341u, 65536u}) {
-        const TrcPtr trc(KoTRCNew(size));
+        const TRCPtr trc(KoTRCNew(size));
         KoStatusClear();
         StderrCapture captured;
         EXPECT_EQ(fit_whole(trc.get(), images), KO_OK);
@@ -671,7 +671,7 @@ class PoolThreads {
     // Fits a curve of this size; true if it is that of some pool from least up. Stores that pool.
     bool fits(uint64_t size, uint64_t least, uint64_t &pool) const {
         const ImagePair images(30, pixels_);
-        const TrcPtr trc(KoTRCNew(size));
+        const TRCPtr trc(KoTRCNew(size));
         if (fit_whole(trc.get(), images) != KO_OK || trc->array == nullptr) {
             return false;
         }
@@ -707,7 +707,7 @@ TEST_F(TrcComputeTest, ThreadsGrowThePoolStepByStep) {
         running.emplace_back([&, t] {
             start.arrive_and_wait();
             for (uint64_t size = 257 + t; size < 400; size += 8) {
-                const TrcPtr trc(KoTRCNew(size));
+                const TRCPtr trc(KoTRCNew(size));
                 EXPECT_EQ(fit_whole(trc.get(), ImagePair(6, pixels)), KO_OK);
                 EXPECT_NE(trc->array, nullptr);
             }

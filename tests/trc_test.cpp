@@ -61,7 +61,7 @@ TEST_F(TrcTest, FreeAndDeleteAcceptNull) {
 }
 
 TEST_F(TrcTest, InitAndNewKnowNoLimit) {
-    const TrcPtr trc(KoTRCNew(70000));
+    const TRCPtr trc(KoTRCNew(70000));
     ASSERT_NE(trc, nullptr);
     EXPECT_EQ(trc->size, 70000u);
     trc->array[69999] = 5;
@@ -99,7 +99,7 @@ TEST_F(TrcTest, GetSizeGivesTheLow32Bits) {
 // ---- size ----
 
 TEST_F(TrcTest, SetSizeOfThePresentSizeKeepsTheEntries) {
-    const TrcPtr trc = make_trc({3, 1, 4, 1, 5});
+    const TRCPtr trc = make_trc({3, 1, 4, 1, 5});
     const uint32_t *array = trc->array;
     expect_success([&] { return KoTRCSetSize(trc.get(), 5); });
     EXPECT_EQ(trc->array, array);
@@ -107,14 +107,14 @@ TEST_F(TrcTest, SetSizeOfThePresentSizeKeepsTheEntries) {
 }
 
 TEST_F(TrcTest, SetSizeOfThePresentSizeDoesNothingToACurveWithoutEntries) {
-    const TrcPtr trc(KoTRCNew(5));
+    const TRCPtr trc(KoTRCNew(5));
     KoTRCFree(trc.get());
     expect_success([&] { return KoTRCSetSize(trc.get(), 5); });
     EXPECT_EQ(trc->array, nullptr);
 }
 
 TEST_F(TrcTest, SetSizeGivesAnArrayOfTheNewSize) {
-    const TrcPtr trc(KoTRCNew(5));
+    const TRCPtr trc(KoTRCNew(5));
     for (const uint64_t size : {uint64_t{1}, uint64_t{65536}, uint64_t{300}}) {
         expect_success([&] { return KoTRCSetSize(trc.get(), size); });
         EXPECT_EQ(trc->size, size);
@@ -125,7 +125,7 @@ TEST_F(TrcTest, SetSizeGivesAnArrayOfTheNewSize) {
 }
 
 TEST_F(TrcTest, SetSizeRefusesWhatIsNot1To65536) {
-    const TrcPtr trc = make_trc({3, 1, 4});
+    const TRCPtr trc = make_trc({3, 1, 4});
     expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, out_of_size + std::string("0 (1-65536)"),
                  [&] { return KoTRCSetSize(trc.get(), 0); });
     expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, out_of_size + std::string("65537 (1-65536)"),
@@ -136,7 +136,7 @@ TEST_F(TrcTest, SetSizeRefusesWhatIsNot1To65536) {
 
 // The lower bound that the message shows is 0, although 0 itself is refused.
 TEST_F(TrcTest, ResizeRefusesWhatIsNot1To65536) {
-    const TrcPtr trc = make_trc({3, 1, 4});
+    const TRCPtr trc = make_trc({3, 1, 4});
     expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, out_of_size + std::string("0 (0-65536)"),
                  [&] { return KoTRCResize(trc.get(), 0); });
     expect_error(KO_ERR_INDEX_OUT_OF_BOUNDS, out_of_size + std::string("65537 (0-65536)"),
@@ -146,13 +146,13 @@ TEST_F(TrcTest, ResizeRefusesWhatIsNot1To65536) {
 }
 
 TEST_F(TrcTest, TheLimitIsLookedAtBeforeThePresentSize) {
-    const TrcPtr trc(KoTRCNew(65537));
+    const TRCPtr trc(KoTRCNew(65537));
     EXPECT_EQ(KoTRCSetSize(trc.get(), 65537), KO_ERR_INDEX_OUT_OF_BOUNDS);
     EXPECT_EQ(KoTRCResize(trc.get(), 65537), KO_ERR_INDEX_OUT_OF_BOUNDS);
 }
 
 TEST_F(TrcTest, ResizeToThePresentSizeDoesNothing) {
-    const TrcPtr trc = make_trc({3, 1});
+    const TRCPtr trc = make_trc({3, 1});
     const uint32_t *array = trc->array;
     expect_success([&] { return KoTRCResize(trc.get(), 2); });
     EXPECT_EQ(trc->array, array);
@@ -161,14 +161,14 @@ TEST_F(TrcTest, ResizeToThePresentSizeDoesNothing) {
 
 TEST_F(TrcTest, ResizeRefusesToGrowFewerThanThreeEntries) {
     for (const Entries &entries : {Entries{7}, Entries{7, 9}}) {
-        const TrcPtr trc = make_trc(entries);
+        const TRCPtr trc = make_trc(entries);
         expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument", [&] { return KoTRCResize(trc.get(), 8); });
         EXPECT_EQ(entries_of(trc.get()), entries);
     }
 }
 
 TEST_F(TrcTest, ResizeRefusesACurveWithoutEntries) {
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     KoTRCFree(trc.get());
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTRCResize(trc.get(), 128); });
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTRCResize(trc.get(), 512); });
@@ -176,7 +176,7 @@ TEST_F(TrcTest, ResizeRefusesACurveWithoutEntries) {
 }
 
 Entries resized(const Entries &entries, uint64_t size) {
-    const TrcPtr trc = make_trc(entries);
+    const TRCPtr trc = make_trc(entries);
     expect_success([&] { return KoTRCResize(trc.get(), size); });
     EXPECT_EQ(trc->size, size);
     return entries_of(trc.get());
@@ -295,7 +295,7 @@ INSTANTIATE_TEST_SUITE_P(Sizes, TrcGrowth,
 // ---- entries ----
 
 TEST_F(TrcTest, SetArrayCopies) {
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     Entries source{9, 0, 4294967295u, 7};
     expect_success([&] { return KoTRCSetArray(trc.get(), source.data(), 4); });
     EXPECT_NE(trc->array, source.data());
@@ -304,7 +304,7 @@ TEST_F(TrcTest, SetArrayCopies) {
 }
 
 TEST_F(TrcTest, SetArrayRefusesNullAndAnotherCount) {
-    const TrcPtr trc = make_trc({3, 1, 4});
+    const TRCPtr trc = make_trc({3, 1, 4});
     const Entries source{9, 9, 9, 9};
     for (const uint64_t count : {uint64_t{0}, uint64_t{2}, uint64_t{4}, (uint64_t{1} << 32) + 3}) {
         expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
@@ -316,11 +316,11 @@ TEST_F(TrcTest, SetArrayRefusesNullAndAnotherCount) {
 
 TEST_F(TrcTest, SetIdentity) {
     for (const uint64_t size : {uint64_t{1}, uint64_t{256}, uint64_t{70000}}) {
-        const TrcPtr trc(KoTRCNew(size));
+        const TRCPtr trc(KoTRCNew(size));
         expect_success([&] { return KoTRCSetIdentity(trc.get()); });
         EXPECT_EQ(entries_of(trc.get()), identity(size));
     }
-    const TrcPtr bare(KoTRCNew(4));
+    const TRCPtr bare(KoTRCNew(4));
     KoTRCFree(bare.get());
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTRCSetIdentity(bare.get()); });
 }
@@ -328,7 +328,7 @@ TEST_F(TrcTest, SetIdentity) {
 TEST_F(TrcTest, SetComposeAppliesTheFirstCurveFirst) {
     const Entries first{3, 0, 1, 5};
     const Entries second{10, 11, 12, 13, 14, 15};
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     expect_success([&] { return KoTRCSetCompose(trc.get(), first.data(), second.data()); });
     EXPECT_EQ(entries_of(trc.get()), (Entries{13, 10, 11, 15}));
 }
@@ -336,19 +336,19 @@ TEST_F(TrcTest, SetComposeAppliesTheFirstCurveFirst) {
 TEST_F(TrcTest, SetComposeMayReadTheCurveItself) {
     const Entries other{2, 3, 1, 0};
     const Entries mine{1, 2, 3, 3};
-    const TrcPtr as_first = make_trc(mine);
+    const TRCPtr as_first = make_trc(mine);
     expect_success([&] { return KoTRCSetCompose(as_first.get(), as_first->array, other.data()); });
     EXPECT_EQ(entries_of(as_first.get()), (Entries{3, 1, 0, 0}));
-    const TrcPtr as_second = make_trc(mine);
+    const TRCPtr as_second = make_trc(mine);
     expect_success([&] { return KoTRCSetCompose(as_second.get(), other.data(), as_second->array); });
     EXPECT_EQ(entries_of(as_second.get()), (Entries{3, 3, 2, 1}));
-    const TrcPtr as_both = make_trc(mine);
+    const TRCPtr as_both = make_trc(mine);
     expect_success([&] { return KoTRCSetCompose(as_both.get(), as_both->array, as_both->array); });
     EXPECT_EQ(entries_of(as_both.get()), (Entries{2, 3, 3, 3}));
 }
 
 TEST_F(TrcTest, SetComposeRefusesNull) {
-    const TrcPtr trc = make_trc({3, 1});
+    const TRCPtr trc = make_trc({3, 1});
     const Entries other{0, 1};
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument",
                  [&] { return KoTRCSetCompose(trc.get(), nullptr, other.data()); });
@@ -360,7 +360,7 @@ TEST_F(TrcTest, SetComposeRefusesNull) {
 TEST_F(TrcTest, NewCompose) {
     const Entries first{3, 0, 1};
     const Entries second{10, 11, 12, 13};
-    const TrcPtr trc(KoTRCNewCompose(first.data(), second.data(), 3));
+    const TRCPtr trc(KoTRCNewCompose(first.data(), second.data(), 3));
     ASSERT_NE(trc, nullptr);
     EXPECT_EQ(entries_of(trc.get()), (Entries{13, 10, 11}));
     expect_status(KO_OK, "");
@@ -403,13 +403,13 @@ TEST_F(TrcTest, SaveWritesSigned32BitNumbers) {
 
 TEST_F(TrcTest, SaveTellsTheBitsOfEveryPowerOfTwo) {
     for (uint32_t bits = 0; bits <= 17; ++bits) {
-        const TrcPtr trc = make_trc(Entries(uint64_t{1} << bits, 0));
+        const TRCPtr trc = make_trc(Entries(uint64_t{1} << bits, 0));
         EXPECT_EQ(saved(trc.get()).substr(0, 19).find("\nbits " + std::to_string(bits) + "\n"), 10u);
     }
 }
 
 TEST_F(TrcTest, SaveWithoutTheFlagLeavesAFileAlone) {
-    const TrcPtr trc = make_trc({1, 2});
+    const TRCPtr trc = make_trc({1, 2});
     const TemporaryFile file("curve.txt", "precious");
     expect_error(KO_ERR_FILE_EXISTS, "File \"" + file.path() + "\" already exists",
                  [&] { return KoTRCSave(trc.get(), file.c_str(), 0); });
@@ -422,7 +422,7 @@ TEST_F(TrcTest, SaveWithoutTheFlagLeavesAFileAlone) {
 }
 
 TEST_F(TrcTest, SaveThatCannotOpenWritesNoLine) {
-    const TrcPtr trc = make_trc({1, 2});
+    const TRCPtr trc = make_trc({1, 2});
     const std::string path = temporary_path("folder") + "/curve.txt";
     StderrCapture captured;
     expect_error(KO_ERR_OPEN_WRITE, "Cannot open file \"" + path + "\" for writing",
@@ -433,14 +433,14 @@ TEST_F(TrcTest, SaveThatCannotOpenWritesNoLine) {
 }
 
 TEST_F(TrcTest, SaveRefusesACurveWithoutEntries) {
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     KoTRCFree(trc.get());
     const TemporaryFile file("curve.txt");
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTRCSave(trc.get(), file.c_str(), 1); });
 }
 
 void expect_load(const std::string &path) {
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     expect_plain_load(
         gray_form, path,
         [&] {
@@ -453,7 +453,7 @@ TEST_F(TrcTest, LoadReadsWhatSaveWrote) {
     const Entries entries = noise_entries(256, 4294967295u, 5);
     const TemporaryFile file("curve.txt");
     KoTRCSave(make_trc(entries).get(), file.c_str(), 0);
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     const uint32_t *array = trc->array;
     expect_success([&] { return KoTRCLoad(trc.get(), file.c_str()); });
     EXPECT_EQ(trc->array, array);
@@ -462,7 +462,7 @@ TEST_F(TrcTest, LoadReadsWhatSaveWrote) {
 
 TEST_F(TrcTest, LoadIntoAnotherSizeReplacesTheArray) {
     const TemporaryFile file("curve.txt", curve_text(gray_form, 3));
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCLoad(trc.get(), file.c_str()); });
     EXPECT_EQ(trc->size, 8u);
     EXPECT_EQ(entries_of(trc.get()), (Entries{0, 10, 20, 30, 40, 50, 60, 70}));
@@ -479,7 +479,7 @@ TEST_F(TrcTest, LoadIntoACurveWithoutEntriesAllocates) {
 
 TEST_F(TrcTest, LoadTakesTheBitsModulo32) {
     const TemporaryFile one("curve.txt", "GrayLinear\nbits 32\n7\n");
-    const TrcPtr trc(KoTRCNew(256));
+    const TRCPtr trc(KoTRCNew(256));
     expect_success([&] { return KoTRCLoad(trc.get(), one.c_str()); });
     EXPECT_EQ(entries_of(trc.get()), (Entries{7}));
     const TemporaryFile four("curve.txt", "GrayLinear\nbits 34\n1\n2\n3\n4\n");
@@ -489,7 +489,7 @@ TEST_F(TrcTest, LoadTakesTheBitsModulo32) {
 
 TEST_F(TrcTest, LoadKnowsNoLimit) {
     const TemporaryFile file("curve.txt", curve_text(gray_form, 17));
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     expect_success([&] { return KoTRCLoad(trc.get(), file.c_str()); });
     EXPECT_EQ(trc->size, 131072u);
     EXPECT_EQ(trc->array[131071], 1310710u);
@@ -497,14 +497,14 @@ TEST_F(TrcTest, LoadKnowsNoLimit) {
 
 TEST_F(TrcTest, LoadComparesThePrefixOfLineOneOnly) {
     const TemporaryFile file("curve.txt", "GrayLinearBinary\nbits 1\n7\n8\n");
-    const TrcPtr trc(KoTRCNew(2));
+    const TRCPtr trc(KoTRCNew(2));
     expect_success([&] { return KoTRCLoad(trc.get(), file.c_str()); });
     EXPECT_EQ(entries_of(trc.get()), (Entries{7, 8}));
 }
 
 // Loads text into a fresh curve of two entries; gives what the standard error stream got.
 std::string failed_load(const TemporaryFile &file, int line) {
-    const TrcPtr trc(KoTRCNew(2));
+    const TRCPtr trc(KoTRCNew(2));
     StderrCapture captured;
     expect_error(KO_ERR_READ_LINE, "Read error in file \"" + file.path() + "\", line " + std::to_string(line),
                  [&] { return KoTRCLoad(trc.get(), file.c_str()); });
@@ -536,7 +536,7 @@ TEST_F(TrcTest, LoadMissesTheLastOf256Entries) {
 }
 
 TEST_F(TrcTest, LoadOfAMissingFileWritesNoLine) {
-    const TrcPtr trc = make_trc({3, 1});
+    const TRCPtr trc = make_trc({3, 1});
     const std::string path = temporary_path("missing.txt");
     StderrCapture captured;
     expect_error(KO_ERR_OPEN_READ, "Cannot open file \"" + path + "\" for reading",
@@ -575,7 +575,7 @@ TEST_F(TrcTest, LoadOfNoiseIsAPlainReading) {
 TEST_F(TrcTest, LoadThatAsksForTooMuchLeavesTheCurve) {
     for (const char *bits : {"29", "61", "4294967293"}) {
         const TemporaryFile file("curve.txt", "GrayLinear\nbits " + std::string(bits) + "\n0\n");
-        const TrcPtr trc = make_trc({3, 1});
+        const TRCPtr trc = make_trc({3, 1});
         const uint32_t *array = trc->array;
         KoStatusClear();
         StderrCapture captured;
@@ -615,7 +615,7 @@ std::vector<float> looked_up(const Entries &entries, const std::vector<float> &p
 
 std::vector<float> applied(const Entries &entries, uint64_t width, const std::vector<float> &values) {
     const RealImagePtr image = make_image(width, values.size() / width, values);
-    const TrcPtr trc = make_trc(entries);
+    const TRCPtr trc = make_trc(entries);
     expect_success([&] { return KoTRCApplyToRealImage(trc.get(), image.get()); });
     EXPECT_TRUE(padding_is_zero(image.get()));
     EXPECT_EQ(entries_of(trc.get()), entries);
@@ -664,7 +664,7 @@ TEST_F(TrcTest, ApplyToImagesOfAllWidths) {
 }
 
 TEST_F(TrcTest, ApplyRefusesACurveWithoutEntries) {
-    const TrcPtr trc(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(4));
     KoTRCFree(trc.get());
     const RealImagePtr image = make_image(2, 1, std::vector<float>{1.0f, 2.0f});
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error", [&] { return KoTRCApplyToRealImage(trc.get(), image.get()); });
@@ -675,7 +675,7 @@ TEST_F(TrcTest, ApplyRefusesACurveWithoutEntries) {
 
 TEST_F(TrcTest, ApplyToColorImageTakesEachChannelAlone) {
     const Entries entries = noise_entries(256, 4000000000u, 8);
-    const TrcPtr trc = make_trc(entries);
+    const TRCPtr trc = make_trc(entries);
     for (const int32_t space : {KO_COLORSPACE_RGB, KO_COLORSPACE_YIQ, KO_COLORSPACE_GRAY}) {
         for (uint32_t width = 1; width <= 9; ++width) {
             const auto value = [&](uint32_t c, uint64_t x, uint64_t y) { return odd_pixels(200, c + 1)[y * width + x]; };
@@ -691,7 +691,7 @@ TEST_F(TrcTest, ApplyToColorImageTakesEachChannelAlone) {
 }
 
 TEST_F(TrcTest, ApplyToColorImageRefusesOtherDepths) {
-    const TrcPtr trc = make_trc({5, 6, 7});
+    const TRCPtr trc = make_trc({5, 6, 7});
     const ColorImagePtr image = make_color_image(2, 1, KO_COLORSPACE_RGB, [](uint32_t, uint64_t, uint64_t) { return 1.0f; });
     image->depth = 2;
     expect_error(KO_ERR_INVALID_ARGUMENT, "Invalid argument", [&] { return KoTRCApplyToColorImage(trc.get(), image.get()); });
@@ -703,7 +703,7 @@ TEST_F(TrcTest, ApplyToColorImageRefusesOtherDepths) {
 
 TEST_F(TrcTest, SeveralThreadsApplyOneCurve) {
     const Entries entries = noise_entries(256, 256, 9);
-    const TrcPtr trc = make_trc(entries);
+    const TRCPtr trc = make_trc(entries);
     const std::vector<float> values = odd_pixels(64 * 64, 10);
     std::vector<RealImagePtr> images;
     std::vector<std::thread> threads;

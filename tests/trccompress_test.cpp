@@ -30,8 +30,6 @@ constexpr uint32_t untouched = 777777;
 
 class TrcCompressTest : public LibraryTest {};
 
-using CompressPtr = std::unique_ptr<TRCCompress, Deleter<KoTRCCompressDelete>>;
-
 std::string bytes_of(const std::vector<int> &values) {
     std::string bytes;
     for (const int value : values) {
@@ -84,7 +82,7 @@ class Stream {
 };
 
 std::string encoded(Entries entries) {
-    const CompressPtr compress(KoTRCCompressNew(entries.size()));
+    const TRCCompressPtr compress(KoTRCCompressNew(entries.size()));
     const Stream stream;
     KoTRCCompressSetTRC(compress.get(), entries.data());
     expect_success([&] { return KoTRCCompressSave(compress.get(), stream.get(), stream.path()); });
@@ -112,7 +110,7 @@ void expect_plain_load(TRCCompress *compress, const Stream &stream, const std::s
 }
 
 void expect_plain_load(uint64_t size, const std::string &bytes) {
-    const CompressPtr compress(KoTRCCompressNew(size));
+    const TRCCompressPtr compress(KoTRCCompressNew(size));
     const Stream stream(bytes);
     expect_plain_load(compress.get(), stream, bytes, 0);
 }
@@ -134,7 +132,7 @@ TEST_F(TrcCompressTest, InitStoresTheSizeAndHasNoCurveAndNoTables) {
 }
 
 TEST_F(TrcCompressTest, NewHasNoCurveAndNoWorkspace) {
-    const CompressPtr compress(KoTRCCompressNew(256));
+    const TRCCompressPtr compress(KoTRCCompressNew(256));
     ASSERT_NE(compress, nullptr);
     EXPECT_EQ(compress->size, 256u);
     EXPECT_EQ(compress->array, nullptr);
@@ -143,7 +141,7 @@ TEST_F(TrcCompressTest, NewHasNoCurveAndNoWorkspace) {
 }
 
 TEST_F(TrcCompressTest, SetTrcStoresThePointer) {
-    const CompressPtr compress(KoTRCCompressNew(3));
+    const TRCCompressPtr compress(KoTRCCompressNew(3));
     Entries entries{1, 2, 3};
     expect_success([&] { return KoTRCCompressSetTRC(compress.get(), entries.data()); });
     EXPECT_EQ(compress->array, entries.data());
@@ -157,7 +155,7 @@ TEST_F(TrcCompressTest, DeleteAcceptsNull) {
 
 // The workspace comes with the first save and stays for the following ones.
 TEST_F(TrcCompressTest, OneWorkspaceServesAllSaves) {
-    const CompressPtr compress(KoTRCCompressNew(100));
+    const TRCCompressPtr compress(KoTRCCompressNew(100));
     const Stream stream;
     void *workspace = nullptr;
     for (uint32_t seed = 1; seed <= 5; ++seed) {
@@ -172,12 +170,12 @@ TEST_F(TrcCompressTest, OneWorkspaceServesAllSaves) {
 }
 
 TEST_F(TrcCompressTest, ALoadOfNoEntriesLeavesTheStreamAlone) {
-    const CompressPtr compress(KoTRCCompressNew(0));
+    const TRCCompressPtr compress(KoTRCCompressNew(0));
     expect_success([&] { return KoTRCCompressLoad(compress.get(), nullptr, "nowhere"); });
 }
 
 TEST_F(TrcCompressTest, LoadNeedsNoWorkspace) {
-    const CompressPtr compress(KoTRCCompressNew(256));
+    const TRCCompressPtr compress(KoTRCCompressNew(256));
     const Stream stream(bytes_of({0x48}) + std::string(255, '\x18'));
     Entries entries(256 + overrun);
     KoTRCCompressSetTRC(compress.get(), entries.data());
@@ -202,7 +200,7 @@ TEST_F(TrcCompressTest, FreeDoesNothing) {
 }
 
 TEST_F(TrcCompressTest, WithoutACurveNothingIsReadOrWritten) {
-    const CompressPtr compress(KoTRCCompressNew(5));
+    const TRCCompressPtr compress(KoTRCCompressNew(5));
     const Stream stream(bytes_of({0x09}));
     expect_error(KO_ERR_NULL_POINTER, "Null pointer error",
                  [&] { return KoTRCCompressSave(compress.get(), stream.get(), stream.path()); });
@@ -212,7 +210,7 @@ TEST_F(TrcCompressTest, WithoutACurveNothingIsReadOrWritten) {
 }
 
 TEST_F(TrcCompressTest, ASizeOf0WritesAndReadsNothing) {
-    const CompressPtr compress(KoTRCCompressNew(0));
+    const TRCCompressPtr compress(KoTRCCompressNew(0));
     const Stream stream;
     Entries entries(overrun, untouched);
     KoTRCCompressSetTRC(compress.get(), entries.data());
@@ -225,7 +223,7 @@ TEST_F(TrcCompressTest, ASizeOf0WritesAndReadsNothing) {
 // Five tables of 16 bytes an element, which no product of 32 or of 64 bits makes small.
 TEST_F(TrcCompressTest, AWorkspaceThatCannotBeHadEndsTheSave) {
     for (const uint64_t size : {uint64_t{26843545}, uint64_t{1} << 28, uint64_t{1} << 60}) {
-        const CompressPtr compress(KoTRCCompressNew(size));
+        const TRCCompressPtr compress(KoTRCCompressNew(size));
         const Stream stream;
         uint32_t entry = 7;
         KoTRCCompressSetTRC(compress.get(), &entry);
@@ -331,7 +329,7 @@ TEST_F(TrcCompressTest, StepsAreTakenModulo2To32) {
 
 // What one curve leaves out is taken from the next.
 TEST_F(TrcCompressTest, AReaderTakesALostEntryFromTheFollowingCurve) {
-    const CompressPtr compress(KoTRCCompressNew(3));
+    const TRCCompressPtr compress(KoTRCCompressNew(3));
     const Stream stream;
     Entries short_one{0, 5, 6};
     Entries next{7, 14, 21};
@@ -366,7 +364,7 @@ void expect_runs(const TRCCompressRun *table, const std::vector<PlainRun> &expec
 
 // The run's start holds its whole length, every other entry the length up to itself; entries in no run hold (0, 0).
 TEST_F(TrcCompressTest, ASaveLeavesTheRunTables) {
-    const CompressPtr compress(KoTRCCompressNew(12));
+    const TRCCompressPtr compress(KoTRCCompressNew(12));
     for (const std::vector<int> &steps : {std::vector<int>{9, 1, 1, 1, 2, 2, 0, 0, 1, 4, 3, 3}, std::vector<int>(12, 9),
                                           std::vector<int>(12, 0), std::vector<int>{1, 0, 3, -1, 0, 0, 0, 50, 1, 1, 2, 16}}) {
         Entries entries = curve_of(steps);
@@ -457,7 +455,7 @@ TEST_P(TrcCompressCurves, AreSavedAsThePlainEncoderDoesAndComeBack) {
     for (uint32_t seed = 1; seed <= 600; ++seed) {
         const auto size = static_cast<size_t>(seed <= 300 ? seed : 1 + noise.next() % 300);
         const Entries entries = noise_curve(kind, size, seed);
-        const CompressPtr compress(KoTRCCompressNew(size));
+        const TRCCompressPtr compress(KoTRCCompressNew(size));
         PlainEncoder expected(entries);
         SCOPED_TRACE("seed " + std::to_string(seed) + ", " + std::to_string(size) + " entries");
         expect_plain_round_trip(compress.get(), stream, entries, kind.fits, expected);
@@ -517,7 +515,7 @@ TEST_F(TrcCompressTest, RunsOfEveryLengthAtManyPlaces) {
                 steps.push_back(4095);
             }
             const Entries entries = curve_of(steps);
-            const CompressPtr compress(KoTRCCompressNew(entries.size()));
+            const TRCCompressPtr compress(KoTRCCompressNew(entries.size()));
             PlainEncoder expected(entries);
             SCOPED_TRACE(testing::Message() << "run of " << length << " behind " << lead);
             expect_plain_round_trip(compress.get(), stream, entries, true, expected);
@@ -532,7 +530,7 @@ TEST_F(TrcCompressTest, LongCurvesOfEveryKindAreSavedAsThePlainEncoderDoes) {
     for (const CurveKind &kind : curve_kinds) {
         for (const size_t size : {500u, 1000u, 1023u, 1024u, 1025u, 4095u, 4096u, 4097u}) {
             const Entries entries = noise_curve(kind, size, ++seed);
-            const CompressPtr compress(KoTRCCompressNew(size));
+            const TRCCompressPtr compress(KoTRCCompressNew(size));
             PlainEncoder expected(entries);
             SCOPED_TRACE(testing::Message() << kind.name << ", " << size << " entries");
             expect_plain_round_trip(compress.get(), stream, entries, kind.fits, expected);
@@ -544,7 +542,7 @@ TEST_F(TrcCompressTest, LongCurvesOfEveryKindAreSavedAsThePlainEncoderDoes) {
 // One object, one workspace, one curve after the other: nothing of a curve shows in the next one.
 TEST_F(TrcCompressTest, CurvesOfOneObjectDoNotTouchEachOther) {
     for (const size_t size : {size_t{2}, size_t{33}, size_t{256}, size_t{4096}}) {
-        const CompressPtr compress(KoTRCCompressNew(size));
+        const TRCCompressPtr compress(KoTRCCompressNew(size));
         const Stream stream;
         for (uint32_t seed = 1; seed <= 60 && !HasFailure(); ++seed) {
             const CurveKind &kind = curve_kinds[seed % std::size(curve_kinds)];
@@ -558,7 +556,7 @@ TEST_F(TrcCompressTest, CurvesOfOneObjectDoNotTouchEachOther) {
 TEST_F(TrcCompressTest, NumbersOfAnySizeAreSavedAsThePlainEncoderDoes) {
     for (uint32_t seed = 1; seed <= 100 && !HasFailure(); ++seed) {
         const Entries entries = noise_entries(1 + seed % 50, 4294967295u, seed);
-        const CompressPtr compress(KoTRCCompressNew(entries.size()));
+        const TRCCompressPtr compress(KoTRCCompressNew(entries.size()));
         const Stream stream;
         PlainEncoder expected(entries);
         expect_plain_round_trip(compress.get(), stream, entries, false, expected);
@@ -568,7 +566,7 @@ TEST_F(TrcCompressTest, NumbersOfAnySizeAreSavedAsThePlainEncoderDoes) {
 // ---- reading ----
 
 TEST_F(TrcCompressTest, LoadDecodesRunsOfOneStep) {
-    const CompressPtr compress(KoTRCCompressNew(40));
+    const TRCCompressPtr compress(KoTRCCompressNew(40));
     const Stream stream(bytes_of({0xBF, 0x41, 0xC9, 0x03})); // 32 times 2, 1 time 1, 5 times 3, 2 times 0
     Entries read(40 + overrun);
     KoTRCCompressSetTRC(compress.get(), read.data());
@@ -582,7 +580,7 @@ TEST_F(TrcCompressTest, LoadDecodesRunsOfOneStep) {
 }
 
 TEST_F(TrcCompressTest, LoadStartsEachCurveFrom0) {
-    const CompressPtr compress(KoTRCCompressNew(2));
+    const TRCCompressPtr compress(KoTRCCompressNew(2));
     const Stream stream(bytes_of({0xF8, 0x10, 0x01, 0xF8, 0x18}));
     for (const Entries &expected : {Entries{15, 272}, Entries{15, 16}}) {
         Entries read(2 + overrun);
@@ -596,7 +594,7 @@ TEST_F(TrcCompressTest, LoadStartsEachCurveFrom0) {
 // The last token is stored whole: 64 entries behind a curve of one.
 TEST_F(TrcCompressTest, LoadStoresTheLastTokenInFull) {
     for (const auto &[head, count] : std::vector<std::pair<int, size_t>>{{0xFE, 64}, {0xFC, 32}, {0x7F, 32}, {0x18, 1}}) {
-        const CompressPtr compress(KoTRCCompressNew(1));
+        const TRCCompressPtr compress(KoTRCCompressNew(1));
         const std::string bytes = bytes_of({head}) + std::string(head == 0x7F || head == 0x18 ? 0 : 8, '\x55');
         const Stream stream(bytes + "behind it");
         Entries read(1 + overrun, untouched);
@@ -729,7 +727,7 @@ TEST_F(TrcCompressTest, AFailedWriteIsReportedByEachWriter) {
     for (const uint64_t i : {0u, 1u}) {
         expect_error(KO_ERR_WRITE_FILE, text, [&] { return _KoTRCCompressSaveNBits(steep.data(), i, stream, "some name"); });
     }
-    const CompressPtr compress(KoTRCCompressNew(100));
+    const TRCCompressPtr compress(KoTRCCompressNew(100));
     KoTRCCompressSetTRC(compress.get(), const_cast<uint32_t *>(entries.data()));
     expect_error(KO_ERR_WRITE_FILE, text, [&] { return KoTRCCompressSave(compress.get(), stream, "some name"); });
     std::fclose(stream);
@@ -743,7 +741,7 @@ TEST_F(TrcCompressTest, AFullDeviceIsReported) {
     ASSERT_NE(stream, nullptr);
     std::setvbuf(stream, nullptr, _IONBF, 0);
     Entries entries = curve_of(std::vector<int>(100, 1));
-    const CompressPtr compress(KoTRCCompressNew(100));
+    const TRCCompressPtr compress(KoTRCCompressNew(100));
     KoTRCCompressSetTRC(compress.get(), entries.data());
     expect_error(KO_ERR_WRITE_FILE, "Cannot write file \"/dev/full\"",
                  [&] { return KoTRCCompressSave(compress.get(), stream, "/dev/full"); });
@@ -798,7 +796,7 @@ TEST_F(TrcCompressTest, ASaveGoesOnWithTheNextSegment) {
           // the segment that is not written has no say
           RefusedSave{{5, 6, 1}, 0x68, KO_ERR_WRITE_FILE, "58 "}}) {
         Entries entries = curve_of(save.steps);
-        const CompressPtr compress(KoTRCCompressNew(entries.size()));
+        const TRCCompressPtr compress(KoTRCCompressNew(entries.size()));
         KoTRCCompressSetTRC(compress.get(), entries.data());
         KoStatusClear();
         const RefusingStream stream(save.refused);

@@ -12,8 +12,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "ko.hpp"
 #include "kohost/evidence.h"
-#include "kohost/library.h"
 #include "kohost/redeye_search.h"
 
 namespace {
@@ -35,7 +35,7 @@ void answer(const kohost::Pixels &picture, const kohost::Findings &findings) {
 }
 
 void run(const char *model) {
-    const kohost::Library library;
+    const ko::Library library;
     unsigned width = 0;
     unsigned height = 0;
     while (std::scanf("%u %u", &width, &height) == 2 && std::getchar() == '\n') {

@@ -37,7 +37,7 @@ struct RecursiveBlur {
         require_near_on_average(ours, iir, 1.0);
     }
 
-    GaussianPtr kernel;
+    KernelGaussianPtr kernel;
     RealImagePtr image;
     cv::Mat input;
     GeglPicture picture;
@@ -71,7 +71,7 @@ Race recursive_blur() {
 
 Race finite_blur() {
     constexpr Size size{4000, 3000};
-    const std::shared_ptr<KernelGaussian> kernel = GaussianPtr(KoKernelGaussianNewTune(4.0f, truncation, finite));
+    const std::shared_ptr<KernelGaussian> kernel = KernelGaussianPtr(KoKernelGaussianNewTune(4.0f, truncation, finite));
     const std::shared_ptr<RealImage> image = photograph_plane(size);
     const std::shared_ptr<RealImage> result = RealImagePtr(KoRealImageNew(size.width, size.height));
     const cv::Mat taps(1, static_cast<int>(kernel->width), CV_32FC1, kernel->coefficients);

@@ -89,7 +89,7 @@ struct Curves {
 
     std::string remark() const { return std::to_string(ko_size) + " to " + std::to_string(peer.size()) + " bytes"; }
 
-    TileTrcPtr grid;
+    TileTRCPtr grid;
     std::vector<uint32_t> entries;
     std::vector<uint32_t> ko_loaded;
     std::vector<uint32_t> peer_loaded;

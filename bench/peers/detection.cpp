@@ -72,7 +72,7 @@ Race search() {
     const std::shared_ptr<ColorImage> image = color_planes(size, *bytes);
     const auto blobs = std::make_shared<int32_t>(0);
     const auto find = [=] {
-        const ParamPtr param = locate(image.get());
+        const RedEyeImageParamPtr param = locate(image.get());
         require_done(param != nullptr);
         *blobs = param->blob_count;
     };

@@ -11,7 +11,7 @@ namespace host {
 
 namespace {
 
-kohost::TileTrcPtr load_named(const std::string &path) {
+ko::TileTRCPtr load_named(const std::string &path) {
     try {
         return load_grid(path);
     } catch (const std::runtime_error &error) {
@@ -30,7 +30,7 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
         kohost::stays(source.description().channels, {KoTileTRCGetNumStripsX(&curves), KoTileTRCGetNumStripsY(&curves)});
     if (unchanged) {
         copy_picture(job, source, options.quality, entry);
-        source.notices.push_back(why_it_stays);
+        source.notices.push_back(kohost::why_it_stays);
     } else {
         write_enhanced(job, source, options.quality, curves, options.tuning.ratio, entry, {Deed::curves});
     }
@@ -42,7 +42,7 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
 } // namespace
 
 void apply_grid(const Options &options, Report &report) {
-    const kohost::TileTrcPtr curves = load_named(options.grid_file);
+    const ko::TileTRCPtr curves = load_named(options.grid_file);
     for_each_job(lay_out_jobs(options.selection, options.destination, {options.grid_file}), options.jobs, report,
                  [&](const Job &job, Entry &entry) { apply_to_file(job, *curves, options, entry); });
 }

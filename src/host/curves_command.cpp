@@ -29,8 +29,9 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
     Source source(job.input);
     const kohost::Image working_copy = source.working_copy(options.tuning.working_area).average;
     entry.at(Stage::curves);
-    const kohost::Grid grid = fitting_grid(options.tuning.grid, working_copy.size, source.notices);
-    const kohost::TileTrcPtr curves = kohost::fit_curves(working_copy.pixels(), options.tuning, grid);
+    const kohost::Grid grid = kohost::fitting_grid(options.tuning.grid, working_copy.size);
+    note_grid(options.tuning.grid, grid, source.notices);
+    const ko::TileTRCPtr curves = kohost::fit_curves(working_copy.pixels(), options.tuning, grid);
     entry.at(Stage::writing);
     const std::string decision = options.draw ? draw(job, source, *curves, options.quality) : save(job, options.form, *curves);
     report_notices(source.notices, entry);

@@ -9,11 +9,11 @@ namespace host {
 namespace {
 
 // Plane 0 of the picture, in YIQ if it has colours, is its luminance.
-kohost::ColorImagePtr luminance_of(const codec::Picture &picture) {
-    kohost::ColorImagePtr image = kohost::image_of({picture.pixels.get(), {picture.width, picture.height}, picture.channels});
+ko::ColorImagePtr luminance_of(const codec::Picture &picture) {
+    ko::ColorImagePtr image = kohost::image_of({picture.pixels.get(), {picture.width, picture.height}, picture.channels});
     if (picture.channels == 3) {
         image.reset(KoColorImageNewFromColorImage(KO_COLORSPACE_YIQ, image.get()));
-        kohost::check(image != nullptr, "the luminance cannot be computed");
+        ko::check(image != nullptr, "the luminance cannot be computed");
     }
     return image;
 }
@@ -31,11 +31,11 @@ codec::Bytes exif_without_thumbnail(const codec::Bytes &exif) {
 
 codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves) {
     KoStatusClear();
-    const kohost::ColorImagePtr image = luminance_of(picture);
+    const ko::ColorImagePtr image = luminance_of(picture);
     RealImage *made = nullptr;
     const int32_t status = KoTileTRCDraw(&curves, KoColorImageGetImage(image.get(), 0), &made);
-    const kohost::RealImagePtr drawn(made);
-    kohost::check(status == KO_OK && drawn != nullptr, "the curves cannot be drawn");
+    const ko::RealImagePtr drawn(made);
+    ko::check(status == KO_OK && drawn != nullptr, "the curves cannot be drawn");
     codec::Picture result;
     result.format = picture.format;
     result.width = picture.width;
@@ -44,8 +44,8 @@ codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves)
     result.progressive = picture.progressive;
     result.quantisation = picture.quantisation;
     result.pixels = std::make_unique_for_overwrite<uint8_t[]>(picture.area());
-    kohost::check(KoRealImageToByteArray(drawn.get(), result.pixels.get(), 0, picture.height, 0) == KO_OK,
-                  "the curves cannot be drawn");
+    ko::check(KoRealImageToByteArray(drawn.get(), result.pixels.get(), 0, picture.height, 0) == KO_OK,
+              "the curves cannot be drawn");
     result.metadata.exif = exif_without_thumbnail(picture.metadata.exif);
     result.metadata.density = picture.metadata.density;
     return result;

@@ -3,11 +3,11 @@
 #define KO_HOST_DRAW_H
 
 #include "codec/codec.h"
-#include "kohost/library.h"
+#include "ko.hpp"
 
 namespace host {
 
-// The luminance of a picture as a gray picture with each tile's curve drawn over it. Throws LibraryError if a call of the
+// The luminance of a picture as a gray picture with each tile's curve drawn over it. Throws ko::Error if a call of the
 // library fails.
 codec::Picture draw_curves(const codec::Picture &picture, const TileTRC &curves);
 

@@ -11,10 +11,6 @@ namespace {
 
 std::string shown(const kohost::Grid &grid) { return std::to_string(grid.columns) + "x" + std::to_string(grid.rows); }
 
-std::string reason_of(const kohost::Excess &excess) {
-    return std::string(kohost::meaning_of(excess.measure)) + ": " + kohost::text_of(excess);
-}
-
 std::string shown(kohost::Size size) { return std::to_string(size.width) + " x " + std::to_string(size.height); }
 
 // Such as "53 of 64 blocks would gain too little detail (limit 63)" for each measure that was taken.
@@ -77,32 +73,35 @@ std::string line_about(const Enhancement &enhancement) {
     return shown(enhancement.decision) + reason;
 }
 
-kohost::Grid fitting_grid(const kohost::Grid &wanted, kohost::Size size, codec::Notices &notices) {
-    const kohost::Grid grid = kohost::fitting_grid(wanted, size);
+void note_grid(const kohost::Grid &wanted, const kohost::Grid &grid, codec::Notices &notices) {
     if (grid.columns != wanted.columns || grid.rows != wanted.rows) {
         notices.push_back("grid " + shown(wanted) + " reduced to " + shown(grid) + " for so small a picture");
     }
-    return grid;
 }
 
 namespace {
 
+// The stages of a plan are reported when they begin.
 Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
                    Entry &entry) {
-    Enhancement enhancement;
-    const kohost::Grid grid = fitting_grid(tuning.grid, working_copy.average.size, enhancement.notices);
-    if (kohost::stays(working_copy.average.channels, grid)) {
-        enhancement.notices.push_back(why_it_stays);
-        enhancement.decision = Decision::unchanged;
-        return enhancement;
+    const kohost::Size size = working_copy.average.size;
+    Enhancement enhancement{kohost::plan(working_copy, tuning,
+                                         [&] {
+                                             entry.at(Stage::judging);
+                                             const auto excess = judge(working_copy, tuning, judging, entry);
+                                             if (!excess) {
+                                                 entry.at(Stage::curves);
+                                                 entry.detail("curves for " + shown(kohost::fitting_grid(tuning.grid, size)) +
+                                                              " tiles, computed at " + shown(size) + " pixels");
+                                             }
+                                             return excess;
+                                         }),
+                            {}};
+    note_grid(tuning.grid, enhancement.grid, enhancement.notices);
+    if (enhancement.decision == Decision::unchanged) {
+        enhancement.notices.push_back(std::move(enhancement.reason));
+        enhancement.reason.clear();
     }
-    entry.at(Stage::judging);
-    if (const auto excess = judge(working_copy, tuning, judging, entry)) {
-        return {Decision::turned_down, reason_of(*excess), nullptr, {}};
-    }
-    entry.at(Stage::curves);
-    entry.detail("curves for " + shown(grid) + " tiles, computed at " + shown(working_copy.average.size) + " pixels");
-    enhancement.curves = kohost::fit_curves(working_copy.average.pixels(), tuning, grid);
     return enhancement;
 }
 

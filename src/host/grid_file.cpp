@@ -16,9 +16,9 @@ namespace {
 
 constexpr uint64_t byte_levels = 256;
 
-kohost::TileTrcPtr empty_grid() {
-    kohost::TileTrcPtr grid(KoTileTRCNew(0, 0, 0));
-    kohost::check(grid != nullptr, "the curves cannot be read");
+ko::TileTRCPtr empty_grid() {
+    ko::TileTRCPtr grid(KoTileTRCNew(0, 0, 0));
+    ko::check(grid != nullptr, "the curves cannot be read");
     return grid;
 }
 
@@ -26,11 +26,11 @@ bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoError
 
 // True if a file holds the curves.
 bool holds(const fs::path &path, const TileTRC &curves) {
-    const kohost::TileTrcPtr again = empty_grid();
+    const ko::TileTRCPtr again = empty_grid();
     const system::ErrorStreamCapture printed;
     const bool loaded = KoTileTRCLoad(again.get(), path.c_str()) == KO_OK;
     if (!loaded && short_of_memory()) {
-        throw kohost::LibraryError("the saved curves cannot be checked");
+        throw ko::Error("the saved curves cannot be checked");
     }
     KoStatusClear();
     return loaded && KoTileTRCCompare(again.get(), &curves) != 0;
@@ -70,8 +70,8 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
     write_file_by(
         target,
         [&](const fs::path &draft) {
-            kohost::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK,
-                          "the curves cannot be saved");
+            ko::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK,
+                      "the curves cannot be saved");
         },
         [&](const fs::path &draft) {
             if (!holds(draft, curves)) {
@@ -82,15 +82,15 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
         });
 }
 
-kohost::TileTrcPtr load_grid(const fs::path &path) {
+ko::TileTRCPtr load_grid(const fs::path &path) {
     KoStatusClear();
-    kohost::TileTrcPtr grid = empty_grid();
+    ko::TileTRCPtr grid = empty_grid();
     system::ErrorStreamCapture printed;
     const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
     const std::string why = reason_in(printed.take());
     if (!loaded) {
         const char *what = short_of_memory() ? "its curves need more memory than is available" : "the curves cannot be read";
-        throw kohost::LibraryError(what, why);
+        throw ko::Error(what, why);
     }
     const uint64_t columns = KoTileTRCGetNumStripsX(grid.get());
     const uint64_t rows = KoTileTRCGetNumStripsY(grid.get());

@@ -8,7 +8,7 @@
 #include "command_line.h"
 #include "commands.h"
 #include "files.h"
-#include "kohost/library.h"
+#include "ko.hpp"
 #include "report.h"
 #include "system.h"
 
@@ -50,7 +50,7 @@ int run(const Options &options) {
     present = &report;
     int status = all_done;
     try {
-        const kohost::Library library;
+        const ko::Library library;
         KoErrorSetVerboseFunction(print, &report);
         run_command(options, report);
         report.close_page();

@@ -14,7 +14,7 @@ inline constexpr const char *no_model = "none";
 // The configuration of the installed model; "" if none is installed.
 std::string installed_model();
 
-// The model that a choice names, the installed one for "", or none. Throws LibraryError and GateError for a model that cannot
+// The model that a choice names, the installed one for "", or none. Throws ko::Error and GateError for a model that cannot
 // be used.
 kohost::RedEyeModel choose_model(const std::string &choice);
 

@@ -7,7 +7,7 @@
 
 namespace host {
 
-// Repairs a picture in the memory of its source. Throws LibraryError, and PatchFilesError.
+// Repairs a picture in the memory of its source. Throws ko::Error, and PatchFilesError.
 kohost::RedEyes repair(const Job &job, Source &source, const kohost::RedEyeModel &model, const kohost::RedEyeChoices &choices,
                        Entry &entry);
 

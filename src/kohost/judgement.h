@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "kohost/library.h"
+#include "ko.hpp"
 #include "kohost/tuning.h"
 
 namespace kohost {

@@ -71,11 +71,11 @@ RedEyes repair_plainly(const Pixels &picture, uint8_t *result, const std::string
         return eyes;
     }
     KoStatusClear();
-    const RedEyeCorrectionPtr correction = make_correction(model, log);
-    const ColorImagePtr image = image_of(picture);
-    const RedEyeImageParamPtr found = locate(*correction, *image, search_fails);
+    const ko::RedEyeCorrectionPtr correction = make_correction(model, log);
+    const ko::ColorImagePtr image = image_of(picture);
+    const ko::RedEyeImageParamPtr found = locate(*correction, *image, search_fails);
     if (correction->too_many_blobs == 0) {
-        check(KoRedEyeCorrectionCategorizeBlobs(correction.get(), found.get()) == KO_OK, search_fails);
+        ko::check(KoRedEyeCorrectionCategorizeBlobs(correction.get(), found.get()) == KO_OK, search_fails);
     }
     eyes.places = places_of(*correction, *found);
     eyes.found = eyes.places.size();
@@ -85,12 +85,12 @@ RedEyes repair_plainly(const Pixels &picture, uint8_t *result, const std::string
         dump_patches(*correction, *found, choices.dump, std::filesystem::path(input).filename().string());
     }
     if (eyes.judged() > 0) {
-        check(KoRedEyeCorrectionApply(correction.get(), found.get(), choices.full ? 1 : 0, image.get()) == KO_OK,
-              "the red eyes cannot be repaired");
+        ko::check(KoRedEyeCorrectionApply(correction.get(), found.get(), choices.full ? 1 : 0, image.get()) == KO_OK,
+                  "the red eyes cannot be repaired");
     }
     if (eyes.changed) {
-        check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
-              "the repaired picture cannot be read back");
+        ko::check(KoColorImageToByteArray(image.get(), result, 0, picture.size.height, KO_BYTE_LAYOUT_INTERLEAVED) == KO_OK,
+                  "the repaired picture cannot be read back");
     }
     if (choices.frames) {
         draw_frames(result, picture.size, eyes.places);

@@ -19,7 +19,7 @@ class PatchFilesError : public std::runtime_error {
 
 // Repairs the red eyes of a picture; result, which may be the picture's own bytes, is written if something changed. The patch
 // files, if requested, are named after the input; the library's progress goes to log, if it is not null. Throws
-// LibraryError and PatchFilesError; result is then as it was.
+// ko::Error and PatchFilesError; result is then as it was.
 RedEyes repair_plainly(const Pixels &picture, uint8_t *result, const std::string &model, const RedEyeChoices &choices,
                        const std::string &input, std::FILE *log);
 

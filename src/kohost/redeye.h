@@ -61,7 +61,7 @@ inline constexpr std::array<Sensitivity, 3> sensitivities = {Sensitivity::carefu
 void decide(RedEyes &eyes, bool too_many, uint64_t to_repair, const RedEyeChoices &choices);
 
 // Judges the places in a picture of a size by a copy of it of at most search_area pixels. The library's progress goes to log,
-// if it is not null. Throws LibraryError.
+// if it is not null. Throws ko::Error.
 RedEyes find_red_eyes(const Pixels &copy, Size picture, const RedEyeModel &model, const RedEyeChoices &choices, std::FILE *log);
 
 // Repairs in an RGB picture what was accepted, or everything that was found, and draws frames, as the choices say.

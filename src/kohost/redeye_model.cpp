@@ -59,10 +59,10 @@ Image trial_picture() {
 RedEyeModel::RedEyeModel(std::string configuration) : configuration_(std::move(configuration)) {
     KoStatusClear();
     const std::string fails = "the model " + configuration_ + " cannot be used";
-    const RedEyeCorrectionPtr correction = make_correction(configuration_, nullptr);
-    const ColorImagePtr image = image_of(trial_picture().pixels());
-    const RedEyeImageParamPtr found = locate(*correction, *image, fails);
-    check(KoRedEyeCorrectionCategorizeBlobs(correction.get(), found.get()) == KO_OK, fails.c_str());
+    const ko::RedEyeCorrectionPtr correction = make_correction(configuration_, nullptr);
+    const ko::ColorImagePtr image = image_of(trial_picture().pixels());
+    const ko::RedEyeImageParamPtr found = locate(*correction, *image, fails);
+    ko::check(KoRedEyeCorrectionCategorizeBlobs(correction.get(), found.get()) == KO_OK, fails.c_str());
     const std::string stem = correction->classifier_path;
     files_ = {configuration_, correction->projection_path, stem + "_RE_FE", stem + "_RE_BE"};
     bounds_ = {correction->fe_accept, correction->fe_reject, correction->be_accept, correction->be_reject};

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
+#include "ko.hpp"
 #include "kohost/evidence.h"
 #include "kohost/gate.h"
-#include "kohost/library.h"
 #include "kohost/tuning.h"
 
 namespace kohost {
@@ -28,7 +28,7 @@ class RedEyeModel {
     RedEyeModel() = default;
 
     // Reads the gate beside a configuration, and tries the library's files on a built-in picture with a red eye, so that a
-    // model that cannot be read or does not fit is detected before anything is written. Throws LibraryError and GateError.
+    // model that cannot be read or does not fit is detected before anything is written. Throws ko::Error and GateError.
     explicit RedEyeModel(std::string configuration);
 
     explicit operator bool() const { return !configuration_.empty(); }

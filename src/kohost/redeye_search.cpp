@@ -21,7 +21,7 @@ constexpr uint8_t gray = 128;
 
 // A picture for a look, and where its pixels lie in the one that is searched.
 struct View {
-    ColorImagePtr image;
+    ko::ColorImagePtr image;
     Cells pixels;
 };
 
@@ -65,14 +65,14 @@ Shape shape_of(const RedEyeImageParam &found, uint32_t number, const Cells &pixe
 void look_at(const View &view, uint64_t working_area, RedEyeCorrection &correction, bool features, Findings &findings) {
     correction.max_image_size = working_area;
     correction.too_many_blobs = 0;
-    const RedEyeImageParamPtr found = locate(correction, *view.image, search_fails);
+    const ko::RedEyeImageParamPtr found = locate(correction, *view.image, search_fails);
     const auto places = static_cast<uint64_t>(found->blob_count);
     findings.places = std::max(findings.places, places);
     findings.too_many = findings.too_many && correction.too_many_blobs != 0;
     if (places == 0 || correction.too_many_blobs != 0) {
         return;
     }
-    check(KoRedEyeCorrectionCategorizeBlobs(&correction, found.get()) == KO_OK, search_fails);
+    ko::check(KoRedEyeCorrectionCategorizeBlobs(&correction, found.get()) == KO_OK, search_fails);
     for (uint32_t i = 0; i < patch_count(correction); ++i) {
         const RedEyePatch &patch = found->patches[i];
         Candidate candidate{shape_of(*found, patch.blob, view.pixels), patch.fe_score, patch.be_score, {}};
@@ -87,7 +87,7 @@ void look_at(const View &view, uint64_t working_area, RedEyeCorrection &correcti
 
 Findings search(const Pixels &picture, const std::string &model, bool features, std::FILE *log) {
     KoStatusClear();
-    const RedEyeCorrectionPtr correction = make_correction(model, log);
+    const ko::RedEyeCorrectionPtr correction = make_correction(model, log);
     Findings findings;
     findings.limit = static_cast<uint64_t>(correction->blob_limits[2]);
     findings.too_many = true;
@@ -100,25 +100,25 @@ Findings search(const Pixels &picture, const std::string &model, bool features, 
     return findings;
 }
 
-RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log) {
-    RedEyeCorrectionPtr correction(KoRedEyeCorrectionNew());
-    check(correction != nullptr, "the red-eye repair cannot be set up");
+ko::RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log) {
+    ko::RedEyeCorrectionPtr correction(KoRedEyeCorrectionNew());
+    ko::check(correction != nullptr, "the red-eye repair cannot be set up");
     KoRedEyeCorrectionEnableHistogramChannel(correction.get(), 1, 1, 1);
-    check(KoRedEyeCorrectionSetCategorizerConfig(correction.get(), model.c_str(), nullptr, nullptr) == KO_OK,
-          "the path of the model is too long");
+    ko::check(KoRedEyeCorrectionSetCategorizerConfig(correction.get(), model.c_str(), nullptr, nullptr) == KO_OK,
+              "the path of the model is too long");
     correction->log_stream = log;
     return correction;
 }
 
-RedEyeImageParamPtr locate(RedEyeCorrection &correction, ColorImage &image, const std::string &what) {
-    RedEyeImageParamPtr found(KoRedEyeImageParamNew(&image));
-    check(found != nullptr, "the red-eye repair cannot be set up");
-    check(KoRedEyeCorrectionDownsample(&correction, found.get()) == KO_OK, what.c_str());
-    check(KoRedEyeCorrectionReddishProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
-    check(KoRedEyeCorrectionRedLumProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
-    check(KoRedEyeCorrectionColProbability(&correction, found.get()) == KO_OK, what.c_str());
-    check(KoRedEyeCorrectionCircularity(&correction, found.get()) == KO_OK, what.c_str());
-    check(KoRedEyeCorrectionLocateBlobs(&correction, found.get()) == KO_OK, what.c_str());
+ko::RedEyeImageParamPtr locate(RedEyeCorrection &correction, ColorImage &image, const std::string &what) {
+    ko::RedEyeImageParamPtr found(KoRedEyeImageParamNew(&image));
+    ko::check(found != nullptr, "the red-eye repair cannot be set up");
+    ko::check(KoRedEyeCorrectionDownsample(&correction, found.get()) == KO_OK, what.c_str());
+    ko::check(KoRedEyeCorrectionReddishProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
+    ko::check(KoRedEyeCorrectionRedLumProbability(&correction, found.get(), 1) == KO_OK, what.c_str());
+    ko::check(KoRedEyeCorrectionColProbability(&correction, found.get()) == KO_OK, what.c_str());
+    ko::check(KoRedEyeCorrectionCircularity(&correction, found.get()) == KO_OK, what.c_str());
+    ko::check(KoRedEyeCorrectionLocateBlobs(&correction, found.get()) == KO_OK, what.c_str());
     return found;
 }
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "kohost/library.h"
+#include "ko.hpp"
 #include "kohost/pixels.h"
 #include "kohost/shape.h"
 
@@ -32,17 +32,17 @@ struct Findings {
     bool too_many = false; // no look was of use
 };
 
-// Looks through a picture of three channels. The library's progress goes to log, if it is not null. Throws LibraryError.
+// Looks through a picture of three channels. The library's progress goes to log, if it is not null. Throws ko::Error.
 Findings search(const Pixels &picture, const std::string &model, bool features, std::FILE *log);
 
 // ---- steps of a look
 
 inline constexpr const char *search_fails = "the red eyes cannot be found";
 
-RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log);
+ko::RedEyeCorrectionPtr make_correction(const std::string &model, std::FILE *log);
 
 // The library's stages up to the location of blobs. Sets the record's too_many_blobs.
-RedEyeImageParamPtr locate(RedEyeCorrection &correction, ColorImage &image, const std::string &what);
+ko::RedEyeImageParamPtr locate(RedEyeCorrection &correction, ColorImage &image, const std::string &what);
 
 // The number of patches that the last categorisation made.
 uint32_t patch_count(const RedEyeCorrection &correction);

@@ -11,7 +11,7 @@ namespace kohost {
 
 Scores::Scores(const Pixels &picture, const Tuning &tuning, float score) {
     KoStatusClear();
-    const ColorImagePtr image = image_of(picture);
+    const ko::ColorImagePtr image = image_of(picture);
     features_ = make_features(tuning, Grid{});
     features_->keepScoring = 1;
     make_curves(*features_, *image, tuning, {Policy::risky, std::numeric_limits<float>::max()});
@@ -59,7 +59,11 @@ float Scores::block_threshold(Measure measure) const {
 
 void Scores::save(const char *path) const {
     KoStatusClear();
-    check(KoLocalContrastEnhancementSaveScores(features_.get(), path, 1) == KO_OK, "the scores cannot be saved");
+    ko::check(KoLocalContrastEnhancementSaveScores(features_.get(), path, 1) == KO_OK, "the scores cannot be saved");
+}
+
+Scores scores_of(const Pixels &picture, const Tuning &tuning, float score) {
+    return Scores(working_copy_of(picture, tuning.working_area), tuning, score);
 }
 
 std::optional<Excess> reason_against(const WorkingCopy &picture, const Tuning &tuning, const Judging &judging) {

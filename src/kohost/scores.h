@@ -5,8 +5,8 @@
 #include <optional>
 #include <span>
 
+#include "ko.hpp"
 #include "kohost/judgement.h"
-#include "kohost/library.h"
 #include "kohost/pixels.h"
 #include "kohost/tuning.h"
 #include "kohost/working_copy.h"
@@ -15,7 +15,7 @@ namespace kohost {
 
 class Scores {
   public:
-    // Takes the measures of a picture at its own size. A gray picture has no measure of noise. All members throw LibraryError
+    // Takes the measures of a picture at its own size. A gray picture has no measure of noise. All members throw ko::Error
     // if a call of the library fails.
     Scores(const Pixels &picture, const Tuning &tuning, float score);
 
@@ -39,8 +39,11 @@ class Scores {
 
     void replace_noise(const Image &sample, const Tuning &tuning);
 
-    FeaturesPtr features_;
+    ko::FeaturesPtr features_;
 };
+
+// The measures of a picture in memory, taken on its working copy.
+Scores scores_of(const Pixels &picture, const Tuning &tuning, float score);
 
 // Why a picture is turned down by a policy; none if it is to be enhanced. Measures that can no longer change the answer are not
 // taken.

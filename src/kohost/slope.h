@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "kohost/library.h"
+#include "ko.hpp"
 
 namespace kohost {
 

@@ -97,6 +97,11 @@ WorkingCopy make_working_copy(Image &&halved, Size working) {
     return {reduced(halved.pixels(), working), sample_of(halved, working)};
 }
 
+WorkingCopy working_copy_of(const Pixels &picture, uint64_t area) {
+    const Size working = working_size(picture.size, area);
+    return make_working_copy(reduced(picture, halved_size(picture.size, working)), working);
+}
+
 AreaAverage::AreaAverage(Size from, Size to, uint32_t channels)
     : from_(from), image_{to, channels, std::vector<uint8_t>(to.area() * channels)}, sums_(size_t{to.width} * channels),
       columns_(sums_.size()) {}
@@ -153,6 +158,11 @@ Image reduced(const Pixels &picture, Size size) {
     AreaAverage average(picture.size, size, picture.channels);
     average.add(picture.size.height, picture.bytes);
     return average.take();
+}
+
+Image reduced_in_steps(const Pixels &picture, uint64_t area) {
+    const Size working = working_size(picture.size, area);
+    return reduced(reduced(picture, halved_size(picture.size, working)).pixels(), working);
 }
 
 } // namespace kohost

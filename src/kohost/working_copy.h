@@ -30,6 +30,9 @@ Size halved_size(Size picture, Size working);
 // Reduces a halved picture to the working size.
 WorkingCopy make_working_copy(Image &&halved, Size working);
 
+// The working copy of a picture in memory, at about the given number of pixels.
+WorkingCopy working_copy_of(const Pixels &picture, uint64_t area);
+
 // Reduces a picture that is passed row by row. Each pixel of the result is the exact average of the area that it covers,
 // rounded to the nearest level.
 class AreaAverage {
@@ -58,6 +61,9 @@ class AreaAverage {
 
 // A picture reduced to a size by AreaAverage.
 Image reduced(const Pixels &picture, Size size);
+
+// A picture reduced to about the given number of pixels in the two steps of a working copy.
+Image reduced_in_steps(const Pixels &picture, uint64_t area);
 
 } // namespace kohost
 

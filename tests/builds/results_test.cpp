@@ -116,7 +116,7 @@ void transpose(Size size, Hash *hash) {
 
 void blur(Size size, Hash *hash, int32_t mode) {
     for (const float sigma : {0.8f, 4.0f, 60.0f}) {
-        const GaussianPtr kernel(KoKernelGaussianNewTune(sigma, 1.75f, mode));
+        const KernelGaussianPtr kernel(KoKernelGaussianNewTune(sigma, 1.75f, mode));
         add_images(size, hash, [&](RealImage *image) {
             RealImage *result = nullptr;
             KoKernelGaussianConvolution(kernel.get(), image, &result);
@@ -152,7 +152,7 @@ void dense_kernel(Size size, Hash *hash) {
 void histogram(Size size, Hash *hash) {
     for (const uint32_t bins : {1u, 160u, 256u, 5000u}) {
         for (const RealImagePtr &image : {gray_photograph(size), awkward_image(size)}) {
-            const std::unique_ptr<Histogram, Deleter<KoHistogramDelete>> counted(KoHistogramNew(bins, -20.0f, 250.0f));
+            const ko::HistogramPtr counted(KoHistogramNew(bins, -20.0f, 250.0f));
             KoHistogramCompute(counted.get(), image.get());
             for (uint32_t bin = 0; bin < bins; ++bin) {
                 hash->add(KoHistogramGetValue(counted.get(), bin));
@@ -185,7 +185,7 @@ void fit(Size size, Hash *hash) {
         return std::min(255.0f, input->rows[y][x] * (1.0f + static_cast<float>((x * 7 + y) % 5) * 0.2f));
     });
     for (const uint64_t levels : {16, 256, 300}) {
-        const TrcPtr curve(KoTRCNew(levels));
+        const TRCPtr curve(KoTRCNew(levels));
         RealImageLineIterator in;
         RealImageLineIterator out;
         KoRealImageLineIteratorInit(&in, input.get());
@@ -206,14 +206,14 @@ std::vector<uint32_t> curve_at(uint64_t levels, uint64_t place) {
 
 void tile_application(Size size, Hash *hash) {
     constexpr uint64_t levels = 256;
-    const TileTrcPtr grid(KoTileTRCNew(levels, 5, 3));
+    const TileTRCPtr grid(KoTileTRCNew(levels, 5, 3));
     for (uint64_t place = 0; place < 15; ++place) {
         KoTileTRCSetTileFromArray(grid.get(), place % 5, place / 5, curve_at(levels, place * 3).data());
     }
     for (const int32_t space : {KO_COLORSPACE_RGB, KO_COLORSPACE_GRAY}) {
         for (const float ratio_weight : {0.5f, 0.0f, 1.0f}) {
-            const ApplyPtr apply(KoTileTRCApplyNew(grid.get(), ratio_weight, nullptr, size.width, size.height,
-                                                   KO_BYTE_LAYOUT_INTERLEAVED, space));
+            const TileTRCApplyPtr apply(KoTileTRCApplyNew(grid.get(), ratio_weight, nullptr, size.width, size.height,
+                                                          KO_BYTE_LAYOUT_INTERLEAVED, space));
             if (!apply) {
                 KoStatusClear();
                 hash->add(0u); // tiles that are too small for the grid
@@ -229,12 +229,12 @@ void tile_application(Size size, Hash *hash) {
 
 void color_grid_application(Size size, Hash *hash) {
     constexpr uint64_t levels = 256;
-    const TileColorTrcPtr grid(KoTileColorTRCNew(levels, 5, 3));
+    const TileColorTRCPtr grid(KoTileColorTRCNew(levels, 5, 3));
     for (uint64_t place = 0; place < 15; ++place) {
         KoTileColorTRCSetTileFromArray(grid.get(), place % 5, place / 5, curve_at(levels, place).data(),
                                        curve_at(levels, place * 3).data(), curve_at(levels, place * 5).data());
     }
-    const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), size.width, size.height, KO_BYTE_LAYOUT_INTERLEAVED));
+    const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid.get(), size.width, size.height, KO_BYTE_LAYOUT_INTERLEAVED));
     if (!apply) {
         KoStatusClear();
         hash->add(0u);
@@ -275,7 +275,7 @@ void enhancement(Size size, Hash *hash) {
         KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), 3.0f, 40.0f, 0.6275f, 5, 0.4f, configuration,
                                                  &curves);
         KoStatusClear();
-        const TileTrcPtr owned(curves);
+        const TileTRCPtr owned(curves);
         hash->add(features->proceed);
         for (const float *scores : {features->detailScores, features->noiseScores, features->entropyScores}) {
             hash->add(scores != nullptr ? std::vector<float>(scores, scores + 64) : std::vector<float>());
@@ -288,8 +288,8 @@ void enhancement(Size size, Hash *hash) {
 
 void red_eye_maps(Size size, Hash *hash) {
     const ColorImagePtr image = color_photograph(size);
-    const std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>> correction(KoRedEyeCorrectionNew());
-    const std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>> param(KoRedEyeImageParamNew(image.get()));
+    const ko::RedEyeCorrectionPtr correction(KoRedEyeCorrectionNew());
+    const ko::RedEyeImageParamPtr param(KoRedEyeImageParamNew(image.get()));
     KoRedEyeCorrectionDownsample(correction.get(), param.get());
     KoRedEyeCorrectionReddishProbability(correction.get(), param.get(), 1);
     KoRedEyeCorrectionRedLumProbability(correction.get(), param.get(), 1);

@@ -121,7 +121,7 @@ TEST_F(ColorTrcFaultTest, AnIncompleteRecordCanBeUsed) {
     };
     for (const auto &use : uses) {
         sweep_faults([&] {
-            const ColorTrcPtr color(KoColorTRCNew(16, 3));
+            const ColorTRCPtr color(KoColorTRCNew(16, 3));
             for (uint32_t c = 0; color != nullptr && c < 3; ++c) {
                 KoColorTRCSetArray(color.get(), c, Entries(16, c).data(), 16);
             }
@@ -134,7 +134,7 @@ TEST_F(ColorTrcFaultTest, AnIncompleteRecordCanBeUsed) {
 
 TEST_F(ColorTrcFaultTest, LoadLeavesTheRecordAsItWas) {
     const TemporaryFile file("curves.txt", curve_text(color_form, 3));
-    const ColorTrcPtr color(KoColorTRCNew(4, 3));
+    const ColorTRCPtr color(KoColorTRCNew(4, 3));
     KoColorTRCSetIdentity(color.get());
     const int faults = sweep_faults([&] {
         const int32_t status = KoColorTRCLoad(color.get(), file.c_str());
@@ -152,7 +152,7 @@ TEST_F(ColorTrcFaultTest, LoadLeavesTheRecordAsItWas) {
 TEST_F(ColorTrcFaultTest, LoadOfADeepRecordFailsAsAWholeOrReads) {
     const TemporaryFile file("curves.txt", curve_text(color_form, 1));
     sweep_faults([&] {
-        const ColorTrcPtr color(KoColorTRCNew(4, 5));
+        const ColorTRCPtr color(KoColorTRCNew(4, 5));
         if (color == nullptr || !complete(color.get()) || KoColorTRCSetIdentity(color.get()) != KO_OK) {
             return;
         }
@@ -170,7 +170,7 @@ TEST_F(ColorTrcFaultTest, LoadOfADeepRecordFailsAsAWholeOrReads) {
 // Curves before the failure are resized, those behind it are not; each is whole, and the file is still written.
 TEST_F(ColorTrcFaultTest, ResizeStopsWhereMemoryIsShort) {
     const WorkingFolder folder;
-    const ColorTrcPtr color(KoColorTRCNew(4, 3));
+    const ColorTRCPtr color(KoColorTRCNew(4, 3));
     const int faults = sweep_faults([&] {
         for (uint32_t c = 0; c < 3; ++c) {
             KoTRCResize(color->curves[c], 4);
@@ -188,7 +188,7 @@ TEST_F(ColorTrcFaultTest, ResizeStopsWhereMemoryIsShort) {
 }
 
 TEST_F(ColorTrcFaultTest, ApplyWithoutAResultFails) {
-    const ColorTrcPtr color(KoColorTRCNew(4, 3));
+    const ColorTRCPtr color(KoColorTRCNew(4, 3));
     KoColorTRCSetIdentity(color.get());
     const ColorImagePtr image = small_image();
     const int faults = sweep_faults([&] {

@@ -18,7 +18,6 @@ namespace {
 using namespace ko_test;
 
 using Counters = std::vector<uint32_t>;
-using HistogramPtr = std::unique_ptr<Histogram, Deleter<KoHistogramDelete>>;
 
 class HistogramFaultTest : public LibraryTest {};
 
@@ -87,7 +86,7 @@ TEST_F(HistogramFaultTest, CountingNeedsNoMemory) {
 TEST_F(HistogramFaultTest, APushedCurveSucceedsAndLeavesTheHistogram) {
     const HistogramPtr histogram(KoHistogramNew(4, 0.0f, 3.0f));
     const Counters before{1, 2, 3, 4};
-    const TrcPtr trc = make_trc({3, 2, 1, 0});
+    const TRCPtr trc = make_trc({3, 2, 1, 0});
     const std::vector<int32_t> raw{3, 2, 1, 0};
     for (const bool from_trc : {true, false}) {
         KoHistogramSetValues(histogram.get(), before.data(), 4);

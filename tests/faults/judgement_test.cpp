@@ -45,7 +45,7 @@ void prepare(Features *features, int32_t space, Outcome outcome) {
 
 struct Result {
     FeaturesPtr features;
-    TileTrcPtr grid;
+    TileTRCPtr grid;
     int32_t status = -1;
 };
 

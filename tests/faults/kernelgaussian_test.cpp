@@ -26,7 +26,7 @@ RealImagePtr make_noise(uint64_t width, uint64_t height) {
 
 void expect_new_fails_whole(int32_t mode, int at_least) {
     const int faults = sweep_faults([&] {
-        const GaussianPtr kernel(KoKernelGaussianNewTune(3.0f, 2.0f, mode));
+        const KernelGaussianPtr kernel(KoKernelGaussianNewTune(3.0f, 2.0f, mode));
         EXPECT_EQ(kernel == nullptr, KoTestFaultStruck() != 0);
         if (kernel == nullptr) {
             EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
@@ -42,7 +42,7 @@ TEST_F(KernelGaussianFaultTest, NewGivesNothingWithAReport) {
     expect_new_fails_whole(1, 1);
     const StderrCapture swallowed;
     KoTestFailAllocation(1);
-    EXPECT_EQ(GaussianPtr(KoKernelGaussianNew(3.0f, 2.0f)), nullptr);
+    EXPECT_EQ(KernelGaussianPtr(KoKernelGaussianNew(3.0f, 2.0f)), nullptr);
     KoTestFailAllocation(0);
     const std::string chain = KoErrorGetLastErrorMessage();
     EXPECT_EQ(chain, "Cannot create object \"KernelGaussian\"\n-> Cannot allocate " + std::to_string(sizeof(KernelGaussian)) +
@@ -66,7 +66,7 @@ TEST_F(KernelGaussianFaultTest, InitReturnsTheStatus) {
 // A status and null, or KO_OK and null with the status on the thread, or the whole result.
 void sweep_convolution(int32_t mode, uint64_t width, uint64_t height, bool given) {
     SCOPED_TRACE(testing::Message() << "mode " << mode << ", " << width << " by " << height << (given ? ", given" : ""));
-    const GaussianPtr kernel(KoKernelGaussianNewTune(1.5f, 2.0f, mode));
+    const KernelGaussianPtr kernel(KoKernelGaussianNewTune(1.5f, 2.0f, mode));
     const RealImagePtr image = make_noise(width, height);
     RealImage *whole = nullptr;
     ASSERT_EQ(KoKernelGaussianConvolution(kernel.get(), image.get(), &whole), KO_OK);

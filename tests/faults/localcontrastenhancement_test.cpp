@@ -48,7 +48,7 @@ int32_t enhance(LocalContrastEnhancementImageFeatures *features, ColorImage *pic
 void sweep_enhancement(int32_t space) {
     SCOPED_TRACE(space);
     const ColorImagePtr picture = make_picture(space);
-    TileTrcPtr expected;
+    TileTRCPtr expected;
     {
         const FeaturesPtr features(KoLocalContrastEnhancementNew(256, 2, 1));
         TileTRC *grid = nullptr;
@@ -62,7 +62,7 @@ void sweep_enhancement(int32_t space) {
         }
         TileTRC *made = nullptr;
         const int32_t status = enhance(features.get(), picture.get(), &made);
-        const TileTrcPtr grid(made);
+        const TileTRCPtr grid(made);
         const bool struck = KoTestFaultStruck() != 0;
         EXPECT_EQ(KoErrorGetLastError() != KO_OK, struck);
         if (status != KO_OK) {
@@ -88,7 +88,7 @@ TEST_F(LocalContrastEnhancementFaultTest, AFaultAnywhereEndsTheCallWithoutAGrid)
 
 TEST_F(LocalContrastEnhancementFaultTest, AGivenGridSurvives) {
     const ColorImagePtr picture = make_picture(KO_COLORSPACE_RGB);
-    const TileTrcPtr given(KoTileTRCNew(256, 2, 1));
+    const TileTRCPtr given(KoTileTRCNew(256, 2, 1));
     sweep_faults([&] {
         const FeaturesPtr features(KoLocalContrastEnhancementNew(256, 2, 1));
         TileTRC *grid = given.get();

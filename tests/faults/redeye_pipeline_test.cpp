@@ -46,7 +46,7 @@ struct Case {
         : files(make_model(2, 1, lenient_configuration())), picture(eye_picture(width, height, pupils, 1)),
           max_image_size(budget), before(planes_of(picture.get())) {
         RedEyeImageParam param;
-        const RedEyePtr rec = make();
+        const RedEyeCorrectionPtr rec = make();
         EXPECT_EQ(KoRedEyeCorrectionProcessImage(rec.get(), &param, picture.get()), KO_OK);
         patches = rec->orientation_histogram->patch_count;
         after = planes_of(picture.get());
@@ -54,8 +54,8 @@ struct Case {
         restore(picture.get(), before);
         KoRedEyeImageParamFree(&param);
     }
-    RedEyePtr make() const {
-        RedEyePtr rec(KoRedEyeCorrectionNew());
+    RedEyeCorrectionPtr make() const {
+        RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
         if (rec != nullptr) {
             KoRedEyeCorrectionSetCategorizerConfig(rec.get(), files.configuration().c_str(), nullptr, nullptr);
             KoRedEyeCorrectionEnableHistogramChannel(rec.get(), 1, 1, 0);
@@ -105,8 +105,8 @@ void expect_untouched(const Case &c, RedEyeCorrection *rec, RedEyeImageParam *pa
 // Lets each allocation of a run fail in turn. Gives their number.
 int sweep_case(const Case &c) {
     return sweep_faults([&] {
-        const RedEyePtr rec = c.make();
-        const RedEyeParamPtr param(rec != nullptr ? KoRedEyeImageParamNew(nullptr) : nullptr);
+        const RedEyeCorrectionPtr rec = c.make();
+        const RedEyeImageParamPtr param(rec != nullptr ? KoRedEyeImageParamNew(nullptr) : nullptr);
         if (rec == nullptr || param == nullptr) {
             EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
             return;
@@ -129,8 +129,8 @@ void exhaust_case(const Case &c, int faults) {
         SCOPED_TRACE(testing::Message() << "from allocation " << from);
         const int64_t live = KoTestLiveBlocks();
         {
-            const RedEyePtr rec = c.make();
-            const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+            const RedEyeCorrectionPtr rec = c.make();
+            const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
             int32_t status = KO_OK;
             {
                 const StderrCapture swallowed;
@@ -165,7 +165,7 @@ TEST_F(RedEyePipelineFaultTest, AFaultAnywhereLeavesAReducedPicture) {
 // Repeated readings let go of the model before.
 TEST_F(RedEyePipelineFaultTest, RepeatedRunsPileNothingUp) {
     const Case whole(120, 115, {{45, 44, 4}, {83, 70, 5}}, 1000000);
-    const RedEyePtr rec = whole.make();
+    const RedEyeCorrectionPtr rec = whole.make();
     whole.expect_whole(rec.get());
     const int64_t live = KoTestLiveBlocks();
     for (int run = 0; run < 5; ++run) {
@@ -174,7 +174,7 @@ TEST_F(RedEyePipelineFaultTest, RepeatedRunsPileNothingUp) {
     }
     for (const std::string &path : {whole.files.be(), whole.files.projection(), whole.files.configuration()}) {
         write_bytes(path, read_bytes(path).substr(0, 10));
-        const RedEyeParamPtr param(KoRedEyeImageParamNew(nullptr));
+        const RedEyeImageParamPtr param(KoRedEyeImageParamNew(nullptr));
         KoStatusClear();
         const StderrCapture swallowed;
         EXPECT_NE(KoRedEyeCorrectionProcessImage(rec.get(), param.get(), whole.picture.get()), KO_OK);
@@ -189,8 +189,8 @@ TEST_F(RedEyePipelineFaultTest, APatchThatFailedIsLoggedAsUndecided) {
     const Case whole(120, 115, {{45, 44, 4}, {83, 70, 5}}, 1000000);
     std::vector<std::string> logs;
     sweep_faults([&] {
-        const RedEyePtr rec = whole.make();
-        const RedEyeParamPtr param(rec != nullptr ? KoRedEyeImageParamNew(nullptr) : nullptr);
+        const RedEyeCorrectionPtr rec = whole.make();
+        const RedEyeImageParamPtr param(rec != nullptr ? KoRedEyeImageParamNew(nullptr) : nullptr);
         if (param == nullptr) {
             return;
         }

@@ -43,8 +43,8 @@ bool has_all_planes(const TileColorTRC *tiles) {
 }
 
 // A grid of 2 by 1 tiles of 4 entries.
-TileColorTrcPtr make_grid() {
-    TileColorTrcPtr tiles(KoTileColorTRCNew(4, 2, 1));
+TileColorTRCPtr make_grid() {
+    TileColorTRCPtr tiles(KoTileColorTRCNew(4, 2, 1));
     for (uint32_t i = 0; i < 8; ++i) {
         tiles->redArray[i] = 3 - i % 4;
         tiles->greenArray[i] = i % 4;
@@ -88,7 +88,7 @@ TEST_F(TileColorTrcFaultTest, NewNamesTheObjectOrGivesAGridWithoutCurves) {
     const uint32_t *array = source.data();
     int without_record = 0;
     const int faults = sweep_faults([&] {
-        const TileColorTrcPtr tiles(KoTileColorTRCNew(16, 2, 3));
+        const TileColorTRCPtr tiles(KoTileColorTRCNew(16, 2, 3));
         if (tiles == nullptr) {
             ++without_record;
             expect_status(KO_ERR_CREATE_OBJECT, "Cannot create object \"TileColorTRC\"\n-> Cannot allocate " +
@@ -128,7 +128,7 @@ TEST_F(TileColorTrcFaultTest, ComposeWithoutAScratchCurveFails) {
           Call{array.data(), array.data(), nullptr, 2, KO_ERR_INDEX_OUT_OF_BOUNDS}}) {
         int failed = 0;
         sweep_faults([&] {
-            const TileColorTrcPtr tiles(KoTileColorTRCNew(4, 2, 1));
+            const TileColorTRCPtr tiles(KoTileColorTRCNew(4, 2, 1));
             if (tiles == nullptr || !has_all_planes(tiles.get())) {
                 return; // those allocations have their own test
             }
@@ -152,7 +152,7 @@ TEST_F(TileColorTrcFaultTest, ComposeWithoutAScratchCurveFails) {
 // ---- file ----
 
 TEST_F(TileColorTrcFaultTest, SaveNeedsNoMemory) {
-    const TileColorTrcPtr tiles = make_grid();
+    const TileColorTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc");
     EXPECT_EQ(sweep_faults([&] { EXPECT_EQ(KoTileColorTRCSave(tiles.get(), file.c_str(), 1), KO_OK); }), 0);
     EXPECT_EQ(read_text(file.path()).substr(0, 30), "RGBLinear\nbits 5 2 1\n3 0 100\n2");
@@ -160,11 +160,11 @@ TEST_F(TileColorTrcFaultTest, SaveNeedsNoMemory) {
 
 // Planes that cannot be had, one of them or all, leave the grid as it was.
 TEST_F(TileColorTrcFaultTest, LoadLeavesTheGridAsItWas) {
-    const TileColorTrcPtr tiles = make_grid();
+    const TileColorTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc", file_of_that_grid);
     int failed = 0;
     sweep_faults([&] {
-        const TileColorTrcPtr other(KoTileColorTRCNew(1, 1, 1));
+        const TileColorTRCPtr other(KoTileColorTRCNew(1, 1, 1));
         if (other == nullptr || !has_all_planes(other.get())) {
             return; // those allocations have their own test
         }
@@ -184,7 +184,7 @@ TEST_F(TileColorTrcFaultTest, LoadLeavesTheGridAsItWas) {
 }
 
 TEST_F(TileColorTrcFaultTest, LoadAsksForThreePlanes) {
-    const TileColorTrcPtr tiles = make_grid();
+    const TileColorTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc", file_of_that_grid);
     constexpr int64_t plane = 8 * 4;
     expect_allocations({plane, plane, plane}, KO_ERR_ALLOC, "", [&] {
@@ -203,9 +203,9 @@ TEST_F(TileColorTrcFaultTest, LoadAsksForThreePlanes) {
 }
 
 TEST_F(TileColorTrcFaultTest, LoadIntoAGridOfTheseCountsNeedsNoMemory) {
-    const TileColorTrcPtr tiles = make_grid();
+    const TileColorTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc", file_of_that_grid);
-    const TileColorTrcPtr other(KoTileColorTRCNew(4, 2, 1));
+    const TileColorTRCPtr other(KoTileColorTRCNew(4, 2, 1));
     const uint32_t *blue = other->blueArray;
     EXPECT_EQ(sweep_faults([&] { EXPECT_EQ(KoTileColorTRCLoad(other.get(), file.c_str()), KO_OK); }), 0);
     EXPECT_EQ(KoTileColorTRCCompare(tiles.get(), other.get()), 1);
@@ -216,9 +216,9 @@ TEST_F(TileColorTrcFaultTest, LoadIntoAGridOfTheseCountsNeedsNoMemory) {
 
 // A report needs memory too: without it the call still says what it has to.
 TEST_F(TileColorTrcFaultTest, ReportsSurviveShortMemory) {
-    const TileColorTrcPtr tiles = make_grid();
-    const TrcPtr good(KoTRCNew(4));
-    const TrcPtr trc(KoTRCNew(3));
+    const TileColorTRCPtr tiles = make_grid();
+    const TRCPtr good(KoTRCNew(4));
+    const TRCPtr trc(KoTRCNew(3));
     const Entries array(4, 5);
     const uint32_t *source = array.data();
     const TemporaryFile file("grid.trc", "RGBLinear\nbits 2 2 1\nnothing\n");

@@ -28,14 +28,14 @@ class TileColorTRCApplyFaultTest : public testing::Test {
         KoStatusClear();
     }
 
-    TileColorTrcPtr grid_;
+    TileColorTRCPtr grid_;
 };
 
 TEST_F(TileColorTRCApplyFaultTest, NewGivesNothingWithAReport) {
     const TileColorTRC *grids[] = {grid_.get(), nullptr};
     for (const TileColorTRC *grid : grids) {
         const int faults = sweep_faults([&] {
-            const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid, width, height, interleaved));
+            const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid, width, height, interleaved));
             EXPECT_EQ(apply == nullptr, KoTestFaultStruck() != 0);
             if (apply == nullptr) {
                 EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
@@ -49,7 +49,7 @@ TEST_F(TileColorTRCApplyFaultTest, NewGivesNothingWithAReport) {
 
 TEST_F(TileColorTRCApplyFaultTest, ARefusalSurvivesAFailedReport) {
     const int faults = sweep_faults([&] {
-        const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid_.get(), 1, height, interleaved));
+        const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid_.get(), 1, height, interleaved));
         EXPECT_EQ(apply, nullptr);
         EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
     });
@@ -70,7 +70,7 @@ TEST_F(TileColorTRCApplyFaultTest, ChunksAllocateNothing) {
         for (const uint64_t rows : {uint64_t{1}, uint64_t{7}, height}) {
             std::vector<uint8_t> picture(width * height * 3, 100);
             const uint64_t row_bytes = layout == KO_BYTE_LAYOUT_PLANAR ? width : width * 3;
-            const ColorApplyPtr apply(KoTileColorTRCApplyNew(grid_.get(), width, height, layout));
+            const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(grid_.get(), width, height, layout));
             ASSERT_NE(apply, nullptr);
             KoTestFailAllocationsFrom(1);
             for (uint64_t row = 0; row < height; row += rows) {
@@ -88,7 +88,7 @@ TEST_F(TileColorTRCApplyFaultTest, ChunksAllocateNothing) {
 TEST_F(TileColorTRCApplyFaultTest, ARecordWithoutAGridStillRefusesChunks) {
     uint8_t pixel[3] = {1, 2, 3};
     const int faults = sweep_faults([&] {
-        const ColorApplyPtr apply(KoTileColorTRCApplyNew(nullptr, width, height, interleaved));
+        const TileColorTRCApplyPtr apply(KoTileColorTRCApplyNew(nullptr, width, height, interleaved));
         if (apply != nullptr) {
             EXPECT_EQ(KoTileColorTRCApplyToByteChunk(apply.get(), 1, pixel, pixel), KO_ERR_INVALID_ARGUMENT);
             EXPECT_EQ(KoErrorGetLastError(), KO_ERR_INVALID_ARGUMENT);

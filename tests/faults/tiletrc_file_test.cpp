@@ -25,8 +25,8 @@ Entries entries_of(const TileTRC *tiles) {
 }
 
 // A grid of 2 by 1 curves of 4 entries.
-TileTrcPtr make_grid() {
-    TileTrcPtr tiles(KoTileTRCNew(4, 2, 1));
+TileTRCPtr make_grid() {
+    TileTRCPtr tiles(KoTileTRCNew(4, 2, 1));
     for (uint32_t i = 0; i < 8; ++i) {
         tiles->array[i] = 5 + 5 * (i % 4);
     }
@@ -40,7 +40,7 @@ class TileTrcFormFaultTest : public TileTrcFileFaultTest, public testing::WithPa
 // Only the object of the tokens needs memory: without it no file is touched. Its tables are wanted when the file is open, and
 // then the result speaks for the opening alone.
 TEST_P(TileTrcFormFaultTest, SaveFailsBeforeTheFileOrLeavesAReport) {
-    const TileTrcPtr tiles = make_grid();
+    const TileTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc");
     int refused = 0;
     const int faults = sweep_faults([&] {
@@ -52,18 +52,18 @@ TEST_P(TileTrcFormFaultTest, SaveFailsBeforeTheFileOrLeavesAReport) {
     });
     EXPECT_EQ(faults, GetParam() == KO_TILETRC_ENCODED ? 2 : 0);
     EXPECT_EQ(refused, GetParam() == KO_TILETRC_ENCODED ? 1 : 0);
-    const TileTrcPtr back(KoTileTRCNew(4, 2, 1));
+    const TileTRCPtr back(KoTileTRCNew(4, 2, 1));
     EXPECT_EQ(KoTileTRCLoad(back.get(), file.c_str()), KO_OK);
     EXPECT_EQ(KoTileTRCCompare(tiles.get(), back.get()), 1);
 }
 
 // Curves that cannot be had, and whatever else a form needs, leave the grid as it was.
 TEST_P(TileTrcFormFaultTest, LoadLeavesTheGridAsItWas) {
-    const TileTrcPtr tiles = make_grid();
+    const TileTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc");
     KoTileTRCSave(tiles.get(), file.c_str(), GetParam(), 1);
     const int faults = sweep_faults([&] {
-        const TileTrcPtr other(KoTileTRCNew(2, 1, 1));
+        const TileTRCPtr other(KoTileTRCNew(2, 1, 1));
         const bool made = other != nullptr && other->array != nullptr; // those allocations have their own test
         if (made) {
             const int32_t status = KoTileTRCLoad(other.get(), file.c_str());
@@ -75,10 +75,10 @@ TEST_P(TileTrcFormFaultTest, LoadLeavesTheGridAsItWas) {
 }
 
 TEST_P(TileTrcFormFaultTest, LoadIntoAGridOfTheseCountsLeavesItToo) {
-    const TileTrcPtr tiles = make_grid();
+    const TileTRCPtr tiles = make_grid();
     const TemporaryFile file("grid.trc");
     KoTileTRCSave(tiles.get(), file.c_str(), GetParam(), 1);
-    const TileTrcPtr other(KoTileTRCNew(4, 2, 1));
+    const TileTRCPtr other(KoTileTRCNew(4, 2, 1));
     const uint32_t *array = other->array;
     const int faults = sweep_faults([&] {
         const int32_t status = KoTileTRCLoad(other.get(), file.c_str());
@@ -93,7 +93,7 @@ INSTANTIATE_TEST_SUITE_P(Forms, TileTrcFormFaultTest, testing::Values(KO_TILETRC
 
 // A report needs memory too: without it the call still says what it has to.
 TEST_F(TileTrcFileFaultTest, ReportsSurviveShortMemory) {
-    const TileTrcPtr tiles = make_grid();
+    const TileTRCPtr tiles = make_grid();
     const TemporaryFile text("grid.trc", "GrayLinear\nbits 2 2 1\nnothing\n");
     const TemporaryFile binary("grid.trc", "GrayLinearBinary\nbits 2 2 1\nno");
     sweep_faults([&] { EXPECT_EQ(KoTileTRCSave(tiles.get(), text.c_str(), 1, 0), KO_ERR_FILE_EXISTS); });

@@ -34,7 +34,7 @@ TEST_F(TileTrcFaultTest, NewNamesTheObjectOrGivesAGridWithoutCurves) {
     const RealImagePtr image = make_image(9, 5, [](uint64_t x, uint64_t) { return static_cast<float>(x); });
     const std::vector<uint32_t> source(16, 5);
     const int faults = sweep_faults([&] {
-        const TileTrcPtr tiles(KoTileTRCNew(16, 2, 3));
+        const TileTRCPtr tiles(KoTileTRCNew(16, 2, 3));
         if (tiles == nullptr) {
             EXPECT_EQ(KoErrorGetLastError(), KO_ERR_CREATE_OBJECT);
         } else if (struck()) {
@@ -61,7 +61,7 @@ TEST_F(TileTrcFaultTest, NewLeavesTheWholeChain) {
 }
 
 TEST_F(TileTrcFaultTest, DrawSucceedsWithoutAnImage) {
-    const TileTrcPtr tiles(KoTileTRCNew(256, 2, 3));
+    const TileTRCPtr tiles(KoTileTRCNew(256, 2, 3));
     const RealImagePtr image = make_image(9, 5, [](uint64_t x, uint64_t) { return static_cast<float>(x); });
     const int faults = sweep_faults([&] {
         RealImage *result = nullptr;
@@ -73,8 +73,8 @@ TEST_F(TileTrcFaultTest, DrawSucceedsWithoutAnImage) {
 }
 
 TEST_F(TileTrcFaultTest, ReportsSurviveShortMemory) {
-    const TileTrcPtr tiles(KoTileTRCNew(16, 2, 3));
-    const TrcPtr trc(KoTRCNew(15));
+    const TileTRCPtr tiles(KoTileTRCNew(16, 2, 3));
+    const TRCPtr trc(KoTRCNew(15));
     sweep_faults([&] { EXPECT_EQ(KoTileTRCGetTRC(tiles.get(), 2, 0), nullptr); });
     sweep_faults([&] { EXPECT_EQ(KoTileTRCSetTileFromTRC(tiles.get(), 0, 0, trc.get()), KO_ERR_INVALID_ARGUMENT); });
 }

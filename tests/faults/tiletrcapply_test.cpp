@@ -20,12 +20,12 @@ class TileTRCApplyFaultTest : public testing::Test {
         ASSERT_NE(grid_, nullptr);
     }
 
-    TileTrcPtr grid_;
+    TileTRCPtr grid_;
 };
 
 TEST_F(TileTRCApplyFaultTest, NewGivesNothingWithAReport) {
     const int faults = sweep_faults([&] {
-        const ApplyPtr apply(
+        const TileTRCApplyPtr apply(
             KoTileTRCApplyNew(grid_.get(), 0.5f, nullptr, 40, 30, KO_BYTE_LAYOUT_INTERLEAVED, KO_COLORSPACE_RGB));
         EXPECT_EQ(apply == nullptr, KoTestFaultStruck() != 0);
         if (apply == nullptr) {
@@ -53,7 +53,7 @@ TEST_F(TileTRCApplyFaultTest, ChunksAllocateNothing) {
     const auto sweep = [&](uint64_t rows) {
         return sweep_faults([&] {
             std::vector<uint8_t> picture(40 * 30 * 3, 100);
-            const ApplyPtr apply(
+            const TileTRCApplyPtr apply(
                 KoTileTRCApplyNew(grid_.get(), 0.5f, nullptr, 40, 30, KO_BYTE_LAYOUT_INTERLEAVED, KO_COLORSPACE_RGB));
             if (apply != nullptr) {
                 EXPECT_EQ(KoTileTRCApplyToByteChunk(apply.get(), rows, picture.data(), picture.data()), KO_OK);

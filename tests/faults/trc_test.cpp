@@ -24,7 +24,7 @@ bool struck() { return KoTestFaultStruck() != 0; }
 
 TEST_F(TrcFaultTest, NewGivesNullAndNamesTheObject) {
     const int faults = sweep_faults([] {
-        const TrcPtr trc(KoTRCNew(256));
+        const TRCPtr trc(KoTRCNew(256));
         EXPECT_EQ(trc == nullptr, struck());
         EXPECT_EQ(KoErrorGetLastError(), struck() ? KO_ERR_CREATE_OBJECT : KO_OK);
     });
@@ -68,7 +68,7 @@ class TrcResizeFaultTest : public TrcFaultTest, public testing::WithParamInterfa
 
 TEST_P(TrcResizeFaultTest, LeavesTheCurveAsItWas) {
     const Entries old{0, 10, 20, 40, 80, 160, 320, 640};
-    const TrcPtr trc = make_trc(old);
+    const TRCPtr trc = make_trc(old);
     const int faults = sweep_faults([&] {
         const int32_t status = KoTRCResize(trc.get(), GetParam());
         EXPECT_EQ(status, struck() ? KO_ERR_ALLOC : KO_OK);
@@ -86,7 +86,7 @@ TEST_F(TrcFaultTest, SetComposeSucceedsAndLeavesTheCurve) {
     const Entries old{0, 1, 2};
     const Entries first{2, 1, 0};
     const Entries second{7, 8, 9};
-    const TrcPtr trc = make_trc(old);
+    const TRCPtr trc = make_trc(old);
     const int faults = sweep_faults([&] {
         EXPECT_EQ(KoTRCSetCompose(trc.get(), first.data(), second.data()), KO_OK);
         EXPECT_EQ(entries_of(trc.get()), struck() ? old : (Entries{9, 8, 7}));
@@ -99,7 +99,7 @@ TEST_F(TrcFaultTest, NewComposeGivesACurveOrNull) {
     const Entries first{2, 1, 0};
     const Entries second{7, 8, 9};
     const int faults = sweep_faults([&] {
-        const TrcPtr trc(KoTRCNewCompose(first.data(), second.data(), 3));
+        const TRCPtr trc(KoTRCNewCompose(first.data(), second.data(), 3));
         if (!struck()) {
             EXPECT_EQ(entries_of(trc.get()), (Entries{9, 8, 7}));
         } else if (trc == nullptr) {
@@ -115,7 +115,7 @@ TEST_F(TrcFaultTest, NewComposeGivesACurveOrNull) {
 TEST_F(TrcFaultTest, LoadLeavesTheCurveAsItWas) {
     const TemporaryFile file("curve.txt", curve_text(gray_form, 3));
     const Entries old{5, 6, 7};
-    const TrcPtr trc = make_trc(old);
+    const TRCPtr trc = make_trc(old);
     TRC bare{8, nullptr};
     const auto load = [&](TRC *target) {
         const int32_t status = KoTRCLoad(target, file.c_str());
@@ -137,7 +137,7 @@ TEST_F(TrcFaultTest, LoadLeavesTheCurveAsItWas) {
 
 // A report needs memory too: without it the call still says what it has to.
 TEST_F(TrcFaultTest, ReportsSurviveShortMemory) {
-    const TrcPtr trc = make_trc({1, 2, 3});
+    const TRCPtr trc = make_trc({1, 2, 3});
     const TemporaryFile file("curve.txt", "GrayLinear\nbits 1\nnothing\n");
     sweep_faults([&] { EXPECT_EQ(KoTRCSetSize(trc.get(), 0), KO_ERR_INDEX_OUT_OF_BOUNDS); });
     sweep_faults([&] { EXPECT_EQ(KoTRCSetArray(trc.get(), nullptr, 3), KO_ERR_INVALID_ARGUMENT); });

@@ -6,7 +6,7 @@ namespace {
 using namespace ko_fuzz;
 
 struct ColorCurve : TextFamily<ColorTRC> {
-    static ko_test::ColorTrcPtr New() { return ko_test::ColorTrcPtr(KoColorTRCNew(4, 3)); }
+    static ko_test::ColorTRCPtr New() { return ko_test::ColorTRCPtr(KoColorTRCNew(4, 3)); }
     static int32_t Load(ColorTRC *color, const char *path) { return KoColorTRCLoad(color, path); }
     static int32_t Save(const ColorTRC *color, const char *path, int32_t) { return KoColorTRCSave(color, path, 1); }
     static bool Same(const ColorTRC *a, const ColorTRC *b) {

@@ -8,8 +8,8 @@ using namespace ko_fuzz;
 constexpr uint32_t pixels = 17;
 
 struct Counters : TextFamily<Histogram> {
-    static std::unique_ptr<Histogram, ko_test::Deleter<KoHistogramDelete>> New() {
-        std::unique_ptr<Histogram, ko_test::Deleter<KoHistogramDelete>> histogram(KoHistogramNew(4, 10.0f, 40.0f));
+    static ko::HistogramPtr New() {
+        ko::HistogramPtr histogram(KoHistogramNew(4, 10.0f, 40.0f));
         histogram->numPixels = pixels;
         return histogram;
     }

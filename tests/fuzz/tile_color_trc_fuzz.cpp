@@ -25,7 +25,7 @@ void mend_bits(const std::string &path, uint64_t size) {
 }
 
 struct ColorGrid : TextFamily<TileColorTRC> {
-    static ko_test::TileColorTrcPtr New() { return ko_test::TileColorTrcPtr(KoTileColorTRCNew(4, 3, 1)); }
+    static ko_test::TileColorTRCPtr New() { return ko_test::TileColorTRCPtr(KoTileColorTRCNew(4, 3, 1)); }
     static int32_t Load(TileColorTRC *grid, const char *path) { return KoTileColorTRCLoad(grid, path); }
     static int32_t Save(const TileColorTRC *grid, const char *path, int32_t) {
         const int32_t status = KoTileColorTRCSave(grid, path, 1);
@@ -50,7 +50,7 @@ constexpr uint64_t longest_composed = 65536; // a header of a few bytes can ask 
 
 // What was loaded is composed with itself: whatever its entries are, nothing leaves the curves.
 void compose_last_tile(const uint8_t *data, size_t size) {
-    const ko_test::TileColorTrcPtr grid = ColorGrid::New();
+    const ko_test::TileColorTRCPtr grid = ColorGrid::New();
     KoTileColorTRCLoad(grid.get(), private_file("composed", text_of(data, size)).c_str());
     if (tiles_of(grid.get()) > 0 && grid->size <= longest_composed) {
         const uint64_t x = grid->numStripsX - 1;

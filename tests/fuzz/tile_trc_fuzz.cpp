@@ -23,7 +23,7 @@ bool steps_fit_bytes(const uint32_t *curve, uint64_t size) {
 struct Grid {
     using Object = TileTRC;
     static constexpr int32_t form_count = KO_TILETRC_ENCODED;
-    static ko_test::TileTrcPtr New() { return ko_test::TileTrcPtr(KoTileTRCNew(4, 3, 1)); }
+    static ko_test::TileTRCPtr New() { return ko_test::TileTRCPtr(KoTileTRCNew(4, 3, 1)); }
     static int32_t Load(TileTRC *grid, const char *path) { return KoTileTRCLoad(grid, path); }
     static int32_t Save(const TileTRC *grid, const char *path, int32_t form) { return KoTileTRCSave(grid, path, form, 1); }
     static bool Same(const TileTRC *a, const TileTRC *b) { return KoTileTRCCompare(a, b) == 1; }

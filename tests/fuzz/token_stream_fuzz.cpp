@@ -11,8 +11,6 @@
 namespace {
 
 using namespace ko_fuzz;
-
-using CompressPtr = std::unique_ptr<TRCCompress, ko_test::Deleter<KoTRCCompressDelete>>;
 using Stream = std::unique_ptr<std::FILE, decltype([](std::FILE *stream) { std::fclose(stream); })>;
 
 constexpr uint32_t untouched = 777777;
@@ -24,7 +22,7 @@ struct Reading {
 };
 
 Reading load(const std::string &path, uint64_t size) {
-    const CompressPtr compress(KoTRCCompressNew(size));
+    const ko::TRCCompressPtr compress(KoTRCCompressNew(size));
     const Stream stream(std::fopen(path.c_str(), "rb"));
     Reading reading{KO_OK, 0, std::vector<uint32_t>(size + ko_test::token_room, untouched)};
     KoTRCCompressSetTRC(compress.get(), reading.room.data());
@@ -50,7 +48,7 @@ void expect_plain(const std::string &path, uint64_t size, const Reading &reading
 void save_and_load(const std::vector<uint32_t> &room, uint64_t size) {
     const std::string path = private_path("saved");
     std::vector<uint32_t> curve(room.begin(), room.begin() + static_cast<std::ptrdiff_t>(size));
-    const CompressPtr compress(KoTRCCompressNew(size));
+    const ko::TRCCompressPtr compress(KoTRCCompressNew(size));
     KoTRCCompressSetTRC(compress.get(), curve.data());
     Stream stream(std::fopen(path.c_str(), "wb"));
     expect(KoTRCCompressSave(compress.get(), stream.get(), path.c_str()) == KO_OK, "a curve can be saved");

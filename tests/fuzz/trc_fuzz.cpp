@@ -6,7 +6,7 @@ namespace {
 using namespace ko_fuzz;
 
 struct Curve : TextFamily<TRC> {
-    static ko_test::TrcPtr New() { return ko_test::TrcPtr(KoTRCNew(4)); }
+    static ko_test::TRCPtr New() { return ko_test::TRCPtr(KoTRCNew(4)); }
     static int32_t Load(TRC *trc, const char *path) { return KoTRCLoad(trc, path); }
     static int32_t Save(const TRC *trc, const char *path, int32_t) { return KoTRCSave(trc, path, 1); }
     static bool Same(const TRC *a, const TRC *b) {

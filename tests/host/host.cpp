@@ -124,13 +124,13 @@ RealImagePtr luminance_of(const Pixels &given) {
 
 uint32_t Tuning::slope_limit() const { return max_slope.value_or(std::max(3u, static_cast<uint32_t>(std::ceil(max_gain)))); }
 
-TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
+TileTRCPtr curves_of(const Pixels &given, const Tuning &tuning) {
     const ColorImagePtr image = image_of(given);
     const FeaturesPtr features(KoLocalContrastEnhancementNew(tuning.curve_size, tuning.columns, tuning.rows));
     TileTRC *curves = nullptr;
     KoLocalContrastEnhancementGetNewTRCsTune(features.get(), image.get(), tuning.max_gain, tuning.strength, tuning.limit,
                                              tuning.levels, -1.0f, 4, &curves);
-    TileTrcPtr grid(curves);
+    TileTRCPtr grid(curves);
     if (tuning.slope_limit() > 0) {
         reference_limit_slope(*grid, tuning.slope_limit(), luminance_of(given).get());
     }
@@ -139,7 +139,7 @@ TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning) {
 
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio) {
     const std::vector<uint8_t> bytes = without_alpha(given);
-    const ApplyPtr apply(
+    const TileTRCApplyPtr apply(
         KoTileTRCApplyNew(curves, ratio, nullptr, given.width, given.height, KO_BYTE_LAYOUT_INTERLEAVED, space_of(given)));
     std::vector<uint8_t> result(bytes.size());
     KoTileTRCApplyToByteChunk(apply.get(), given.height, bytes.data(), result.data());
@@ -153,7 +153,7 @@ Pixels applied(const Pixels &given, const TileTRC *curves, float ratio) {
 
 Pixels expected(const Pixels &given, const Tuning &tuning) {
     const FreshLibrary library;
-    const TileTrcPtr curves = curves_of(given, tuning);
+    const TileTRCPtr curves = curves_of(given, tuning);
     return applied(given, curves.get(), tuning.ratio);
 }
 

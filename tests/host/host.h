@@ -91,7 +91,7 @@ RealImagePtr luminance_of(const Pixels &given);
 // What the program makes of the pixels of a file that is no larger than its working copy: the curves, within the limit of their
 // slope, and the pixels after them, in one chunk and into a buffer of its own; alpha stays. Curves are of the library that is
 // started.
-TileTrcPtr curves_of(const Pixels &given, const Tuning &tuning = {});
+TileTRCPtr curves_of(const Pixels &given, const Tuning &tuning = {});
 Pixels applied(const Pixels &given, const TileTRC *curves, float ratio);
 Pixels expected(const Pixels &given, const Tuning &tuning = {});
 

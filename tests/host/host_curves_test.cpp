@@ -42,7 +42,7 @@ std::string grid_file(const Pixels &picture, const Tuning &tuning = {}, int32_t 
 // A grid whose every curve is the same.
 std::string grid_file(uint64_t size, uint64_t columns, uint64_t rows, const std::function<uint32_t(uint64_t)> &entry) {
     const FreshLibrary library;
-    const TileTrcPtr curves(KoTileTRCNew(size, columns, rows));
+    const TileTRCPtr curves(KoTileTRCNew(size, columns, rows));
     for (uint64_t i = 0; i < size * columns * rows; ++i) {
         curves->array[i] = entry(i % size);
     }
@@ -322,7 +322,7 @@ TEST_F(HostApply, TakesCurvesThatNoPictureGave) {
     put("grid", grid_file(256, 3, 2, wild));
     expect_success(apply(path("grid"), {put("in.png", file)}, path("out.png")));
     const FreshLibrary library;
-    const TileTrcPtr curves_again(KoTileTRCNew(0, 0, 0));
+    const TileTRCPtr curves_again(KoTileTRCNew(0, 0, 0));
     ASSERT_EQ(KoTileTRCLoad(curves_again.get(), path("grid").c_str()), KO_OK);
     EXPECT_EQ(png_pixels(read_bytes(path("out.png"))), applied(png_pixels(file), curves_again.get(), 0.5f));
 }
@@ -448,7 +448,7 @@ TEST_F(HostGrids, OfAnotherKindAreNamedOnceAndWithoutTheirBytes) {
 
 TEST_F(HostGrids, CutShortAreRefused) {
     const FreshLibrary library;
-    const TileTrcPtr grid(KoTileTRCNew(256, 2, 2));
+    const TileTRCPtr grid(KoTileTRCNew(256, 2, 2));
     for (uint64_t i = 0; i < 1024; ++i) {
         grid->array[i] = brighter(i % 256);
     }
@@ -466,7 +466,7 @@ TEST_F(HostGrids, CutShortAreRefused) {
 
 TEST_F(HostGrids, WithAnyByteChangedNeverCrashTheProgram) {
     const FreshLibrary library;
-    const TileTrcPtr grid(KoTileTRCNew(256, 1, 2));
+    const TileTRCPtr grid(KoTileTRCNew(256, 1, 2));
     for (uint64_t i = 0; i < 512; ++i) {
         grid->array[i] = brighter(i % 256);
     }

@@ -43,7 +43,7 @@ kohost::Tuning few_tiles() {
     return tuning;
 }
 
-void expect_allocator_in(const kohost::LibraryError &error) {
+void expect_allocator_in(const ko::Error &error) {
     const std::string text = error.what();
     const std::string chain = KoErrorGetLastErrorMessage();
     EXPECT_EQ(text.substr(text.find(": ") + 2), std::regex_replace(chain, std::regex("\n-> "), ": ")) << "one line";
@@ -56,7 +56,7 @@ template <class Step> void expect_told(const Step &step) {
     const int faults = sweep_faults([&] {
         try {
             EXPECT_EQ(step(), reference) << "a failure that was not told";
-        } catch (const kohost::LibraryError &error) {
+        } catch (const ko::Error &error) {
             expect_allocator_in(error);
         }
     });
@@ -71,7 +71,7 @@ constexpr kohost::Judging judged = {kohost::Policy::standard, kohost::no_score};
 
 class PictureFaults : public testing::TestWithParam<uint32_t> {
   protected:
-    const kohost::Library library_;
+    const ko::Library library_;
     const codec::Picture picture_ = make_picture(GetParam());
     const TemporaryFile file_{"saved"};
 };
@@ -101,11 +101,11 @@ TEST_P(PictureFaults, OfTheScoreFileAreReported) {
     });
 }
 
-kohost::TileTrcPtr curves_of(const codec::Picture &picture) { return kohost::fit_curves(view(picture), few_tiles(), {2, 2}); }
+ko::TileTRCPtr curves_of(const codec::Picture &picture) { return kohost::fit_curves(view(picture), few_tiles(), {2, 2}); }
 
 // The bytes with the picture's curves applied.
 std::vector<uint8_t> enhanced(const codec::Picture &picture) {
-    const kohost::TileTrcPtr curves = curves_of(picture);
+    const ko::TileTRCPtr curves = curves_of(picture);
     std::vector<uint8_t> bytes = pixels_of(picture);
     kohost::Application application(*curves, 0.5f, {picture.width, picture.height}, picture.channels);
     application.apply(picture.height, bytes.data());
@@ -129,18 +129,18 @@ TEST_P(PictureFaults, OfTheDecisionAreReported) {
 }
 
 TEST_P(PictureFaults, OfGridFilesAreReported) {
-    const kohost::TileTrcPtr curves = curves_of(picture_);
+    const ko::TileTRCPtr curves = curves_of(picture_);
     for (const host::GridForm form : host::grid_forms) {
         expect_told([&] {
             host::save_grid(*curves, form, file_.path());
-            const kohost::TileTrcPtr again = host::load_grid(file_.path());
+            const ko::TileTRCPtr again = host::load_grid(file_.path());
             return KoTileTRCCompare(curves.get(), again.get());
         });
     }
 }
 
 TEST_P(PictureFaults, OfTheDrawingAreReported) {
-    const kohost::TileTrcPtr curves = curves_of(picture_);
+    const ko::TileTRCPtr curves = curves_of(picture_);
     expect_told([&] { return pixels_of(host::draw_curves(picture_, *curves)); });
 }
 
@@ -191,7 +191,7 @@ class RedEyeFaults : public testing::Test {
                 const kohost::RedEyes eyes = repaired(picture, model_, choices);
                 EXPECT_EQ(eyes.judged(), places) << "a failure that was taken for an answer";
                 EXPECT_EQ(pixels_of(picture), pixels_of(reference)) << "a failure that was not told";
-            } catch (const kohost::LibraryError &error) {
+            } catch (const ko::Error &error) {
                 EXPECT_EQ(pixels_of(picture), before);
                 expect_allocator_in(error);
             }
@@ -199,7 +199,7 @@ class RedEyeFaults : public testing::Test {
         EXPECT_GT(faults, 30);
     }
 
-    const kohost::Library library_;
+    const ko::Library library_;
     const TemporaryFile folder_{"model"};
     std::string model_;
 };
@@ -213,7 +213,7 @@ TEST_F(RedEyeFaults, AreReportedAndLeaveThePictureAlone) {
 TEST_F(RedEyeFaults, OfTheWholeSearchAreReported) { expect_reports({.frames = true}, 4); }
 
 TEST_F(RedEyeFaults, OfOnePictureAreForgottenAtTheNext) {
-    const auto fail = [] { EXPECT_THROW(kohost::RedEyeModel("missing"), kohost::LibraryError); };
+    const auto fail = [] { EXPECT_THROW(kohost::RedEyeModel("missing"), ko::Error); };
     fail();
     EXPECT_NE(KoErrorGetLastError(), KO_OK);
     EXPECT_EQ(kohost::RedEyeModel(model_).files().size(), 4u);

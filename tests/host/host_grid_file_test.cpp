@@ -25,19 +25,19 @@ class GridFiles : public Host {
             return text.substr(text.find(": ") + 2);
         }
         EXPECT_NE(read_bytes(target_), "old");
-        const kohost::TileTrcPtr again = host::load_grid(target_);
+        const ko::TileTRCPtr again = host::load_grid(target_);
         EXPECT_EQ(KoTileTRCCompare(&grid, again.get()), 1);
         EXPECT_EQ(KoErrorGetLastError(), KO_OK);
         write_bytes(target_, "old");
         return "";
     }
 
-    const kohost::Library library_;
+    const ko::Library library_;
     const std::string target_ = path("grid");
 };
 
-kohost::TileTrcPtr grid_of(uint64_t size, const std::function<uint32_t(uint64_t)> &entry) {
-    kohost::TileTrcPtr grid(KoTileTRCNew(size, 2, 3));
+ko::TileTRCPtr grid_of(uint64_t size, const std::function<uint32_t(uint64_t)> &entry) {
+    ko::TileTRCPtr grid(KoTileTRCNew(size, 2, 3));
     for (uint64_t i = 0; i < size * 6; ++i) {
         grid->array[i] = entry(i % size);
     }
@@ -60,7 +60,7 @@ class Curves : public GridFiles, public testing::WithParamInterface<Curve> {};
 
 TEST_P(Curves, AreSavedByTheFormsThatHoldThem) {
     const Curve &curve = GetParam();
-    const kohost::TileTrcPtr grid = grid_of(256, curve.entry);
+    const ko::TileTRCPtr grid = grid_of(256, curve.entry);
     EXPECT_EQ(saved(*grid, host::GridForm::text), "");
     EXPECT_EQ(saved(*grid, host::GridForm::binary), curve.binary ? "" : not_held_by_binary);
     EXPECT_EQ(saved(*grid, host::GridForm::encoded), curve.encoded ? "" : not_held_by_encoded);
@@ -91,11 +91,11 @@ TEST_F(GridFiles, HoldCurvesOfAPowerOfTwoEntries) {
 }
 
 TEST_F(GridFiles, AGridMustFitThePicture) {
-    const kohost::TileTrcPtr grid(KoTileTRCNew(256, 2, 3));
+    const ko::TileTRCPtr grid(KoTileTRCNew(256, 2, 3));
     host::check_fit(*grid, 4, 6);
     EXPECT_THROW(host::check_fit(*grid, 3, 6), host::FileError);
     EXPECT_THROW(host::check_fit(*grid, 4, 5), host::FileError);
-    const kohost::TileTrcPtr single(KoTileTRCNew(256, 1, 1));
+    const ko::TileTRCPtr single(KoTileTRCNew(256, 1, 1));
     host::check_fit(*single, 1, 1);
 }
 

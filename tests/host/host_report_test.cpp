@@ -295,7 +295,7 @@ TEST_F(HostReport, ShowsTheCurves) {
         return quiet;
     }()));
     const FreshLibrary library;
-    const TileTrcPtr grid(KoTileTRCNew(512, 5, 3));
+    const TileTRCPtr grid(KoTileTRCNew(512, 5, 3));
     ASSERT_EQ(KoTileTRCLoad(grid.get(), path("grid").c_str()), KO_OK);
     const Json &curves = row.data.at("curves");
     EXPECT_EQ(curves.at("columns"), 5);

@@ -315,7 +315,7 @@ TEST_F(HostSize, JpegCopiesAreMadeOfTheReducedPicture) {
             const kohost::Size copy = working_size(photograph, static_cast<uint64_t>(std::stod(size) * 1e6));
             ASSERT_GT(reduced.width, 1.6 * copy.width);
             const FreshLibrary library;
-            const TileTrcPtr curves = curves_of(averaged(reduced, copy.width, copy.height));
+            const TileTRCPtr curves = curves_of(averaged(reduced, copy.width, copy.height));
             EXPECT_EQ(curves_in(name, size), entries_of(curves.get())) << size;
         }
     }
@@ -348,7 +348,7 @@ TEST_F(HostSize, CurvesAreDrawnOverTheWholePicture) {
     expect_success(
         run_command("curves", {put("in.png", as_png(picture))}, path("out.png"), {"--draw", "--working-size", "0.04"}));
     const FreshLibrary library;
-    const TileTrcPtr curves = curves_of(working_copy(picture, 40'000));
+    const TileTRCPtr curves = curves_of(working_copy(picture, 40'000));
     RealImage *result = nullptr;
     KoTileTRCDraw(curves.get(), luminance_of(picture).get(), &result);
     const RealImagePtr owner(result);
@@ -403,7 +403,7 @@ TEST_F(HostSize, WithoutALimitCurvesAreTheLibrarys) {
     expect_success(run_command("curves", {std::string(KO_SAMPLES) + "/coffee.png"}, path("grid"), {"--max-slope", "0"}));
     const Grid grid = grid_in(read_bytes(path("grid")));
     const FreshLibrary library;
-    const TileTrcPtr curves = curves_of(picture, {.max_slope = 0});
+    const TileTRCPtr curves = curves_of(picture, {.max_slope = 0});
     EXPECT_EQ(grid.entries, entries_of(curves.get()));
     EXPECT_GT(steps_of(grid).second, 10) << "nothing to be limited";
 }

@@ -14,11 +14,11 @@
 namespace {
 
 using namespace ko_test;
+using ko::Error;
 using kohost::Box;
 using kohost::Candidate;
 using kohost::GateError;
 using kohost::Image;
-using kohost::LibraryError;
 using kohost::Place;
 using kohost::RedEyeChoices;
 using kohost::RedEyeDecision;
@@ -27,7 +27,7 @@ using kohost::RedEyes;
 using kohost::Sensitivity;
 using kohost::Size;
 
-const kohost::Library library;
+const ko::Library library;
 
 // ---- models
 
@@ -209,7 +209,7 @@ TEST(RedEyeSearch, OfTinyAndThinPicturesIsPossible) {
 
 TEST(RedEyeSearch, WithAModelThatIsMissingFails) {
     const Image image = skin_picture(eyes_size, four_eyes);
-    EXPECT_THROW(search(image, temporary_path("missing.cfg")), LibraryError);
+    EXPECT_THROW(search(image, temporary_path("missing.cfg")), ko::Error);
 }
 
 // ---- the model
@@ -236,7 +236,7 @@ TEST(RedEyeModelFiles, AreAllNeededButTheGate) {
             if (text != "-") {
                 write_bytes(model.stem() + ending, text);
             }
-            EXPECT_THROW(model.read(), LibraryError) << ending << ", " << text;
+            EXPECT_THROW(model.read(), ko::Error) << ending << ", " << text;
         }
     }
     const Model model(leaf_gate(0));
@@ -247,10 +247,10 @@ TEST(RedEyeModelFiles, AreAllNeededButTheGate) {
 TEST(RedEyeModelFiles, ThatDoNotFitAreRefused) {
     const Model classifier;
     write_bytes(classifier.stem() + "_RE_BE", classifier_bytes({}, feature_length + 1));
-    EXPECT_THROW(classifier.read(), LibraryError);
+    EXPECT_THROW(classifier.read(), ko::Error);
     const Model projection;
     write_bytes(projection.stem() + ".projection", projection_bytes(3 * feature_length + 1));
-    EXPECT_THROW(projection.read(), LibraryError);
+    EXPECT_THROW(projection.read(), ko::Error);
 }
 
 TEST(RedEyeModelFiles, WithADamagedGateAreRefused) {

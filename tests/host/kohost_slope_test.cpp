@@ -24,8 +24,8 @@ std::vector<Curve> curves_in(const TileTRC &grid) {
 }
 
 // A grid of curves that make(tile) gives.
-template <class Make> TileTrcPtr make_grid(uint64_t size, uint64_t columns, uint64_t rows, const Make &make) {
-    TileTrcPtr grid(KoTileTRCNew(size, columns, rows));
+template <class Make> TileTRCPtr make_grid(uint64_t size, uint64_t columns, uint64_t rows, const Make &make) {
+    TileTRCPtr grid(KoTileTRCNew(size, columns, rows));
     for (uint64_t tile = 0; tile < columns * rows; ++tile) {
         const Curve curve = make(tile);
         std::copy(curve.begin(), curve.end(), grid->array + tile * size);
@@ -35,7 +35,7 @@ template <class Make> TileTrcPtr make_grid(uint64_t size, uint64_t columns, uint
 
 // The curves after the limit, after they were compared with the reference.
 std::vector<Curve> expect_limited(TileTRC &grid, uint32_t limit, const RealImage *luminance) {
-    const TileTrcPtr expected = make_grid(grid.size, grid.numStripsX, grid.numStripsY,
+    const TileTRCPtr expected = make_grid(grid.size, grid.numStripsX, grid.numStripsY,
                                           [&, curves = curves_in(grid)](uint64_t tile) { return curves[tile]; });
     reference_limit_slope(*expected, limit, luminance);
     kohost::limit_slope(grid, limit, luminance);
@@ -150,7 +150,7 @@ TEST_P(Slopes, AreThoseOfTheNearestCurve) {
         // So that every kind of curve meets every limit, whatever the grid.
         for (uint64_t curves = 0; curves < kinds; curves += columns * rows) {
             const auto make = [&](uint64_t) { return curve_of_kind(noise, kind++ % kinds, size); };
-            const TileTrcPtr grid = make_grid(size, columns, rows, make);
+            const TileTRCPtr grid = make_grid(size, columns, rows, make);
             expect_limited(*grid, limit, luminance.get());
         }
     }
@@ -162,7 +162,7 @@ TEST_P(Slopes, WithoutALuminanceWeighAllLevelsAlike) {
     for (const uint32_t limit : limits) {
         int kind = static_cast<int>(limit);
         const auto make = [&](uint64_t) { return curve_of_kind(noise, kind++ % kinds, size); };
-        const TileTrcPtr grid = make_grid(size, columns, rows, make);
+        const TileTRCPtr grid = make_grid(size, columns, rows, make);
         expect_limited(*grid, limit, nullptr);
     }
 }
@@ -181,7 +181,7 @@ TEST(Slope, WithinTheLimitStays) {
     Noise noise(11);
     const RealImagePtr luminance = uneven_luminance(40, 40, 2);
     for (const uint32_t limit : limits) {
-        const TileTrcPtr grid =
+        const TileTRCPtr grid =
             make_grid(256, 2, 2, [&](uint64_t tile) { return tile == 3 ? Curve(256, 17) : rising(noise, 256, limit); });
         const std::vector<Curve> before = curves_in(*grid);
         kohost::limit_slope(*grid, limit, luminance.get());
@@ -194,7 +194,7 @@ TEST(Slope, WithinTheLimitStays) {
 TEST(Slope, OnceLimitedStays) {
     Noise noise(12);
     const RealImagePtr luminance = uneven_luminance(64, 48, 3);
-    const TileTrcPtr grid =
+    const TileTRCPtr grid =
         make_grid(256, 4, 3, [&](uint64_t tile) { return curve_of_kind(noise, static_cast<int>(tile) % kinds, 256); });
     const std::vector<Curve> once = expect_limited(*grid, 3, luminance.get());
     kohost::limit_slope(*grid, 3, luminance.get());
@@ -206,7 +206,7 @@ TEST(Slope, OneStepOverTheLimitIsOver) {
     for (const uint32_t limit : {1u, 3u, 255u}) {
         Curve curve = single_step(256, 128, 0, std::min(limit + 1, 255u));
         curve[255] = limit == 255 ? 254 : curve[255]; // no step is over 255, but one that falls is
-        const TileTrcPtr grid =
+        const TileTRCPtr grid =
             make_grid(256, 1, 2, [&](uint64_t tile) { return tile == 0 ? curve : single_step(256, 128, 0, limit); });
         const std::vector<Curve> before = curves_in(*grid);
         const std::vector<Curve> after = expect_limited(*grid, limit, nullptr);
@@ -224,7 +224,7 @@ TEST(Slope, LeavesTheLevelsAloneThatTheTileHolds) {
         const uint32_t first = dark ? 84 : 100;
         const RealImagePtr luminance =
             make_image(160, 160, [&](uint64_t x, uint64_t) { return static_cast<float>(first + x % 16); });
-        const TileTrcPtr grid = make_grid(256, 1, 1, [&](uint64_t) { return step; });
+        const TileTRCPtr grid = make_grid(256, 1, 1, [&](uint64_t) { return step; });
         const Curve after = expect_limited(*grid, 4, luminance.get())[0];
         for (size_t level = first; level < first + 16; ++level) {
             EXPECT_EQ(after[level], step[level]) << level;
@@ -241,7 +241,7 @@ TEST(Slope, CountsTheTilesOwnPixels) {
         const bool outside = x == 80 || y == 80;
         return left != outside ? 99.0f : 100.0f;
     });
-    const TileTrcPtr grid = make_grid(256, 2, 2, [&](uint64_t) { return step; });
+    const TileTRCPtr grid = make_grid(256, 2, 2, [&](uint64_t) { return step; });
     const std::vector<Curve> after = expect_limited(*grid, 5, luminance.get());
     for (const size_t tile : {0, 1, 2, 3}) {
         const bool left = tile % 2 == 0;
@@ -254,7 +254,7 @@ TEST(Slope, TakesAPictureWithFewerPixelsThanTiles) {
     Noise noise(13);
     for (const auto &[width, height] : {std::pair<uint64_t, uint64_t>{1, 1}, {3, 40}, {40, 3}}) {
         const RealImagePtr luminance = make_image(width, height, [](uint64_t, uint64_t) { return 80.0f; });
-        const TileTrcPtr grid =
+        const TileTRCPtr grid =
             make_grid(256, 4, 4, [&](uint64_t tile) { return curve_of_kind(noise, static_cast<int>(tile) % kinds, 256); });
         expect_limited(*grid, 3, luminance.get());
     }
@@ -275,7 +275,7 @@ TEST(Slope, OfCurvesAtTheEndsOfTheRange) {
                                        single_step(256, 128, 0, 0xffffffffu)};
     const RealImagePtr luminance = uneven_luminance(64, 64, 5);
     for (const uint32_t limit : limits) {
-        const TileTrcPtr grid = make_grid(256, 1, curves.size(), [&](uint64_t tile) { return curves[tile]; });
+        const TileTRCPtr grid = make_grid(256, 1, curves.size(), [&](uint64_t tile) { return curves[tile]; });
         expect_limited(*grid, limit, luminance.get());
     }
 }
@@ -285,7 +285,7 @@ TEST(Slope, OfLongCurves) {
     Noise noise(14);
     const RealImagePtr luminance = uneven_luminance(200, 200, 6);
     for (const int kind : {2, 4}) {
-        const TileTrcPtr grid = make_grid(4096, 1, 1, [&](uint64_t) { return curve_of_kind(noise, kind, 4096); });
+        const TileTRCPtr grid = make_grid(4096, 1, 1, [&](uint64_t) { return curve_of_kind(noise, kind, 4096); });
         expect_limited(*grid, 3, luminance.get());
     }
 }

@@ -6,8 +6,6 @@ namespace ko_test {
 
 namespace {
 
-using CorrectionPtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
-
 // A picture through the pipeline.
 class Run {
   public:
@@ -28,7 +26,7 @@ class Run {
 
     const FreshLibrary library_{};
     ColorImagePtr image_;
-    CorrectionPtr correction_;
+    RedEyeCorrectionPtr correction_;
     RedEyeImageParam found_;
 };
 

@@ -21,8 +21,8 @@
 
 namespace ko_test {
 
-inline TrcPtr make_trc(const std::vector<uint32_t> &entries) {
-    TrcPtr trc(KoTRCNew(entries.size()));
+inline TRCPtr make_trc(const std::vector<uint32_t> &entries) {
+    TRCPtr trc(KoTRCNew(entries.size()));
     KoTRCSetArray(trc.get(), entries.data(), entries.size());
     return trc;
 }

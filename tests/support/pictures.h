@@ -1,4 +1,4 @@
-// Pictures and curves built in memory, and owners that delete the library's objects at the end of their life.
+// Pictures and curves built in memory.
 #ifndef KO_TESTS_PICTURES_H
 #define KO_TESTS_PICTURES_H
 
@@ -7,28 +7,30 @@
 #include <memory>
 #include <vector>
 
-#include "ko.h"
+#include "ko.hpp"
 
 namespace ko_test {
 
-template <auto Delete> struct Deleter {
-    template <class T> void operator()(T *object) const { Delete(object); }
-};
-
-using VectorPtr = std::unique_ptr<Vector, Deleter<KoVectorDelete>>;
-using MatrixFloatPtr = std::unique_ptr<MatrixFloat, Deleter<KoMatrixFloatDelete>>;
-using MatrixIntegerPtr = std::unique_ptr<MatrixInteger, Deleter<KoMatrixIntegerDelete>>;
-using RealImagePtr = std::unique_ptr<RealImage, Deleter<KoRealImageDelete>>;
-using ColorImagePtr = std::unique_ptr<ColorImage, Deleter<KoColorImageDelete>>;
-using LinePtr = std::unique_ptr<RealImageLineIterator, Deleter<KoRealImageLineIteratorDelete>>;
-using TrcPtr = std::unique_ptr<TRC, Deleter<KoTRCDelete>>;
-using ColorTrcPtr = std::unique_ptr<ColorTRC, Deleter<KoColorTRCDelete>>;
-using TileTrcPtr = std::unique_ptr<TileTRC, Deleter<KoTileTRCDelete>>;
-using TileColorTrcPtr = std::unique_ptr<TileColorTRC, Deleter<KoTileColorTRCDelete>>;
-using ApplyPtr = std::unique_ptr<TileTRCApply, Deleter<KoTileTRCApplyDelete>>;
-using ColorApplyPtr = std::unique_ptr<TileColorTRCApply, Deleter<KoTileColorTRCApplyDelete>>;
-using GaussianPtr = std::unique_ptr<KernelGaussian, Deleter<KoKernelGaussianDelete>>;
-using FeaturesPtr = std::unique_ptr<LocalContrastEnhancementImageFeatures, Deleter<KoLocalContrastEnhancementDelete>>;
+using ko::ColorImagePtr;
+using ko::ColorTRCPtr;
+using ko::Deleter;
+using ko::FeaturesPtr;
+using ko::HistogramPtr;
+using ko::KernelGaussianPtr;
+using ko::MatrixFloatPtr;
+using ko::MatrixIntegerPtr;
+using ko::OrientationHistogramPtr;
+using ko::RealImageLineIteratorPtr;
+using ko::RealImagePtr;
+using ko::RedEyeCorrectionPtr;
+using ko::RedEyeImageParamPtr;
+using ko::TileColorTRCApplyPtr;
+using ko::TileColorTRCPtr;
+using ko::TileTRCApplyPtr;
+using ko::TileTRCPtr;
+using ko::TRCCompressPtr;
+using ko::TRCPtr;
+using ko::VectorPtr;
 
 // An image whose pixel (x, y) is value(x, y).
 RealImagePtr make_image(uint64_t width, uint64_t height, const std::function<float(uint64_t x, uint64_t y)> &value);

@@ -17,9 +17,6 @@
 
 namespace ko_test {
 
-using RedEyePtr = std::unique_ptr<RedEyeCorrection, Deleter<KoRedEyeCorrectionDelete>>;
-using RedEyeParamPtr = std::unique_ptr<RedEyeImageParam, Deleter<KoRedEyeImageParamDelete>>;
-
 // Maps and pictures.
 
 // A map without padding, row by row.
@@ -167,8 +164,8 @@ struct RedEyeRecords {
     RedEyeRecords &operator=(const RedEyeRecords &) = delete;
 };
 
-inline RedEyePtr make_correction(const std::string &configuration, int32_t channels) {
-    RedEyePtr rec(KoRedEyeCorrectionNew());
+inline RedEyeCorrectionPtr make_correction(const std::string &configuration, int32_t channels) {
+    RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
     KoRedEyeCorrectionSetCategorizerConfig(rec.get(), configuration.c_str(), nullptr, nullptr);
     KoRedEyeCorrectionEnableHistogramChannel(rec.get(), channels > 0, channels > 1, channels > 2);
     return rec;
@@ -197,9 +194,9 @@ template <class T> T *cleared(uint64_t count) {
 
 // An image record as the location of blobs leaves it: each box is a final blob of all its pixels but the corners. The
 // working image is the picture's own, and its maps have the size told.
-inline RedEyeParamPtr make_param(ColorImage *picture, uint64_t width, uint64_t height, float scale,
-                                 const std::vector<Box> &boxes, uint32_t seed = 1) {
-    RedEyeParamPtr param(KoRedEyeImageParamNew(picture));
+inline RedEyeImageParamPtr make_param(ColorImage *picture, uint64_t width, uint64_t height, float scale,
+                                      const std::vector<Box> &boxes, uint32_t seed = 1) {
+    RedEyeImageParamPtr param(KoRedEyeImageParamNew(picture));
     param->working_image = picture;
     param->scale = scale;
     Noise noise(seed);
@@ -227,7 +224,7 @@ inline RedEyeParamPtr make_param(ColorImage *picture, uint64_t width, uint64_t h
     return param;
 }
 
-inline RedEyeParamPtr make_param(ColorImage *picture, const std::vector<Box> &boxes, uint32_t seed = 1) {
+inline RedEyeImageParamPtr make_param(ColorImage *picture, const std::vector<Box> &boxes, uint32_t seed = 1) {
     return make_param(picture, KoColorImageGetWidth(picture), KoColorImageGetHeight(picture), 0.0f, boxes, seed);
 }
 

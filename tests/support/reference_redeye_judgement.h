@@ -138,7 +138,7 @@ class ReferenceModel {
     bool hostile = false; // a size that no table has, or not here: all that is told is a failure
     PatchGeometry geometry{};
     HistogramLayout layout{};
-    std::unique_ptr<OrientationHistogram, Deleter<KoOrientationHistogramDelete>> histogram;
+    ko::OrientationHistogramPtr histogram;
     float fe_accept = 0.0f, fe_reject = 0.0f, be_accept = 0.0f, be_reject = 0.0f;
     uint32_t header;
     int32_t rows, dimension;

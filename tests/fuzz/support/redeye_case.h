@@ -81,7 +81,7 @@ inline int32_t correct(const ModelFiles &model, ColorImage *image) {
     private_file("cls_RE_FE", model.classifier);
     private_file("cls_RE_BE", model.classifier);
     const std::string config = private_file("config", model.config);
-    const std::unique_ptr<RedEyeCorrection, ko_test::Deleter<KoRedEyeCorrectionDelete>> rec(KoRedEyeCorrectionNew());
+    const ko::RedEyeCorrectionPtr rec(KoRedEyeCorrectionNew());
     KoRedEyeCorrectionSetCategorizerConfig(rec.get(), config.c_str(), nullptr, nullptr);
     KoRedEyeCorrectionEnableHistogramChannel(rec.get(), 1, 1, 1);
     int32_t status = KO_OK;

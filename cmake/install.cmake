@@ -1,7 +1,7 @@
 # The package: library, public headers, and what find_package(ko) and pkg-config read.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS ko EXPORT koTargets
+install(TARGETS ko kohost ko_package EXPORT koTargets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
@@ -10,7 +10,12 @@ if(KO_AVX2)
           LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}/${KO_AVX2_FOLDER} NAMELINK_SKIP
           RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}/${KO_AVX2_FOLDER})
 endif()
+if(WIN32)
+  # For linkers that make their own import library.
+  install(FILES ${CMAKE_CURRENT_BINARY_DIR}/src/lib/ko/ko.def DESTINATION ${CMAKE_INSTALL_LIBDIR})
+endif()
 install(DIRECTORY src/lib/ko/include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(DIRECTORY src/kohost DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h" PATTERN "*.hpp")
 
 set(KO_PACKAGE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/ko)
 install(EXPORT koTargets NAMESPACE ko:: DESTINATION ${KO_PACKAGE_DIR})

@@ -5,6 +5,7 @@
 #ifndef KO_H
 #define KO_H
 
+#include "ko/version.h"
 #include "ko/lifecycle.h"
 #include "ko/error.h"
 #include "ko/memory.h"

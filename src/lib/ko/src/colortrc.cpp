@@ -153,7 +153,7 @@ uint32_t KoColorTRCGetValue(const ColorTRC *color_trc, uint32_t channel, uint32_
 
 int32_t KoColorTRCResize(ColorTRC *color_trc, uint64_t size) {
     const int32_t status = for_each_curve(color_trc, [=](TRC *curve) { return KoTRCResize(curve, size); });
-    KoColorTRCSave(color_trc, "colortrc.txt", 1); // meant: a resize leaves this file behind, whatever came of it
+    KoColorTRCSave(color_trc, "colortrc.txt", 1); // see "colortrc.txt" in docs/compatibility.md
     return status;
 }
 

@@ -1,5 +1,6 @@
-// The text format of pictures: lines of numbers, a file a plane. Loading and saving leave their streams open by design;
-// a save flushes its stream, so that the text is on its way to the disk when the call returns.
+// The text format of pictures: lines of numbers, a file a plane. Loading and saving leave their streams open (see "Streams that
+// stay open" in docs/compatibility.md); a save flushes its stream, so that the text is on its way to the disk when the call
+// returns.
 #include "imagetext.h"
 
 #include <cstring>

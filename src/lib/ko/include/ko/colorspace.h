@@ -19,7 +19,8 @@ KO_API const char *KoColorSpaceGetName(int32_t space);
 /**
  * Returns the matrix that takes a pixel from one space to another: nine floats, row by row, to be multiplied by the pixel as a
  * column. RGB to GRAY is one row followed by a 0. The matrix of a space to itself is all ones, not the identity, and those
- * between YIQ and GRAY and from GRAY are zero: that is deliberate. from and to must be 0 to 2, which nothing checks.
+ * between YIQ and GRAY and from GRAY are zero: see "A colour space to itself" in docs/compatibility.md. from and to must be 0
+ * to 2, which nothing checks.
  */
 KO_API const float *KoColorSpaceGetConversionMatrix(int32_t from, int32_t to);
 

@@ -82,7 +82,7 @@ KO_API int32_t KoMessageSetStatus(int32_t code, ...);
 /** Does what KoMessageSetStatus does, under the short name that reports use. */
 KO_API int32_t KoMsg(int32_t code, ...);
 
-/** Does what KoMessageSetStatus does with the texts of catalog; the status does not tell which catalog was used. */
+/** Does what KoMessageSetStatus does with the texts of catalog; the status does not say which catalog was used. */
 KO_API int32_t KoMessageCatalogSetStatus(const MessageCatalog *catalog, int32_t code, ...);
 
 /** Does what KoMessageCatalogSetStatus does, under the short name that reports use. */

@@ -85,7 +85,8 @@ KO_API int32_t KoHistogramApplyRawTRC(Histogram *histogram, const int32_t *entri
 
 /**
  * Reads a text file of counters. Another number of bins than the record's makes new counters over 0 to that number; with the
- * same number, range and numPixels stay. numPixels is never set by loading. A failure keeps what was read so far.
+ * same number, range and numPixels stay. numPixels is never set by loading: see "The range of a loaded histogram" in
+ * docs/compatibility.md. A failure keeps what was read so far.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, or KO_ERR_ALLOC with the histogram as it was.
  */
 KO_API int32_t KoHistogramLoad(Histogram *histogram, const char *path);

@@ -109,7 +109,7 @@ KO_API DecisionMechanismThreshold *KoLocalContrastEnhancementGetDMValues(LocalCo
 /**
  * Does what KoLocalContrastEnhancementGetNewTRCsTune does with 3.0, 40.0, 0.6275, 5 levels, score 0.4, configuration 2. The
  * score is over the stock limits of configurations 1 and 2, so that the answer is no, without any work on the picture, unless
- * the caller has raised the limits. That is deliberate.
+ * the caller has raised the limits: see "An entry point that says no" in docs/compatibility.md.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                     TileTRC **tile_trc);
@@ -146,7 +146,8 @@ KO_API int32_t KoLocalContrastEnhancementPrintScores(const LocalContrastEnhancem
  * Writes the measures to a file: one line each for "DET", "NOI" and "ENT", 64 numbers in row order with "," between them; a
  * measure that was not taken leaves its line empty.
  *   overwrite   in   0 refuses to replace a file
- * The text is complete when the call returns, and the stream stays open; that is deliberate.
+ * The text is complete when the call returns, and the stream stays open: see "Streams that stay open" in
+ * docs/compatibility.md.
  * Returns KO_OK, KO_ERR_FILE_EXISTS or KO_ERR_OPEN_WRITE.
  */
 KO_API int32_t KoLocalContrastEnhancementSaveScores(const LocalContrastEnhancementImageFeatures *features, const char *path,

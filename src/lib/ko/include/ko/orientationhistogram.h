@@ -113,7 +113,7 @@ KO_API int32_t KoOrientationHistogramCompute(OrientationHistogram *oh, uint32_t 
  * Writes the features of patches to six files, "DIRECTORYNAME_SUFFIX_..." with "feats_R.txt", "feats_G.txt", "feats_B.txt",
  * "prjFeats.txt", "coord.txt" and "feats.par", for study.
  *   patches   in   count patches; all three channels must have been enabled
- * Returns 0, or another number if a file could not be opened, which is told on the standard error stream.
+ * Returns 0, or another number if a file could not be opened, which is reported on the standard error stream.
  */
 KO_API int32_t KoOrientationHistogramDumpPatches(const OrientationHistogram *oh, const RedEyePatch *patches, uint32_t count,
                                                  const char *directory, const char *name, const char *suffix);

@@ -7,7 +7,8 @@
  * repair or draw frames. Both belong to one thread at a time. The picture has three planes: red, green, blue.
  *
  * The fields are public: a host that wants other limits, or a log, writes them directly. The allocation functions hand on the
- * thread's last status, also an old one: clear it (KoStatusClear) before each picture.
+ * thread's last status, also an old one: clear it (KoStatusClear) before each picture. See "Functions that hand on an old
+ * status" in docs/compatibility.md.
  */
 #ifndef KO_REDEYECORRECTION_H
 #define KO_REDEYECORRECTION_H
@@ -28,7 +29,8 @@ typedef struct RedEyeCorrection {
     uint64_t min_blob_size;           /* smallest side of a blob, pixels of the picture */
     uint64_t min_blob_size_floor;     /* lower bound of that side on a reduced working image */
     int32_t blob_limits[3];           /* the third is the most blobs that are processed; the others are not used */
-    uint32_t too_many_blobs;          /* set when a picture has more, and never reset: later pictures are left alone */
+    uint32_t too_many_blobs;          /* set when a picture has more, never reset; see "Too many blobs" in
+                                         docs/compatibility.md */
     uint32_t projection_header;       /* first word of the projection file, not used */
     int32_t projection_rows;          /* rows of the projection; set before the first reading it keeps the leading rows */
     int32_t projection_dimension;     /* length of the feature vector that the projection takes */

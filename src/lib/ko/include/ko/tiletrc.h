@@ -87,7 +87,8 @@ KO_API int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t 
 
 /**
  * Reads a grid of any form. Other counts than the record's replace the curves, so pointers of KoTileTRCGetTRC end; the same
- * counts overwrite them. A failure keeps what was read so far. A line that does not fit is told on the standard error stream.
+ * counts overwrite them. A failure keeps what was read so far. A line that does not fit is reported on the standard error
+ * stream.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, KO_ERR_READ_FILE for curves that end early, or KO_ERR_ALLOC with the grid
  * as it was.
  */

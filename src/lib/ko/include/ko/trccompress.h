@@ -1,10 +1,10 @@
 /*
  * TRCCompress: the token stream of a tone curve, the differences between neighbouring entries in one to nine bytes a token. One
- * object serves all curves of a file: it is told each in turn. One thread an object.
+ * object serves all curves of a file: it receives each in turn. One thread an object.
  *
  * The stream keeps what fits it: a rising curve with steps below 4096. A falling step, or a higher one, comes back wrong, and
  * so does a curve whose step into the last entry but one lies outside 0 to 3 while the last step lies inside: it is written
- * one entry short. That is a property of the format.
+ * one entry short: see "A last segment of one entry" in docs/compatibility.md.
  */
 #ifndef KO_TRCCOMPRESS_H
 #define KO_TRCCOMPRESS_H
@@ -52,7 +52,7 @@ KO_API int32_t KoTRCCompressFree(TRCCompress *compress);
 /** Frees the workspace and the record; null is accepted. Returns KO_OK. */
 KO_API int32_t KoTRCCompressDelete(TRCCompress *compress);
 
-/** Tells the object its curve: size entries, and for loading room for 63 more. It stays the caller's. Returns KO_OK. */
+/** Names the curve to save or load: size entries, and for loading room for 63 more. It stays the caller's. Returns KO_OK. */
 KO_API int32_t KoTRCCompressSetTRC(TRCCompress *compress, uint32_t *entries);
 
 /**

@@ -62,7 +62,7 @@ class Numbers {
     uint64_t rows_ = 0;
 };
 
-// Replaces an image by a fresh one of a size, pixels not set; what cannot be had leaves the image as it was.
+// Replaces an image by a fresh one of a size, pixels not set; what cannot be allocated leaves the image as it was.
 int32_t replace_image(RealImage *image, uint64_t width, uint64_t height) {
     RealImage fresh;
     const int32_t status = KoRealImageInit(&fresh, width, height);

@@ -84,7 +84,7 @@ void compose(uint32_t *entries, uint64_t size, const uint32_t *first, const uint
     }
 }
 
-// Makes room for as many entries as a file's header says. What cannot be had leaves the curve as it was.
+// Makes room for as many entries as a file's header says. What cannot be allocated leaves the curve as it was.
 int32_t fit_to_header(TRC *trc, uint64_t size) {
     if (trc->size == size && trc->array != nullptr) {
         return KO_OK;

@@ -8,7 +8,12 @@
 
 KO_BEGIN_C
 
-enum { KO_COLORSPACE_RGB = 0, KO_COLORSPACE_YIQ = 1, KO_COLORSPACE_GRAY = 2 };
+/** The colour spaces. */
+enum {
+    KO_COLORSPACE_RGB = 0, /* red, green, blue */
+    KO_COLORSPACE_YIQ = 1, /* luminance and two of chrominance */
+    KO_COLORSPACE_GRAY = 2 /* luminance alone */
+};
 
 /** Returns the number of channels of a space: 3 for RGB and YIQ, otherwise 1. */
 KO_API uint8_t KoColorSpaceGetDepth(int32_t space);

@@ -10,6 +10,7 @@
 
 KO_BEGIN_C
 
+/** A tone curve for each channel. The curves are freed with the record. */
 typedef struct ColorTRC {
     uint64_t depth; /* number of channels and of curves */
     TRC **curves;   /* owned: depth curves; an element is null if memory was short for it */
@@ -17,7 +18,7 @@ typedef struct ColorTRC {
 
 /**
  * Makes depth curves of size entries, not set, in a record that the caller owns; ended with KoColorTRCFree.
- * Returns KO_OK, or KO_ERR_ALLOC. A single curve that cannot be had leaves a null element, and the result is still KO_OK.
+ * Returns KO_OK, or KO_ERR_ALLOC. A single curve that cannot be allocated leaves a null element, and the result is still KO_OK.
  */
 KO_API int32_t KoColorTRCInit(ColorTRC *color_trc, uint64_t size, uint64_t depth);
 

@@ -2,7 +2,7 @@
  * Histogram: counts the pixels of an image, or of a rectangle of one, into bins over a range of values. A curve can be pushed
  * through it, which gives the histogram that the picture would have after the curve. One thread a histogram.
  *
- * A histogram whose counters could not be had answers KO_ERR_NULL_POINTER to every operation on them.
+ * A histogram whose counters could not be allocated answers KO_ERR_NULL_POINTER to every operation on them.
  */
 #ifndef KO_HISTOGRAM_H
 #define KO_HISTOGRAM_H
@@ -13,6 +13,7 @@
 
 KO_BEGIN_C
 
+/** Counters of pixels by value. */
 typedef struct Histogram {
     uint32_t size;      /* bins */
     float minValue;     /* value of bin 0 */

@@ -32,6 +32,7 @@ typedef struct DecisionMechanismThreshold {
     uint64_t lowEntropyBlocks; /* the same for blocks low in entropy */
 } DecisionMechanismThreshold;
 
+/** Settings, images and findings of the enhancement of one picture. */
 typedef struct LocalContrastEnhancementImageFeatures {
     uint64_t trcSize;                           /* entries of every tile curve */
     uint64_t numBlocksX;                        /* tile columns of the result */
@@ -127,8 +128,8 @@ KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImag
  *   tile_trc         in/out   address of a grid pointer: null there makes a new grid, owned by the caller; a grid that is
  *                             there is overwritten tile by tile, with the curve size that it declares
  * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number
- * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid
- * made.
+ * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be allocated otherwise, with no new
+ * grid made.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                         float max_gain, float strength, float limit_fraction,

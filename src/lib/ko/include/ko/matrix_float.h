@@ -19,6 +19,7 @@
 
 KO_BEGIN_C
 
+/** Rows of floats. */
 typedef struct MatrixFloat {
     uint64_t width;   /* elements per row, without padding */
     uint64_t height;  /* rows */

@@ -15,6 +15,7 @@
 
 KO_BEGIN_C
 
+/** An image is a matrix of pixels, line by line. */
 typedef MatrixFloat RealImage;
 
 /** Position in a rectangle of an image; lives in the caller's storage and owns nothing. */

@@ -11,6 +11,7 @@
 
 KO_BEGIN_C
 
+/** A grid of curves for red, green and blue. */
 typedef struct TileColorTRC {
     uint64_t size;        /* entries per curve */
     uint64_t numStripsX;  /* tiles per grid row */

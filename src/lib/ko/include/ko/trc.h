@@ -13,6 +13,7 @@
 
 KO_BEGIN_C
 
+/** A tone curve. */
 typedef struct TRC {
     uint64_t size;   /* entries; byte pictures use 256 */
     uint32_t *array; /* owned: the entries; null after a failed allocation or after KoTRCFree */

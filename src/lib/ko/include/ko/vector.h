@@ -14,6 +14,7 @@
 
 KO_BEGIN_C
 
+/** An array of elements of one size. */
 typedef struct Vector {
     void *data;            /* owned: the elements, one behind the other */
     uint64_t element_size; /* bytes per element, fixed at creation */

@@ -1,4 +1,5 @@
-// The bilateral filter against a plain reference, bit for bit, and its outcomes that are meant though they look like faults.
+// The bilateral filter against a plain reference, bit for bit, and its outcomes that look like faults and are results: see
+// "Flat pictures under the bilateral filter" in docs/compatibility.md.
 #include <algorithm>
 #include <cmath>
 #include <limits>

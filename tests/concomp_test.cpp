@@ -645,7 +645,7 @@ TEST_F(ConcompTest, Step1OnEveryKindOfMap) {
     }
 }
 
-// The lower limit is outside, the upper one inside, deliberately.
+// The lower limit is outside, the upper one inside: see "Bounds inside and outside" in docs/compatibility.md.
 TEST_F(ConcompTest, Step1KeepsASideAtTheUpperLimitAndNotAtTheLower) {
     for (const auto &[side, kept] : {std::pair<uint64_t, uint32_t>{5, 0}, {6, 1}, {10, 1}, {11, 0}}) {
         const RealImagePtr square = box_at(40, 30, side, side);
@@ -810,7 +810,7 @@ TEST_F(ConcompTest, Step2OnEveryKindOfMap) {
     }
 }
 
-// Both limits are outside here, unlike those of the first filter, deliberately.
+// Both limits are outside here, unlike those of the first filter: see "Bounds inside and outside" in docs/compatibility.md.
 TEST_F(ConcompTest, Step2RejectsASideAtEitherLimit) {
     for (const auto &[side, kept] : {std::pair<uint64_t, uint32_t>{1, 0}, {2, 1}, {19, 1}, {20, 0}}) {
         const RealImagePtr image = dark(200, 300);

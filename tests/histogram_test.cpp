@@ -720,7 +720,8 @@ void expect_reset(const Histogram *histogram, uint32_t size, float scale) {
     EXPECT_EQ(histogram->numPixels, 0u);
 }
 
-// The range ends at the size, one step further than the last bin; that is deliberate.
+// The range ends at the size, one step further than the last bin: see "The range of a loaded histogram" in
+// docs/compatibility.md.
 TEST_F(HistogramTest, LoadOfAnotherSizeResetsTheRecord) {
     const TemporaryFile file("histogram.txt", histogram_text(3, {7, 6, 5, 4, 3, 2, 1, 0}));
     for (const uint32_t size : {1u, 4u, 7u, 9u, 256u}) {

@@ -92,7 +92,8 @@ TEST_F(TileColorTrcFileTest, HasSigned32BitNumbers) {
     EXPECT_EQ(saved(tiles.get()), "RGBLinear\nbits 1 2 1\n2147483647 -2147483648 -1\n0 65536 1\n");
 }
 
-// The number of bits is the size over the natural logarithm of 2, by design, and not the logarithm of the size.
+// The number of bits is the size over the natural logarithm of 2 and not the logarithm of the size: see "The bits of a colour
+// grid" in docs/compatibility.md.
 TEST_F(TileColorTrcFileTest, TheBitsAreNoLogarithm) {
     for (const auto &[size, bits] : std::vector<std::pair<uint64_t, std::string>>{{1, "1"},
                                                                                   {2, "2"},

@@ -353,7 +353,8 @@ TEST_F(TileColorTrcTest, ComposeByHand) {
     EXPECT_EQ(planes_of(tiles.get()), (Planes{{{40, 30, 30, 10}, {9, 8, 7, 6}, {1, 1, 3, 3}}}));
 }
 
-// Only the blue array that is missing makes it go ahead, by design: three arrays change nothing, and no other two do.
+// Only the blue array that is missing makes it go ahead; three arrays change nothing, and no other two do: see "Composition
+// without blue" in docs/compatibility.md.
 TEST_F(TileColorTrcTest, ComposeGoesAheadWithRedAndGreenAlone) {
     const TileColorTRCPtr tiles = noise_grid(16, 2, 2, 16);
     const Entries arrays[3] = {Entries(16, 7), Entries(16, 8), Entries(16, 9)};

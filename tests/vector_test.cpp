@@ -405,7 +405,7 @@ TEST_F(VectorTest, NewWithoutRoomNamesTheObject) {
     EXPECT_TRUE(printed.texts().empty());
 }
 
-// It leaves the allocator's status, by design, and names no object.
+// It leaves the allocator's status and names no object.
 TEST_F(VectorTest, NewSizeWithoutRoomLeavesTheAllocatorsStatus) {
     const PrintCapture printed("debug");
     StderrCapture captured;
@@ -461,7 +461,8 @@ TEST_F(VectorTest, AFailedAddGivesTheElementsUp) {
     expect_given_up(vector.get(), 0, -2147483648LL, [](Vector *each) { return KoVectorAddElement(each, each); });
 }
 
-// Products are formed in 32 bits, by design: what is left of them is allocated, and the capacity is what was asked for.
+// Products are formed in 32 bits: what is left of them is allocated, and the capacity is what was asked for. See "Sizes of 32
+// bits" in docs/compatibility.md.
 TEST_F(VectorTest, TheBytesWrapAt32Bits) {
     const VectorPtr empty_block(KoVectorNewSize(65536, 65536));
     ASSERT_NE(empty_block, nullptr);

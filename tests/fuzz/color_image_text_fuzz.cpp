@@ -45,7 +45,7 @@ void look(const ColorImage *image, bool gray) {
     }
 }
 
-// The calls leave their streams open by design: the harness closes them.
+// The calls leave their streams open (see "Streams that stay open" in docs/compatibility.md): the harness closes them.
 int32_t load(const std::string &path, ColorImage *image, bool gray) {
     KoStatusClear();
     const int32_t status = KoColorImageLoadTXT(image, path.c_str(), 0.0, 0.0);

@@ -15,7 +15,8 @@ std::array<const uint32_t *, 3> planes_of(const TileColorTRC *grid) {
 
 uint64_t tiles_of(const TileColorTRC *grid) { return grid->redArray == nullptr ? 0 : grid->numStripsX * grid->numStripsY; }
 
-// A saved file's number of bits is no logarithm of the size, by design: here it becomes one.
+// A saved file's number of bits is no logarithm of the size (see "The bits of a colour grid" in docs/compatibility.md): here it
+// becomes one.
 void mend_bits(const std::string &path, uint64_t size) {
     const std::string text = ko_test::read_text(path);
     const std::string start = "RGBLinear\nbits ";

@@ -29,7 +29,8 @@ void expect(bool holds, const char *what);
 // Streams that the library has open.
 size_t open_streams();
 
-// Text pictures leave their streams open by design; a process that reads pictures for an hour must close them.
+// Text pictures leave their streams open (see "Streams that stay open" in docs/compatibility.md); a process that reads pictures
+// for an hour must close them.
 void close_open_streams();
 
 // A load gives one of its statuses and leaves it on the thread, or there the report of what could not be made.

@@ -78,7 +78,8 @@ void weigh(const RealImage *image, const Level &level, uint64_t top, uint64_t bo
 }
 
 // Adds some blurred pixels of a row to the result, as far as a pixel lies near the level. A weight of exactly 0 throws away
-// what earlier levels left, on purpose. The first level begins with 0, the last one limits the sums.
+// what earlier levels left (see "Flat pictures under the bilateral filter" in docs/compatibility.md). The first level begins
+// with 0, the last one limits the sums.
 template <bool first, bool last>
 void accumulate(const float *pixels, const Level &level, const Range &range, uint64_t count, const float *weights,
                 const float *weighted, float *out) {

@@ -24,7 +24,7 @@ TRC *curve_of(const ColorTRC *color_trc, uint64_t channel) {
     return color_trc->curves != nullptr && channel < color_trc->depth ? color_trc->curves[channel] : nullptr;
 }
 
-// Calls each(curve) for every curve up to the first failure; a curve that could not be had is one.
+// Calls each(curve) for every curve up to the first failure; a curve that could not be allocated is one.
 template <class Each> int32_t for_each_curve(ColorTRC *color_trc, Each each) {
     for (uint64_t c = 0; c < color_trc->depth; ++c) {
         TRC *curve = curve_of(color_trc, c);
@@ -46,7 +46,7 @@ bool file_channels_have(const ColorTRC *color_trc, uint64_t size) {
     return true;
 }
 
-// Makes room for as many entries as a file's header says. What cannot be had leaves the record as it was.
+// Makes room for as many entries as a file's header says. What cannot be allocated leaves the record as it was.
 int32_t fit_to_header(ColorTRC *color_trc, uint64_t size) {
     if (file_channels_have(color_trc, size)) {
         return KO_OK;
@@ -153,7 +153,7 @@ uint32_t KoColorTRCGetValue(const ColorTRC *color_trc, uint32_t channel, uint32_
 
 int32_t KoColorTRCResize(ColorTRC *color_trc, uint64_t size) {
     const int32_t status = for_each_curve(color_trc, [=](TRC *curve) { return KoTRCResize(curve, size); });
-    KoColorTRCSave(color_trc, "colortrc.txt", 1); // meant: a resize leaves this file behind, whatever came of it
+    KoColorTRCSave(color_trc, "colortrc.txt", 1); // see "colortrc.txt" in docs/compatibility.md
     return status;
 }
 

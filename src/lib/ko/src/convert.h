@@ -1,5 +1,5 @@
-// The conversions between floats and integers that are odd on purpose, each under a name. None of them is undefined for any
-// float.
+// The conversions between floats and integers that hosts rely on, each under a name (see "Bytes by truncation" and "An index
+// past a curve" in docs/compatibility.md). None of them is undefined for any float.
 #ifndef KO_SRC_CONVERT_H
 #define KO_SRC_CONVERT_H
 

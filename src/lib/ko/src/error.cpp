@@ -169,8 +169,8 @@ bool has_text(const MessageCatalog *catalog, int32_t code) {
     return code >= 0 && code < catalog->count && catalog->texts[code] != nullptr;
 }
 
-// Replaces the chain by text, between and the part of the old chain from keep_from on. False if the new chain cannot be had;
-// the old one then stays.
+// Replaces the chain by text, between and the part of the old chain from keep_from on. False if the new chain cannot be
+// allocated; the old one then stays.
 bool rebuild_chain(ErrorData *data, const char *text, const char *between, uint64_t keep_from) {
     const uint64_t text_length = std::strlen(text);
     const uint64_t between_length = std::strlen(between);
@@ -234,7 +234,7 @@ int32_t cut_level(int32_t level) {
     return level < KO_LEVEL_NONE ? KO_LEVEL_NONE : level > KO_LEVEL_UNKNOWN ? KO_LEVEL_UNKNOWN : level;
 }
 
-// The text behind the word of its level; level is not KO_LEVEL_NONE. A copy that cannot be had leaves the text bare.
+// The text behind the word of its level; level is not KO_LEVEL_NONE. A copy that cannot be allocated leaves the text bare.
 const char *decorate(ErrorData *data, int32_t level, const char *text) {
     const uint64_t size = std::strlen(text) + 1;
     char *copy = static_cast<char *>(allocate_for_report(size <= INT32_MAX ? static_cast<int32_t>(size) : -1));

@@ -152,7 +152,7 @@ int32_t fit_to_header(Histogram *histogram, uint32_t size) {
         return KoErrorGetLastError();
     }
     KoFree(histogram->values);
-    const float maximum = static_cast<float>(size); // not size - 1: the odd step is deliberate
+    const float maximum = static_cast<float>(size); // see "The range of a loaded histogram" in docs/compatibility.md
     *histogram = {size, 0.0f, maximum, static_cast<float>(size - 1) / maximum, 0, values};
     return KO_OK;
 }

@@ -1,5 +1,6 @@
-// The text format of pictures: lines of numbers, a file a plane. Loading and saving leave their streams open by design;
-// a save flushes its stream, so that the text is on its way to the disk when the call returns.
+// The text format of pictures: lines of numbers, a file a plane. Loading and saving leave their streams open (see "Streams that
+// stay open" in docs/compatibility.md); a save flushes its stream, so that the text is on its way to the disk when the call
+// returns.
 #include "imagetext.h"
 
 #include <cstring>
@@ -61,7 +62,7 @@ class Numbers {
     uint64_t rows_ = 0;
 };
 
-// Replaces an image by a fresh one of a size, pixels not set; what cannot be had leaves the image as it was.
+// Replaces an image by a fresh one of a size, pixels not set; what cannot be allocated leaves the image as it was.
 int32_t replace_image(RealImage *image, uint64_t width, uint64_t height) {
     RealImage fresh;
     const int32_t status = KoRealImageInit(&fresh, width, height);

@@ -252,6 +252,6 @@ int32_t KoLocalContrastEnhancementSaveScores(const LocalContrastEnhancementImage
     save_line(file.get(), features->detailScores);
     save_line(file.get(), features->noiseScores);
     save_line(file.get(), features->entropyScores);
-    std::fflush(file.release()); // the stream stays open, as the header says
+    std::fflush(file.release()); // see "Streams that stay open" in docs/compatibility.md
     return KO_OK;
 }

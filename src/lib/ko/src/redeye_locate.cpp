@@ -21,7 +21,7 @@ Labelling local_labelling(const RedEyeImageParam *param) { return {param->local_
 
 uint64_t labels_for(const RealImage *map) { return label_capacity(map->width, map->height); }
 
-// Inclusive bounds, unlike those of the second test.
+// Inclusive bounds, unlike those of the second test: see "Bounds inside and outside" in docs/compatibility.md.
 bool passes_first_test(const RedEyeImageParam *param, const BlobInfo &blob) {
     const auto fits = [=](uint32_t side) { return param->min_blob_size <= side && side <= param->max_blob_size; };
     return fits(box_width(blob)) && fits(box_height(blob)) && !(fill_of(blob) < 0.25f) && is_compact(blob);
@@ -90,7 +90,7 @@ void KoRedEyeStoreFinalBlob(RedEyeImageParam *param, const BlobInfo &blob, uint6
 }
 
 // Counters of 64 bits, wiped as if they had 32: about the upper half of those in use keeps its counts, which add to the next
-// blob's. Every later blob depends on it. By words, so that it is the same on every machine.
+// blob's (see "Half-wiped counters" in docs/compatibility.md). By words, so that it is the same on every machine.
 void wipe_by_half(uint64_t *counters, uint64_t count) {
     std::fill_n(counters, count / 2, uint64_t{0});
     if (count % 2 != 0) {

@@ -13,7 +13,7 @@ namespace ko {
 
 namespace {
 
-// Gray and white give 0 in both maps. That green and blue count differently in the second is deliberate.
+// Gray and white give 0 in both maps. See "Weights of green and blue" in docs/compatibility.md.
 constexpr float reddish_weights[] = {1.0f, -0.5f, -0.5f};
 constexpr float red_lum_weights[] = {1.75f, -1.6f, -1.15f};
 

@@ -57,7 +57,7 @@ int32_t KoRedEyeCorrectionInit(RedEyeCorrection *rec) {
     rec->orientation_histogram = nullptr;
     rec->fe_accept = rec->fe_reject = rec->be_accept = rec->be_reject = 0.0f;
     rec->config_path[0] = rec->projection_path[0] = rec->classifier_path[0] = '\0';
-    rec->channel_enabled[0] = 0; // the other two are left to the host
+    rec->channel_enabled[0] = 0; // see "Records that Init does not fill" in docs/compatibility.md
     rec->channel_count = 0;
     rec->log_stream = nullptr;
     return KO_OK;

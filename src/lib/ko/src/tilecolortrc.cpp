@@ -1,6 +1,7 @@
 // TileColorTRC: the grid of tone curves for three channels, and its text file. What it shares with the grid of one curve a tile
-// is in tilegrid.h. The rule to know before changing anything is that two oddities are meant: composition happens only without
-// a blue array, and the header's number of bits is no logarithm of the size.
+// is in tilegrid.h. The rule to know before changing anything is that hosts rely on two oddities: composition happens only
+// without a blue array, and the header's number of bits is no logarithm of the size. See "Composition without blue" and "The
+// bits of a colour grid" in docs/compatibility.md.
 #include "ko/tilecolortrc.h"
 
 #include <cmath>

@@ -41,8 +41,8 @@ uint64_t rounded_tile_size(uint64_t pixels, uint64_t strips);
 // Reads the line "bits" with a number and the strip counts. Gives KO_OK, or the status of a line that failed.
 [[nodiscard]] int32_t read_shape(TextReader *reader, GridShape *shape);
 
-// Makes the grid one of cleared curves in this shape, unless it has that shape and curves. What cannot be had leaves the grid
-// as it was.
+// Makes the grid one of cleared curves in this shape, unless it has that shape and curves. What cannot be allocated leaves the
+// grid as it was.
 template <class Grid, class Init, class Free>
 [[nodiscard]] int32_t fit_to_shape(Grid *grid, const GridShape &shape, uint32_t *Grid::*plane, Init init, Free free) {
     if (shape_of(grid) == shape && grid->*plane != nullptr) {

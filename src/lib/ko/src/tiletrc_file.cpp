@@ -122,7 +122,7 @@ int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t form, i
     if (!has_curves(shape_of(tile_trc), tile_trc->array)) {
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_NULL_POINTER);
     }
-    Owned<TRCCompress, KoTRCCompressDelete> compress; // before the file is touched: what cannot be had must not cost a file
+    Owned<TRCCompress, KoTRCCompressDelete> compress; // before the file is touched: a lack of memory must not cost a file
     if (form == KO_TILETRC_ENCODED) {
         compress.reset(KoTRCCompressNew(tile_trc->size));
         if (!compress) {

@@ -84,7 +84,7 @@ void compose(uint32_t *entries, uint64_t size, const uint32_t *first, const uint
     }
 }
 
-// Makes room for as many entries as a file's header says. What cannot be had leaves the curve as it was.
+// Makes room for as many entries as a file's header says. What cannot be allocated leaves the curve as it was.
 int32_t fit_to_header(TRC *trc, uint64_t size) {
     if (trc->size == size && trc->array != nullptr) {
         return KO_OK;
@@ -154,7 +154,7 @@ int32_t KoTRCSetSize(TRC *trc, uint64_t size) {
 
 int32_t KoTRCResize(TRC *trc, uint64_t size) {
     if (size < 1 || size > largest_size) {
-        // The lower bound shown is 0 on purpose, although 0 is refused.
+        // The lower bound shown is 0: see "The lower bound of a size" in docs/compatibility.md.
         return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_INDEX_OUT_OF_BOUNDS, message_int(size), 0, message_int(largest_size));
     }
     if (size == trc->size) {

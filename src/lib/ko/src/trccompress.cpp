@@ -440,7 +440,7 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
         }
         previous_step = step;
     }
-    // A last segment of one entry is not written: that is a property of the format.
+    // See "A last segment of one entry" in docs/compatibility.md.
     return start < size - 1 ? write_segment(compress, start, size - 1, &sink) : status;
 }
 

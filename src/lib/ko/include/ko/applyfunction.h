@@ -12,6 +12,7 @@
 
 KO_BEGIN_C
 
+/** Compute a pixel from one value or from two; data is the caller's. */
 typedef float (*KoValueFunction)(void *data, float a);
 typedef float (*KoImageFunction)(void *data, float a, float b);
 

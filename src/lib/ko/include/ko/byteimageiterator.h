@@ -18,6 +18,7 @@ enum {
     KO_BYTE_LAYOUT_3_PLANES = 3          /* three planes in three blocks */
 };
 
+/** A position in a picture of bytes. The bytes stay the caller's. */
 typedef struct ByteImageIterator {
     uint64_t width;           /* pixels per line */
     uint64_t height;          /* lines */

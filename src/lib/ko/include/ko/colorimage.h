@@ -12,6 +12,7 @@
 
 KO_BEGIN_C
 
+/** A picture of planes. Its planes are freed with it. */
 typedef struct ColorImage {
     uint64_t depth;      /* number of planes: KoColorSpaceGetDepth(color_space) from creation until Free */
     int32_t color_space; /* KO_COLORSPACE_... */
@@ -20,10 +21,10 @@ typedef struct ColorImage {
 
 /** Position in a rectangle of a colour image, one line iterator a plane; with fewer than three planes only red is set. */
 typedef struct ColorImageLineIterator {
-    ColorImage *image; /* not owned */
-    RealImageLineIterator red;
-    RealImageLineIterator green;
-    RealImageLineIterator blue;
+    ColorImage *image;           /* not owned */
+    RealImageLineIterator red;   /* position in plane 0 */
+    RealImageLineIterator green; /* position in plane 1 */
+    RealImageLineIterator blue;  /* position in plane 2 */
 } ColorImageLineIterator;
 
 /**

@@ -10,6 +10,7 @@
 
 KO_BEGIN_C
 
+/** A tone curve for each channel. The curves are freed with the record. */
 typedef struct ColorTRC {
     uint64_t depth; /* number of channels and of curves */
     TRC **curves;   /* owned: depth curves; an element is null if memory was short for it */
@@ -17,7 +18,7 @@ typedef struct ColorTRC {
 
 /**
  * Makes depth curves of size entries, not set, in a record that the caller owns; ended with KoColorTRCFree.
- * Returns KO_OK, or KO_ERR_ALLOC. A single curve that cannot be had leaves a null element, and the result is still KO_OK.
+ * Returns KO_OK, or KO_ERR_ALLOC. A single curve that cannot be allocated leaves a null element, and the result is still KO_OK.
  */
 KO_API int32_t KoColorTRCInit(ColorTRC *color_trc, uint64_t size, uint64_t depth);
 
@@ -50,7 +51,8 @@ KO_API uint32_t KoColorTRCGetValue(const ColorTRC *color_trc, uint32_t channel, 
 
 /**
  * Resizes every curve as KoTRCResize does, up to the first failure, and then, in every case, saves the record to the file
- * "colortrc.txt" in the working directory, replacing one that exists there. Returns the status of the resizing.
+ * "colortrc.txt" in the working directory, replacing one that exists there (see "colortrc.txt" in docs/compatibility.md).
+ * Returns the status of the resizing.
  */
 KO_API int32_t KoColorTRCResize(ColorTRC *color_trc, uint64_t size);
 
@@ -65,7 +67,7 @@ KO_API int32_t KoColorTRCApply(const ColorTRC *color_trc, ColorImage *image, Col
 
 /**
  * Reads a text file "RGBLinear" into curves 0, 1 and 2. A size other than theirs replaces all curves, the same size overwrites
- * the entries; a failure keeps what was read so far. A line that does not fit is told on the standard error stream.
+ * the entries; a failure keeps what was read so far. A line that does not fit is reported on the standard error stream.
  * Returns KO_OK, KO_ERR_INVALID_ARGUMENT for fewer than three curves, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, or KO_ERR_ALLOC with
  * the record as it was.
  */

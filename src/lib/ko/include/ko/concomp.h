@@ -16,11 +16,11 @@ KO_BEGIN_C
 
 /** A component: its box within the labelled window, bounds included, and its pixels. */
 typedef struct BlobInfo {
-    uint32_t min_x;
-    uint32_t max_x;
-    uint32_t min_y;
-    uint32_t max_y;
-    uint32_t area;
+    uint32_t min_x; /* first column */
+    uint32_t max_x; /* last column */
+    uint32_t min_y; /* first row */
+    uint32_t max_y; /* last row */
+    uint32_t area;  /* pixels of the component; 0 for a record that is no root */
 } BlobInfo;
 
 /**

@@ -15,7 +15,7 @@ KO_BEGIN_C
  *   a, b             in       size_a and size_b floats
  *   result           in/out   address of an array pointer: null makes a new array, owned by the caller and freed with KoFree;
  *                             an array that is there holds size_a + size_b - 1 floats
- * Returns KO_OK, KO_ERR_INVALID_ARGUMENT for a size of 0, or the thread's last status if the array cannot be had.
+ * Returns KO_OK, KO_ERR_INVALID_ARGUMENT for a size of 0, or the thread's last status if the array cannot be allocated.
  */
 KO_API int32_t KoConvolutionVector(const float *a, uint64_t size_a, const float *b, uint64_t size_b, float **result);
 
@@ -24,7 +24,7 @@ KO_API int32_t KoConvolutionVector(const float *a, uint64_t size_a, const float 
  *   result   in/out   address of an image pointer: null makes a new image, owned by the caller, a column if a is one and a row
  *                     otherwise; an image that is there has that size, which nothing checks
  * A column and a row therefore give a column, not a two-dimensional kernel. Returns KO_OK; KO_ERR_INVALID_ARGUMENT, without a
- * message, for an image that is neither or has no pixels; or the thread's last status if the result cannot be had.
+ * message, for an image that is neither or has no pixels; or the thread's last status if the result cannot be allocated.
  */
 KO_API int32_t KoConvolutionRealImageVector(const RealImage *a, const RealImage *b, RealImage **result);
 

@@ -15,58 +15,58 @@ KO_BEGIN_C
 
 /** Status and message codes, the index of their text in the main catalog. */
 enum {
-    KO_OK = 0,
-    KO_ERR_UNKNOWN_CODE = 1,
-    KO_MSG_DEBUG = 2,
-    KO_MSG_INFO = 3,
-    KO_MSG_WARNING = 4,
-    KO_MSG_ERROR = 5,
-    KO_MSG_INTERNAL_ERROR = 6,
-    KO_MSG_UNKNOWN = 7,
-    KO_ERR_INVALID_ARGUMENT = 10,
-    KO_ERR_INDEX_OUT_OF_BOUNDS = 11,
-    KO_ERR_INTERNAL_CALL = 12,
-    KO_ERR_FATAL = 13,
-    KO_ERR_INVALID_VALUE = 14,
-    KO_ERR_NULL_POINTER = 15,
-    KO_ERR_ALLOC = 20,
-    KO_ERR_CREATE_OBJECT = 21,
-    KO_ERR_OPEN_READ = 30,
-    KO_ERR_OPEN_WRITE = 31,
-    KO_ERR_OPEN_READ_WRITE = 32,
-    KO_ERR_CLOSE = 33,
-    KO_ERR_READ_FILE = 34,
-    KO_ERR_WRITE_FILE = 35,
-    KO_ERR_READ_LINE = 36,
-    KO_ERR_WRITE_LINE = 37,
-    KO_ERR_FILE_EXISTS = 38,
-    KO_ERR_FILE_MISSING = 39,
-    KO_ERR_END_OF_FILE = 40,
-    KO_MSG_LOADING = 41,
-    KO_MSG_LOADED = 42,
-    KO_MSG_SAVING = 43,
-    KO_MSG_SAVED = 44,
-    KO_ERR_NOT_SAVED = 45,
-    KO_ERR_FORMAT_UNSUPPORTED = 50,
-    KO_ERR_INVALID_IMAGE_FILE = 51,
-    KO_ERR_UNKNOWN_FORMAT = 52
+    KO_OK = 0,                       /* no failure */
+    KO_ERR_UNKNOWN_CODE = 1,         /* a report with a code that has no text */
+    KO_MSG_DEBUG = 2,                /* a message of level debug, with its text */
+    KO_MSG_INFO = 3,                 /* the same of level info */
+    KO_MSG_WARNING = 4,              /* the same of level warning */
+    KO_MSG_ERROR = 5,                /* the same of level error */
+    KO_MSG_INTERNAL_ERROR = 6,       /* the same of level internal error */
+    KO_MSG_UNKNOWN = 7,              /* the same of an unknown level */
+    KO_ERR_INVALID_ARGUMENT = 10,    /* an argument that the function refuses */
+    KO_ERR_INDEX_OUT_OF_BOUNDS = 11, /* an index, with its bounds */
+    KO_ERR_INTERNAL_CALL = 12,       /* an internal call that failed, by its name */
+    KO_ERR_FATAL = 13,               /* a failure that ends the work */
+    KO_ERR_INVALID_VALUE = 14,       /* a word that is none of those possible */
+    KO_ERR_NULL_POINTER = 15,        /* an object or array that does not exist */
+    KO_ERR_ALLOC = 20,               /* an allocation that failed, with its bytes */
+    KO_ERR_CREATE_OBJECT = 21,       /* an object that could not be made, by its type */
+    KO_ERR_OPEN_READ = 30,           /* a file that cannot be opened for reading, by its path */
+    KO_ERR_OPEN_WRITE = 31,          /* the same for writing */
+    KO_ERR_OPEN_READ_WRITE = 32,     /* the same for both */
+    KO_ERR_CLOSE = 33,               /* a file that cannot be closed */
+    KO_ERR_READ_FILE = 34,           /* a file that ends early or holds what it must not */
+    KO_ERR_WRITE_FILE = 35,          /* a write that failed */
+    KO_ERR_READ_LINE = 36,           /* a line of a file that does not fit, with its number */
+    KO_ERR_WRITE_LINE = 37,          /* a line that cannot be written */
+    KO_ERR_FILE_EXISTS = 38,         /* a file that would be replaced */
+    KO_ERR_FILE_MISSING = 39,        /* a file that does not exist */
+    KO_ERR_END_OF_FILE = 40,         /* the end of a file */
+    KO_MSG_LOADING = 41,             /* a file that is being loaded */
+    KO_MSG_LOADED = 42,              /* a file that was loaded */
+    KO_MSG_SAVING = 43,              /* a file that is being saved */
+    KO_MSG_SAVED = 44,               /* a file that was saved */
+    KO_ERR_NOT_SAVED = 45,           /* a file that was not saved */
+    KO_ERR_FORMAT_UNSUPPORTED = 50,  /* a format without a function, by its name */
+    KO_ERR_INVALID_IMAGE_FILE = 51,  /* a file that is no image of its format */
+    KO_ERR_UNKNOWN_FORMAT = 52       /* a path that names no format */
 };
 
 /** Levels of a message; a message is printed if its level is at or above the verbosity. */
 enum {
-    KO_LEVEL_NONE = 0,
-    KO_LEVEL_DEBUG = 1,
-    KO_LEVEL_INFO = 2,
-    KO_LEVEL_WARNING = 3,
-    KO_LEVEL_ERROR = 4,
-    KO_LEVEL_INTERNAL_ERROR = 5,
-    KO_LEVEL_UNKNOWN = 6
+    KO_LEVEL_NONE = 0,           /* no decoration */
+    KO_LEVEL_DEBUG = 1,          /* for developers */
+    KO_LEVEL_INFO = 2,           /* progress */
+    KO_LEVEL_WARNING = 3,        /* work that goes on */
+    KO_LEVEL_ERROR = 4,          /* a call that failed */
+    KO_LEVEL_INTERNAL_ERROR = 5, /* a broken contract; the verbosity at the start */
+    KO_LEVEL_UNKNOWN = 6         /* anything above */
 };
 
 /** A constant table of printf formats, indexed by code; a null entry means that the code has no text. */
 typedef struct MessageCatalog {
-    int32_t count;
-    const char *const *texts;
+    int32_t count;            /* codes that the catalog has, from 0 on */
+    const char *const *texts; /* not owned: count formats or null pointers */
 } MessageCatalog;
 
 /** Receives a printed message; runs on the reporting thread, possibly on several at once. */
@@ -82,7 +82,7 @@ KO_API int32_t KoMessageSetStatus(int32_t code, ...);
 /** Does what KoMessageSetStatus does, under the short name that reports use. */
 KO_API int32_t KoMsg(int32_t code, ...);
 
-/** Does what KoMessageSetStatus does with the texts of catalog; the status does not tell which catalog was used. */
+/** Does what KoMessageSetStatus does with the texts of catalog; the status does not say which catalog was used. */
 KO_API int32_t KoMessageCatalogSetStatus(const MessageCatalog *catalog, int32_t code, ...);
 
 /** Does what KoMessageCatalogSetStatus does, under the short name that reports use. */

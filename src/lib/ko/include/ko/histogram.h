@@ -2,7 +2,7 @@
  * Histogram: counts the pixels of an image, or of a rectangle of one, into bins over a range of values. A curve can be pushed
  * through it, which gives the histogram that the picture would have after the curve. One thread a histogram.
  *
- * A histogram whose counters could not be had answers KO_ERR_NULL_POINTER to every operation on them.
+ * A histogram whose counters could not be allocated answers KO_ERR_NULL_POINTER to every operation on them.
  */
 #ifndef KO_HISTOGRAM_H
 #define KO_HISTOGRAM_H
@@ -13,6 +13,7 @@
 
 KO_BEGIN_C
 
+/** Counters of pixels by value. */
 typedef struct Histogram {
     uint32_t size;      /* bins */
     float minValue;     /* value of bin 0 */
@@ -85,7 +86,8 @@ KO_API int32_t KoHistogramApplyRawTRC(Histogram *histogram, const int32_t *entri
 
 /**
  * Reads a text file of counters. Another number of bins than the record's makes new counters over 0 to that number; with the
- * same number, range and numPixels stay. numPixels is never set by loading. A failure keeps what was read so far.
+ * same number, range and numPixels stay. numPixels is never set by loading: see "The range of a loaded histogram" in
+ * docs/compatibility.md. A failure keeps what was read so far.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, or KO_ERR_ALLOC with the histogram as it was.
  */
 KO_API int32_t KoHistogramLoad(Histogram *histogram, const char *path);

@@ -79,14 +79,15 @@ KO_API int32_t KoColorImageSave(const ColorImage *image, const char *path, const
  * width. Later rows may be of other lengths as long as the total fits; a last number without a character behind it is lost.
  *   image   in/out   a live image, replaced by the picture; a failure leaves it as it was
  * Returns KO_OK (also for a file that does not begin with a number: 0 by 0 pixels), KO_ERR_OPEN_READ, KO_ERR_READ_FILE if the
- * numbers do not fill the rows, or KO_ERR_ALLOC. The stream stays open, whatever the result; that is deliberate.
+ * numbers do not fill the rows, or KO_ERR_ALLOC. The stream stays open, whatever the result: see "Streams that stay open" in
+ * docs/compatibility.md.
  */
 KO_API int32_t KoRealImageLoadTXT(RealImage *image, const char *path);
 
 /**
  * Writes a text picture, replacing a file of that name: each value times scale, with six decimals, "," between the values of a
  * row and a line feed behind it. A full disk goes unnoticed. The text is complete when the call returns, and the stream stays
- * open; that is deliberate. save_option is not used.
+ * open: see "Streams that stay open" in docs/compatibility.md. save_option is not used.
  * Returns KO_OK or KO_ERR_OPEN_WRITE.
  */
 KO_API int32_t KoRealImageSaveTXT(const RealImage *image, const char *path, float scale, float save_option);

@@ -37,8 +37,8 @@ KO_API int32_t KoKernelNewRealImage(const RealImage *kernel, const RealImage *im
  *   offsets_x, offsets_y          in       within that half, which nothing checks
  *   result                        in/out   address of an image pointer: null makes a new image, cleared; an image that is there
  *                                          keeps its pixels in the border
- * Returns KO_OK. An image of another size, or memory that cannot be had, returns the thread's last status, which may be KO_OK,
- * and writes no pixel.
+ * Returns KO_OK. An image of another size, or memory that cannot be allocated, returns the thread's last status, which may be
+ * KO_OK, and writes no pixel.
  */
 KO_API int32_t KoSparseKernelNewRealImage(int32_t kernel_width, int32_t kernel_height, uint32_t tap_count,
                                           const int32_t *offsets_x, const int32_t *offsets_y, const float *weights,

@@ -10,6 +10,7 @@
 
 KO_BEGIN_C
 
+/** A Gaussian blur, ready to be applied. */
 typedef struct KernelGaussian {
     float sigma;                   /* standard deviation, pixels */
     uint64_t width;                /* number of finite coefficients, odd; 0 for the recursive form */
@@ -55,8 +56,8 @@ KO_API void KoKernelGaussianPrint(const KernelGaussian *kernel, FILE *stream);
  *   result   in/out   address of an image pointer. The finite form fills an image that is there and makes one for null; the
  *                     recursive form always stores a new image and does not free what stood there. Owned by the caller.
  * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for a given image of another size (finite form); the status of work memory that cannot
- * be had: a given image is as it was then, and a new one is not made. A recursive result that cannot be had leaves null there
- * and returns KO_OK.
+ * be allocated: a given image is as it was then, and a new one is not made. A recursive result that cannot be allocated leaves
+ * null there and returns KO_OK.
  */
 KO_API int32_t KoKernelGaussianConvolution(const KernelGaussian *kernel, const RealImage *image, RealImage **result);
 

@@ -39,7 +39,10 @@ KO_API void KoSSEInit(void);
 /** Returns 0 always: there is no detection of the processor and no packed arithmetic in the library. */
 KO_API int32_t KoSSEIsAvailable(void);
 
-/** Returns 0 always and leaves the floating-point environment as the host set it, despite its name. */
+/**
+ * Returns 0 always and leaves the floating-point environment as the host set it: see "A switch that switches nothing" in
+ * docs/compatibility.md.
+ */
 KO_API int32_t KoSSESetDenormalAsZeroFlag(void);
 
 KO_END_C

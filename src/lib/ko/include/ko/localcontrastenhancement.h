@@ -32,6 +32,7 @@ typedef struct DecisionMechanismThreshold {
     uint64_t lowEntropyBlocks; /* the same for blocks low in entropy */
 } DecisionMechanismThreshold;
 
+/** Settings, images and findings of the enhancement of one picture. */
 typedef struct LocalContrastEnhancementImageFeatures {
     uint64_t trcSize;                           /* entries of every tile curve */
     uint64_t numBlocksX;                        /* tile columns of the result */
@@ -109,7 +110,7 @@ KO_API DecisionMechanismThreshold *KoLocalContrastEnhancementGetDMValues(LocalCo
 /**
  * Does what KoLocalContrastEnhancementGetNewTRCsTune does with 3.0, 40.0, 0.6275, 5 levels, score 0.4, configuration 2. The
  * score is over the stock limits of configurations 1 and 2, so that the answer is no, without any work on the picture, unless
- * the caller has raised the limits. That is deliberate.
+ * the caller has raised the limits: see "An entry point that says no" in docs/compatibility.md.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                     TileTRC **tile_trc);
@@ -127,8 +128,8 @@ KO_API int32_t KoLocalContrastEnhancementGetNewTRCs(LocalContrastEnhancementImag
  *   tile_trc         in/out   address of a grid pointer: null there makes a new grid, owned by the caller; a grid that is
  *                             there is overwritten tile by tile, with the curve size that it declares
  * Returns KO_OK; the pointer at tile_trc unchanged then means that the decision was no. KO_ERR_INVALID_ARGUMENT for a number
- * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be had otherwise, with no new grid
- * made.
+ * above 4, a grid of no tiles or a picture without planes; the status of whatever could not be allocated otherwise, with no new
+ * grid made.
  */
 KO_API int32_t KoLocalContrastEnhancementGetNewTRCsTune(LocalContrastEnhancementImageFeatures *features, ColorImage *image,
                                                         float max_gain, float strength, float limit_fraction,
@@ -146,7 +147,8 @@ KO_API int32_t KoLocalContrastEnhancementPrintScores(const LocalContrastEnhancem
  * Writes the measures to a file: one line each for "DET", "NOI" and "ENT", 64 numbers in row order with "," between them; a
  * measure that was not taken leaves its line empty.
  *   overwrite   in   0 refuses to replace a file
- * The text is complete when the call returns, and the stream stays open; that is deliberate.
+ * The text is complete when the call returns, and the stream stays open: see "Streams that stay open" in
+ * docs/compatibility.md.
  * Returns KO_OK, KO_ERR_FILE_EXISTS or KO_ERR_OPEN_WRITE.
  */
 KO_API int32_t KoLocalContrastEnhancementSaveScores(const LocalContrastEnhancementImageFeatures *features, const char *path,

@@ -6,9 +6,10 @@
  * 4; each row starts on a 16-byte boundary. Padding is 0 from creation on and nothing writes it; the width elements start
  * unset. The block has room for 8 bytes an element plus 128 bytes. A matrix of height 0 has neither block nor row table.
  *
- * Walking. A rectangle of height h at row y is walked over h rows, and a rectangle of height 0 over one row, not none: that
- * is deliberate, and it holds for iterators and for the array functions alike. A matrix without rows is walked as nothing.
- * Coordinates, rectangles and pointers are the caller's contract: nothing checks them against the matrix unless told.
+ * Walking. A rectangle of height h at row y is walked over h rows, and a rectangle of height 0 over one row, not none, by
+ * iterators and by the array functions alike (see "A rectangle of height 0" in docs/compatibility.md). A matrix without rows
+ * is walked as nothing. Coordinates, rectangles and pointers are the caller's contract: nothing checks them against the matrix
+ * where a function does not say so.
  * A matrix has no lock: concurrent reading is safe, and so is writing to different rows.
  */
 #ifndef KO_MATRIX_FLOAT_H
@@ -18,6 +19,7 @@
 
 KO_BEGIN_C
 
+/** Rows of floats. */
 typedef struct MatrixFloat {
     uint64_t width;   /* elements per row, without padding */
     uint64_t height;  /* rows */

@@ -8,6 +8,7 @@
 
 KO_BEGIN_C
 
+/** Rows of 32-bit integers. */
 typedef struct MatrixInteger {
     uint64_t width;   /* elements per row, without padding */
     uint64_t height;  /* rows */

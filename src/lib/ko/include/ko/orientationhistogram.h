@@ -16,16 +16,20 @@
 KO_BEGIN_C
 
 /** Labels of a patch. */
-enum { KO_PATCH_UNDECIDED = 0, KO_PATCH_ACCEPTED = 1, KO_PATCH_REJECTED = 2 };
+enum {
+    KO_PATCH_UNDECIDED = 0, /* neither of the two */
+    KO_PATCH_ACCEPTED = 1,  /* a red eye */
+    KO_PATCH_REJECTED = 2   /* no red eye */
+};
 
 /** The patch's geometry. The caller owns it and keeps it while an object points to it. */
 typedef struct PatchGeometry {
     int32_t padded_pixels; /* (P + B) squared: capacity of the gradient buffers */
     int32_t patch_size;    /* P */
     int32_t position_step; /* pixels; with n the values a line of the dump */
-    int32_t scale_count;
-    float scale_range;
-    float scale_step;
+    int32_t scale_count;   /* scales at which a patch is taken: 1 */
+    float scale_range;     /* ratio of the largest scale to the smallest: 1 */
+    float scale_step;      /* ratio of neighbouring scales: 1 */
     int32_t position_count; /* rows of the object's position tables */
     int32_t patch_border;   /* B */
 } PatchGeometry;
@@ -59,6 +63,7 @@ typedef struct RedEyePatch {
     int32_t label;                                           /* KO_PATCH_... */
 } RedEyePatch;
 
+/** Tables and buffers for patches of one geometry and layout. */
 typedef struct OrientationHistogram {
     const PatchGeometry *geometry;  /* not owned */
     const HistogramLayout *layout;  /* not owned */
@@ -86,7 +91,7 @@ typedef struct OrientationHistogram {
  * Builds all tables in a record that the caller owns; patch_count is left to the caller.
  *   oh                 out   its old contents are not looked at; ended with KoOrientationHistogramFree, also after a failure
  *   geometry, layout   in    stay the caller's, and must stay as long as the object
- * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for sizes that no table can have; or the status of what could not be had.
+ * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for sizes that no table can have; or the status of what could not be allocated.
  */
 KO_API int32_t KoOrientationHistogramInit(OrientationHistogram *oh, const PatchGeometry *geometry,
                                           const HistogramLayout *layout);
@@ -113,7 +118,7 @@ KO_API int32_t KoOrientationHistogramCompute(OrientationHistogram *oh, uint32_t 
  * Writes the features of patches to six files, "DIRECTORYNAME_SUFFIX_..." with "feats_R.txt", "feats_G.txt", "feats_B.txt",
  * "prjFeats.txt", "coord.txt" and "feats.par", for study.
  *   patches   in   count patches; all three channels must have been enabled
- * Returns 0, or another number if a file could not be opened, which is told on the standard error stream.
+ * Returns 0, or another number if a file could not be opened, which is reported on the standard error stream.
  */
 KO_API int32_t KoOrientationHistogramDumpPatches(const OrientationHistogram *oh, const RedEyePatch *patches, uint32_t count,
                                                  const char *directory, const char *name, const char *suffix);

@@ -4,7 +4,8 @@
  * is asked for. The two differ only in the words of their reports.
  *
  * Result images come by the address of a pointer: null there makes a new image, owned by the caller; an image that is there is
- * written in place. Sizes are the caller's contract unless told. Padding stays 0 through all operations.
+ * written in place. Sizes are the caller's contract where a function does not say otherwise. Padding stays 0 through all
+ * operations.
  */
 #ifndef KO_REALIMAGE_H
 #define KO_REALIMAGE_H
@@ -14,6 +15,7 @@
 
 KO_BEGIN_C
 
+/** An image is a matrix of pixels, line by line. */
 typedef MatrixFloat RealImage;
 
 /** Position in a rectangle of an image; lives in the caller's storage and owns nothing. */

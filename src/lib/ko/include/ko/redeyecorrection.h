@@ -7,7 +7,8 @@
  * repair or draw frames. Both belong to one thread at a time. The picture has three planes: red, green, blue.
  *
  * The fields are public: a host that wants other limits, or a log, writes them directly. The allocation functions hand on the
- * thread's last status, also an old one: clear it (KoStatusClear) before each picture.
+ * thread's last status, also an old one: clear it (KoStatusClear) before each picture. See "Functions that hand on an old
+ * status" in docs/compatibility.md.
  */
 #ifndef KO_REDEYECORRECTION_H
 #define KO_REDEYECORRECTION_H
@@ -20,15 +21,19 @@
 
 KO_BEGIN_C
 
-/** Characters of a path, with its end. */
-enum { KO_REDEYE_PATH_SIZE = 260 };
+/** The size of a path's field. */
+enum {
+    KO_REDEYE_PATH_SIZE = 260 /* characters, with the end of the text */
+};
 
+/** Settings, paths and model of the search for red eyes. */
 typedef struct RedEyeCorrection {
     uint64_t max_image_size;          /* pixels of the working image; see KoRedEyeCorrectionCircularity */
     uint64_t min_blob_size;           /* smallest side of a blob, pixels of the picture */
     uint64_t min_blob_size_floor;     /* lower bound of that side on a reduced working image */
     int32_t blob_limits[3];           /* the third is the most blobs that are processed; the others are not used */
-    uint32_t too_many_blobs;          /* set when a picture has more, and never reset: later pictures are left alone */
+    uint32_t too_many_blobs;          /* set when a picture has more, never reset; see "Too many blobs" in
+                                         docs/compatibility.md */
     uint32_t projection_header;       /* first word of the projection file, not used */
     int32_t projection_rows;          /* rows of the projection; set before the first reading it keeps the leading rows */
     int32_t projection_dimension;     /* length of the feature vector that the projection takes */
@@ -43,10 +48,10 @@ typedef struct RedEyeCorrection {
     PatchGeometry patch_geometry;     /* set when a configuration is read */
     HistogramLayout histogram_layout; /* set when a configuration is read */
     OrientationHistogram *orientation_histogram; /* owned: made when a configuration is read */
-    float fe_accept;                             /* scores above both accept */
-    float fe_reject;                             /* a score under either rejects */
-    float be_accept;
-    float be_reject;
+    float fe_accept;                             /* scores above both bounds accept */
+    float fe_reject;                             /* a score under either bound rejects */
+    float be_accept;                             /* the same bounds for the second classifier */
+    float be_reject;                             /* the same */
     char config_path[KO_REDEYE_PATH_SIZE];     /* text configuration */
     char projection_path[KO_REDEYE_PATH_SIZE]; /* if empty, named by the configuration */
     char classifier_path[KO_REDEYE_PATH_SIZE]; /* stem of the two files; if empty, named by the configuration */
@@ -55,37 +60,38 @@ typedef struct RedEyeCorrection {
     FILE *log_stream;                          /* not owned: progress lines go here; null for none */
 } RedEyeCorrection;
 
+/** What the stages have found out about one picture. */
 typedef struct RedEyeImageParam {
-    ColorImage *image;         /* not owned: the picture */
-    ColorImage *working_image; /* the picture or a smaller copy; owned if it is a copy */
-    float scale;               /* factor between the two; 0 if there is no copy */
-    RealImage *reddish_map;    /* owned: where it is reddish */
-    RealImage *red_lum_map;    /* owned: where it is red and light; after the location of blobs the map of the repair */
-    RealImage *col_map;        /* owned: their product, and then where that is round */
-    float map_max;             /* maximum of the product, and then of the map of the repair */
-    uint64_t min_blob_size;    /* smallest side of a blob, pixels of the working image */
-    uint64_t max_blob_size;    /* largest side */
-    BlobInfo *blob_info;       /* owned, from here on all tables: components of the first labelling by root */
-    int32_t *labels;           /* a label a working pixel */
-    uint32_t *label_table;     /* label to root; 0 once rejected */
-    uint32_t label_count;      /* provisional labels of the first labelling */
-    BlobInfo *local_blob_info; /* the same for the labelling of a window */
-    int32_t *local_labels;
-    uint32_t *local_label_table;
-    uint32_t local_label_count;
-    uint32_t *root_done;   /* a flag a root of the first labelling */
-    uint64_t *overlap;     /* a counter a root of the window's */
-    int32_t blob_count;    /* final blobs */
-    uint32_t *blob_mask;   /* an entry a working pixel: 0, or the number of its final blob */
-    BlobInfo *final_blobs; /* by number, from 1 on */
-    uint64_t *x_starts;    /* of each working column: its first column in the picture, */
-    uint32_t *x_counts;    /* and how many it has */
-    uint64_t *y_starts;    /* the same for rows */
-    uint32_t *y_counts;
-    RedEyePatch *patches;    /* a slot a final blob, filled from 0 */
-    uint64_t accepted_count; /* patches by label */
-    uint64_t rejected_count;
-    uint64_t undecided_count;
+    ColorImage *image;           /* not owned: the picture */
+    ColorImage *working_image;   /* the picture or a smaller copy; owned if it is a copy */
+    float scale;                 /* factor between the two; 0 if there is no copy */
+    RealImage *reddish_map;      /* owned: where it is reddish */
+    RealImage *red_lum_map;      /* owned: where it is red and light; after the location of blobs the map of the repair */
+    RealImage *col_map;          /* owned: their product, and then where that is round */
+    float map_max;               /* maximum of the product, and then of the map of the repair */
+    uint64_t min_blob_size;      /* smallest side of a blob, pixels of the working image */
+    uint64_t max_blob_size;      /* largest side */
+    BlobInfo *blob_info;         /* owned, from here on all tables: components of the first labelling by root */
+    int32_t *labels;             /* a label a working pixel */
+    uint32_t *label_table;       /* label to root; 0 once rejected */
+    uint32_t label_count;        /* provisional labels of the first labelling */
+    BlobInfo *local_blob_info;   /* components of a window by root */
+    int32_t *local_labels;       /* a label a pixel of the window */
+    uint32_t *local_label_table; /* label to root in the window */
+    uint32_t local_label_count;  /* provisional labels of the window */
+    uint32_t *root_done;         /* a flag a root of the first labelling */
+    uint64_t *overlap;           /* a counter a root of the window's */
+    int32_t blob_count;          /* final blobs */
+    uint32_t *blob_mask;         /* an entry a working pixel: 0, or the number of its final blob */
+    BlobInfo *final_blobs;       /* by number, from 1 on */
+    uint64_t *x_starts;          /* of each working column: its first column in the picture */
+    uint32_t *x_counts;          /* of each working column: the columns that it has in the picture */
+    uint64_t *y_starts;          /* of each working row: its first row in the picture */
+    uint32_t *y_counts;          /* of each working row: the rows that it has in the picture */
+    RedEyePatch *patches;        /* a slot a final blob, filled from 0 */
+    uint64_t accepted_count;     /* patches that were accepted */
+    uint64_t rejected_count;     /* patches that were rejected */
+    uint64_t undecided_count;    /* patches that are neither */
 } RedEyeImageParam;
 
 /** Writes the initial settings into a record that the caller owns, and touches nothing else. Returns KO_OK. */
@@ -122,7 +128,7 @@ KO_API int32_t KoRedEyeCorrectionProcessImage(RedEyeCorrection *rec, RedEyeImage
  * Repeats the repair alone, from what param holds.
  *   full_strength   in       non-zero repairs every patch entirely, whatever its label
  *   image           in/out   the picture, or one of the same proportions
- * Returns KO_OK (also before a model was read, with nothing done), or the status of tables that could not be had.
+ * Returns KO_OK (also before a model was read, with nothing done), or the status of tables that could not be allocated.
  */
 KO_API int32_t KoRedEyeCorrectionApply(RedEyeCorrection *rec, RedEyeImageParam *param, int32_t full_strength,
                                        ColorImage *image);

@@ -19,7 +19,7 @@ KO_BEGIN_C
  *   result   in/out   address of an image pointer: null makes a new image, owned by the caller; the size of an image that is
  *                     there rules instead of factor, each side by itself
  * Return KO_OK; KO_ERR_INVALID_ARGUMENT for a factor under 1 or not a number, or a given image that is smaller (larger) than
- * the source in a direction; KO_ERR_CREATE_OBJECT if the new image cannot be had.
+ * the source in a direction; KO_ERR_CREATE_OBJECT if the new image cannot be allocated.
  */
 KO_API int32_t KoRealImageUpsample(const RealImage *image, float factor, RealImage **result);
 KO_API int32_t KoRealImageDownsample(const RealImage *image, float factor, RealImage **result);
@@ -42,7 +42,7 @@ KO_API int32_t KoRealImageRescale(const RealImage *image, RealImage *result);
  * Make a colour image of another size, plane by plane by the functions for one plane.
  *   factor   in       of KoColorImageDownsample; 0 or less, on a null result, makes planes without pixels
  *   result   in/out   address of an image pointer: null makes a new image of the same colour space, owned by the caller
- * Return KO_OK, the first failing plane's status, or KO_ERR_CREATE_OBJECT if the new image cannot be had.
+ * Return KO_OK, the first failing plane's status, or KO_ERR_CREATE_OBJECT if the new image cannot be allocated.
  */
 KO_API int32_t KoColorImageDownsample(const ColorImage *image, float factor, ColorImage **result);
 KO_API int32_t KoColorImageResize(const ColorImage *image, uint64_t width, uint64_t height, ColorImage **result);

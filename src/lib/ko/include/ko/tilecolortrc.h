@@ -11,6 +11,7 @@
 
 KO_BEGIN_C
 
+/** A grid of curves for red, green and blue. */
 typedef struct TileColorTRC {
     uint64_t size;        /* entries per curve */
     uint64_t numStripsX;  /* tiles per grid row */
@@ -67,7 +68,8 @@ KO_API int32_t KoTileColorTRCSetTileFromTRC(TileColorTRC *tile_trc, uint64_t x, 
 
 /**
  * Replaces the red and the green curve of tile (x, y) by their composition with an array: the curve first, the array second.
- * This happens only when blue is null, by design: a call with three arrays changes nothing. Blue curves are never changed.
+ * This happens only when blue is null: a call with three arrays changes nothing, and blue curves are never changed. See
+ * "Composition without blue" in docs/compatibility.md.
  *   red, green   in   size entries each, or null, which changes nothing; an entry past the array takes its last
  *   blue         in   null
  * Returns KO_OK, also when nothing is changed; for a tile out of the grid, or a grid without curves, the thread's status says
@@ -81,17 +83,18 @@ KO_API int32_t KoTileColorTRCCompare(const TileColorTRC *first, const TileColorT
 
 /**
  * Writes the grid to a text file: "RGBLinear", "bits" with a number and the strip counts, and a line of red, green and blue for
- * every entry. The number is the size over the natural logarithm of 2, by design: before such a file can be loaded, the base-2
- * logarithm of the size must be put in its place. Curves of a size that is no power of two cannot be loaded at all.
+ * every entry. The number is the size over the natural logarithm of 2: before such a file can be loaded, the base-2 logarithm
+ * of the size must be put in its place (see "The bits of a colour grid" in docs/compatibility.md). Curves of a size that is no
+ * power of two cannot be loaded at all.
  *   overwrite   in   0 refuses to replace a file
  * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, or KO_ERR_NULL_POINTER for a grid that has tiles but no curves.
- * Failed writes are not told.
+ * Failed writes are not reported.
  */
 KO_API int32_t KoTileColorTRCSave(const TileColorTRC *tile_trc, const char *path, int32_t overwrite);
 
 /**
  * Reads a grid. Other counts than the record's replace the curves, so pointers to them end; the same counts overwrite them. A
- * failure keeps what was read so far. A line that does not fit is told by its number on the standard error stream.
+ * failure keeps what was read so far. A line that does not fit is reported by its number on the standard error stream.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, or KO_ERR_ALLOC with the grid as it was.
  */
 KO_API int32_t KoTileColorTRCLoad(TileColorTRC *tile_trc, const char *path);

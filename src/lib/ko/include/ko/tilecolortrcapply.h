@@ -17,6 +17,7 @@
 
 KO_BEGIN_C
 
+/** The application of a grid to one picture, with the position that it has reached. */
 typedef struct TileColorTRCApply {
     const TileColorTRC *tileColorTRC; /* not owned */
     uint64_t width;                   /* pixels of the whole picture */

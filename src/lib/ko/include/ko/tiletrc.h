@@ -11,6 +11,7 @@
 
 KO_BEGIN_C
 
+/** A grid of tone curves. */
 typedef struct TileTRC {
     uint64_t size;       /* entries per curve */
     uint64_t numStripsX; /* tiles per grid row */
@@ -62,8 +63,8 @@ KO_API int32_t KoTileTRCCompare(const TileTRC *first, const TileTRC *second);
  *   image    in       gray, one plane
  *   result   in/out   address of an image pointer: null makes a new image, owned by the caller; an image that is there must
  *                     have the picture's size
- * Returns KO_OK, also when the new image cannot be had; KO_ERR_INVALID_ARGUMENT for a null grid or a result of another size;
- * KO_ERR_NULL_POINTER for a grid whose curves could not be had.
+ * Returns KO_OK, also when the new image cannot be allocated; KO_ERR_INVALID_ARGUMENT for a null grid or a result of another
+ * size; KO_ERR_NULL_POINTER for a grid whose curves could not be allocated.
  */
 KO_API int32_t KoTileTRCDraw(const TileTRC *tile_trc, const RealImage *image, RealImage **result);
 
@@ -79,15 +80,16 @@ enum {
  *   form        in   KO_TILETRC_...; any other number writes the text form
  *   overwrite   in   0 refuses to replace a file
  * The binary form keeps steps of -128 to 127, the encoded form what its token stream keeps; the text form keeps all.
- * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, KO_ERR_NULL_POINTER for a grid whose curves could not be had, or
- * KO_ERR_CREATE_OBJECT, before the file is touched, if the encoder cannot be had. The result speaks only for the opening: in
- * the binary and the encoded form a write that fails leaves its report on the thread, in the text form nothing.
+ * Returns KO_OK, KO_ERR_FILE_EXISTS, KO_ERR_OPEN_WRITE, KO_ERR_NULL_POINTER for a grid whose curves could not be allocated, or
+ * KO_ERR_CREATE_OBJECT, before the file is touched, if the encoder cannot be allocated. The result speaks only for the opening:
+ * in the binary and the encoded form a write that fails leaves its report on the thread, in the text form nothing.
  */
 KO_API int32_t KoTileTRCSave(const TileTRC *tile_trc, const char *path, int32_t form, int32_t overwrite);
 
 /**
  * Reads a grid of any form. Other counts than the record's replace the curves, so pointers of KoTileTRCGetTRC end; the same
- * counts overwrite them. A failure keeps what was read so far. A line that does not fit is told on the standard error stream.
+ * counts overwrite them. A failure keeps what was read so far. A line that does not fit is reported on the standard error
+ * stream.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, KO_ERR_READ_FILE for curves that end early, or KO_ERR_ALLOC with the grid
  * as it was.
  */

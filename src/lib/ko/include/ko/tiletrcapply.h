@@ -15,6 +15,7 @@
 
 KO_BEGIN_C
 
+/** The application of a grid to one picture, with the position that it has reached. */
 typedef struct TileTRCApply {
     const TileTRC *tileTRC;     /* not owned; null means no tone change */
     const uint32_t *redCurve;   /* not owned: entries of channel 0 of the ColorTRC, or null */
@@ -59,7 +60,7 @@ typedef const uint32_t *KoTRCMatrix[4];
  *   color_space     in   KO_COLORSPACE_GRAY for one channel, any other for three
  * Returns KO_OK; KO_ERR_INVALID_ARGUMENT for more strips than pixels, tiles of one pixel beside another in a direction, no
  * strip in one direction and several in the other, curves of fewer than 256 entries or missing, or a layout that does not
- * exist; KO_ERR_ALLOC if the tables cannot be had.
+ * exist; KO_ERR_ALLOC if the tables cannot be allocated.
  */
 KO_API int32_t KoTileTRCApplyInit(TileTRCApply *apply, const TileTRC *tile_trc, float ratio_weight, const ColorTRC *color_trc,
                                   uint64_t width, uint64_t height, int32_t layout, int32_t color_space);

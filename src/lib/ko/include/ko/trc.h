@@ -13,6 +13,7 @@
 
 KO_BEGIN_C
 
+/** A tone curve. */
 typedef struct TRC {
     uint64_t size;   /* entries; byte pictures use 256 */
     uint32_t *array; /* owned: the entries; null after a failed allocation or after KoTRCFree */
@@ -51,10 +52,11 @@ KO_API uint32_t KoTRCGetValue(const TRC *trc, uint32_t index);
 KO_API int32_t KoTRCSetSize(TRC *trc, uint64_t size);
 
 /**
- * Gives the curve another number of entries, 1 to 65536, and keeps its shape. The two directions differ, deliberately:
- * shrinking takes every (old / new)-th entry and leaves the values on their old scale; growing interpolates by pieces of
- * cubics and multiplies the values by r = new / old (whole-number division). Growing sets r times the old size entries; the
- * rest, when the new size is no multiple, is 0. An overshoot is not limited, and a negative value is stored as its low 32 bits.
+ * Gives the curve another number of entries, 1 to 65536, and keeps its shape. The two directions differ (see "Shrinking and
+ * growing" in docs/compatibility.md): shrinking takes every (old / new)-th entry and leaves the values on their old scale;
+ * growing interpolates by pieces of cubics and multiplies the values by r = new / old (whole-number division). Growing sets r
+ * times the old size entries; the rest, when the new size is no multiple, is 0. An overshoot is not limited, and a negative
+ * value is stored as its low 32 bits.
  * Returns KO_OK, KO_ERR_INDEX_OUT_OF_BOUNDS for another size, KO_ERR_INVALID_ARGUMENT for growing a curve of fewer than 3
  * entries, KO_ERR_NULL_POINTER for a curve without entries, or KO_ERR_ALLOC with the curve as it was.
  */
@@ -79,7 +81,7 @@ KO_API TRC *KoTRCNewCompose(const uint32_t *first, const uint32_t *second, uint6
 
 /**
  * Reads a text file "GrayLinear". A size other than the curve's replaces the entries, the same size overwrites them; a failure
- * keeps what was read so far. A line that does not fit is told on the standard error stream.
+ * keeps what was read so far. A line that does not fit is reported on the standard error stream.
  * Returns KO_OK, KO_ERR_OPEN_READ, KO_ERR_READ_LINE, or KO_ERR_ALLOC with the curve as it was.
  */
 KO_API int32_t KoTRCLoad(TRC *trc, const char *path);
@@ -112,7 +114,8 @@ KO_API int32_t KoTRCApplyToColorImage(const TRC *trc, ColorImage *image);
  *   target   in       before the first line of an area of the same shape, which nothing checks; consumed
  * Above 256 levels both images are scaled by size / 256 first. Pixels whose input level is not below the size do not count.
  * Returns KO_OK always. When memory is short, or the size is 0, the entries are null afterwards. Any number of threads may fit
- * curves at once, each with its own curve and iterators. input and target are two iterators.
+ * curves at once, each with its own curve and iterators. input and target are two iterators. After a fit of more than 256
+ * entries, smaller ones may come out differently: see "The pool's memory of larger curves" in docs/compatibility.md.
  */
 KO_API int32_t KoTRCCompute(TRC *trc, RealImageLineIterator *input, RealImageLineIterator *target);
 

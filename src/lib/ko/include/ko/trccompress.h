@@ -1,10 +1,10 @@
 /*
  * TRCCompress: the token stream of a tone curve, the differences between neighbouring entries in one to nine bytes a token. One
- * object serves all curves of a file: it is told each in turn. One thread an object.
+ * object serves all curves of a file: it receives each in turn. One thread an object.
  *
  * The stream keeps what fits it: a rising curve with steps below 4096. A falling step, or a higher one, comes back wrong, and
  * so does a curve whose step into the last entry but one lies outside 0 to 3 while the last step lies inside: it is written
- * one entry short. That is a property of the format.
+ * one entry short: see "A last segment of one entry" in docs/compatibility.md.
  */
 #ifndef KO_TRCCOMPRESS_H
 #define KO_TRCCOMPRESS_H
@@ -15,25 +15,26 @@ KO_BEGIN_C
 
 /** Where an entry's run of small steps begins, and its length up to the entry; both 0 for an entry in no run. */
 typedef struct TRCCompressRun {
-    uint64_t start;
-    uint64_t length;
+    uint64_t start;  /* index of the run's first entry */
+    uint64_t length; /* entries up to this one; at the run's first entry those of the whole run */
 } TRCCompressRun;
 
 /** A planned token: its kind (0 runs of one step, 1 one bit a step, 2 two bits a step, 4 a single step) and its entries. */
 typedef struct TRCCompressToken {
-    uint64_t method;
-    uint64_t length;
+    uint64_t method; /* 0, 1, 2 or 4 */
+    uint64_t length; /* entries of the token */
 } TRCCompressToken;
 
+/** A writer and reader of token streams for curves of one size. */
 typedef struct TRCCompress {
-    uint32_t *array;            /* the curve to write or fill, not owned; null at first */
-    uint64_t size;              /* entries per curve */
-    void *workspace;            /* owned: all tables, from the first save on until KoTRCCompressDelete */
-    TRCCompressRun *rleRuns;    /* the tables, in workspace: runs of one step, of steps 0 and 1, of steps 0 to 3; */
-    TRCCompressRun *oneBitRuns; /* size elements each, with one more before the first */
-    TRCCompressRun *twoBitRuns;
-    TRCCompressToken *forwardPlan; /* tokens at the index of their first entry */
-    TRCCompressToken *backwardPlan;
+    uint32_t *array;                /* the curve to write or fill, not owned; null at first */
+    uint64_t size;                  /* entries per curve */
+    void *workspace;                /* owned: all tables, from the first save on until KoTRCCompressDelete */
+    TRCCompressRun *rleRuns;        /* in workspace: runs of one step; size elements, with one more before the first */
+    TRCCompressRun *oneBitRuns;     /* the same for runs of steps 0 and 1 */
+    TRCCompressRun *twoBitRuns;     /* the same for runs of steps 0 to 3 */
+    TRCCompressToken *forwardPlan;  /* in workspace: tokens at the index of their first entry, planned from the front */
+    TRCCompressToken *backwardPlan; /* the same planned from the back */
 } TRCCompress;
 
 /**
@@ -52,7 +53,7 @@ KO_API int32_t KoTRCCompressFree(TRCCompress *compress);
 /** Frees the workspace and the record; null is accepted. Returns KO_OK. */
 KO_API int32_t KoTRCCompressDelete(TRCCompress *compress);
 
-/** Tells the object its curve: size entries, and for loading room for 63 more. It stays the caller's. Returns KO_OK. */
+/** Names the curve to save or load: size entries, and for loading room for 63 more. It stays the caller's. Returns KO_OK. */
 KO_API int32_t KoTRCCompressSetTRC(TRCCompress *compress, uint32_t *entries);
 
 /**

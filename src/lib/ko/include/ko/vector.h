@@ -3,8 +3,9 @@
  * family uses it. No lock: one thread at a time.
  *
  * Bytes to allocate are formed in 32 bits, as KoReallocElements does: a count times element_size of 2^31 to 2^32 - 1 fails, and
- * nothing checks that it stays below 2^32. A failed growth leaves data null and capacity 0 and gives the elements up, by
- * design: the old block is not freed, and size stays. Such a vector is only to be freed.
+ * nothing checks that it stays below 2^32. A failed growth leaves data null and capacity 0 and gives the elements up: the old
+ * block is not freed, and size stays. Such a vector is only to be freed: see "A vector that could not grow" in
+ * docs/compatibility.md.
  */
 #ifndef KO_VECTOR_H
 #define KO_VECTOR_H
@@ -13,6 +14,7 @@
 
 KO_BEGIN_C
 
+/** An array of elements of one size. */
 typedef struct Vector {
     void *data;            /* owned: the elements, one behind the other */
     uint64_t element_size; /* bytes per element, fixed at creation */
@@ -51,9 +53,9 @@ KO_API int32_t KoVectorReserve(Vector *vector, uint64_t count);
 KO_API int32_t KoVectorSetSize(Vector *vector, uint64_t count);
 
 /**
- * Copies element_size bytes in behind the last element. Growth is by one element, deliberately: every addition that reaches the
- * capacity reallocates, the first to the size that it has, so a caller that knows the count reserves one more. element must not
- * lie inside the vector.
+ * Copies element_size bytes in behind the last element. Growth is by one element (see "Growth by one element" in
+ * docs/compatibility.md): every addition that reaches the capacity reallocates, the first to the size that it has, so a caller
+ * that knows the count reserves one more. element must not lie inside the vector.
  * Returns KO_OK, or KO_ERR_ALLOC with the elements given up.
  */
 KO_API int32_t KoVectorAddElement(Vector *vector, const void *element);

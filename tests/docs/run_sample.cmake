@@ -1,0 +1,11 @@
+# Runs a sample and compares what it prints with what its document says.
+execute_process(COMMAND ${EMULATOR} ${PROGRAM} RESULT_VARIABLE result OUTPUT_VARIABLE printed ERROR_VARIABLE complaints)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "The sample ended with ${result}:\n${printed}${complaints}")
+endif()
+file(READ ${EXPECTED} expected)
+string(REPLACE "\r" "" printed "${printed}")
+string(STRIP "${printed}" printed)
+if(NOT printed STREQUAL expected)
+  message(FATAL_ERROR "The sample printed\n${printed}\ninstead of\n${expected}")
+endif()

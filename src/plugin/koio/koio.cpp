@@ -24,7 +24,8 @@ namespace {
 using codec::Format;
 
 // The functions of a format's slots.
-template <Format format> struct Slots {
+template <Format format> class Slots {
+  public:
     static constexpr int32_t type = format == Format::png ? KO_IMAGE_FORMAT_PNG : KO_IMAGE_FORMAT_JPEG;
 
     static int32_t load_real(RealImage *image, const char *path) { return koio::load(image, path, format); }
@@ -38,26 +39,18 @@ template <Format format> struct Slots {
         return koio::save(image, path, format, scale, save_option);
     }
 
-    static void fill() {
-        KoRealImageSetLoadFunction(type, load_real);
-        KoRealImageSetSaveFunction(type, save_real);
-        KoColorImageSetLoadFunction(type, load_color);
-        KoColorImageSetSaveFunction(type, save_color);
+    // What the host has put into a slot stays there, at the start and at the end.
+    static void replace(bool with_own) {
+        replace_in<KoRealImageGetLoadFunction, KoRealImageSetLoadFunction>(load_real, with_own);
+        replace_in<KoRealImageGetSaveFunction, KoRealImageSetSaveFunction>(save_real, with_own);
+        replace_in<KoColorImageGetLoadFunction, KoColorImageSetLoadFunction>(load_color, with_own);
+        replace_in<KoColorImageGetSaveFunction, KoColorImageSetSaveFunction>(save_color, with_own);
     }
 
-    // A function that the host has put into a slot since stays there.
-    static void empty() {
-        if (KoRealImageGetLoadFunction(type) == load_real) {
-            KoRealImageSetLoadFunction(type, nullptr);
-        }
-        if (KoRealImageGetSaveFunction(type) == save_real) {
-            KoRealImageSetSaveFunction(type, nullptr);
-        }
-        if (KoColorImageGetLoadFunction(type) == load_color) {
-            KoColorImageSetLoadFunction(type, nullptr);
-        }
-        if (KoColorImageGetSaveFunction(type) == save_color) {
-            KoColorImageSetSaveFunction(type, nullptr);
+  private:
+    template <auto Get, auto Set, class Function> static void replace_in(Function own, bool with_own) {
+        if (Get(type) == (with_own ? nullptr : own)) {
+            Set(type, with_own ? own : nullptr);
         }
     }
 };
@@ -66,13 +59,13 @@ template <Format format> struct Slots {
 
 // The two words of KoInit have no meaning here.
 int32_t KoIOInit(void *, void *) {
-    Slots<Format::png>::fill();
-    Slots<Format::jpeg>::fill();
+    Slots<Format::png>::replace(true);
+    Slots<Format::jpeg>::replace(true);
     return KO_OK;
 }
 
 int32_t KoIORelease(void) {
-    Slots<Format::png>::empty();
-    Slots<Format::jpeg>::empty();
+    Slots<Format::png>::replace(false);
+    Slots<Format::jpeg>::replace(false);
     return KO_OK;
 }

@@ -56,3 +56,16 @@ execute_process(COMMAND pkg-config --cflags --libs ko OUTPUT_VARIABLE flags OUTP
 separate_arguments(flags)
 run(${COMPILER} ${EXAMPLES}/enhance.c -o ${WORK}/by_pkg_config${EXECUTABLE_SUFFIX} ${flags} -Wl,-rpath,${PREFIX}/${LIBDIR})
 run_enhance(${WORK}/by_pkg_config${EXECUTABLE_SUFFIX})
+
+# The plug-in is installed beside the library, where KoInit finds it, whichever build that is in.
+if(EXISTS ${BUILD}/bin/koio.so)
+  run(${COMPILER} ${CMAKE_CURRENT_LIST_DIR}/load.c -o ${WORK}/load ${flags} -Wl,-rpath,${PREFIX}/${LIBDIR})
+  run_example("${WORK}/load;${SAMPLE}" "640 x 427")
+  set(ENV{GLIBC_TUNABLES} glibc.cpu.hwcaps=-AVX2)
+  run_example("${WORK}/load;${SAMPLE}" "640 x 427")
+  file(REMOVE ${PREFIX}/${LIBDIR}/koio.so)
+  execute_process(COMMAND ${WORK}/load ${SAMPLE} ERROR_VARIABLE complaint RESULT_VARIABLE status)
+  if(status EQUAL 0 OR NOT complaint MATCHES "File format \"JPEG\" is not supported")
+    message(FATAL_ERROR "another plug-in was found: ${complaint}")
+  endif()
+endif()

@@ -51,7 +51,8 @@ void expect_survives(const ColorImage *image) {
     expect(load(path, codec::Format::png, again.get()) == KO_OK, "what was saved can be loaded");
     expect(again->depth == image->depth, "a saved picture keeps its planes");
     for (uint64_t c = 0; c < image->depth; ++c) {
-        expect(KoRealImageCompareTolerance(&image->planes[c], &again->planes[c], 0.0f) == 0, "a saved picture keeps its values");
+        expect(KoRealImageCompareTolerance(&image->planes[c], &again->planes[c], 0.0f) == 0,
+               "a saved picture keeps its values");
     }
 }
 

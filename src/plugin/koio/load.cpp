@@ -46,7 +46,7 @@ Levels levels(double exponent) {
     return values;
 }
 
-// The exponent of two gamma values; none if they give none that keeps black black.
+// The exponent that two gamma values stand for; none if it would not keep black black and white white.
 std::optional<double> exponent_of(double gamma_a, double gamma_b) {
     if (gamma_a == 0.0 || gamma_b == 0.0) {
         return 1.0;

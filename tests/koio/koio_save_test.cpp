@@ -246,6 +246,23 @@ TEST_F(KoioSave, NullIsAnInternalError) {
 
 // ---- failures
 
+// The superuser may write everywhere: for as long as this lives, the process is a user who may not. A device is opened under it
+// too, so that a fault in the code under test cannot replace one.
+class Unprivileged {
+  public:
+    Unprivileged() : user_(geteuid()) {
+        if (user_ == 0) {
+            EXPECT_EQ(seteuid(65534), 0);
+        }
+    }
+    ~Unprivileged() { EXPECT_EQ(seteuid(user_), 0); }
+    Unprivileged(const Unprivileged &) = delete;
+    Unprivileged &operator=(const Unprivileged &) = delete;
+
+  private:
+    uid_t user_;
+};
+
 // The call fails with this report and reason, and the file and its folder stay as they were.
 class KoioFailedSave : public KoioSave {
   protected:
@@ -275,6 +292,7 @@ TEST_F(KoioFailedSave, WhereNothingCanBeWritten) {
 
 TEST_F(KoioFailedSave, OnAFullDevice) {
     const RealImagePtr image = noisy_image(400, 400);
+    const Unprivileged user;
     KoStatusClear();
     for (const char *format : {"png", "jpeg"}) {
         EXPECT_EQ(KoRealImageSave(image.get(), "/dev/full", format, 1.0f, 0.0f), KO_ERR_WRITE_FILE);
@@ -318,13 +336,9 @@ TEST_F(KoioFailedSave, OfAProtectedFile) {
     const std::string name = file("picture.png", "the old file");
     chmod(path().c_str(), 0777);
     chmod(name.c_str(), 0444);
-    const uid_t user = geteuid();
-    if (user == 0) {
-        ASSERT_EQ(seteuid(65534), 0); // the superuser may write everywhere
-    }
-    expect_failure(name, KO_ERR_OPEN_WRITE, open_text(name), "Permission denied", image.get());
-    if (user == 0) {
-        ASSERT_EQ(seteuid(user), 0);
+    {
+        const Unprivileged user;
+        expect_failure(name, KO_ERR_OPEN_WRITE, open_text(name), "Permission denied", image.get());
     }
     EXPECT_EQ(read_bytes(name), "the old file");
     EXPECT_EQ(files(), Texts{"picture.png"});

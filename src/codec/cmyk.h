@@ -19,13 +19,13 @@ class CmykToRgb {
     //   inverted   255 is no ink, as in JPEG files by Adobe's programs; otherwise it is full ink
     CmykToRgb(const Bytes &profile, bool inverted);
 
+    ~CmykToRgb();
+
     void convert(const uint8_t *inks, uint8_t *pixels, uint32_t count) const;
 
   private:
-    struct Release {
-        void operator()(void *transform) const;
-    };
-    std::unique_ptr<void, Release> transform_;
+    class Engine;
+    std::unique_ptr<Engine> engine_;
 };
 
 // Makes the description that of a converted picture.

@@ -11,7 +11,8 @@ std::unique_ptr<Reader> open_jpeg(Input &input, const Reduction &reduction);
 std::unique_ptr<Reader> open_tiff(Input &input);
 std::unique_ptr<Reader> open_webp(Input &input);
 std::unique_ptr<Reader> open_heif(Input &input, const std::string &kind); // kind: as kind_of has it
-std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices);
+// level: of the compression, from 1, the fastest, to 9; without one, libpng's default
+std::unique_ptr<Writer> create_png(Output &output, const Description &picture, std::optional<int> level, Notices &notices);
 std::unique_ptr<Writer> create_jpeg(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);
 std::unique_ptr<Writer> create_tiff(Output &output, const Description &picture, Notices &notices);
 std::unique_ptr<Writer> create_webp(Output &output, const Description &picture, std::optional<int> quality, Notices &notices);

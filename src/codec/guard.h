@@ -1,12 +1,13 @@
 // The only place where the codec uses setjmp. The C libraries leave a failed call by a jump, which must not pass over an object
-// with a destructor: guarded runs a step that holds none and turns the jump into an exception. Everything that must be released
-// lives outside the step.
+// with a destructor: guarded runs a step that holds none and turns the jump into an exception, std::bad_alloc for a lack of
+// memory and Error for everything else. What must be released lives outside the step.
 #ifndef KO_CODEC_GUARD_H
 #define KO_CODEC_GUARD_H
 
 #include <array>
 #include <csetjmp>
 #include <cstdio>
+#include <new>
 
 #include "codec/codec.h"
 
@@ -29,6 +30,9 @@ class Trouble {
             copy(text, error_);
         }
     }
+
+    // Makes this the reason why the step is left, whatever text the library has for it.
+    void note_exhausted_memory() { memory_is_exhausted_ = true; }
 
     bool noted() const { return error_[0] != 0; }
 
@@ -53,6 +57,9 @@ class Trouble {
 
     template <class Step> void guarded(const Step &step) {
         if (setjmp(jump_) != 0) {
+            if (memory_is_exhausted_) {
+                throw std::bad_alloc();
+            }
             throw Error(readable(error_));
         }
         step();
@@ -68,6 +75,7 @@ class Trouble {
 
     std::jmp_buf jump_;
     Text error_{};
+    bool memory_is_exhausted_ = false;
     std::array<Text, 8> warnings_{};
     size_t warning_count_ = 0;
 };

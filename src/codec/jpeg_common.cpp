@@ -13,6 +13,9 @@ namespace {
 JpegErrors &errors_of(j_common_ptr info) { return *reinterpret_cast<JpegErrors *>(info->err); }
 
 void on_error(j_common_ptr info) {
+    if (info->err->msg_code == JERR_OUT_OF_MEMORY) {
+        errors_of(info).trouble.note_exhausted_memory();
+    }
     char text[JMSG_LENGTH_MAX];
     info->err->format_message(info, text);
     errors_of(info).trouble.fail(text);

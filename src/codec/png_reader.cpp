@@ -1,15 +1,13 @@
 // PNG files in: every depth and colour type becomes 8-bit gray or RGB with alpha beside it.
 //
 // libpng leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
-#include <png.h>
-
 #include <algorithm>
 #include <new>
 
 #include "codec/formats.h"
-#include "codec/guard.h"
 #include "codec/left_out.h"
 #include "codec/png_chunks.h"
+#include "codec/png_common.h"
 #include "codec/png_texts.h"
 
 namespace codec {
@@ -26,8 +24,8 @@ struct Structures {
 class PngReader : public Reader {
   public:
     explicit PngReader(Input &input) : input_(input) {
-        png_ = png_create_read_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
-        info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
+        png_ = create_png_reader(trouble_);
+        info_ = png_create_info_struct(png_);
         if (info_ == nullptr) {
             throw std::bad_alloc();
         }
@@ -59,11 +57,6 @@ class PngReader : public Reader {
     }
 
   private:
-    static void on_error(png_structp png, png_const_charp text) { static_cast<Trouble *>(png_get_error_ptr(png))->fail(text); }
-    static void on_warning(png_structp png, png_const_charp text) {
-        static_cast<Trouble *>(png_get_error_ptr(png))->warn(text);
-    }
-
     static void on_read(png_structp png, png_bytep out, size_t count) {
         auto &reader = *static_cast<PngReader *>(png_get_io_ptr(png));
         const std::optional<size_t> read = reader.input_.read(reader.position_, {out, count});

@@ -1,13 +1,11 @@
 // PNG files out: 8-bit gray or RGB, with alpha where the picture has it.
 //
 // libpng leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
-#include <png.h>
-
 #include <new>
 
 #include "codec/formats.h"
-#include "codec/guard.h"
 #include "codec/left_out.h"
+#include "codec/png_common.h"
 #include "codec/png_texts.h"
 
 namespace codec {
@@ -23,15 +21,15 @@ struct Structures {
 
 class PngWriter : public Writer {
   public:
-    PngWriter(Output &output, const Description &picture, Notices &notices)
+    PngWriter(Output &output, const Description &picture, std::optional<int> level, Notices &notices)
         : output_(output), picture_(picture), joined_(picture.has_alpha ? picture.row_bytes() + picture.width : 0),
           texts_(texts_to_write(picture.metadata, notices)) {
-        png_ = png_create_write_struct(PNG_LIBPNG_VER_STRING, &trouble_, on_error, on_warning);
-        info_ = png_ != nullptr ? png_create_info_struct(png_) : nullptr;
+        png_ = create_png_writer(trouble_);
+        info_ = png_create_info_struct(png_);
         if (info_ == nullptr) {
             throw std::bad_alloc();
         }
-        write_header();
+        write_header(level ? *level : PNG_Z_DEFAULT_COMPRESSION);
         if (!picture_.metadata.icc_profile.empty() && png_get_valid(png_, info_, PNG_INFO_iCCP) == 0) {
             notices.push_back("the ICC profile does not suit a PNG file and is left out");
         }
@@ -60,11 +58,6 @@ class PngWriter : public Writer {
     }
 
   private:
-    static void on_error(png_structp png, png_const_charp text) { static_cast<Trouble *>(png_get_error_ptr(png))->fail(text); }
-    static void on_warning(png_structp png, png_const_charp text) {
-        static_cast<Trouble *>(png_get_error_ptr(png))->warn(text);
-    }
-
     static void on_write(png_structp png, png_bytep data, size_t count) {
         Output &output = static_cast<PngWriter *>(png_get_io_ptr(png))->output_;
         if (!output.write({data, count})) {
@@ -79,9 +72,10 @@ class PngWriter : public Writer {
         return colour | (picture_.has_alpha ? PNG_COLOR_MASK_ALPHA : 0);
     }
 
-    void write_header() {
-        trouble_.guarded([this] {
+    void write_header(int level) {
+        trouble_.guarded([this, level] {
             png_set_write_fn(png_, this, on_write, on_flush);
+            png_set_compression_level(png_, level);
             png_set_option(png_, PNG_SKIP_sRGB_CHECK_PROFILE, PNG_OPTION_ON);
             png_set_benign_errors(png_, 1); // metadata that libpng refuses is left out
             png_set_IHDR(png_, info_, picture_.width, picture_.height, 8, colour_type(), PNG_INTERLACE_NONE,
@@ -185,8 +179,8 @@ class PngWriter : public Writer {
 
 } // namespace
 
-std::unique_ptr<Writer> create_png(Output &output, const Description &picture, Notices &notices) {
-    return std::make_unique<PngWriter>(output, picture, notices);
+std::unique_ptr<Writer> create_png(Output &output, const Description &picture, std::optional<int> level, Notices &notices) {
+    return std::make_unique<PngWriter>(output, picture, level, notices);
 }
 
 } // namespace codec

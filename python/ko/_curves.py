@@ -46,7 +46,6 @@ class Curves:
         picture: npt.NDArray[Any],
         *,
         grid: Sequence[int] = (8, 8),
-        curve_size: int = 256,
         max_gain: float = 3.0,
         strength: float = 40.0,
         limit: float = 0.6275,
@@ -54,10 +53,10 @@ class Curves:
         max_slope: Optional[int] = None,
         working_size: Optional[float] = _values.DEFAULT_WORKING_SIZE,
     ) -> Curves:
-        """The curves that open the shadows of a picture, without a judgement. The arguments are those of `ko.enhance`."""
+        """The curves of 256 entries that open the shadows of a picture, without a judgement. The arguments are those of
+        `ko.enhance`."""
         tuning = _values.tuning(
             grid=grid,
-            curve_size=curve_size,
             max_gain=max_gain,
             strength=strength,
             limit=limit,

@@ -95,7 +95,6 @@ def enhance(
     policy: str = "default",
     score: Optional[float] = None,
     grid: Sequence[int] = (8, 8),
-    curve_size: int = 256,
     max_gain: float = 3.0,
     strength: float = 40.0,
     limit: float = 0.6275,
@@ -112,7 +111,6 @@ def enhance(
     policy:       "conservative", "default", "risky" or "always": how readily pictures are enhanced.
     score:        a score of your own for the judgement, 0 to 1, the lower the better.
     grid:         tiles across and down, 1 to 256 each; each tile gets a tone curve. Reduced for a picture too small for it.
-    curve_size:   entries of a curve, a multiple of 256 up to 4096.
     max_gain:     gain in the deepest shadows, 1 to 100.
     strength:     how far the gain reaches from the shadows towards the limit, 0 to 10000.
     limit:        share of full brightness above which nothing changes, 0.01 to 1.
@@ -125,7 +123,6 @@ def enhance(
     """
     tuning = _values.tuning(
         grid=grid,
-        curve_size=curve_size,
         max_gain=max_gain,
         strength=strength,
         limit=limit,

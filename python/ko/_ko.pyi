@@ -16,7 +16,6 @@ class Tuning:
         self,
         *,
         grid: Tuple[int, int],
-        curve_size: int,
         max_gain: float,
         strength: float,
         limit: float,

@@ -157,8 +157,9 @@ class TRC:
     @classmethod
     def fit(cls, picture: npt.NDArray[Any], target: npt.NDArray[Any], size: int = 256) -> TRC:
         """The rising curve that brings one plane closest to another of the same shape, with a mild pull towards a power
-        curve. size is a number of entries up to 4096; the time grows with its square."""
-        return cls._of(_ko.Curve.fitted(picture, target, _values.whole("size", size, 1, 4096)))
+        curve. size is a number of entries up to 256: the library's power curves grow with the largest curve that a process
+        fits, so that a larger one would change what is fitted after it."""
+        return cls._of(_ko.Curve.fitted(picture, target, _values.whole("size", size, 1, 256)))
 
     @property
     def array(self) -> npt.NDArray[np.uint32]:

@@ -73,7 +73,6 @@ def _working_area(value: Optional[float]) -> int:
 def tuning(
     *,
     grid: Sequence[int] = (8, 8),
-    curve_size: int = 256,
     max_gain: float = 3.0,
     strength: float = 40.0,
     limit: float = 0.6275,
@@ -83,12 +82,8 @@ def tuning(
     max_slope: Optional[int] = None,
 ) -> _ko.Tuning:
     """All that may be chosen about judgement and curves."""
-    entries = whole("curve_size", curve_size, 256, 4096)
-    if entries % 256 != 0:
-        raise ValueError(f"curve_size is a multiple of 256, not {entries}")
     return _ko.Tuning(
         grid=_grid(grid),
-        curve_size=entries,
         max_gain=number("max_gain", max_gain, 1.0, 100.0),
         strength=number("strength", strength, 0.0, 10000.0),
         limit=number("limit", limit, 0.01, 1.0),

@@ -178,13 +178,21 @@ std::shared_ptr<Grid> fit(const py::object &picture, const Tuning &tuning) {
 
 void add_enhancement(py::module_ &module) {
     py::class_<Tuning>(module, "Tuning")
-        .def(py::init([](std::pair<uint64_t, uint64_t> grid, uint64_t curve_size, float max_gain, float strength, float limit,
-                         uint64_t levels, float ratio, uint64_t working_area, std::optional<uint32_t> max_slope) {
-                 return Tuning{
-                     {grid.first, grid.second}, curve_size, max_gain, strength, limit, levels, ratio, working_area, max_slope};
+        .def(py::init([](std::pair<uint64_t, uint64_t> grid, float max_gain, float strength, float limit, uint64_t levels,
+                         float ratio, uint64_t working_area, std::optional<uint32_t> max_slope) {
+                 Tuning tuning;
+                 tuning.grid = {grid.first, grid.second};
+                 tuning.max_gain = max_gain;
+                 tuning.strength = strength;
+                 tuning.limit = limit;
+                 tuning.levels = levels;
+                 tuning.ratio = ratio;
+                 tuning.working_area = working_area;
+                 tuning.max_slope = max_slope;
+                 return tuning;
              }),
-             py::kw_only(), py::arg("grid"), py::arg("curve_size"), py::arg("max_gain"), py::arg("strength"), py::arg("limit"),
-             py::arg("levels"), py::arg("ratio"), py::arg("working_area"), py::arg("max_slope"));
+             py::kw_only(), py::arg("grid"), py::arg("max_gain"), py::arg("strength"), py::arg("limit"), py::arg("levels"),
+             py::arg("ratio"), py::arg("working_area"), py::arg("max_slope"));
     module.def("judge", judge, py::arg("picture"), py::arg("tuning"), py::arg("score"));
     module.def("enhance", enhance, py::arg("picture"), py::arg("tuning"), py::arg("policy"), py::arg("score"));
     module.def("fit", fit, py::arg("picture"), py::arg("tuning"));

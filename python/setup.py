@@ -2,6 +2,7 @@
 
 import os
 import re
+import shlex
 import shutil
 import subprocess
 import sys
@@ -22,7 +23,7 @@ def project_version() -> str:
     if (ROOT / "src" / "lib" / "ko").is_dir() and description.is_file():
         found = re.search(r"project\(ko VERSION ([0-9.]+)", description.read_text(encoding="utf-8"))
     if found is None:
-        raise SystemExit(f"{ROOT} does not hold the sources of ko: the package is built within a checkout of the project, by pip install CHECKOUT/python")
+        raise SystemExit(f"{ROOT} does not hold the sources of ko; build the package in a checkout: pip install CHECKOUT/python")
     return found.group(1)
 
 
@@ -42,9 +43,11 @@ class BuildPackage(build_ext):
         build = Path(self.build_temp).resolve()
         target = Path(self.get_ext_fullpath(ext.name)).resolve().parent.parent
         generator = ["-G", "Ninja"] if shutil.which("ninja") else []
-        run("cmake", "-S", str(ROOT), "-B", str(build), *generator, "-DCMAKE_BUILD_TYPE=Release", "-DKO_PYTHON=ON", "-DKO_HOST=OFF",
-            "-DKO_TESTS=OFF", f"-DPython3_EXECUTABLE={sys.executable}")
-        run("cmake", "--build", str(build), "--target", "ko_python", "--parallel", str(self.parallel or os.cpu_count() or 1))
+        options = ["-DCMAKE_BUILD_TYPE=Release", "-DKO_PYTHON=ON", "-DKO_HOST=OFF", "-DKO_TESTS=OFF"]
+        options += [f"-DPython3_EXECUTABLE={sys.executable}", *shlex.split(os.environ.get("CMAKE_ARGS", ""))]
+        jobs = str(self.parallel or os.cpu_count() or 1)
+        run("cmake", "-S", str(ROOT), "-B", str(build), *generator, *options)
+        run("cmake", "--build", str(build), "--target", "ko_python", "--parallel", jobs)
         run("cmake", "--install", str(build), "--component", "ko_python", "--prefix", str(target))
 
 

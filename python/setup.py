@@ -23,7 +23,7 @@ def project_version() -> str:
     if (ROOT / "src" / "lib" / "ko").is_dir() and description.is_file():
         found = re.search(r"project\(ko VERSION ([0-9.]+)", description.read_text(encoding="utf-8"))
     if found is None:
-        raise SystemExit(f"{ROOT} does not hold the sources of ko; build the package in a checkout: pip install CHECKOUT/python")
+        raise SystemExit(f"{ROOT} does not hold the sources of ko; build it in a checkout: pip install CHECKOUT/python")
     return found.group(1)
 
 

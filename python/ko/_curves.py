@@ -127,11 +127,14 @@ class Curves:
         """The application to a picture of a shape, (height, width) or (height, width, 3), whose rows come in pieces."""
         return Application(self, shape, ratio=ratio)
 
-    def __array__(self, dtype: Optional[npt.DTypeLike] = None) -> npt.NDArray[Any]:
-        return self.array if dtype is None else self.array.astype(dtype)
+    def __array__(self, dtype: Optional[npt.DTypeLike] = None, copy: Optional[bool] = None) -> npt.NDArray[Any]:
+        array = self.array if dtype is None else self.array.astype(dtype, copy=False)
+        return array.copy() if copy else array
 
     def __eq__(self, other: object) -> bool:
-        return self._grid.equals(other._grid) if isinstance(other, Curves) else NotImplemented
+        if not isinstance(other, Curves):
+            return NotImplemented
+        return self._grid.equals(other._grid)
 
     def __hash__(self) -> int:
         return hash(self.array.tobytes())

@@ -115,7 +115,8 @@ def enhance(
     strength:     how far the gain reaches from the shadows towards the limit, 0 to 10000.
     limit:        share of full brightness above which nothing changes, 0.01 to 1.
     levels:       brightness levels of the edge-preserving blur, 1 to 255.
-    max_slope:    most levels by which a curve rises per step, 1 to 255; 0 leaves curves as fitted; None is the gain, at least 3.
+    max_slope:    most levels by which a curve rises per step, 1 to 255; 0 leaves curves as fitted; None is the gain, and at
+                  least 3.
     ratio:        colour: 0 shifts the channels, 1 scales them, values between mix the two.
     working_size: size in megapixels, 0.01 to 250, at which the picture is judged and its curves are made; None is its own.
 

@@ -46,9 +46,8 @@ def test_images(library, plane):
     assert np.array_equal(image.transpose().array, plane.T)
     assert image.min_max() == (plane.min(), plane.max())
     bytes_ = np.zeros(plane.shape, np.uint8)
-    assert library.call(
-        "KoRealImageToByteArray", library.image(plane), bytes_.ctypes.data_as(ctypes.c_void_p), U64(0), U64(plane.shape[0]), U64(0)
-    ) == 0
+    room = bytes_.ctypes.data_as(ctypes.c_void_p)
+    assert library.call("KoRealImageToByteArray", library.image(plane), room, U64(0), U64(plane.shape[0]), U64(0)) == 0
     assert np.array_equal(image.to_bytes(), bytes_)
     image.array[0, 0] = 1000
     assert image.min_max()[1] == 1000

@@ -37,7 +37,7 @@ program_packages=(cmake g++ libcli11-dev libexiv2-dev libheif-dev libjpeg62-turb
 build_program() {
     install_missing "${program_packages[@]}"
     echo "Building $1/bin/ko"
-    quietly cmake -S "$root" --preset release -B "$1" -DKO_TESTS=OFF -DKO_BENCH=OFF -DKO_WERROR=OFF
+    quietly cmake -S "$root" --preset release -B "$1" -DKO_TESTS=OFF -DKO_BENCH=OFF -DKO_PYTHON=OFF -DKO_WERROR=OFF
     with_progress cmake --build "$1"
 }
 

@@ -1,0 +1,21 @@
+# Whether the Python package is built: by default where pybind11 and numpy are found. The system's interpreter is preferred,
+# since its packages are the ones that a distribution keeps together.
+set(KO_PYTHON_DEFAULT OFF)
+if(NOT WIN32 AND NOT KO_SANITIZE)
+  if(NOT DEFINED Python3_EXECUTABLE AND EXISTS /usr/bin/python3)
+    set(Python3_EXECUTABLE /usr/bin/python3)
+  endif()
+  find_package(Python3 COMPONENTS Interpreter Development.Module QUIET)
+  find_package(pybind11 2.10 CONFIG QUIET)
+  if(Python3_FOUND AND pybind11_FOUND)
+    execute_process(COMMAND ${Python3_EXECUTABLE} -c "import numpy" RESULT_VARIABLE status OUTPUT_QUIET ERROR_QUIET)
+    if(status EQUAL 0)
+      set(KO_PYTHON_DEFAULT ON)
+    endif()
+  endif()
+endif()
+option(KO_PYTHON "Build the Python package" ${KO_PYTHON_DEFAULT})
+if(KO_PYTHON AND NOT (Python3_FOUND AND pybind11_FOUND))
+  message(FATAL_ERROR "KO_PYTHON needs Python 3 with its headers, and pybind11 2.10 or newer; the package is built neither for "
+                      "Windows nor with KO_SANITIZE")
+endif()

@@ -17,14 +17,12 @@ ROOT = HERE.parent
 
 
 def project_version() -> str:
-    """The version of the project, from the CMakeLists.txt of its root."""
-    description = ROOT / "CMakeLists.txt"
-    found = None
-    if (ROOT / "src" / "lib" / "ko").is_dir() and description.is_file():
-        found = re.search(r"project\(ko VERSION ([0-9.]+)", description.read_text(encoding="utf-8"))
-    if found is None:
+    """The version of the project, which the library's header states."""
+    header = ROOT / "src" / "lib" / "ko" / "include" / "ko" / "version.h"
+    if not header.is_file():
         raise SystemExit(f"{ROOT} does not hold the sources of ko; build it in a checkout: pip install CHECKOUT/python")
-    return found.group(1)
+    numbers = re.findall(r"#define KO_VERSION_(?:MAJOR|MINOR|PATCH) (\d+)", header.read_text(encoding="utf-8"))
+    return ".".join(numbers)
 
 
 def run(*command: str) -> None:

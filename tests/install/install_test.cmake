@@ -84,8 +84,8 @@ run_examples(${WORK}/by_pkg_config_)
 
 # The version is stated once.
 execute_process(COMMAND pkg-config --modversion ko OUTPUT_VARIABLE version OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
-file(STRINGS ${PREFIX}/include/ko/version.h lines REGEX "^#define KO_VERSION_(MAJOR|MINOR|PATCH) [0-9]+$")
-list(TRANSFORM lines REPLACE "^.* " "")
+file(STRINGS ${PREFIX}/include/ko/version.h lines REGEX "^#define KO_VERSION_(MAJOR|MINOR|PATCH) ")
+list(TRANSFORM lines REPLACE "^#define [A-Z_]+ ([0-9]+).*$" "\\1")
 list(JOIN lines "." stated)
 if(NOT version STREQUAL stated)
   message(FATAL_ERROR "ko.pc has version ${version}, ko/version.h ${stated}")

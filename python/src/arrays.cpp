@@ -14,9 +14,9 @@ namespace binding {
 
 namespace {
 
-using Floats = py::array_t<float, py::array::c_style>;
-
 constexpr int always_copied = 0x0020; // numpy's flag for a result that is never the argument
+
+using Floats = py::array_t<float, py::array::c_style | aligned>;
 
 std::string shape_text(const py::array &array) { return py::str(array.attr("shape")).cast<std::string>(); }
 

@@ -14,6 +14,9 @@ namespace py = pybind11;
 
 namespace binding {
 
+// numpy's flag for numbers that lie where a processor may read them; a view of other bytes may lie anywhere.
+inline constexpr int aligned = 0x0100;
+
 // Contiguous bytes in row order.
 using Bytes = py::array_t<uint8_t, py::array::c_style>;
 

@@ -25,7 +25,7 @@ Curve from_array(const py::array &array) {
     if (array.ndim() != 1 || array.shape(0) == 0 || array.shape(0) > most_entries) {
         throw py::value_error("a curve has the shape (entries,), with 1 to 65536 entries");
     }
-    using Numbers = py::array_t<int64_t, py::array::c_style | py::array::forcecast>;
+    using Numbers = py::array_t<int64_t, py::array::c_style | aligned | py::array::forcecast>;
     const Numbers numbers = present(Numbers::ensure(array));
     ko::TRCPtr curve = make_curve(static_cast<uint64_t>(array.shape(0)));
     for (uint64_t i = 0; i < curve->size; ++i) {

@@ -65,7 +65,7 @@ std::shared_ptr<Grid> from_array(const py::array &array) {
     const auto columns = static_cast<uint64_t>(array.shape(1));
     const auto entries = static_cast<uint64_t>(array.shape(2));
     check_shape(entries, columns, rows);
-    using Numbers = py::array_t<int64_t, py::array::c_style | py::array::forcecast>;
+    using Numbers = py::array_t<int64_t, py::array::c_style | aligned | py::array::forcecast>;
     const Numbers numbers = present(Numbers::ensure(array));
     ko::TileTRCPtr grid = make_grid(entries, columns, rows);
     std::transform(numbers.data(), numbers.data() + values_of(*grid), grid->array, [](int64_t number) {

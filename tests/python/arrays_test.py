@@ -41,6 +41,15 @@ def test_unaligned_floats(rocket):
     assert np.array_equal(ko.RealImage(view).array, rocket[..., 0])
 
 
+def test_unaligned_curves():
+    room = np.zeros(256 * 8 + 1, np.uint8)
+    numbers = room[1:].view(np.int64)
+    numbers[:] = np.arange(256)
+    assert not numbers.flags.aligned
+    assert ko.TRC(numbers).array.tolist() == numbers.tolist()
+    assert ko.Curves(numbers.reshape(1, 1, 256)).array[0, 0].tolist() == numbers.tolist()
+
+
 def test_the_picture_stays_as_it_was(rocket, face):
     before, eyes = rocket.copy(), face.copy()
     result, _ = ko.enhance(rocket, force=True)

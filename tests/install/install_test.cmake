@@ -38,6 +38,27 @@ function(run_examples programs)
   run_example(${programs}redeyes${end} "2 of 2 places repaired\r?\nred of a pupil: 190 before, [1-5]?[0-9] after" ${MODEL})
 endfunction()
 
+# run_with_plugin(PREFIX_OF_THE_PROGRAMS): the example of a plug-in. It is found before the one that is installed: it lies beside the
+# program, or the loader is shown its folder.
+function(run_with_plugin programs)
+  file(WRITE ${WORK}/pixmap.png "P6 4 2 255\nabcdefghijklmnopqrstuvwx")
+  file(REMOVE ${WORK}/copy.png)
+  if(EXISTS ${WORK}/plugin/koio.dll)
+    file(COPY ${WORK}/plugin/koio.dll DESTINATION ${WORK})
+  endif()
+  set(ENV{LD_LIBRARY_PATH} ${WORK}/plugin)
+  run_example(${programs}file_cpp${EXECUTABLE_SUFFIX} "4 x 2, enhanced" ${WORK}/pixmap.png ${WORK}/copy.png)
+  unset(ENV{LD_LIBRARY_PATH})
+  file(READ ${WORK}/copy.png saved HEX)
+  if(NOT saved MATCHES "^50362034203220323535 *0a([0-9a-f][0-9a-f]+)$")
+    message(FATAL_ERROR "the plug-in did not save a pixmap: ${saved}")
+  endif()
+  string(LENGTH ${CMAKE_MATCH_1} digits)
+  if(NOT digits EQUAL 48)
+    message(FATAL_ERROR "the pixmap has not 24 values: ${saved}")
+  endif()
+endfunction()
+
 file(REMOVE_RECURSE ${PREFIX} ${WORK})
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component Unspecified)
 
@@ -51,6 +72,8 @@ if(EXISTS ${PREFIX}/bin/ko.dll)
   file(COPY ${PREFIX}/bin/ko.dll DESTINATION ${WORK})
 endif()
 run_examples(${WORK}/)
+
+run_with_plugin(${WORK}/)
 
 # The build for AVX2 is installed too, and is the one that is loaded where the processor has it: of itself on Linux, as a copy beside the
 # program on Windows.
@@ -75,12 +98,17 @@ if(EMULATOR)
   set(to_library -static-libgcc -static-libstdc++)
 endif()
 file(GLOB sources ${EXAMPLES}/*.c)
+list(FILTER sources EXCLUDE REGEX "/plugin.c$") # no program
 foreach(source IN LISTS sources)
   cmake_path(GET source STEM name)
   run(${COMPILER} ${source} -o ${WORK}/by_pkg_config_${name}${EXECUTABLE_SUFFIX} ${flags} ${to_library})
 endforeach()
-run(${CXX_COMPILER} -std=c++20 ${EXAMPLES}/enhance.cpp -o ${WORK}/by_pkg_config_enhance_cpp${EXECUTABLE_SUFFIX} ${flags} ${to_library})
+foreach(name IN ITEMS enhance file)
+  set(program by_pkg_config_${name}_cpp${EXECUTABLE_SUFFIX})
+  run(${CXX_COMPILER} -std=c++20 ${EXAMPLES}/${name}.cpp -o ${WORK}/${program} ${flags} ${to_library})
+endforeach()
 run_examples(${WORK}/by_pkg_config_)
+run_with_plugin(${WORK}/by_pkg_config_)
 
 # The version is stated once.
 execute_process(COMMAND pkg-config --modversion ko OUTPUT_VARIABLE version OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
@@ -95,6 +123,7 @@ endif()
 if(EXISTS ${BUILD}/bin/koio.so)
   run(${COMPILER} ${CMAKE_CURRENT_LIST_DIR}/load.c -o ${WORK}/load ${flags} ${to_library})
   run_example(${WORK}/load "640 x 427" ${SAMPLE})
+  run_example(${WORK}/file_cpp "640 x 427, enhanced" ${SAMPLE} ${WORK}/enhanced.png)
   set(ENV{GLIBC_TUNABLES} glibc.cpu.hwcaps=-AVX2)
   run_example(${WORK}/load "640 x 427" ${SAMPLE})
   file(REMOVE ${PREFIX}/${LIBDIR}/koio.so)

@@ -97,7 +97,9 @@ Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning
                                              return excess;
                                          }),
                             {}};
-    note_grid(tuning.grid, enhancement.grid, enhancement.notices);
+    if (enhancement.decision != Decision::turned_down) {
+        note_grid(tuning.grid, enhancement.grid, enhancement.notices);
+    }
     if (enhancement.decision == Decision::unchanged) {
         enhancement.notices.push_back(std::move(enhancement.reason));
         enhancement.reason.clear();

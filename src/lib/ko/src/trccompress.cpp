@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "alloc.h"
+#include "lanes.h"
 #include "platform.h"
 #include "report.h"
 
@@ -274,10 +275,37 @@ int32_t prepare(TRCCompress *compress) {
 
 // ---- reading tokens
 
+using FourEntries = uint32_t __attribute__((vector_size(16)));
+
+// What four packed steps of so many bits add up to, one after the other.
+template <uint32_t Bits> class StepSums {
+  public:
+    constexpr StepSums() {
+        for (uint32_t packed = 0; packed < count; ++packed) {
+            uint32_t sum = 0;
+            for (uint32_t k = 0; k < 4; ++k) {
+                sum += packed >> (k * Bits) & ((1u << Bits) - 1);
+                sums_[packed][k] = sum;
+            }
+        }
+    }
+
+    // Of the lowest four steps.
+    const uint32_t *of(uint64_t packed) const { return sums_[packed % count]; }
+
+  private:
+    static constexpr uint32_t count = 1u << 4 * Bits;
+
+    uint32_t sums_[count][4] = {};
+};
+
+template <uint32_t Bits> constexpr StepSums<Bits> step_sums;
+
 // Where decoded entries go: each is the one before it plus a step, and what has no room is dropped.
 class Decoder {
   public:
-    Decoder(uint32_t *entries, uint64_t room) : entries_(entries), room_(room) {}
+    // The first scratch entries are this object's to write to before they are decoded.
+    Decoder(uint32_t *entries, uint64_t room, uint64_t scratch) : entries_(entries), room_(room), scratch_(scratch) {}
 
     uint64_t filled() const { return filled_; }
 
@@ -289,28 +317,34 @@ class Decoder {
         ++filled_;
     }
 
-    // count steps of so many bits each, the first lowest.
-    template <uint32_t Bits> void add_packed(uint64_t packed, uint64_t count) {
-        constexpr uint32_t mask = (1u << Bits) - 1;
-        if (filled_ > room_ || room_ - filled_ < count) {
-            for (uint64_t k = 0; k < count; ++k) {
-                add(static_cast<uint32_t>(packed >> (k * Bits)) & mask);
-            }
-            return;
+    // count steps of so many bits each, the first lowest; at most longest.
+    template <uint32_t Bits, uint64_t longest> void add_packed(uint64_t packed, uint64_t count) {
+        if (filled_ + longest <= scratch_) {
+            return add_longest<Bits, longest>(packed, count);
         }
-        uint32_t *out = entries_ + filled_;
-        uint32_t value = value_;
         for (uint64_t k = 0; k < count; ++k, packed >>= Bits) {
-            value += static_cast<uint32_t>(packed) & mask;
-            out[k] = value;
+            add(static_cast<uint32_t>(packed) & ((1u << Bits) - 1));
         }
-        value_ = value;
-        filled_ += count;
     }
 
   private:
+    // As many entries as the longest token has, so that the processor has no number of steps to mispredict. Those behind the
+    // token are written again by the next ones.
+    template <uint32_t Bits, uint64_t longest> void add_longest(uint64_t packed, uint64_t count) {
+        uint32_t *out = entries_ + filled_;
+        uint32_t value = value_;
+        for (uint64_t k = 0; k < longest; k += 4, packed >>= 4 * Bits) {
+            const uint32_t *sums = step_sums<Bits>.of(packed);
+            store(load<FourEntries>(sums) + value, out + k);
+            value += sums[3];
+        }
+        value_ = out[count - 1];
+        filled_ += count;
+    }
+
     uint32_t *entries_;
     uint64_t room_;
+    uint64_t scratch_;
     uint64_t filled_ = 0;
     uint32_t value_ = 0;
 };
@@ -342,13 +376,13 @@ bool read_token(Decoder *decoder, HeldStream *stream) {
         if (!read_more(packed_bytes(count, 1))) {
             return false;
         }
-        decoder->add_packed<1>(more, count);
+        decoder->add_packed<1, longest_one_bit>(more, count);
     } else if ((head & 4) != 0) {
         const uint64_t count = (head >> 3) + 1;
         if (!read_more(packed_bytes(count, 2))) {
             return false;
         }
-        decoder->add_packed<2>(more, count);
+        decoder->add_packed<2, longest_two_bits>(more, count);
     } else if ((head & 8) != 0) {
         decoder->add(head >> 4);
     } else {
@@ -366,10 +400,19 @@ int32_t read_tokens(uint32_t *entries, uint64_t size, uint64_t room, FILE *strea
     if (size == 0) {
         return KO_OK;
     }
-    Decoder decoder(entries, room);
+    // A curve that is not too large is kept as it was, for the case that the stream ends early.
+    constexpr uint64_t most_kept = 1024;
+    uint32_t kept[most_kept];
+    const uint64_t scratch = size <= most_kept && size <= room ? size : 0;
+    std::memcpy(kept, entries, scratch * sizeof(*entries));
+    Decoder decoder(entries, room, scratch);
     HeldStream held(stream);
     while (decoder.filled() < size) {
         if (!read_token(&decoder, &held)) {
+            if (decoder.filled() < scratch) {
+                std::memcpy(entries + decoder.filled(), kept + decoder.filled(),
+                            (scratch - decoder.filled()) * sizeof(*entries));
+            }
             return KO_REPORT(KO_LEVEL_ERROR, KO_ERR_READ_FILE, path);
         }
     }

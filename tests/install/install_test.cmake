@@ -64,7 +64,8 @@ run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component Unspecifi
 
 set(toolchain)
 if(TOOLCHAIN)
-  set(toolchain -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DCMAKE_FIND_ROOT_PATH=${PREFIX})
+  # Programs in C++ bring the compiler's libraries along.
+  set(toolchain -DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN} -DCMAKE_FIND_ROOT_PATH=${PREFIX} -DCMAKE_EXE_LINKER_FLAGS=-static)
 endif()
 run(${CMAKE_COMMAND} -S ${EXAMPLES} -B ${WORK} -G Ninja -DCMAKE_BUILD_TYPE=Release -DCMAKE_PREFIX_PATH=${PREFIX} ${toolchain})
 run(${CMAKE_COMMAND} --build ${WORK})
@@ -95,7 +96,7 @@ execute_process(COMMAND pkg-config --cflags --libs ko OUTPUT_VARIABLE flags OUTP
 separate_arguments(flags)
 set(to_library -Wl,-rpath,${PREFIX}/${LIBDIR})
 if(EMULATOR)
-  set(to_library -static-libgcc -static-libstdc++)
+  set(to_library -static)
 endif()
 file(GLOB sources ${EXAMPLES}/*.c)
 list(FILTER sources EXCLUDE REGEX "/plugin.c$") # no program

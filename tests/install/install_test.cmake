@@ -96,7 +96,8 @@ execute_process(COMMAND pkg-config --cflags --libs ko OUTPUT_VARIABLE flags OUTP
 separate_arguments(flags)
 set(to_library -Wl,-rpath,${PREFIX}/${LIBDIR})
 if(EMULATOR)
-  set(to_library -static)
+  # Not -static, with which the linker would not take import libraries.
+  set(to_library -static-libgcc -static-libstdc++ -Wl,-Bstatic,--whole-archive -lwinpthread -Wl,--no-whole-archive,-Bdynamic)
 endif()
 file(GLOB sources ${EXAMPLES}/*.c)
 list(FILTER sources EXCLUDE REGEX "/plugin.c$") # no program

@@ -627,14 +627,7 @@ class ColorTextTest : public ImageFormatTest {
         write(".G", "3,4\n");
         write(".B", "5,6\n");
     }
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto &entry : std::filesystem::directory_iterator(folder_.path())) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    std::vector<std::string> files() const { return names_in(folder_.path()); }
 
   private:
     TemporaryFile folder_;

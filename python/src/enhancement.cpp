@@ -19,19 +19,6 @@ using kohost::Measure;
 using kohost::Policy;
 using kohost::Tuning;
 
-const char *name(Measure measure) {
-    switch (measure) {
-    case Measure::detail:
-        return "detail";
-    case Measure::entropy:
-        return "entropy";
-    case Measure::noise:
-        return "noise";
-    default:
-        return "score";
-    }
-}
-
 const char *name(kohost::Decision decision) {
     switch (decision) {
     case kohost::Decision::enhanced:
@@ -56,7 +43,7 @@ py::object number_of(const DecisionMechanismThreshold &values, Measure measure) 
 py::dict numbers_of(const DecisionMechanismThreshold &values) {
     py::dict numbers;
     for (const Measure measure : kohost::measures) {
-        numbers[name(measure)] = number_of(values, measure);
+        numbers[kohost::key_of(measure)] = number_of(values, measure);
     }
     return numbers;
 }
@@ -104,8 +91,8 @@ py::dict judge(const py::object &picture, const Tuning &tuning, float score) {
     py::dict blocks;
     py::dict thresholds;
     for (const Measure measure : {Measure::detail, Measure::entropy, Measure::noise}) {
-        blocks[name(measure)] = blocks_of(scores, measure);
-        thresholds[name(measure)] = shortest(scores.block_threshold(measure));
+        blocks[kohost::key_of(measure)] = blocks_of(scores, measure);
+        thresholds[kohost::key_of(measure)] = shortest(scores.block_threshold(measure));
     }
     return py::dict(py::arg("values") = numbers_of(judgement.values), py::arg("limits") = limits_of(judgement),
                     py::arg("blocks") = blocks, py::arg("thresholds") = thresholds,

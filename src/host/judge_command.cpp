@@ -21,19 +21,6 @@ namespace {
 
 constexpr std::array<Measure, 3> block_measures = {Measure::detail, Measure::entropy, Measure::noise};
 
-const char *key_of(Measure measure) {
-    switch (measure) {
-    case Measure::detail:
-        return "detail";
-    case Measure::entropy:
-        return "entropy";
-    case Measure::noise:
-        return "noise";
-    default:
-        return "score";
-    }
-}
-
 // The decision of a policy: its own, or that of one before it.
 struct Verdict {
     bool enhanced;
@@ -136,7 +123,7 @@ template <class Value> Json by_measure(std::span<const Measure> wanted, const Va
     Json object = Json::object();
     for (const Measure measure : wanted) {
         const auto found = value(measure);
-        object[key_of(measure)] = found ? Json(*found) : Json(nullptr);
+        object[kohost::key_of(measure)] = found ? Json(*found) : Json(nullptr);
     }
     return object;
 }

@@ -35,6 +35,19 @@ std::string shown(double number) {
 
 } // namespace
 
+const char *key_of(Measure measure) {
+    switch (measure) {
+    case Measure::detail:
+        return "detail";
+    case Measure::entropy:
+        return "entropy";
+    case Measure::noise:
+        return "noise";
+    default:
+        return "score";
+    }
+}
+
 const char *name(Policy policy) {
     switch (policy) {
     case Policy::conservative:

@@ -20,6 +20,9 @@ inline constexpr std::array<Measure, 4> measures = {Measure::score, Measure::det
 inline constexpr std::array<Policy, 4> policies = {Policy::conservative, Policy::standard, Policy::risky, Policy::always};
 inline constexpr std::array<Policy, 3> policies_with_limits = {Policy::conservative, Policy::standard, Policy::risky};
 
+// "score", "detail", "entropy", "noise".
+const char *key_of(Measure measure);
+
 // Blocks that a picture is judged by, whatever its size.
 inline constexpr uint64_t judged_blocks = 64;
 

@@ -30,14 +30,7 @@ class KoioTest : public LibraryTest {
     }
 
     // The names of all files in the folder, drafts among them.
-    std::vector<std::string> files() const {
-        std::vector<std::string> names;
-        for (const auto &entry : std::filesystem::directory_iterator(folder_.path())) {
-            names.push_back(entry.path().filename().string());
-        }
-        std::sort(names.begin(), names.end());
-        return names;
-    }
+    std::vector<std::string> files() const { return names_in(folder_.path()); }
 
   private:
     TemporaryFile folder_;

@@ -3,6 +3,7 @@
 #define KO_TESTS_FILES_H
 
 #include <string>
+#include <vector>
 
 namespace ko_test {
 
@@ -19,6 +20,9 @@ std::string read_text(const std::string &path);
 void write_bytes(const std::string &path, const std::string &bytes);
 
 bool exists(const std::string &path);
+
+// The names of what lies in a folder, sorted.
+std::vector<std::string> names_in(const std::string &folder);
 
 // A temporary path that is removed at the end of its life.
 class TemporaryFile {

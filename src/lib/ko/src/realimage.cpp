@@ -53,16 +53,16 @@ void transpose_pixels(const RealImage *image, RealImage *result, uint64_t x, uin
     }
 }
 
+// Row pointers are copied, since a store to the result could change them as far as the compiler knows.
 void transpose_rows(const RealImage *image, RealImage *result, uint64_t y) {
-    const uint64_t in_stride = stride(image);
-    const uint64_t out_stride = stride(result);
+    const float *in[transposed_rows];
+    std::copy_n(image->rows + y, transposed_rows, in);
     uint64_t x = 0;
     for (; x + square_side <= image->width; x += square_side) {
-        const float *in = image->rows[y] + x;
-        float *out = result->rows[x] + y;
+        float *out[square_side];
+        std::copy_n(result->rows + x, square_side, out);
         for (uint64_t line = 0; line < transposed_rows; line += square_side) {
-            transpose_square([=](uint64_t i) { return in + (line + i) * in_stride; },
-                             [=](uint64_t i) { return out + i * out_stride + line; });
+            transpose_square([&](uint64_t i) { return in[line + i] + x; }, [&](uint64_t i) { return out[i] + y + line; });
         }
     }
     transpose_pixels(image, result, x, image->width, y, y + transposed_rows);

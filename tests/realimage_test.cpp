@@ -1,6 +1,7 @@
 // RealImage: what it shares with MatrixFloat under its own words, and crop, comparison, transposition, arithmetic and print.
 #include "float_grid_tests.h"
 
+#include <algorithm>
 #include <bit>
 #include <cmath>
 #include <cstring>
@@ -233,6 +234,24 @@ bool is_transposed(const RealImage *image, const RealImage *result) {
         }
     }
     return true;
+}
+
+// A host may turn a picture over by its row pointers.
+TEST_F(RealImageTest, TransposeGoesByTheRowsOfBothImages) {
+    constexpr uint64_t width = 37;
+    constexpr uint64_t height = 35;
+    const RealImagePtr image =
+        make_image(width, height, [](uint64_t x, uint64_t y) { return static_cast<float>(100 * x + y); });
+    const RealImagePtr result = make_image(height, width, [](uint64_t, uint64_t) { return -1.0f; });
+    std::reverse(image->rows, image->rows + height);
+    std::reverse(result->rows, result->rows + width);
+    RealImage *target = result.get();
+    expect_success([&] { return KoRealImageTranspose(image.get(), &target); });
+    for (uint64_t y = 0; y < height; ++y) {
+        for (uint64_t x = 0; x < width; ++x) {
+            ASSERT_EQ(result->rows[x][y], static_cast<float>(100 * x + (height - 1 - y))) << x << ", " << y;
+        }
+    }
 }
 
 TEST_F(RealImageTest, TransposeKeepsEveryBitAtEverySize) {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string_view>
 
-#include "codec/jpeg_common.h"
+#include "codec/jpeg_segments.h"
 
 namespace codec {
 

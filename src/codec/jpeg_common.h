@@ -8,15 +8,8 @@
 #include <jpeglib.h>
 
 #include "codec/guard.h"
-#include "codec/marks.h"
 
 namespace codec {
-
-inline constexpr int app1 = JPEG_APP0 + 1;   // Exif, XMP
-inline constexpr int app2 = JPEG_APP0 + 2;   // ICC profile and others
-inline constexpr int app13 = JPEG_APP0 + 13; // image resources, with captions
-
-inline constexpr size_t largest_segment = 65533;
 
 // libjpeg's error manager with our trouble behind it.
 struct JpegErrors {

@@ -1,7 +1,5 @@
 // Segments are recognised by the marks that they begin with. Those that no rule names are carried unchanged: cameras keep much
 // of their own data there.
-#include "codec/jpeg_common.h"
-
 #include "codec/jpeg_segments.h"
 
 #include <algorithm>
@@ -9,20 +7,19 @@
 
 #include "codec/extended_xmp.h"
 #include "codec/left_out.h"
+#include "codec/marks.h"
 #include "codec/photoshop.h"
 
 namespace codec {
 
 namespace {
 
-constexpr int app0 = JPEG_APP0;
-constexpr int app11 = JPEG_APP0 + 11; // boxes
-constexpr int app14 = JPEG_APP0 + 14; // Adobe's: how the old file's colours were transformed
+constexpr int app11 = app0 + 11; // boxes
+constexpr int app14 = app0 + 14; // Adobe's: how the old file's colours were transformed
 
 constexpr std::string_view jfif_mark("JFIF\0", 5);
 constexpr std::string_view jfif_extension_mark("JFXX\0", 5); // a thumbnail
-constexpr std::string_view icc_mark("ICC_PROFILE\0", 12);
-constexpr std::string_view multi_picture_mark("MPF\0", 4); // offsets into the old file: of no use in a new one
+constexpr std::string_view multi_picture_mark("MPF\0", 4);   // offsets into the old file: of no use in a new one
 constexpr std::string_view gain_map_mark("urn:iso:std:iso:ts:21496:-1\0", 28);
 constexpr std::string_view box_mark("JP", 2);
 constexpr std::string_view adobe_mark = "Adobe";
@@ -145,7 +142,7 @@ std::string counted(uint64_t count, const std::string &one, const std::string &s
 
 void SegmentSorter::add(int marker, std::span<const uint8_t> bytes, Metadata &metadata) {
     switch (marker) {
-    case JPEG_COM:
+    case comment_marker:
         return metadata.comments.emplace_back(bytes.begin(), bytes.end()), void();
     case app0:
         return add_app0(bytes, metadata);
@@ -172,7 +169,7 @@ void SegmentSorter::add(int marker, std::span<const uint8_t> bytes, Metadata &me
     keep(marker, bytes, metadata);
 }
 
-// libjpeg writes a JFIF header of its own, without a thumbnail.
+// A writer makes a JFIF header of its own, without a thumbnail.
 void SegmentSorter::add_app0(std::span<const uint8_t> bytes, Metadata &metadata) {
     constexpr size_t thumbnail_size_at = 12;
     if (begins_with(bytes, jfif_mark)) {
@@ -262,23 +259,7 @@ std::string name_of(const JpegSegment &segment) {
         return "the extended XMP data";
     }
     const std::string name = readable_name(segment.bytes);
-    return "the JPEG segment APP" + std::to_string(segment.marker - JPEG_APP0) + (name.empty() ? "" : " '" + name + "'");
-}
-
-// A packet ends with padding for editors, followed by a processing instruction.
-Bytes xmp_segment(std::span<const uint8_t> packet) {
-    constexpr std::string_view trailer = "<?xpacket end=";
-    Bytes segment(xmp_mark.begin(), xmp_mark.end());
-    const auto is_blank = [](uint8_t byte) { return byte == ' ' || byte == '\n' || byte == '\r' || byte == '\t'; };
-    auto end = packet.end();
-    auto rest = end;
-    if (packet.size() > largest_segment - xmp_mark.size()) {
-        rest = std::find_end(packet.begin(), packet.end(), trailer.begin(), trailer.end());
-        end = std::find_if_not(std::make_reverse_iterator(rest), packet.rend(), is_blank).base();
-    }
-    segment.insert(segment.end(), packet.begin(), end);
-    segment.insert(segment.end(), rest, packet.end());
-    return segment.size() <= largest_segment ? segment : Bytes();
+    return "the JPEG segment APP" + std::to_string(segment.marker - app0) + (name.empty() ? "" : " '" + name + "'");
 }
 
 } // namespace codec

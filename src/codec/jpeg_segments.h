@@ -5,16 +5,29 @@
 #include <set>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "codec/codec.h"
 
 namespace codec {
 
+// Markers of segments, in the second byte behind 0xff.
+inline constexpr int app0 = 0xe0;       // the first of sixteen for applications; JFIF headers
+inline constexpr int app1 = app0 + 1;   // Exif, XMP
+inline constexpr int app2 = app0 + 2;   // ICC profile and others
+inline constexpr int app13 = app0 + 13; // image resources, with captions
+inline constexpr int last_app = app0 + 15;
+inline constexpr int comment_marker = 0xfe;
+
+inline constexpr size_t largest_segment = 65533;
+
+inline constexpr std::string_view icc_mark("ICC_PROFILE\0", 12);
+
 // Sorts the segments of one file. What must not be carried into a file with other pixels is recorded, to be named.
 class SegmentSorter {
   public:
     // Adds the next application segment or comment to the metadata where it belongs. The parts of an ICC profile are skipped:
-    // libjpeg puts them together.
+    // the reader puts them together.
     void add(int marker, std::span<const uint8_t> bytes, Metadata &metadata);
 
     // Called when the image resources are complete: takes from them what has a field of its own.
@@ -41,9 +54,6 @@ class SegmentSorter {
 
 // A segment for a notice, such as "the JPEG segment APP12 'Ducky'".
 std::string name_of(const JpegSegment &segment);
-
-// An XMP packet's segment; none if it does not fit into one, even without the padding at its end.
-Bytes xmp_segment(std::span<const uint8_t> packet);
 
 } // namespace codec
 

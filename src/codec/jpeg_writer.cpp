@@ -9,10 +9,7 @@
 #include <array>
 
 #include "codec/formats.h"
-#include "codec/jpeg_segments.h"
-#include "codec/left_out.h"
-#include "codec/photoshop.h"
-#include "codec/png_texts.h"
+#include "codec/jpeg_metadata.h"
 
 namespace codec {
 
@@ -60,8 +57,8 @@ class JpegWriter : public Writer {
         info_.err = prepare(errors_);
         destination_.manager = {nullptr, 0, empty_room, on_full, on_end};
         destination_.output = &output;
-        tell_losses(notices);
-        const std::vector<JpegSegment> segments = segments_to_write();
+        tell_jpeg_losses(picture, notices);
+        const std::vector<JpegSegment> segments = segments_to_write(picture.metadata);
         errors_.trouble.guarded([&] {
             start(quality ? &*quality : nullptr);
             write_metadata(segments);
@@ -83,61 +80,6 @@ class JpegWriter : public Writer {
     }
 
   private:
-    bool exif_fits() const { return picture_.metadata.exif.size() + exif_mark.size() <= largest_segment; }
-
-    // An ICC profile is spread over at most 255 segments, each with 14 bytes of its own.
-    bool icc_profile_fits() const { return picture_.metadata.icc_profile.size() <= 255 * (largest_segment - 14); }
-
-    void tell_losses(Notices &notices) const {
-        if (picture_.has_alpha) {
-            notices.push_back("a JPEG file cannot hold alpha, which is left out");
-        }
-        if (!exif_fits()) {
-            notices.push_back("the Exif data is too large for a JPEG file and left out");
-        }
-        if (!icc_profile_fits()) {
-            notices.push_back("the ICC profile is too large for a JPEG file and left out");
-        }
-        if (picture_.metadata.png_colours.gamma && picture_.metadata.icc_profile.empty()) {
-            notices.push_back("a JPEG file cannot hold the PNG file's gamma, which is left out");
-        }
-        if (!picture_.metadata.xmp.empty() && xmp_segment(picture_.metadata.xmp).empty()) {
-            notices.push_back("the XMP data is too large for a JPEG file and left out");
-        }
-        tell_left_out(picture_.metadata, {.xmp = true, .photoshop = true, .comments = true, .jpeg_segments = true}, notices);
-    }
-
-    // Exif data and XMP come first, where readers look for them; comments come last.
-    std::vector<JpegSegment> segments_to_write() const {
-        const Metadata &metadata = picture_.metadata;
-        std::vector<JpegSegment> segments;
-        if (!metadata.exif.empty() && exif_fits()) {
-            add_parts(segments, app1, exif_mark, metadata.exif);
-        }
-        if (Bytes xmp = metadata.xmp.empty() ? Bytes() : xmp_segment(metadata.xmp); !xmp.empty()) {
-            segments.push_back({app1, std::move(xmp)});
-        }
-        add_parts(segments, app13, photoshop_mark, resources_with_iptc(metadata));
-        segments.insert(segments.end(), metadata.jpeg_segments.begin(), metadata.jpeg_segments.end());
-        for (const std::string &comment : comments_for_jpeg(metadata)) {
-            add_parts(segments, JPEG_COM, {}, comment);
-        }
-        return segments;
-    }
-
-    // Adds segments that each begin with a mark and hold as much of the content as fits; none for an empty content.
-    template <class Content>
-    static void add_parts(std::vector<JpegSegment> &segments, int marker, std::string_view mark, const Content &content) {
-        const size_t most = largest_segment - mark.size();
-        for (size_t done = 0; done < content.size(); done += most) {
-            const auto count = std::min(most, content.size() - done);
-            Bytes bytes(mark.size() + count);
-            const auto behind_mark = std::copy(mark.begin(), mark.end(), bytes.begin());
-            std::copy_n(content.begin() + static_cast<std::ptrdiff_t>(done), count, behind_mark);
-            segments.push_back({marker, std::move(bytes)});
-        }
-    }
-
     void start(const int *quality) {
         jpeg_create_compress(&info_);
         info_.dest = &destination_.manager;
@@ -204,7 +146,7 @@ class JpegWriter : public Writer {
         for (const JpegSegment &segment : segments) {
             jpeg_write_marker(&info_, segment.marker, segment.bytes.data(), static_cast<unsigned int>(segment.bytes.size()));
         }
-        if (!metadata.icc_profile.empty() && icc_profile_fits()) {
+        if (!metadata.icc_profile.empty() && icc_profile_fits(metadata)) {
             jpeg_write_icc_profile(&info_, metadata.icc_profile.data(), static_cast<unsigned int>(metadata.icc_profile.size()));
         }
     }

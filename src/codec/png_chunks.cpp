@@ -10,10 +10,6 @@ namespace codec {
 
 namespace {
 
-// Names in libpng's form, each followed by a zero.
-constexpr std::array<const char, 6 * 5 + 1> of_libpng = {"bKGD\0oFFs\0pCAL\0sCAL\0sPLT\0tIME"};
-constexpr std::array<const char, 2 * 5 + 1> frames = {"fcTL\0fdAT"};
-
 // About the whole picture or its colours, which stay.
 constexpr std::array<std::string_view, 7> kept = {"cICP", "cLLI", "cLLi", "mDCV", "mDCv", "sCAL", "tIME"};
 
@@ -38,13 +34,6 @@ std::string lost(const PngChunk &chunk) {
 }
 
 } // namespace
-
-void keep_chunks(png_structp png) {
-    const auto names = [](const auto &list) { return reinterpret_cast<png_const_bytep>(list.data()); };
-    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_IF_SAFE, nullptr, 0); // all but critical ones, which end the reading
-    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_IF_SAFE, names(of_libpng), 6);
-    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, names(frames), 2);
-}
 
 void ChunkSorter::add(const PngChunk &chunk, Metadata &metadata, Notices &notices) const {
     if (is_safe(chunk.name) || is_one_of(kept, chunk.name) || (chunk.name == "bKGD" && plain_colours_)) {

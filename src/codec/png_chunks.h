@@ -3,14 +3,9 @@
 #ifndef KO_CODEC_PNG_CHUNKS_H
 #define KO_CODEC_PNG_CHUNKS_H
 
-#include <png.h>
-
 #include "codec/codec.h"
 
 namespace codec {
-
-// Has libpng keep the bytes of the chunks that a ChunkSorter takes. Runs inside a guarded step.
-void keep_chunks(png_structp png);
 
 class ChunkSorter {
   public:

@@ -2,6 +2,7 @@
 //
 // libpng leaves a failed call by a jump, so each run of its calls is a guarded step that holds no object with a destructor.
 #include <algorithm>
+#include <array>
 #include <new>
 
 #include "codec/formats.h"
@@ -13,6 +14,18 @@
 namespace codec {
 
 namespace {
+
+// Names in libpng's form, each followed by a zero.
+constexpr std::array<const char, 6 * 5 + 1> of_libpng = {"bKGD\0oFFs\0pCAL\0sCAL\0sPLT\0tIME"};
+constexpr std::array<const char, 2 * 5 + 1> frames = {"fcTL\0fdAT"};
+
+// Has libpng keep the bytes of the chunks that a ChunkSorter takes. Runs inside a guarded step.
+void keep_chunks(png_structp png) {
+    const auto names = [](const auto &list) { return reinterpret_cast<png_const_bytep>(list.data()); };
+    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_IF_SAFE, nullptr, 0); // all but critical ones, which end the reading
+    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_IF_SAFE, names(of_libpng), 6);
+    png_set_keep_unknown_chunks(png, PNG_HANDLE_CHUNK_NEVER, names(frames), 2);
+}
 
 // Ends with its scope, even if a constructor fails.
 struct Structures {

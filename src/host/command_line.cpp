@@ -120,8 +120,9 @@ const CLI::App *given_command(CLI::App &app) {
     return given.empty() ? nullptr : given.front();
 }
 
-CommandLine parse_words(CLI::App &app, Options &options, int argc, const char *const *argv) {
-    app.parse(argc, argv);
+CommandLine parse_words(CLI::App &app, Options &options, std::vector<std::string> words) {
+    std::reverse(words.begin(), words.end()); // as CLI11 takes them
+    app.parse(std::move(words));
     const CLI::App *command = given_command(app);
     if (command != nullptr && command->get_name() == "help") {
         std::cout << help_about(app, *command);
@@ -139,8 +140,9 @@ CommandLine parse_words(CLI::App &app, Options &options, int argc, const char *c
 
 } // namespace
 
-CommandLine read_command_line(int argc, const char *const *argv) {
+CommandLine read_command_line(std::vector<std::string> words) {
     CLI::App app("Improves photographs: opens shadows and repairs red eyes.", "ko");
+    app.allow_windows_style_options(false); // one command line for all systems; a path may begin with a slash
     Options options;
     describe(app, options);
     const auto mistake = [&](const std::string &text) {
@@ -150,7 +152,7 @@ CommandLine read_command_line(int argc, const char *const *argv) {
         return CommandLine{std::nullopt, wrong_usage};
     };
     try {
-        return parse_words(app, options, argc, argv);
+        return parse_words(app, options, std::move(words));
     } catch (const CLI::Success &success) { // help, version
         return {std::nullopt, app.exit(success)};
     } catch (const CLI::ArgumentMismatch &error) {

@@ -3,6 +3,8 @@
 #define KO_HOST_COMMAND_LINE_H
 
 #include <optional>
+#include <string>
+#include <vector>
 
 #include "options.h"
 
@@ -18,8 +20,8 @@ inline constexpr int all_done = 0;
 inline constexpr int some_failed = 1;
 inline constexpr int wrong_usage = 2;
 
-// Reads the command line. Answers a request for help or the version itself, and writes one line about a mistake.
-CommandLine read_command_line(int argc, const char *const *argv);
+// Reads the words of a command line behind the program's name. Answers a request for help or the version itself, and writes one line about a mistake.
+CommandLine read_command_line(std::vector<std::string> words);
 
 } // namespace host
 

@@ -28,7 +28,7 @@ bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoError
 bool holds(const fs::path &path, const TileTRC &curves) {
     const ko::TileTRCPtr again = empty_grid();
     const system::ErrorStreamCapture printed;
-    const bool loaded = KoTileTRCLoad(again.get(), path.c_str()) == KO_OK;
+    const bool loaded = KoTileTRCLoad(again.get(), path.string().c_str()) == KO_OK;
     if (!loaded && short_of_memory()) {
         throw ko::Error("the saved curves cannot be checked");
     }
@@ -70,7 +70,7 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
     write_file_by(
         target,
         [&](const fs::path &draft) {
-            ko::check(KoTileTRCSave(&curves, draft.c_str(), static_cast<int32_t>(form), 1) == KO_OK,
+            ko::check(KoTileTRCSave(&curves, draft.string().c_str(), static_cast<int32_t>(form), 1) == KO_OK,
                       "the curves cannot be saved");
         },
         [&](const fs::path &draft) {
@@ -86,7 +86,7 @@ ko::TileTRCPtr load_grid(const fs::path &path) {
     KoStatusClear();
     ko::TileTRCPtr grid = empty_grid();
     system::ErrorStreamCapture printed;
-    const bool loaded = KoTileTRCLoad(grid.get(), path.c_str()) == KO_OK;
+    const bool loaded = KoTileTRCLoad(grid.get(), path.string().c_str()) == KO_OK;
     const std::string why = reason_in(printed.take());
     if (!loaded) {
         const char *what = short_of_memory() ? "its curves need more memory than is available" : "the curves cannot be read";

@@ -162,7 +162,7 @@ class Layout {
     // Results beside their inputs are no inputs of the next run.
     bool is_result(const Selected &picture) const {
         return destination_.output.empty() && !destination_.suffix.empty() &&
-               fs::path(picture.input).stem().native().ends_with(destination_.suffix);
+               fs::path(picture.input).stem().string().ends_with(destination_.suffix);
     }
 
     bool writes_stream() const { return destination_.output == standard_stream; }
@@ -174,7 +174,7 @@ class Layout {
         }
         const fs::path named =
             destination_.output.empty() ? kept_name(picture.input) : destination_.output / kept_name(picture.place);
-        return named.parent_path() / (named.stem().native() + destination_.suffix + named.extension().native());
+        return named.parent_path() / (named.stem().string() + destination_.suffix + named.extension().string());
     }
 
     std::string reason_to_refuse(const Job &job) const { return writes_stream() ? "" : reason_against(job.target); }

@@ -172,7 +172,7 @@ void judge_file(const Job &job, const Options &options, Entry &entry) {
     entry.at(Stage::judging);
     const Scores scores(working_copy, options.tuning, options.judging.score);
     if (!options.scores.empty()) {
-        write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.c_str()); });
+        write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.string().c_str()); });
     }
     report_notices(source.notices, entry);
     entry.answered(options.reporting.style == Style::json ? object_about(job, source, scores)

@@ -73,7 +73,7 @@ int main(int argc, char **argv) {
     try {
         host::system::on_interruption(host::clean_up);
         host::system::keep_freed_memory();
-        const host::CommandLine command_line = host::read_command_line(argc, argv);
+        const host::CommandLine command_line = host::read_command_line(host::system::arguments(argc, argv));
         if (command_line.options) {
             return host::run(*command_line.options);
         }

@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 namespace host::system {
 
@@ -95,6 +96,9 @@ class ErrorStreamCapture {
     std::FILE *kept_ = nullptr;
     int stream_ = -1; // as it was
 };
+
+// The words of the command line behind the program's name, in UTF-8 where the system says in which encoding they are.
+std::vector<std::string> arguments(int argc, char **argv);
 
 // A number that no other running process has.
 unsigned process();

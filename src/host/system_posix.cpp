@@ -190,6 +190,8 @@ void ErrorStreamCapture::end() noexcept {
     }
 }
 
+std::vector<std::string> arguments(int argc, char **argv) { return {argv + std::min(argc, 1), argv + argc}; }
+
 unsigned process() { return static_cast<unsigned>(::getpid()); }
 
 void keep_freed_memory() {

@@ -24,6 +24,8 @@ constexpr size_t inline_size = 4;         // of a value that is held in its entr
 
 } // namespace
 
+Bytes empty_exif() { return {'I', 'I', 42, 0, 8, 0, 0, 0, 0, 0, 0, 0, 0, 0}; }
+
 ExifBlock::ExifBlock(Bytes bytes) : bytes_(std::move(bytes)), little_(!bytes_.empty() && bytes_[0] == 'I') {
     const uint32_t order = get(0, 2);
     if ((order != 0x4949 && order != 0x4d4d) || get(2, 2) != 42) {

@@ -1,5 +1,5 @@
 // The plug-in's files: one that is read in any order, and one that appears under its name when it is complete. One back end per
-// system (file_posix.cpp).
+// system (file_posix.cpp, file_windows.cpp).
 #ifndef KO_PLUGIN_KOIO_FILE_H
 #define KO_PLUGIN_KOIO_FILE_H
 

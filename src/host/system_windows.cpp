@@ -1,5 +1,5 @@
-// The Windows back end of system.h. Files are numbers of the C runtime, opened so that others may rename and remove them, as they
-// may on POSIX systems.
+// The Windows back end of system.h. Files are numbers of the C runtime, opened so that others may rename and remove them, as
+// they may on POSIX systems.
 #include "system.h"
 
 #include <algorithm>
@@ -65,15 +65,16 @@ int open_number(const std::filesystem::path &path, DWORD access, DWORD dispositi
     return number;
 }
 
-// The system counts steps of 100 nanoseconds.
+// The system counts steps of 100 nanoseconds from the year 1601 on, of which 64 bits do not hold the nanoseconds.
 constexpr int64_t step = 100;
+constexpr int64_t steps_to_1970 = 116'444'736'000'000'000;
 
 int64_t nanoseconds(const FILETIME &time) {
-    return static_cast<int64_t>(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) * step;
+    return (static_cast<int64_t>(uint64_t{time.dwHighDateTime} << 32 | time.dwLowDateTime) - steps_to_1970) * step;
 }
 
 FILETIME time_of(int64_t nanoseconds) {
-    const auto steps = static_cast<uint64_t>(nanoseconds / step);
+    const auto steps = static_cast<uint64_t>(nanoseconds / step + steps_to_1970);
     return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};
 }
 
@@ -137,7 +138,8 @@ bool File::write(std::span<const uint8_t> bytes) noexcept {
 
 // Goes back to the end, where the next write belongs.
 bool File::write_at(uint64_t offset, std::span<const uint8_t> bytes) noexcept {
-    return _lseeki64(number_, static_cast<int64_t>(offset), SEEK_SET) >= 0 && write(bytes) && _lseeki64(number_, 0, SEEK_END) >= 0;
+    return _lseeki64(number_, static_cast<int64_t>(offset), SEEK_SET) >= 0 && write(bytes) &&
+           _lseeki64(number_, 0, SEEK_END) >= 0;
 }
 
 std::optional<uint64_t> File::size() const noexcept {
@@ -189,13 +191,27 @@ std::filesystem::path program_folder() {
 
 // Who may write into a folder is found out by writing.
 bool can_write_into(const std::filesystem::path &folder) noexcept {
-    const HANDLE file = CreateFileW((folder / (".ko-" + std::to_string(process()) + ".part")).c_str(), GENERIC_WRITE, 0, nullptr,
-                                    CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    const HANDLE file = CreateFileW((folder / (".ko-" + std::to_string(process()) + ".part")).c_str(), GENERIC_WRITE, 0,
+                                    nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     return succeeded(file != INVALID_HANDLE_VALUE) && CloseHandle(file) != 0;
 }
 
+// A file that is open cannot be replaced, but moved aside, and removed: it lasts as long as it is open.
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept {
-    return succeeded(MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0);
+    if (MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING) != 0) {
+        return true;
+    }
+    std::filesystem::path aside = from;
+    aside += ".old";
+    if (!succeeded(MoveFileExW(to.c_str(), aside.c_str(), 0) != 0)) {
+        return false;
+    }
+    if (!succeeded(MoveFileExW(from.c_str(), to.c_str(), 0) != 0)) {
+        MoveFileExW(aside.c_str(), to.c_str(), 0);
+        return false;
+    }
+    DeleteFileW(aside.c_str());
+    return true;
 }
 
 ErrorStreamCapture::ErrorStreamCapture() noexcept {
@@ -219,8 +235,7 @@ std::string ErrorStreamCapture::take() {
         text.resize(most);
         const int number = _fileno(kept_);
         _lseeki64(number, 0, SEEK_SET);
-        const int64_t count =
-            repeat(most, [&](size_t done, unsigned more) { return _read(number, text.data() + done, more); });
+        const int64_t count = repeat(most, [&](size_t done, unsigned more) { return _read(number, text.data() + done, more); });
         text.resize(static_cast<size_t>(std::max(count, int64_t{0})));
     }
     end();

@@ -5,6 +5,7 @@
 #include "grid_file.h"
 #include "kohost/curves.h"
 #include "marked.h"
+#include "paths.h"
 #include "workers.h"
 
 namespace host {
@@ -13,7 +14,7 @@ namespace {
 
 ko::TileTRCPtr load_named(const std::string &path) {
     try {
-        return load_grid(path);
+        return load_grid(path_of(path));
     } catch (const std::runtime_error &error) {
         throw FileError(path + ": " + error.what());
     }
@@ -36,7 +37,7 @@ void apply_to_file(const Job &job, const TileTRC &curves, const Options &options
     }
     report_notices(source.notices, entry);
     entry.done(
-        {source.size().width, source.size().height, job.target.string(), unchanged ? "unchanged" : "curves applied", ""});
+        {source.size().width, source.size().height, text_of(job.target), unchanged ? "unchanged" : "curves applied", ""});
 }
 
 } // namespace

@@ -7,6 +7,7 @@
 #include "enhance.h"
 #include "marked.h"
 #include "model.h"
+#include "paths.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -32,7 +33,7 @@ Json object_about(const std::optional<kohost::RedEyes> &eyes) {
 Result result_of(const Job &job, const Source &source, const std::optional<kohost::RedEyes> &eyes,
                  const Enhancement &enhancement) {
     const std::string about_eyes = eyes ? line_about(*eyes) + ", " : "";
-    Result result{source.size().width, source.size().height, job.target.string(), shown(enhancement.decision),
+    Result result{source.size().width, source.size().height, text_of(job.target), shown(enhancement.decision),
                   enhancement.reason};
     result.said = about_eyes + line_about(enhancement);
     result.members["red_eyes"] = object_about(eyes);

@@ -20,7 +20,8 @@ inline constexpr int all_done = 0;
 inline constexpr int some_failed = 1;
 inline constexpr int wrong_usage = 2;
 
-// Reads the words of a command line behind the program's name. Answers a request for help or the version itself, and writes one line about a mistake.
+// Reads the words of a command line behind the program's name. Answers a request for help or the version itself, and writes one
+// line about a mistake.
 CommandLine read_command_line(std::vector<std::string> words);
 
 } // namespace host

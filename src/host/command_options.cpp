@@ -12,6 +12,7 @@
 #include "kohost/redeye.h"
 #include "model.h"
 #include "option_values.h"
+#include "paths.h"
 #include "system.h"
 
 namespace host {
@@ -369,7 +370,7 @@ bool writes_pictures(Command command) { return command != Command::judge && comm
 std::string missing_output(const Options &options, const std::string &word) {
     const std::vector<std::string> &inputs = options.selection.inputs;
     std::error_code error;
-    if (inputs.size() < 2 || (std::filesystem::exists(inputs.back(), error) && inputs.size() > 2)) {
+    if (inputs.size() < 2 || (std::filesystem::exists(path_of(inputs.back()), error) && inputs.size() > 2)) {
         return "no output: --output, --suffix or --in-place says where the results go";
     }
     const std::string first = options.command == Command::apply ? options.grid_file + " " + inputs.front() : inputs.front();

@@ -4,6 +4,7 @@
 #include "draw.h"
 #include "enhance.h"
 #include "kohost/curves.h"
+#include "paths.h"
 #include "workers.h"
 
 namespace host {
@@ -35,14 +36,14 @@ void make_file(const Job &job, const Options &options, Entry &entry) {
     entry.at(Stage::writing);
     const std::string decision = options.draw ? draw(job, source, *curves, options.quality) : save(job, options.form, *curves);
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), decision, ""});
+    entry.done({source.size().width, source.size().height, text_of(job.target), decision, ""});
 }
 
 } // namespace
 
 void save_curves(const Options &options, Report &report) {
     if (options.draw) {
-        check_extension(options.destination.output);
+        check_extension(path_of(options.destination.output));
     }
     for_each_job({lay_out_file(options.selection.inputs.front(), options.destination.output)}, options.jobs, report,
                  [&](const Job &job, Entry &entry) { make_file(job, options, entry); });

@@ -4,6 +4,7 @@
 #include "kohost/curves.h"
 #include "kohost/scores.h"
 #include "page_entry.h"
+#include "paths.h"
 
 namespace host {
 

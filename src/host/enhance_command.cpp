@@ -3,6 +3,7 @@
 
 #include "enhance.h"
 #include "marked.h"
+#include "paths.h"
 #include "report_page.h"
 #include "workers.h"
 
@@ -24,7 +25,7 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
     }
     report_notices(enhancement.notices, entry);
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), shown(enhancement.decision), enhancement.reason,
+    entry.done({source.size().width, source.size().height, text_of(job.target), shown(enhancement.decision), enhancement.reason,
                 line_about(enhancement)});
 }
 

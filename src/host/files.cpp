@@ -1,5 +1,6 @@
 // An input stays open while its target is replaced, so that a picture can be written over itself.
 #include "files.h"
+#include "paths.h"
 
 #include <array>
 #include <mutex>
@@ -110,11 +111,12 @@ bool Target::rewrite(uint64_t offset, std::span<const uint8_t> bytes) noexcept {
 void Target::fail() const { throw FileError("cannot write " + name_ + ": " + system::failure()); }
 
 Draft::Draft(const fs::path &target, const std::optional<system::Traits> &traits)
-    : Target(target.string()), target_(place_of(target)), traits_(traits) {
+    : Target(text_of(target)), target_(place_of(target)), traits_(traits) {
     const std::lock_guard<std::mutex> guard(drafts_lock);
     system::File::Made made = system::File::Made::exists;
     for (int number = 0; made == system::File::Made::exists; ++number) {
-        path_ = target_.parent_path() / (".ko-" + std::to_string(system::process()) + "-" + std::to_string(number) + ".part");
+        path_ = target_.parent_path() /
+                path_of(".ko-" + std::to_string(system::process()) + "-" + std::to_string(number) + ".part");
         made = file_.make(path_);
     }
     if (made == system::File::Made::no) {
@@ -204,7 +206,7 @@ std::unique_ptr<Target> open_target(const fs::path &target, const std::optional<
     if (const fs::path folder = target.parent_path(); !folder.empty() && !fs::exists(folder, error)) {
         fs::create_directories(folder, error);
         if (error) {
-            throw FileError("cannot write " + target.string() + ": the folder cannot be made: " + error.message());
+            throw FileError("cannot write " + text_of(target) + ": the folder cannot be made: " + error.message());
         }
     }
     return std::make_unique<Draft>(target, traits);

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "files.h"
+#include "paths.h"
 #include "system.h"
 
 namespace host {
@@ -28,7 +29,7 @@ bool short_of_memory() { return KoErrorGetLastError() == KO_ERR_ALLOC || KoError
 bool holds(const fs::path &path, const TileTRC &curves) {
     const ko::TileTRCPtr again = empty_grid();
     const system::ErrorStreamCapture printed;
-    const bool loaded = KoTileTRCLoad(again.get(), path.string().c_str()) == KO_OK;
+    const bool loaded = KoTileTRCLoad(again.get(), system::library_path(path).c_str()) == KO_OK;
     if (!loaded && short_of_memory()) {
         throw ko::Error("the saved curves cannot be checked");
     }
@@ -70,13 +71,13 @@ void save_grid(const TileTRC &curves, GridForm form, const fs::path &target) {
     write_file_by(
         target,
         [&](const fs::path &draft) {
-            ko::check(KoTileTRCSave(&curves, draft.string().c_str(), static_cast<int32_t>(form), 1) == KO_OK,
+            ko::check(KoTileTRCSave(&curves, system::library_path(draft).c_str(), static_cast<int32_t>(form), 1) == KO_OK,
                       "the curves cannot be saved");
         },
         [&](const fs::path &draft) {
             if (!holds(draft, curves)) {
                 const std::string why = std::string("the ") + name(form) + " form does not hold these curves";
-                throw FileError("cannot write " + target.string() + ": " + why +
+                throw FileError("cannot write " + text_of(target) + ": " + why +
                                 (form == GridForm::text ? "" : "; --form text does"));
             }
         });
@@ -86,7 +87,7 @@ ko::TileTRCPtr load_grid(const fs::path &path) {
     KoStatusClear();
     ko::TileTRCPtr grid = empty_grid();
     system::ErrorStreamCapture printed;
-    const bool loaded = KoTileTRCLoad(grid.get(), path.string().c_str()) == KO_OK;
+    const bool loaded = KoTileTRCLoad(grid.get(), system::library_path(path).c_str()) == KO_OK;
     const std::string why = reason_in(printed.take());
     if (!loaded) {
         const char *what = short_of_memory() ? "its curves need more memory than is available" : "the curves cannot be read";

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "files.h"
+#include "paths.h"
 #include "selection.h"
 
 namespace host {
@@ -59,22 +60,22 @@ bool names_folder(const fs::path &output) {
 
 void make_folder(const fs::path &folder, const std::string &who) {
     if (is_there(folder) && !is_folder(folder)) {
-        throw FileError(folder.string() + ": not a folder, but " + who + " need one");
+        throw FileError(text_of(folder) + ": not a folder, but " + who + " need one");
     }
     std::error_code error;
     fs::create_directories(folder, error);
     if (error) {
-        throw FileError(folder.string() + ": the folder cannot be made: " + error.message());
+        throw FileError(text_of(folder) + ": the folder cannot be made: " + error.message());
     }
 }
 
 void check_folder(const fs::path &folder) {
     const fs::path place = folder.empty() ? "." : folder;
     if (!is_folder(place)) {
-        throw FileError(place.string() + (is_there(place) ? ": not a folder" : ": no such folder"));
+        throw FileError(text_of(place) + (is_there(place) ? ": not a folder" : ": no such folder"));
     }
     if (!system::can_write_into(place)) {
-        throw FileError(place.string() + ": the folder cannot be written to: " + system::failure());
+        throw FileError(text_of(place) + ": the folder cannot be written to: " + system::failure());
     }
 }
 
@@ -85,15 +86,15 @@ bool is_only_read(const fs::path &path) {
 
 std::string reason_against(const fs::path &target) {
     if (is_only_read(target)) {
-        return "cannot write " + target.string() + ": HEIC and AVIF files are only read";
+        return "cannot write " + text_of(target) + ": HEIC and AVIF files are only read";
     }
     std::error_code error;
     const fs::file_status status = fs::status(target, error);
     if (fs::is_directory(status)) {
-        return "cannot write " + target.string() + ": a folder has this name";
+        return "cannot write " + text_of(target) + ": a folder has this name";
     }
     if (fs::exists(status) && !fs::is_regular_file(status)) {
-        return "cannot write " + target.string() + ": not a regular file";
+        return "cannot write " + text_of(target) + ": not a regular file";
     }
     return "";
 }
@@ -112,7 +113,7 @@ class Layout {
     std::vector<Job> of(const std::vector<Selected> &pictures) const {
         const bool single = pictures.size() == 1 && !pictures.front().from_folder;
         check_streams(pictures, single);
-        const bool into_file = single && !destination_.output.empty() && !names_folder(destination_.output);
+        const bool into_file = single && !destination_.output.empty() && !names_folder(path_of(destination_.output));
         if (into_file) {
             check_file_name();
         }
@@ -121,8 +122,9 @@ class Layout {
             if (picture.from_folder && is_result(picture)) {
                 continue;
             }
-            jobs.push_back(into_file ? Job{picture.input, destination_.output, format_of_extension(destination_.output)}
-                                     : Job{picture.input, target_of(picture)});
+            jobs.push_back(
+                into_file ? Job{picture.input, path_of(destination_.output), format_of_extension(path_of(destination_.output))}
+                          : Job{picture.input, target_of(picture)});
             jobs.back().refusal = picture.refusal.empty() ? reason_to_refuse(jobs.back()) : picture.refusal;
             jobs.back().skipped = is_result(picture) ? has_suffix : reason_to_skip(jobs.back());
             jobs.back().dry_run = destination_.dry_run;
@@ -133,9 +135,9 @@ class Layout {
     // Makes the folder to which the jobs write, if they write to one.
     void prepare(const std::vector<Job> &jobs) const {
         const bool into_folder = !destination_.output.empty() && !writes_stream() &&
-                                 (jobs.size() != 1 || jobs.front().target != fs::path(destination_.output));
+                                 (jobs.size() != 1 || jobs.front().target != path_of(destination_.output));
         if (into_folder && !destination_.dry_run) {
-            prepare_folder(destination_.output, "several pictures");
+            prepare_folder(path_of(destination_.output), "several pictures");
         }
     }
 
@@ -146,7 +148,7 @@ class Layout {
         if (destination_.output == standard_stream && !single) {
             throw UsageError("the standard output takes one picture, not " + std::to_string(pictures.size()));
         }
-        if (reads && (destination_.output.empty() || (names_folder(destination_.output) && !writes_stream()))) {
+        if (reads && (destination_.output.empty() || (names_folder(path_of(destination_.output)) && !writes_stream()))) {
             throw UsageError("a picture from the standard input has no name; give an output file or -");
         }
     }
@@ -155,14 +157,14 @@ class Layout {
         if (writes_stream()) {
             return;
         }
-        check_folder(fs::path(destination_.output).parent_path());
-        check_extension(destination_.output);
+        check_folder(path_of(destination_.output).parent_path());
+        check_extension(path_of(destination_.output));
     }
 
     // Results beside their inputs are no inputs of the next run.
     bool is_result(const Selected &picture) const {
         return destination_.output.empty() && !destination_.suffix.empty() &&
-               fs::path(picture.input).stem().string().ends_with(destination_.suffix);
+               text_of(path_of(picture.input).stem()).ends_with(destination_.suffix);
     }
 
     bool writes_stream() const { return destination_.output == standard_stream; }
@@ -170,18 +172,18 @@ class Layout {
     // A name that is the input's own even with the suffix is refused like any other.
     fs::path target_of(const Selected &picture) const {
         if (destination_.in_place) {
-            return picture.input;
+            return path_of(picture.input);
         }
-        const fs::path named =
-            destination_.output.empty() ? kept_name(picture.input) : destination_.output / kept_name(picture.place);
-        return named.parent_path() / (named.stem().string() + destination_.suffix + named.extension().string());
+        const fs::path named = destination_.output.empty() ? kept_name(path_of(picture.input))
+                                                           : path_of(destination_.output) / kept_name(picture.place);
+        return named.parent_path() / path_of(text_of(named.stem()) + destination_.suffix + text_of(named.extension()));
     }
 
     std::string reason_to_refuse(const Job &job) const { return writes_stream() ? "" : reason_against(job.target); }
 
     std::string reason_to_skip(const Job &job) const {
         const bool skipped = job.refusal.empty() && destination_.no_clobber && !writes_stream() && is_there(job.target);
-        return skipped ? job.target.string() + " exists" : "";
+        return skipped ? text_of(job.target) + " exists" : "";
     }
 
     const Destination &destination_;
@@ -191,25 +193,25 @@ class Layout {
 void refuse_clashes(const std::vector<Job> &jobs, const Destination &destination, const std::vector<std::string> &also_read) {
     std::map<fs::path, std::string> readers;
     for (const std::string &path : also_read) {
-        readers.emplace(resolved(path), path);
+        readers.emplace(resolved(path_of(path)), path);
     }
     std::set<fs::path> inputs;
     for (const Job &job : jobs) {
         if (job.skipped != has_suffix) {
-            inputs.insert(resolved(job.input));
+            inputs.insert(resolved(path_of(job.input)));
         }
     }
     std::map<fs::path, std::string> writers;
     for (const Job &job : jobs) {
         const fs::path target = resolved(job.target);
-        const std::string refusal = "cannot write " + job.target.string() + ": ";
+        const std::string refusal = "cannot write " + text_of(job.target) + ": ";
         if (job.target == standard_stream || !job.refusal.empty()) {
             continue;
         }
         if (readers.contains(target)) {
             throw UsageError(refusal + "it is read by this command");
         }
-        if (target == resolved(job.input)) {
+        if (target == resolved(path_of(job.input))) {
             if (!destination.in_place) {
                 throw UsageError(refusal + "it is the input (--in-place overwrites it)");
             }
@@ -225,7 +227,7 @@ void refuse_clashes(const std::vector<Job> &jobs, const Destination &destination
 } // namespace
 
 std::optional<codec::Format> format_of_extension(const fs::path &path) {
-    std::string extension = path.extension().string();
+    std::string extension = text_of(path.extension());
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
     for (const auto &[known, format] : extensions) {
@@ -238,7 +240,7 @@ std::optional<codec::Format> format_of_extension(const fs::path &path) {
 
 void check_extension(const fs::path &path) {
     if (!format_of_extension(path)) {
-        throw UsageError("cannot write " + path.string() + ": its extension is not one of " + known_extensions());
+        throw UsageError("cannot write " + text_of(path) + ": its extension is not one of " + known_extensions());
     }
 }
 
@@ -249,7 +251,7 @@ void prepare_folder(const fs::path &folder, const std::string &who) {
 
 std::vector<Job> lay_out_jobs(const Selection &selection, const Destination &destination,
                               const std::vector<std::string> &also_read) {
-    const fs::path results = destination.output == standard_stream ? "" : destination.output;
+    const fs::path results = destination.output == standard_stream ? fs::path() : path_of(destination.output);
     const Layout layout(destination);
     std::vector<Job> jobs = layout.of(pictures_of(selection, results));
     refuse_clashes(jobs, destination, also_read);
@@ -258,9 +260,10 @@ std::vector<Job> lay_out_jobs(const Selection &selection, const Destination &des
 }
 
 Job lay_out_file(const std::string &input, const std::string &output) {
-    check_folder(fs::path(output).parent_path());
-    Job job{input, output, format_of_extension(output), reason_against(output)};
-    if (job.refusal.empty() && resolved(job.target) == resolved(job.input)) {
+    const fs::path target = path_of(output);
+    check_folder(target.parent_path());
+    Job job{input, target, format_of_extension(target), reason_against(target)};
+    if (job.refusal.empty() && resolved(job.target) == resolved(path_of(job.input))) {
         job.refusal = "cannot write " + output + ": it is the input";
     }
     return job;
@@ -273,12 +276,13 @@ void check_apart(const fs::path &file, const std::vector<Job> &jobs, const std::
     }
     const auto same = [place = resolved(file)](const fs::path &other) { return resolved(other) == place; };
     for (const Job &job : jobs) {
-        if (same(job.input) || same(job.target)) {
-            throw UsageError("cannot write " + file.string() + ": it is " + (same(job.input) ? "an input" : "an output"));
+        if (same(path_of(job.input)) || same(job.target)) {
+            throw UsageError("cannot write " + text_of(file) + ": it is " +
+                             (same(path_of(job.input)) ? "an input" : "an output"));
         }
     }
-    if (std::any_of(also_read.begin(), also_read.end(), same)) {
-        throw UsageError("cannot write " + file.string() + ": it is read by this command");
+    if (std::any_of(also_read.begin(), also_read.end(), [&](const std::string &path) { return same(path_of(path)); })) {
+        throw UsageError("cannot write " + text_of(file) + ": it is read by this command");
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include "json.h"
 #include "kohost/scores.h"
+#include "paths.h"
 #include "pictures.h"
 #include "workers.h"
 
@@ -172,7 +173,8 @@ void judge_file(const Job &job, const Options &options, Entry &entry) {
     entry.at(Stage::judging);
     const Scores scores(working_copy, options.tuning, options.judging.score);
     if (!options.scores.empty()) {
-        write_file_by(job.target, [&](const std::filesystem::path &draft) { scores.save(draft.string().c_str()); });
+        write_file_by(job.target,
+                      [&](const std::filesystem::path &draft) { scores.save(system::library_path(draft).c_str()); });
     }
     report_notices(source.notices, entry);
     entry.answered(options.reporting.style == Style::json ? object_about(job, source, scores)

@@ -1,4 +1,5 @@
 #include "marked.h"
+#include "paths.h"
 
 namespace host {
 
@@ -31,7 +32,7 @@ bool leave_marked(const Job &job, Source &source, Deed deed, const Options &opti
     }
     copy_picture(job, source, options.quality, entry);
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), "left as it is",
+    entry.done({source.size().width, source.size().height, text_of(job.target), "left as it is",
                 "ko " + mark->version + " has already " + what_was_done(deed)});
     return true;
 }

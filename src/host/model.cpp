@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <system_error>
 
+#include "paths.h"
 #include "system.h"
 
 namespace host {
@@ -10,12 +11,14 @@ namespace host {
 std::string installed_model() {
     std::error_code error;
     const std::filesystem::path path = (system::program_folder() / KO_MODEL).lexically_normal();
-    return std::filesystem::exists(path, error) ? path.string() : "";
+    return std::filesystem::exists(path, error) ? text_of(path) : "";
 }
 
 kohost::RedEyeModel choose_model(const std::string &choice) {
     const std::string configuration = choice.empty() ? installed_model() : choice;
-    return configuration.empty() || configuration == no_model ? kohost::RedEyeModel() : kohost::RedEyeModel(configuration);
+    return configuration.empty() || configuration == no_model
+               ? kohost::RedEyeModel()
+               : kohost::RedEyeModel(system::library_path(path_of(configuration)));
 }
 
 } // namespace host

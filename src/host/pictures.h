@@ -12,6 +12,7 @@
 #include "files.h"
 #include "jobs.h"
 #include "kohost/working_copy.h"
+#include "paths.h"
 #include "report.h"
 #include "trace.h"
 
@@ -21,7 +22,7 @@ namespace host {
 class Source {
   public:
     // With preserve, a result gets the file's times and permissions.
-    explicit Source(const std::string &path, bool preserve = false) : input_(path), preserve_(preserve) {}
+    explicit Source(const std::string &path, bool preserve = false) : input_(path_of(path)), preserve_(preserve) {}
 
     // What the file says about the picture before its pixels. Reads no further.
     const codec::Description &look();

@@ -3,6 +3,7 @@
 
 #include "marked.h"
 #include "model.h"
+#include "paths.h"
 #include "redeye_answer.h"
 #include "repair.h"
 #include "report_page.h"
@@ -24,7 +25,7 @@ void repair_file(const Job &job, const Options &options, const kohost::RedEyeMod
         copy_picture(job, source, options.quality, entry);
     }
     report_notices(source.notices, entry);
-    entry.done({source.size().width, source.size().height, job.target.string(), shown(eyes.decision), reason_of(eyes),
+    entry.done({source.size().width, source.size().height, text_of(job.target), shown(eyes.decision), reason_of(eyes),
                 line_about(eyes), members_of(eyes)});
 }
 
@@ -36,7 +37,7 @@ void repair_pictures(const Options &options, Report &report) {
         throw UsageError("no model: none is installed, and --model names none");
     }
     if (!options.red_eyes.dump.empty()) {
-        prepare_folder(options.red_eyes.dump, "the patch files");
+        prepare_folder(path_of(options.red_eyes.dump), "the patch files");
     }
     const std::vector<Job> jobs = lay_out_jobs(options.selection, options.destination, model.files());
     report.open_page(page_for(options, jobs, model.files()));

@@ -15,6 +15,7 @@
 #include "json.h"
 #include "options.h"
 #include "page/parts.h"
+#include "paths.h"
 
 namespace host {
 
@@ -412,7 +413,7 @@ void ReportPage::write() {
         put(page, foot());
         page.take_place();
     } catch (const std::bad_alloc &) {
-        throw FileError("cannot write " + target_.string() + ": not enough memory");
+        throw FileError("cannot write " + text_of(target_) + ": not enough memory");
     }
 }
 
@@ -421,11 +422,11 @@ std::unique_ptr<ReportPage> page_for(const Options &options, const std::vector<J
     if (options.page.empty()) {
         return nullptr;
     }
-    check_apart(options.page, jobs, also_read);
+    check_apart(path_of(options.page), jobs, also_read);
     const char *command = options.command == Command::enhance  ? "ko enhance"
                           : options.command == Command::redeye ? "ko redeye"
                                                                : "ko auto";
-    return std::make_unique<ReportPage>(options.page, command, jobs.size());
+    return std::make_unique<ReportPage>(path_of(options.page), command, jobs.size());
 }
 
 } // namespace host

@@ -7,6 +7,7 @@
 #include <system_error>
 
 #include "files.h"
+#include "paths.h"
 
 namespace host {
 
@@ -23,10 +24,10 @@ class Lister {
 
     void add(const std::string &input) {
         std::error_code error;
-        if (input != standard_stream && fs::is_directory(input, error)) {
+        if (input != standard_stream && fs::is_directory(path_of(input), error)) {
             add_folder(input);
         } else {
-            add_file({input, fs::path(input).filename()});
+            add_file({input, path_of(input).filename()});
         }
     }
 
@@ -34,14 +35,14 @@ class Lister {
 
   private:
     void add_file(const Selected &selected) {
-        if (selected.input == standard_stream || known_.insert(resolved(selected.input)).second) {
+        if (selected.input == standard_stream || known_.insert(resolved(path_of(selected.input))).second) {
             found_.push_back(selected);
         }
     }
 
     void add_folder(const std::string &input) {
         const size_t before = found_.size();
-        walk(input, "");
+        walk(path_of(input), "");
         if (found_.size() == before) {
             const std::string hint = recursive_ ? "" : "; --recursive includes subfolders";
             found_.push_back({input, "", "no pictures in this folder" + hint, true});
@@ -55,7 +56,7 @@ class Lister {
             entries.push_back(*entry);
         }
         if (error) {
-            found_.push_back({folder.string(), "", "the folder cannot be read: " + error.message(), true});
+            found_.push_back({text_of(folder), "", "the folder cannot be read: " + error.message(), true});
             return;
         }
         std::sort(entries.begin(), entries.end());
@@ -75,7 +76,7 @@ class Lister {
                 walk(entry.path(), place);
             }
         } else if (entry.is_regular_file(error) && format_of_extension(entry.path())) {
-            add_file({entry.path().string(), place, "", true});
+            add_file({text_of(entry.path()), place, "", true});
         }
     }
 
@@ -87,7 +88,7 @@ class Lister {
 
 // One name per line, or, in a list that holds a zero byte, names that end with one.
 std::vector<std::string> names_in(const std::string &path) {
-    FileInput input(path);
+    FileInput input(path_of(path));
     std::string text;
     std::array<uint8_t, 1 << 16> room;
     std::optional<size_t> count;

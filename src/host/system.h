@@ -75,6 +75,9 @@ class File {
 // Where the program's own file lies; empty if the system does not say.
 std::filesystem::path program_folder();
 
+// A path as the library takes it, in the encoding of the C runtime.
+std::string library_path(const std::filesystem::path &path);
+
 bool can_write_into(const std::filesystem::path &folder) noexcept;
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept;
 

@@ -149,6 +149,8 @@ std::filesystem::path program_folder() {
     return std::filesystem::read_symlink("/proc/self/exe", error).parent_path();
 }
 
+std::string library_path(const std::filesystem::path &path) { return path.native(); }
+
 bool can_write_into(const std::filesystem::path &folder) noexcept { return ::access(folder.c_str(), W_OK | X_OK) == 0; }
 
 bool rename(const std::filesystem::path &from, const std::filesystem::path &to) noexcept {

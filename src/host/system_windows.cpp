@@ -1,5 +1,6 @@
 // The Windows back end of system.h. Files are numbers of the C runtime, opened so that others may rename and remove them, as
 // they may on POSIX systems.
+#include "paths.h"
 #include "system.h"
 
 #include <algorithm>
@@ -189,9 +190,17 @@ std::filesystem::path program_folder() {
     }
 }
 
+std::string library_path(const std::filesystem::path &path) {
+    const int size = WideCharToMultiByte(CP_ACP, 0, path.c_str(), -1, nullptr, 0, nullptr, nullptr);
+    std::string bytes(static_cast<size_t>(std::max(size, 1)), '\0');
+    WideCharToMultiByte(CP_ACP, 0, path.c_str(), -1, bytes.data(), size, nullptr, nullptr);
+    bytes.pop_back(); // the zero
+    return bytes;
+}
+
 // Who may write into a folder is found out by writing.
 bool can_write_into(const std::filesystem::path &folder) noexcept {
-    const HANDLE file = CreateFileW((folder / (".ko-" + std::to_string(process()) + ".part")).c_str(), GENERIC_WRITE, 0,
+    const HANDLE file = CreateFileW((folder / path_of(".ko-" + std::to_string(process()) + ".part")).c_str(), GENERIC_WRITE, 0,
                                     nullptr, CREATE_NEW, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     return succeeded(file != INVALID_HANDLE_VALUE) && CloseHandle(file) != 0;
 }
@@ -292,7 +301,7 @@ std::vector<std::string> arguments(int, char **) {
     wchar_t **wide = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> texts;
     for (int i = 1; i < count; ++i) {
-        texts.push_back(std::filesystem::path(wide[i]).string());
+        texts.push_back(text_of(wide[i]));
     }
     LocalFree(wide);
     return texts;

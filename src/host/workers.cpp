@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "files.h"
+#include "paths.h"
 
 namespace host {
 
@@ -19,7 +20,7 @@ void work(const Job &job, Entry &entry, const std::function<void(const Job &, En
             throw FileError(job.refusal);
         }
         if (!job.skipped.empty()) {
-            return entry.skipped(job.target.string(), job.skipped);
+            return entry.skipped(text_of(job.target), job.skipped);
         }
         step(job, entry);
     } catch (const std::bad_alloc &) {

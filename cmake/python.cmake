@@ -1,10 +1,10 @@
 # Whether the Python package is built: by default where pybind11 and numpy are found. The system's interpreter is preferred,
 # since its packages are the ones that a distribution keeps together.
 set(KO_PYTHON_DEFAULT OFF)
+if(NOT DEFINED Python3_EXECUTABLE AND EXISTS /usr/bin/python3)
+  set(Python3_EXECUTABLE /usr/bin/python3)
+endif()
 if(NOT WIN32 AND NOT KO_SANITIZE)
-  if(NOT DEFINED Python3_EXECUTABLE AND EXISTS /usr/bin/python3)
-    set(Python3_EXECUTABLE /usr/bin/python3)
-  endif()
   find_package(Python3 COMPONENTS Interpreter Development.Module QUIET)
   find_package(pybind11 2.10 CONFIG QUIET)
   if(Python3_FOUND AND pybind11_FOUND)

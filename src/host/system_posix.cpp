@@ -52,17 +52,6 @@ timespec time_of(int64_t nanoseconds) {
 
 } // namespace
 
-std::string failure() { return std::generic_category().message(errno); }
-
-File::File(File &&other) noexcept : number_(std::exchange(other.number_, -1)), owned_(other.owned_) {}
-
-File &File::operator=(File &&other) noexcept {
-    close();
-    number_ = std::exchange(other.number_, -1);
-    owned_ = other.owned_;
-    return *this;
-}
-
 File File::standard_input() {
     File file;
     file.number_ = STDIN_FILENO;
@@ -204,8 +193,6 @@ void keep_freed_memory() {
     mallopt(M_TRIM_THRESHOLD, most_kept);
 #endif
 }
-
-unsigned processors() { return std::max(std::thread::hardware_concurrency(), 1u); }
 
 bool has_terminal() {
     const char *kind = std::getenv("TERM");

@@ -81,17 +81,6 @@ FILETIME time_of(int64_t nanoseconds) {
 
 } // namespace
 
-std::string failure() { return std::generic_category().message(errno); }
-
-File::File(File &&other) noexcept : number_(std::exchange(other.number_, -1)), owned_(other.owned_) {}
-
-File &File::operator=(File &&other) noexcept {
-    close();
-    number_ = std::exchange(other.number_, -1);
-    owned_ = other.owned_;
-    return *this;
-}
-
 File File::standard_input() {
     File file;
     file.number_ = _fileno(stdin);
@@ -266,8 +255,6 @@ unsigned process() { return GetCurrentProcessId(); }
 
 // The system's heap decides by itself.
 void keep_freed_memory() {}
-
-unsigned processors() { return std::max(std::thread::hardware_concurrency(), 1u); }
 
 // Asks the console to understand the sequences that redraw a line.
 bool has_terminal() {

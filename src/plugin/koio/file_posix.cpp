@@ -8,26 +8,13 @@
 #include <system_error>
 #include <unistd.h>
 
-#include "report.h"
+#include "file_errors.h"
 
 namespace koio {
 
 namespace fs = std::filesystem;
 
 namespace {
-
-std::string reason_of(int error) { return std::generic_category().message(error); }
-
-[[noreturn]] void fail(int32_t status) { throw FileError(status, reason_of(errno)); }
-
-// Keeps the reason for a call's failure, unless memory for the text is lacking.
-void keep_reason(std::string &failure) noexcept {
-    try {
-        failure = reason_of(errno);
-    } catch (...) {
-        failure.clear();
-    }
-}
 
 // The place of a target: a link stays a link.
 fs::path place_of(const char *path) {

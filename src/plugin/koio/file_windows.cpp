@@ -14,7 +14,7 @@
 #endif
 #include <windows.h>
 
-#include "report.h"
+#include "file_errors.h"
 
 namespace koio {
 
@@ -23,19 +23,6 @@ namespace fs = std::filesystem;
 namespace {
 
 constexpr size_t most_at_once = size_t{1} << 30; // the system's counts are ints
-
-std::string reason_of(int error) { return std::generic_category().message(error); }
-
-[[noreturn]] void fail(int32_t status) { throw FileError(status, reason_of(errno)); }
-
-// Keeps the reason for a call's failure, unless memory for the text is lacking.
-void keep_reason(std::string &failure) noexcept {
-    try {
-        failure = reason_of(errno);
-    } catch (...) {
-        failure.clear();
-    }
-}
 
 // A path from the code page of the process.
 fs::path path_of(const char *path) {

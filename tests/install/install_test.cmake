@@ -60,7 +60,7 @@ function(run_with_plugin programs)
 endfunction()
 
 file(REMOVE_RECURSE ${PREFIX} ${WORK})
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component Unspecified)
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX})
 
 set(toolchain)
 if(TOOLCHAIN)

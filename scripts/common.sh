@@ -33,6 +33,9 @@ quietly() {
 program_packages=(cmake g++ libcli11-dev libexiv2-dev libheif-dev libjpeg62-turbo-dev liblcms2-dev libpng-dev libtiff-dev libwebp-dev
     ninja-build nlohmann-json3-dev pkg-config)
 
+# The packages that making Debian packages needs besides, with the one for Python.
+package_packages=(dpkg-dev pybind11-dev python3 python3-dev python3-numpy)
+
 # Builds only the program into a folder, and shows the progress.
 build_program() {
     install_missing "${program_packages[@]}"

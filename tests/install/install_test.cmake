@@ -1,4 +1,5 @@
-# Installs, consumes by find_package and by pkg-config, runs. Any step that fails ends the test.
+# Installs, consumes by find_package and by pkg-config, runs. Any step that fails ends the test. With ZIP, the name of the package
+# for Windows, its content is what is used.
 function(run)
   execute_process(COMMAND ${ARGN} COMMAND_ERROR_IS_FATAL ANY)
 endfunction()
@@ -59,8 +60,26 @@ function(run_with_plugin programs)
   endif()
 endfunction()
 
+# take_zip(): unpacks the zip in place of what is installed, after comparing the names in both.
+function(take_zip)
+  set(folder ${PREFIX}-zip)
+  file(REMOVE_RECURSE ${folder})
+  run(${CMAKE_CPACK_COMMAND} --config ${BUILD}/CPackConfig.cmake -B ${folder})
+  file(ARCHIVE_EXTRACT INPUT ${folder}/${ZIP}.zip DESTINATION ${folder})
+  file(GLOB_RECURSE installed RELATIVE ${PREFIX} ${PREFIX}/*)
+  file(GLOB_RECURSE zipped RELATIVE ${folder}/${ZIP} ${folder}/${ZIP}/*)
+  if(NOT zipped STREQUAL installed)
+    message(FATAL_ERROR "the zip holds ${zipped}, installed are ${installed}")
+  endif()
+  file(REMOVE_RECURSE ${PREFIX})
+  file(RENAME ${folder}/${ZIP} ${PREFIX})
+endfunction()
+
 file(REMOVE_RECURSE ${PREFIX} ${WORK})
-run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX} --component Unspecified)
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${PREFIX})
+if(ZIP)
+  take_zip()
+endif()
 
 set(toolchain)
 if(TOOLCHAIN)

@@ -10,6 +10,7 @@ from typing import Any, Iterator, List, Optional, TextIO, Tuple
 
 import distributed
 
+from .. import _values
 from . import _layout
 from ._run import enhance
 from ._table import Row, Table
@@ -20,8 +21,8 @@ ABOUT = """Opens the shadows of photographs on the workers of a Dask cluster: `k
 that would not benefit is copied. Paths are local, and then seen by all workers under the same name, or URLs such as
 s3://bucket/photo.jpg or https://host/photo.jpg."""
 
-STATUS = """The exit status is 0 if all pictures succeeded, including those that are left as they are; 1 if some failed, or the cluster
-cannot be reached; 2 if the command line is wrong and nothing was done."""
+STATUS = """The exit status is 0 if all pictures succeeded, including those that are left as they are; 1 if some failed, or
+if the cluster cannot be reached; 2 if the command line is wrong and nothing was done."""
 
 
 def grid(text: str) -> Tuple[int, ...]:
@@ -131,6 +132,8 @@ def run(options: argparse.Namespace) -> Table:
     paths = list(dict.fromkeys(options.paths + (names_from(options.files_from) if options.files_from else [])))
     if not paths:
         raise ValueError("no input")
+    if options.workers is not None:
+        _values.whole("--workers", options.workers, 1, 1024)
     with client_of(options) as client:
         return enhance(paths, options.output, client, on_row=Progress(len(paths)), **chosen)
 
@@ -174,7 +177,7 @@ def main(words: Optional[List[str]] = None) -> int:
     try:
         table = run(options)
         write(table, options.table)
-    except (TypeError, ValueError) as error:
+    except (ImportError, TypeError, ValueError) as error:
         print(f"ko.dask: {error}", file=sys.stderr)
         return WRONG_USAGE
     except OSError as error:

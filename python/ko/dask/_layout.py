@@ -1,5 +1,5 @@
-"""Which picture becomes which file, by the rules of the program: a result keeps its input's name, and nothing is overwritten that
-another picture of the run reads or writes."""
+"""Which picture becomes which file, by the rules of the program: a result keeps its input's name, and nothing is overwritten
+that another picture of the run reads or writes."""
 
 from __future__ import annotations
 

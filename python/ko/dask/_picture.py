@@ -130,7 +130,8 @@ def _find_program(wanted: Optional[str]) -> str:
         found = shutil.which(candidate) if candidate else None
         if found:
             return found
-    raise PassingError(f"this worker has no program {wanted or 'ko'}; it is looked for in KO_PROGRAM, beside Python and in PATH")
+    places = "" if wanted else "; it is looked for in KO_PROGRAM, beside Python and in PATH"
+    raise PassingError(f"this worker has no program {wanted or 'ko'}{places}")
 
 
 @functools.lru_cache(maxsize=None)

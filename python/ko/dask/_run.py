@@ -95,7 +95,7 @@ def enhance(
         program=program,
         version=version,
         time_limit=_values.number("time_limit", time_limit, 0.001, 1e6),
-        memory_limit=_values.whole("memory_limit", dask.utils.parse_bytes(memory_limit), 1 << 20, 1 << 62),
+        memory_limit=_values.whole("memory_limit", _bytes(memory_limit), 1 << 20, 1 << 62),
         drafts=f".ko-{secrets.token_hex(4)}-",
         in_options=dict(in_options or {}),
         out_options=dict((in_options if out is None else out_options) or {}),
@@ -106,6 +106,13 @@ def enhance(
     if found.asynchronous:
         raise TypeError("client is asynchronous; ko.dask needs one that is not")
     return Table(_rows(found, jobs, work, tries, no_clobber, on_row or (lambda row: None)))
+
+
+def _bytes(limit: Union[int, str]) -> int:
+    try:
+        return dask.utils.parse_bytes(limit)
+    except ValueError:
+        raise ValueError(f"memory_limit is a number of bytes, or a text such as '4 GiB', not {limit!r}") from None
 
 
 def _rows(

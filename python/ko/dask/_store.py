@@ -123,11 +123,11 @@ def _writes_whole_files(files: Any) -> bool:
     return not WRITES_WHOLE_FILES.isdisjoint(protocols)
 
 
-# The bytes reach the disk before the name does: after a crash the target is the old file or the new one. An existing target keeps
-# its permissions.
+# The bytes reach the disk before the name does: after a crash the target is the old file or the new one. An existing target
+# keeps its permissions.
 def _place_locally(result: Path, target: str, draft_name: str) -> None:
     if os.path.exists(target) and not os.path.isfile(target):
-        raise IsADirectoryError(f"{target} is not a regular file")
+        raise IsADirectoryError("a folder or a device has this name")
     draft = os.path.join(os.path.dirname(target), draft_name)
     try:
         with open(result, "rb") as source, open(draft, "xb") as copy:

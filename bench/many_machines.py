@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
-"""How the work on many machines grows: pictures per second of ko.dask with one and two workers on this machine, beside the program
-alone and under GNU parallel, and what a task costs the scheduler and the client; from these, what ten and a hundred workers can do.
+"""How the work on many machines grows: pictures per second of ko.dask with one and two workers on this machine, beside the
+program alone and under GNU parallel, and what a task costs the scheduler and the client; from these, what ten and a hundred
+workers can do.
 
     many_machines.py KO FOLDER [PICTURES]
 
-KO is the program, FOLDER a place for the photographs and the results. The photographs are PICTURES JPEG files of 24 megapixels, 16
-without a number, made from samples/rocket.jpg, each with other grain; they are kept for the next run. The package must be
-importable, as with PYTHONPATH=BUILD/python.
+KO is the program, FOLDER a place for the photographs and the results. The photographs are PICTURES JPEG files of 24
+megapixels, 16 without a number, made from samples/rocket.jpg, each with other grain; they are kept for the next run. The
+package must be importable, as with PYTHONPATH=BUILD/python. Each way of working keeps the best of five rounds.
 """
 import os
 import pathlib
@@ -61,8 +62,8 @@ class Cluster:
         file.unlink(missing_ok=True)
 
         def start(kind, *options):
-            command = [sys.executable, "-m", f"distributed.cli.dask_{kind}", f"--scheduler-file={file}", "--no-dashboard", *options]
-            return subprocess.Popen(command, env=environment, stderr=subprocess.DEVNULL)
+            command = [sys.executable, "-m", f"distributed.cli.dask_{kind}", f"--scheduler-file={file}", *options]
+            return subprocess.Popen([*command, "--no-dashboard"], env=environment, stderr=subprocess.DEVNULL)
 
         self.scheduler = start("scheduler", "--host=127.0.0.1", "--port=0")
         options = ["--nthreads=1", f"--local-directory={folder}"]

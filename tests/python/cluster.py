@@ -64,7 +64,7 @@ class Cluster:
 
     def scratch(self):
         """What pictures in progress, or lost ones, have on the disks of the workers."""
-        return [str(path) for path in self.folder.glob("w*/dask-worker-space/*/ko-*")]
+        return [str(path) for path in self.folder.glob("w*/*/*/ko-*")]
 
     def address(self):
         deadline = time.monotonic() + 60

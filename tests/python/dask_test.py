@@ -30,9 +30,6 @@ ROOT = Path(os.environ["KO_ROOT"])
 ROCKET = ROOT / "samples" / "rocket.jpg"
 FACE = ROOT / "samples" / "face.jpg"
 
-PICTURES = 300
-ALLOWED_FAILURES = 1
-
 
 def single_run(*arguments):
     subprocess.run([KO, "enhance", "--quiet", *map(str, arguments)], check=True, stderr=subprocess.DEVNULL)
@@ -56,8 +53,10 @@ def certificates(tmp_path_factory):
 
 
 @pytest.fixture
-def cluster(tmp_path_factory, certificates):
-    cluster = Cluster(tmp_path_factory.mktemp("cluster"), certificates, 3, ALLOWED_FAILURES)
+def cluster(tmp_path_factory, certificates, request):
+    """Three workers. A test may say how many deaths of workers Dask forgives a task; the default is Dask's own."""
+    allowed_failures = getattr(request, "param", 3)
+    cluster = Cluster(tmp_path_factory.mktemp("cluster"), certificates, 3, allowed_failures)
     yield cluster
     cluster.close()
 
@@ -72,8 +71,10 @@ def local():
 # ---- many machines
 
 
-def test_a_run_with_everything_that_can_happen(tmp_path, certificates, cluster):
-    names = make_pictures(tmp_path / "in", PICTURES)
+# Where Dask forgives no death, it gives up all that the lost machine and the killer's workers held: those must succeed alone.
+@pytest.mark.parametrize("cluster, allowed_failures, pictures", [(1, 1, 300), (0, 0, 60)], indirect=["cluster"])
+def test_a_run_with_everything_that_can_happen(tmp_path, certificates, cluster, allowed_failures, pictures):
+    names = make_pictures(tmp_path / "in", pictures)
     single_run(tmp_path / "in", "-o", tmp_path / "expected")
     expected = files_of(tmp_path / "expected")
     assert sorted(expected) == sorted(names)
@@ -94,7 +95,7 @@ def test_a_run_with_everything_that_can_happen(tmp_path, certificates, cluster):
 
     def lose_a_machine(row):
         done.append(row)
-        if len(done) == PICTURES // 3:
+        if len(done) == pictures // 3:
             cluster.lose_machine()
 
     with Client(cluster.address(), security=security(certificates)) as client:
@@ -123,7 +124,7 @@ def test_a_run_with_everything_that_can_happen(tmp_path, certificates, cluster):
     assert errors["claims.png"].startswith("too large: 60000 x 60000 pixels")
     assert errors["memory.png"] == "not enough memory"
     assert errors["killer.jpg"] == "its worker died whenever it was processed, in the end alone"
-    assert 2 <= len(tries.read_text()) <= 2 * (ALLOWED_FAILURES + 1)
+    assert 2 <= len(tries.read_text()) <= 2 * (allowed_failures + 1)
     for row in table:
         assert (row.output == "") == bool(row.error)
         assert row.error or row.decision in ("enhanced", "left as it is", "unchanged")
@@ -358,6 +359,14 @@ def test_a_file_system_without_a_rename_of_its_own(tmp_path, local, memory, monk
     assert ("face.jpg" in written[0]) == whole and (".ko-" in written[0]) != whole
 
 
+def test_a_rename_that_is_refused_without_an_exception_is_an_error(tmp_path, local, memory, monkeypatch):
+    memory.pipe_file("/out/face.jpg", b"old")
+    monkeypatch.setattr(type(memory), "mv", lambda *places: False)
+    (row,) = ko.dask.enhance([FACE], "memory://out", local, retries=0)
+    assert row.error == "cannot write memory://out/face.jpg: the server did not rename the draft"
+    assert memory.ls("/out", detail=False) == ["/out/face.jpg"] and memory.cat_file("/out/face.jpg") == b"old"
+
+
 def test_drafts_of_lost_workers_are_removed(tmp_path, local, memory, monkeypatch):
     """A worker is lost between writing a draft and renaming it: here the step that would clean up is missing."""
     prefixes = []
@@ -411,6 +420,10 @@ def test_names_of_results():
 def test_clashes_are_refused(paths, out, suffix, message):
     with pytest.raises(ValueError, match=re.escape(message)):
         laid_out(paths, out, suffix)
+
+
+def test_no_pictures_make_an_empty_table(tmp_path, local):
+    assert list(ko.dask.enhance([], tmp_path / "out", local)) == []
 
 
 def test_links_to_one_file_are_one_picture(tmp_path):
@@ -478,4 +491,4 @@ def test_a_missing_package_is_named(missing):
     result = subprocess.run([sys.executable, "-c", code], capture_output=True, text=True)
     assert result.returncode == 1
     assert "ImportError: ko.dask needs the packages distributed and fsspec, and " in result.stderr
-    assert f"{missing} is missing: pip install 'ko[dask]'" in result.stderr
+    assert f"{missing} is missing; the extra ko[dask] installs both" in result.stderr

@@ -1,5 +1,5 @@
-"""The samples of docs/many-machines.md run as they stand, one after another, in a folder with 300 pictures in `photos`. The machines
-of the document are this one."""
+"""The samples of docs/many-machines.md run as they stand, one after another, in a folder with 300 pictures in `photos`. The
+machines of the document are this one."""
 
 import contextlib
 import io

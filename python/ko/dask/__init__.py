@@ -17,7 +17,7 @@ try:
     import fsspec as _fsspec
 except ImportError as _error:
     raise ImportError(
-        f"ko.dask needs the packages distributed and fsspec, and {_error.name} is missing: pip install 'ko[dask]'"
+        f"ko.dask needs the packages distributed and fsspec, and {_error.name} is missing; the extra ko[dask] installs both"
     ) from _error
 
 from ._run import enhance

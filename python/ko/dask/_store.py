@@ -143,13 +143,16 @@ def _place_locally(result: Path, target: str, draft_name: str) -> None:
         raise
 
 
-# fsspec's own substitute for a rename takes brackets in the path for a pattern.
+# fsspec's own substitute for a rename takes brackets in the path for a pattern. A server may refuse to replace a file and say
+# so in an answer that nothing looks at.
 def _rename(files: Any, draft: str, path: str) -> None:
     if type(files).mv is fsspec.AbstractFileSystem.mv:
         files.cp_file(draft, path)
         files.rm_file(draft)
     else:
         files.mv(draft, path)
+        if files.exists(draft):
+            raise OSError("the server did not rename the draft")
 
 
 def _remove(folder: str, name: str, options: Options) -> None:

@@ -124,7 +124,8 @@ def test_a_run_with_everything_that_can_happen(tmp_path, certificates, cluster, 
     assert errors["claims.png"].startswith("too large: 60000 x 60000 pixels")
     assert errors["memory.png"] == "not enough memory"
     assert errors["killer.jpg"] == "its worker died whenever it was processed, in the end alone"
-    assert 2 <= len(tries.read_text()) <= 2 * (allowed_failures + 1)
+    # At the least the one alone: before that, it may have been given up while it waited beside another picture.
+    assert 1 <= len(tries.read_text()) <= 2 * (allowed_failures + 1)
     for row in table:
         assert (row.output == "") == bool(row.error)
         assert row.error or row.decision in ("enhanced", "left as it is", "unchanged")

@@ -58,7 +58,7 @@ def score(value: Optional[float]) -> float:
     return _NO_SCORE if value is None else number("score", value, 0.0, 1.0)
 
 
-def _grid(value: Sequence[int]) -> Tuple[int, int]:
+def tiles(value: Sequence[int]) -> Tuple[int, int]:
     try:
         columns, rows = value
     except (TypeError, ValueError):
@@ -83,7 +83,7 @@ def tuning(
 ) -> _ko.Tuning:
     """All that may be chosen about judgement and curves."""
     return _ko.Tuning(
-        grid=_grid(grid),
+        grid=tiles(grid),
         max_gain=number("max_gain", max_gain, 1.0, 100.0),
         strength=number("strength", strength, 0.0, 10000.0),
         limit=number("limit", limit, 0.01, 1.0),

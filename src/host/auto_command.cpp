@@ -36,6 +36,7 @@ Result result_of(const Job &job, const Source &source, const std::optional<kohos
     Result result{source.size().width, source.size().height, text_of(job.target), shown(enhancement.decision),
                   enhancement.reason};
     result.said = about_eyes + line_about(enhancement);
+    result.members["measures"] = enhancement.measures;
     result.members["red_eyes"] = object_about(eyes);
     return result;
 }

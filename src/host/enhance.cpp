@@ -3,6 +3,7 @@
 
 #include "kohost/curves.h"
 #include "kohost/scores.h"
+#include "measures.h"
 #include "page_entry.h"
 #include "paths.h"
 
@@ -27,10 +28,22 @@ std::string text_of(const kohost::Judgement &judgement, kohost::Policy policy) {
     return text;
 }
 
-// The reason to turn a picture down. A page and the details show its measures, whatever the policy decides.
+// Each measure beside the limit of a policy that has limits.
+Json members_of(const kohost::Judgement &judgement, kohost::Policy policy) {
+    const auto &limits = judgement.limits[static_cast<size_t>(policy) - 1];
+    Json members = Json::object();
+    for (const kohost::Measure measure : kohost::measures) {
+        members[kohost::key_of(measure)] = {{"value", number(judgement.values, measure).value_or(nullptr)},
+                                            {"limit", number(limits, measure).value_or(nullptr)}};
+    }
+    return members;
+}
+
+// The reason to turn a picture down. A page, the details and the objects show its measures, whatever the policy decides.
 std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning,
-                                    const kohost::Judging &judging, Entry &entry) {
-    if (entry.page() == nullptr && !entry.wants_details()) {
+                                    const kohost::Judging &judging, Entry &entry, Json &measures) {
+    const bool has_limits = judging.policy != kohost::Policy::always;
+    if (entry.page() == nullptr && !entry.wants_details() && !(entry.wants_object() && has_limits)) {
         return kohost::reason_against(working_copy, tuning, judging);
     }
     const kohost::Scores scores(working_copy, tuning, judging.score);
@@ -38,7 +51,8 @@ std::optional<kohost::Excess> judge(const kohost::WorkingCopy &working_copy, con
     if (entry.page() != nullptr) {
         keep_scores(*entry.page(), scores, judging.policy);
     }
-    if (judging.policy != kohost::Policy::always) {
+    if (has_limits) {
+        measures = members_of(judgement, judging.policy);
         entry.detail("judged at " + shown(working_copy.average.size) + " pixels: " + text_of(judgement, judging.policy));
     }
     return kohost::deciding(judgement, judging.policy);
@@ -86,10 +100,11 @@ namespace {
 Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning &tuning, const kohost::Judging &judging,
                    Entry &entry) {
     const kohost::Size size = working_copy.average.size;
+    Json measures;
     Enhancement enhancement{kohost::plan(working_copy, tuning,
                                          [&] {
                                              entry.at(Stage::judging);
-                                             const auto excess = judge(working_copy, tuning, judging, entry);
+                                             const auto excess = judge(working_copy, tuning, judging, entry, measures);
                                              if (!excess) {
                                                  entry.at(Stage::curves);
                                                  entry.detail("curves for " + shown(kohost::fitting_grid(tuning.grid, size)) +
@@ -97,7 +112,9 @@ Enhancement decide(const kohost::WorkingCopy &working_copy, const kohost::Tuning
                                              }
                                              return excess;
                                          }),
+                            {},
                             {}};
+    enhancement.measures = std::move(measures);
     if (enhancement.decision != Decision::turned_down) {
         note_grid(tuning.grid, enhancement.grid, enhancement.notices);
     }

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "json.h"
 #include "kohost/enhancement.h"
 #include "pictures.h"
 
@@ -14,6 +15,7 @@ using kohost::Decision;
 // Its reason is that of a picture that is turned down.
 struct Enhancement : kohost::Enhancement {
     codec::Notices notices; // about the curves
+    Json measures;          // of an object: null for a picture that no limit was applied to
 };
 
 // A decision as an object reports it, and as a line does, with its reason and how to override it.

@@ -26,7 +26,7 @@ void enhance_file(const Job &job, const Options &options, Entry &entry) {
     report_notices(enhancement.notices, entry);
     report_notices(source.notices, entry);
     entry.done({source.size().width, source.size().height, text_of(job.target), shown(enhancement.decision), enhancement.reason,
-                line_about(enhancement)});
+                line_about(enhancement), Json{{"measures", enhancement.measures}}});
 }
 
 } // namespace

@@ -160,6 +160,8 @@ void Entry::add_unseen(const PageOutcome &outcome, const std::string &why) {
 
 bool Entry::wants_details() const { return report_.reporting_.verbose; }
 
+bool Entry::wants_object() const { return report_.reporting_.style == Style::json; }
+
 void Entry::detail(const std::string &text) {
     if (wants_details()) {
         print(stderr, "ko: " + shown_name_ + ": " + text + "\n");

@@ -81,6 +81,9 @@ class Entry {
     void detail(const std::string &text);
     bool wants_details() const;
 
+    // Whether the picture is reported as an object.
+    bool wants_object() const;
+
     // Something the library prints of its own accord.
     void message(const std::string &text) { print(stderr, text + "\n"); }
 

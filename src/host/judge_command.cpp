@@ -7,6 +7,7 @@
 
 #include "json.h"
 #include "kohost/scores.h"
+#include "measures.h"
 #include "paths.h"
 #include "pictures.h"
 #include "workers.h"
@@ -127,14 +128,6 @@ template <class Value> Json by_measure(std::span<const Measure> wanted, const Va
         object[kohost::key_of(measure)] = found ? Json(*found) : Json(nullptr);
     }
     return object;
-}
-
-std::optional<Json> number(const DecisionMechanismThreshold &values, Measure measure) {
-    const std::optional<double> value = value_of(values, measure);
-    if (!value) {
-        return std::nullopt;
-    }
-    return measure == Measure::score ? Json(static_cast<float>(*value)) : Json(static_cast<uint64_t>(*value));
 }
 
 Json decision_object(const Judgement &judgement, Policy policy) {

@@ -222,12 +222,36 @@ TEST_F(HostJudged, JsonReportsEachPictureInAnObjectOnALineOfItsOwn) {
     EXPECT_EQ(alone.at("decision"), "left as it is");
     EXPECT_EQ(alone.at("reason"),
               "it has no detail hidden in its shadows: 64 of 64 blocks would gain too little detail (limit 63)");
-    EXPECT_EQ(without_times(alone).size(), 6u) << alone;
+    EXPECT_EQ(alone.at("measures").at("detail"), (Json{{"value", 64}, {"limit", 63}}));
+    EXPECT_EQ(without_times(alone).size(), 7u) << alone;
     const Json done = Json::parse(lines[1]);
     EXPECT_EQ(done.at("decision"), "enhanced");
     EXPECT_FALSE(done.contains("reason"));
-    EXPECT_EQ(without_times(done).size(), 5u) << done;
+    EXPECT_LE(done.at("measures").at("detail").at("value"), 63);
+    EXPECT_EQ(without_times(done).size(), 6u) << done;
     EXPECT_EQ(Json::parse(lines[2]), (Json{{"file", inputs[2]}, {"error", "cannot be read: No such file or directory"}}));
+}
+
+// Those that cannot change the decision any more are taken too.
+TEST_F(HostJudged, JsonReportsEveryMeasureThatThePolicyLimits) {
+    const std::string name = put("in.png", judged_png(nothing_to_gain));
+    const auto measures = [&](const Words &more) {
+        Words options = {"--json"};
+        options.insert(options.end(), more.begin(), more.end());
+        return Json::parse(enhance({name}, path("out.png"), options).out).at("measures");
+    };
+    const Json judged = Json::parse(run_command("judge", {name}, "", {"--json", "--score", "0.3"}).out);
+    const Json risky = measures({"--policy", "risky", "--score", "0.3"});
+    ASSERT_EQ(risky.size(), 4u);
+    for (const auto &[measure, count] : judged.at("blocks_over").items()) {
+        EXPECT_EQ(risky.at(measure).at("value"), count) << measure;
+    }
+    for (const auto &[measure, limit] : judged.at("decisions").at(2).at("limits").items()) {
+        EXPECT_EQ(risky.at(measure).at("limit"), limit) << measure;
+    }
+    EXPECT_EQ(risky.at("score").at("value"), judged.at("score"));
+    EXPECT_EQ(measures({}).at("score").at("value"), nullptr);
+    EXPECT_EQ(measures({"--force"}), nullptr);
 }
 
 TEST_F(HostJudged, MistakesAreReportedInOneLine) {

@@ -45,11 +45,13 @@ def wheel(tmp_path_factory):
 def test_what_it_holds(wheel):
     assert wheel.name.startswith(f"ko-{os.environ['KO_VERSION']}-cp3")
     names = set(zipfile.ZipFile(wheel).namelist())
-    expected = {"ko/__init__.py", "ko/py.typed", "ko/_ko.pyi", "ko/libko.so.0"}
+    expected = {"ko/__init__.py", "ko/py.typed", "ko/_ko.pyi", "ko/libko.so.0", "ko/dask/__init__.py", "ko/dask/__main__.py"}
     expected |= {f"ko/redeye/{file.name}" for file in (ROOT / "models" / "redeye").iterdir()}
     if os.environ["KO_AVX2_FOLDER"]:
         expected.add(f"ko/{os.environ['KO_AVX2_FOLDER']}/libko.so.0")
     assert expected <= names
+    metadata = zipfile.ZipFile(wheel).read(f"ko-{os.environ['KO_VERSION']}.dist-info/METADATA").decode()
+    assert "Provides-Extra: dask\n" in metadata
     assert {name.split("/")[0] for name in names} == {"ko", f"ko-{os.environ['KO_VERSION']}.dist-info"}
 
 

@@ -153,3 +153,13 @@ if(EXISTS ${BUILD}/bin/koio.so)
     message(FATAL_ERROR "another plug-in was found: ${complaint}")
   endif()
 endif()
+
+# On Windows a program beside the library finds the plug-in there, and the program ko its model.
+if(EXISTS ${BUILD}/bin/koio.dll)
+  run(${COMPILER} ${CMAKE_CURRENT_LIST_DIR}/load.c -o ${PREFIX}/bin/load.exe ${flags} ${to_library})
+  run_example(${PREFIX}/bin/load.exe "640 x 427" ${SAMPLE})
+  file(REMOVE ${PREFIX}/bin/load.exe)
+endif()
+if(EXISTS ${BUILD}/bin/ko.exe)
+  run_example(${PREFIX}/bin/ko.exe "red-eye model: [^\r\n]*redeye.cfg" --version)
+endif()

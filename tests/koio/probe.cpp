@@ -1,0 +1,243 @@
+// A host of the plug-in that is driven from outside: files_test.py has it load and save, on any system that it was built for.
+//
+// Each line of standard input is a JSON object that asks for one thing, and is answered by one line of JSON on standard output:
+//   {"do": "slots"}                      how many of the eight slots for PNG and JPEG files hold a function
+//   {"do": "matrix", "from", "to"}       a conversion matrix of the library
+//   {"do": "load", "image", "file"}      a file into an image that holds 2 x 1 pixels before; "image" is "real", "rgb", "yiq" or
+//                                        "gray"; with "format" and, as texts, "gamma": [a, b]
+//   {"do": "save", "image", "file"}      an image of "width" and "height" as a file; with "format", and "scale" and "option" as
+//                                        texts
+//   {"do": "together", "lists": [[]]}    each list of the above by a thread of its own
+// "floats" names the file with the image's pixels, plane by plane: read by a save, written by a load. Numbers that JSON does not
+// have, such as NaN, are why some are texts.
+#include <array>
+#include <cstdint>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "ko.hpp"
+
+namespace {
+
+using Json = nlohmann::json;
+
+// The print function runs on the thread that reports.
+thread_local std::vector<std::string> messages;
+
+void keep_message(void *, const char *text) { messages.emplace_back(text); }
+
+void clear_reports() {
+    KoStatusClear();
+    messages.clear();
+}
+
+Json report(int32_t result) {
+    return {
+        {"result", result}, {"status", KoErrorGetLastError()}, {"chain", KoErrorGetLastErrorMessage()}, {"messages", messages}};
+}
+
+// Null where the command does not say: the functions of the library take that for the format of the extension.
+const char *text_or_null(const Json &command, const char *key) {
+    const auto found = command.find(key);
+    return found == command.end() || found->is_null() ? nullptr : found->get_ref<const std::string &>().c_str();
+}
+
+float number(const Json &command, const char *key) { return std::stof(command.at(key).get<std::string>()); }
+
+const std::string &text(const Json &command, const char *key) { return command.at(key).get_ref<const std::string &>(); }
+
+int32_t space_of(const std::string &image) {
+    if (image == "rgb") {
+        return KO_COLORSPACE_RGB;
+    }
+    if (image == "yiq") {
+        return KO_COLORSPACE_YIQ;
+    }
+    if (image == "gray") {
+        return KO_COLORSPACE_GRAY;
+    }
+    throw std::runtime_error("an image of an unknown kind: " + image);
+}
+
+// ---- pixels in files
+
+void write_plane(std::ofstream &file, const RealImage &plane) {
+    for (uint64_t y = 0; y < plane.height; ++y) {
+        file.write(reinterpret_cast<const char *>(plane.rows[y]), static_cast<std::streamsize>(plane.width * sizeof(float)));
+    }
+}
+
+void read_plane(std::ifstream &file, RealImage &plane) {
+    for (uint64_t y = 0; y < plane.height; ++y) {
+        file.read(reinterpret_cast<char *>(plane.rows[y]), static_cast<std::streamsize>(plane.width * sizeof(float)));
+    }
+    if (!file) {
+        throw std::runtime_error("too few floats");
+    }
+}
+
+std::ofstream output(const Json &command) {
+    std::ofstream file(text(command, "floats"), std::ios::binary);
+    file.exceptions(std::ios::failbit | std::ios::badbit);
+    return file;
+}
+
+std::ifstream input(const Json &command) {
+    std::ifstream file(text(command, "floats"), std::ios::binary);
+    if (!file) {
+        throw std::runtime_error("no floats in " + text(command, "floats"));
+    }
+    return file;
+}
+
+// ---- the two families
+
+Json load_real(const Json &command) {
+    const ko::RealImagePtr image = ko::real_image(std::array{7.0f, 8.0f}, 2, 1);
+    Json answer = report(KoRealImageLoad(image.get(), text(command, "file").c_str(), text_or_null(command, "format")));
+    answer["width"] = image->width;
+    answer["height"] = image->height;
+    answer["depth"] = 1;
+    answer["space"] = nullptr;
+    std::ofstream file = output(command);
+    write_plane(file, *image);
+    return answer;
+}
+
+int32_t load_color_file(ColorImage *image, const Json &command) {
+    const char *name = text(command, "file").c_str();
+    const char *format = text_or_null(command, "format");
+    const auto gamma = command.find("gamma");
+    if (gamma == command.end()) {
+        return KoColorImageLoad(image, name, format);
+    }
+    return KoColorImageLoadSetGamma(image, name, format, std::stod(gamma->at(0).get<std::string>()),
+                                    std::stod(gamma->at(1).get<std::string>()));
+}
+
+Json load_color(const Json &command) {
+    const ko::ColorImagePtr image(KoColorImageNew(2, 1, space_of(text(command, "image"))));
+    ko::check(image != nullptr, "no image");
+    for (uint64_t c = 0; c < image->depth; ++c) {
+        image->planes[c].rows[0][0] = static_cast<float>(70 + 10 * c);
+        image->planes[c].rows[0][1] = static_cast<float>(71 + 10 * c);
+    }
+    Json answer = report(load_color_file(image.get(), command));
+    answer["width"] = KoColorImageGetWidth(image.get());
+    answer["height"] = KoColorImageGetHeight(image.get());
+    answer["depth"] = image->depth;
+    answer["space"] = KoColorSpaceGetName(image->color_space);
+    std::ofstream file = output(command);
+    for (uint64_t c = 0; c < image->depth; ++c) {
+        write_plane(file, image->planes[c]);
+    }
+    return answer;
+}
+
+Json save_real(const Json &command) {
+    const ko::RealImagePtr image(KoRealImageNew(command.at("width").get<uint64_t>(), command.at("height").get<uint64_t>()));
+    ko::check(image != nullptr, "no image");
+    std::ifstream file = input(command);
+    read_plane(file, *image);
+    return report(KoRealImageSave(image.get(), text(command, "file").c_str(), text_or_null(command, "format"),
+                                  number(command, "scale"), number(command, "option")));
+}
+
+Json save_color(const Json &command) {
+    const ko::ColorImagePtr image(KoColorImageNew(command.at("width").get<uint32_t>(), command.at("height").get<uint32_t>(),
+                                                  space_of(text(command, "image"))));
+    ko::check(image != nullptr, "no image");
+    std::ifstream file = input(command);
+    for (uint64_t c = 0; c < image->depth; ++c) {
+        read_plane(file, image->planes[c]);
+    }
+    return report(KoColorImageSave(image.get(), text(command, "file").c_str(), text_or_null(command, "format"),
+                                   number(command, "scale"), number(command, "option")));
+}
+
+// ---- commands
+
+int filled_slots() {
+    int filled = 0;
+    for (const int32_t type : {KO_IMAGE_FORMAT_PNG, KO_IMAGE_FORMAT_JPEG}) {
+        filled += KoRealImageGetLoadFunction(type) != nullptr;
+        filled += KoRealImageGetSaveFunction(type) != nullptr;
+        filled += KoColorImageGetLoadFunction(type) != nullptr;
+        filled += KoColorImageGetSaveFunction(type) != nullptr;
+    }
+    return filled;
+}
+
+Json matrix(const Json &command) {
+    const float *values = KoColorSpaceGetConversionMatrix(command.at("from").get<int32_t>(), command.at("to").get<int32_t>());
+    return std::vector<float>(values, values + 9);
+}
+
+Json answer_to(const Json &command);
+
+Json together(const Json &lists) {
+    std::vector<Json> answers(lists.size(), Json::array());
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < lists.size(); ++i) {
+        threads.emplace_back([&list = lists[i], &answered = answers[i]] {
+            try {
+                for (const Json &command : list) {
+                    answered.push_back(answer_to(command));
+                }
+            } catch (const std::exception &error) {
+                answered.push_back(error.what());
+            }
+        });
+    }
+    for (std::thread &thread : threads) {
+        thread.join();
+    }
+    return answers;
+}
+
+Json answer_to(const Json &command) {
+    clear_reports();
+    const std::string &what = text(command, "do");
+    if (what == "slots") {
+        return filled_slots();
+    }
+    if (what == "matrix") {
+        return matrix(command);
+    }
+    if (what == "together") {
+        return together(command.at("lists"));
+    }
+    const bool real = text(command, "image") == "real";
+    if (what == "load") {
+        return real ? load_real(command) : load_color(command);
+    }
+    if (what == "save") {
+        return real ? save_real(command) : save_color(command);
+    }
+    throw std::runtime_error("an unknown command: " + what);
+}
+
+} // namespace
+
+int main() {
+    try {
+        const ko::Library library;
+        KoErrorSetVerboseFunction(keep_message, nullptr);
+        KoErrorSetVerboseLevel("info");
+        for (std::string line; std::getline(std::cin, line);) {
+            // Names in messages need not be UTF-8.
+            std::cout << answer_to(Json::parse(line)).dump(-1, ' ', true, Json::error_handler_t::replace) << std::endl;
+        }
+        return 0;
+    } catch (const std::exception &error) {
+        std::cerr << error.what() << "\n";
+        return 1;
+    }
+}

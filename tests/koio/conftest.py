@@ -83,7 +83,11 @@ class Probe:
         if not self.process:
             self.start()
         self.process.stdin.write(json.dumps(command).encode() + b"\n")
-        return json.loads(self.line(command))
+        line = self.line(command)
+        try:
+            return json.loads(line)
+        except ValueError:
+            raise AssertionError(f"the answer is {line}: {command}")
 
     def line(self, command):
         deadline = time.monotonic() + ANSWER_SECONDS

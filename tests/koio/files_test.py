@@ -223,7 +223,7 @@ def jpeg_kinds():
         "quartered": jpeg(colour, subsampling=2),
         "progressive": jpeg(colour, progressive=True, subsampling=0),
         "progressive_quartered": jpeg(colour, progressive=True, subsampling=2),
-        "coarse": jpeg(colour, quality=10),
+        "coarse": jpeg(colour, quality=10, subsampling=0),
         "optimised": jpeg(colour, quality=100, optimize=True, subsampling=0),
         "one_pixel": jpeg(colour[:1, :1]),
         "one_row": jpeg(colour[:1, :]),
@@ -231,6 +231,7 @@ def jpeg_kinds():
         "turned": jpeg(colour, exif=exif),
         "profile": jpeg(colour, icc_profile=icc_profile()),
         "rgb": rgb_jpeg(colour),
+        "rgb_numbered": rgb_jpeg(colour, b"\1\2\3"),
         "restarts": restart_jpeg([mixed(8, 8, 8, GRAY)[:, :, 0].astype(np.uint8) // 2 + 7 * i for i in range(19)]),
     }
 

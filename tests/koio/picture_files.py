@@ -84,9 +84,9 @@ def jpeg(picture, **options):
 
 
 def soft(width, height, channels=3):
-    """A picture without edges, which hardly changes in a JPEG file."""
+    """A picture of slow slopes, which hardly changes in a JPEG file, even where colours have half of the rows and columns."""
     y, x, c = np.indices((height, width, channels))
-    picture = np.rint(127 + 100 * np.sin((x + 2 * y) / 25 + c)).astype(np.uint8)
+    picture = np.rint(127 + 100 * np.sin((x + 2 * y) / 80 + c)).astype(np.uint8)
     return picture if channels == 3 else picture[:, :, 0]
 
 
@@ -130,11 +130,15 @@ def restart_jpeg(blocks):
     return start + b"".join(scan + marker for scan, marker in zip(scans, markers + [b"\xff\xd9"]))
 
 
-def rgb_jpeg(picture):
-    """The channels of the file are red, green and blue: those of a file of Pillow's, with a segment that says so."""
-    file = jpeg(picture, quality=95, subsampling=0)
+def rgb_jpeg(picture, names=b"RGB"):
+    """The channels of the file are red, green and blue: those of a file of Pillow's, with names and a segment that say so."""
+    file = bytearray(jpeg(picture, quality=95, subsampling=0))
+    frame, scan = place_of(file, (0xC0,)), place_of(file, (0xDA,))
+    for i, name in enumerate(names):
+        file[frame + 6 + 3 * i] = name
+        file[scan + 1 + 2 * i] = name
     place, size = next((place, size) for code, place, size in segments_of(file) if code == 0xE0)
-    return file[: place - 4] + segment(0xEE, b"Adobe\0\x64\0\0\0\0\0") + file[place + size :]
+    return bytes(file[: place - 4] + segment(0xEE, b"Adobe\0\x64\0\0\0\0\0") + file[place + size :])
 
 
 def decoded(file):

@@ -3,13 +3,14 @@
 // Each line of standard input is a JSON object that asks for one thing, and is answered by one line of JSON on standard output:
 //   {"do": "slots"}                      how many of the eight slots for PNG and JPEG files hold a function
 //   {"do": "matrix", "from", "to"}       a conversion matrix of the library
-//   {"do": "load", "image", "file"}      a file into an image that holds 2 x 1 pixels before; "image" is "real", "rgb", "yiq" or
+//   {"do": "load", "image", "file"}      a file into an image that holds 2 x 1 pixels before; "image" is "real", "rgb", "yiq"
+//   or
 //                                        "gray"; with "format" and, as texts, "gamma": [a, b]
 //   {"do": "save", "image", "file"}      an image of "width" and "height" as a file; with "format", and "scale" and "option" as
 //                                        texts
 //   {"do": "together", "lists": [[]]}    each list of the above by a thread of its own
-// "floats" names the file with the image's pixels, plane by plane: read by a save, written by a load. Numbers that JSON does not
-// have, such as NaN, are why some are texts.
+// "floats" names the file with the image's pixels, plane by plane: read by a save, written by a load. Numbers that JSON does
+// not have, such as NaN, are why some are texts.
 #include <array>
 #include <cstdint>
 #include <exception>
@@ -28,19 +29,36 @@ namespace {
 
 using Json = nlohmann::json;
 
-// The print function runs on the thread that reports.
-thread_local std::vector<std::string> messages;
+// Messages of a thread, from the print function, which runs on the thread that reports. A pointer: g++ for Windows frees the
+// memory of a thread's objects before it destroys them.
+thread_local std::vector<std::string> *messages = nullptr;
 
-void keep_message(void *, const char *text) { messages.emplace_back(text); }
-
-void clear_reports() {
-    KoStatusClear();
-    messages.clear();
+void keep_message(void *, const char *text) {
+    if (messages != nullptr) {
+        messages->emplace_back(text);
+    }
 }
 
+// Collects what the thread reports while it lives, from a clear status on.
+class Reports {
+  public:
+    Reports() {
+        KoStatusClear();
+        messages = &texts_;
+    }
+    ~Reports() { messages = nullptr; }
+    Reports(const Reports &) = delete;
+    Reports &operator=(const Reports &) = delete;
+
+  private:
+    std::vector<std::string> texts_;
+};
+
 Json report(int32_t result) {
-    return {
-        {"result", result}, {"status", KoErrorGetLastError()}, {"chain", KoErrorGetLastErrorMessage()}, {"messages", messages}};
+    return {{"result", result},
+            {"status", KoErrorGetLastError()},
+            {"chain", KoErrorGetLastErrorMessage()},
+            {"messages", *messages}};
 }
 
 // Null where the command does not say: the functions of the library take that for the format of the extension.
@@ -203,7 +221,7 @@ Json together(const Json &lists) {
 }
 
 Json answer_to(const Json &command) {
-    clear_reports();
+    const Reports reports;
     const std::string &what = text(command, "do");
     if (what == "slots") {
         return filled_slots();

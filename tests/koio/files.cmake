@@ -1,5 +1,5 @@
-# Files through the plug-in, on each system that it is built for: a program that loads and saves, and tests in Python that make the
-# files, drive the program and read what it has saved. The sanitizers have the tests in C++.
+# Files through the plug-in, on each system that it is built for: a program that loads and saves, and tests in Python that make
+# the files, drive the program and read what it has saved. The sanitizers have the tests in C++.
 if(KO_SANITIZE)
   return()
 endif()
@@ -22,6 +22,7 @@ target_link_libraries(koio_probe PRIVATE ko nlohmann_json::nlohmann_json Threads
 target_compile_options(koio_probe PRIVATE ${KO_TEST_OPTIMISATION} -g0 $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 add_dependencies(koio_probe koio)
 if(WIN32)
+  target_link_libraries(koio_probe PRIVATE ole32)
   target_link_options(koio_probe PRIVATE -static)
   # Beside the plug-in, with the library that both need.
   set(folder ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/koio)
@@ -35,7 +36,8 @@ if(WIN32)
   target_sources(koio_probe PRIVATE ${folder}/ko.dll)
 endif()
 
-add_test(NAME koio_files_test COMMAND ${Python3_EXECUTABLE} -m pytest -q -p no:cacheprovider ${CMAKE_CURRENT_SOURCE_DIR}/files_test.py)
+add_test(NAME koio_files_test
+         COMMAND ${Python3_EXECUTABLE} -m pytest -q -p no:cacheprovider ${CMAKE_CURRENT_SOURCE_DIR}/files_test.py)
 set(environment PYTHONDONTWRITEBYTECODE=1 KO_PROBE=$<TARGET_FILE:koio_probe> KO_EMULATOR=${CMAKE_CROSSCOMPILING_EMULATOR}
                 KO_ROOT=${PROJECT_SOURCE_DIR})
 set_tests_properties(koio_files_test PROPERTIES ENVIRONMENT "${KO_TEST_ENVIRONMENT};${environment}" TIMEOUT 600)

@@ -1,5 +1,5 @@
-"""PNG and JPEG files through the plug-in: what it reads from files of known content, what others read from the files that it writes,
-and what is left when either fails. One set of expectations holds on every system, whichever codec is below."""
+"""PNG and JPEG files through the plug-in: what it reads from files of known content, what others read from the files that it
+writes, and what is left when either fails. One set of expectations holds on every system, whichever codec is below."""
 
 import io
 import os
@@ -12,7 +12,7 @@ from pathlib import Path
 
 import numpy as np
 import pytest
-from conftest import OLD_PLANES, Probe
+from conftest import Probe, Report
 from PIL import Image
 from picture_files import (
     GRAY,
@@ -28,12 +28,9 @@ from picture_files import (
     jpeg,
     levels,
     mixed,
-    place_of,
     png,
     restart_jpeg,
     rgb_jpeg,
-    scan_of,
-    segment,
     segments_of,
     soft,
     with_size,
@@ -81,8 +78,8 @@ def expect_loaded(report, messages, name):
     assert report.messages == [f'[INFO] "{name}": {message}' for message in messages]
 
 
-def expect_planes(probe, rgb_to_yiq, name, planes, messages=(), close=None):
-    """Every kind of image becomes the picture, within `close` levels where that is given."""
+def expect_planes(probe, rgb_to_yiq, name, planes, messages=()):
+    """Every kind of image becomes the picture, exactly where nothing is converted."""
     gray = len(planes) == 1
     expected = {"real": (None, planes if gray else gray_of(planes))}
     for image in COLOUR_IMAGES:
@@ -94,7 +91,7 @@ def expect_planes(probe, rgb_to_yiq, name, planes, messages=(), close=None):
         expect_loaded(report, messages, name)
         assert report.space == space
         assert report.planes.shape == values.shape
-        tolerance = close or (1e-3 if space == "YIQ" or (image == "real" and not gray) else 0)
+        tolerance = 1e-3 if space == "YIQ" or (image == "real" and not gray) else 0
         assert np.abs(report.planes - values).max() <= tolerance, image
 
 
@@ -165,13 +162,17 @@ def test_png_with_a_transparent_colour(probe, folder, rgb_to_yiq, colour, depth,
     expect_planes(probe, rgb_to_yiq, name, planar(samples, depth, len(samples[0, 0])), [ALPHA, *messages])
 
 
+# White, red, green and blue of a space with a farther green than that of sRGB.
+WIDE_PRIMARIES = (31270, 32900, 64000, 33000, 21000, 71000, 15000, 6000)
+
+
 @pytest.mark.parametrize("depth", [8, 16])
 @pytest.mark.parametrize("colour", [GRAY, RGB, RGBA])
 @pytest.mark.parametrize(
     "chunks",
     [
         [(b"gAMA", struct.pack(">I", 100000))],
-        [(b"gAMA", struct.pack(">I", 45455)), (b"cHRM", struct.pack(">8I", 31270, 32900, 64000, 33000, 30000, 60000, 15000, 6000))],
+        [(b"gAMA", struct.pack(">I", 45455)), (b"cHRM", struct.pack(">8I", *WIDE_PRIMARIES))],
         [(b"sRGB", b"\0"), (b"gAMA", struct.pack(">I", 45455))],
         [(b"sRGB", b"\1")],
         [(b"sBIT", b"\5")],
@@ -219,17 +220,17 @@ def jpeg_kinds():
         "gray": jpeg(gray),
         "gray_progressive": jpeg(gray, progressive=True),
         "full": jpeg(colour, subsampling=0),
-        "halved": jpeg(colour, subsampling=1),
-        "quartered": jpeg(colour, subsampling=2),
+        "halved": jpeg(colour, quality=95, subsampling=1),
+        "quartered": jpeg(colour, quality=95, subsampling=2),
         "progressive": jpeg(colour, progressive=True, subsampling=0),
-        "progressive_quartered": jpeg(colour, progressive=True, subsampling=2),
+        "progressive_quartered": jpeg(colour, quality=95, progressive=True, subsampling=2),
         "coarse": jpeg(colour, quality=10, subsampling=0),
         "optimised": jpeg(colour, quality=100, optimize=True, subsampling=0),
         "one_pixel": jpeg(colour[:1, :1]),
-        "one_row": jpeg(colour[:1, :]),
-        "one_column": jpeg(colour[:, :1]),
-        "turned": jpeg(colour, exif=exif),
-        "profile": jpeg(colour, icc_profile=icc_profile()),
+        "one_row": jpeg(colour[:1, :], quality=95),
+        "one_column": jpeg(colour[:, :1], quality=95),
+        "turned": jpeg(colour, subsampling=0, exif=exif),
+        "profile": jpeg(colour, subsampling=0, icc_profile=icc_profile()),
         "rgb": rgb_jpeg(colour),
         "rgb_numbered": rgb_jpeg(colour, b"\1\2\3"),
         "restarts": restart_jpeg([mixed(8, 8, 8, GRAY)[:, :, 0].astype(np.uint8) // 2 + 7 * i for i in range(19)]),
@@ -238,7 +239,8 @@ def jpeg_kinds():
 
 JPEG_KINDS = jpeg_kinds()
 
-# Another decoder than Pillow's may round its transformation differently, which conversion to RGB can double.
+# Another decoder than Pillow's may round its transformation differently, and fills in the colours between those of a coarser
+# grid in a way of its own, which shows little in soft pictures.
 JPEG_CLOSE = 2 if WINDOWS else None
 
 
@@ -248,17 +250,18 @@ def test_jpeg(probe, folder, rgb_to_yiq, kind):
     name = written(folder, "picture.jpg", file)
     planes = decoded(file)
     gray = len(planes) == 1
-    for image in IMAGES:
+    expected = {"rgb": planes, "gray": planes, "real": planes if gray else gray_of(planes), "yiq": planes}
+    if not gray:
+        expected["yiq"] = np.einsum("ij,jyx->iyx", rgb_to_yiq, planes)
+    for image, values in expected.items():
         report = probe.load(image, name)
         assert (report.result, report.status, report.chain) == (0, 0, "")
         assert report.space == (None if image == "real" else "GRAY" if gray else "YIQ" if image == "yiq" else "RGB")
-    expect_close = {"rgb": planes, "real": planes if gray else gray_of(planes)}
-    for image, values in expect_close.items():
-        report = probe.load(image, name)
         assert report.planes.shape == values.shape
-        difference = np.abs(report.planes - values)
-        assert difference.max() <= (JPEG_CLOSE or (0 if image == "rgb" else 1e-3)), image
-        assert difference.mean() < 0.5
+        tolerance = 0 if image in ("rgb", "gray") or gray else 1e-3
+        if JPEG_CLOSE:
+            tolerance = 1.2 * JPEG_CLOSE if image == "yiq" else JPEG_CLOSE  # the sum of a row of the matrix
+        assert np.abs(report.planes - values).max() <= tolerance, image
 
 
 @pytest.mark.parametrize("name", sorted(path.name for path in SAMPLES.glob("*.jpg")))
@@ -266,7 +269,14 @@ def test_jpeg_of_photographs(probe, folder, name):
     file = (SAMPLES / name).read_bytes()
     report = probe.load("rgb", written(folder, "picture.jpg", file))
     assert (report.result, report.chain) == (0, "")
-    assert np.abs(report.planes - decoded(file)).max() <= (JPEG_CLOSE or 0)
+    planes = decoded(file)
+    if not WINDOWS:
+        assert np.array_equal(report.planes, planes)
+        return
+    # At edges of colour the grid shows. It leaves brightness alone, except where a colour leaves the range.
+    inside = ((planes > 0) & (planes < 255) & (report.planes > 0) & (report.planes < 255)).all(axis=0)
+    assert inside.mean() > 0.9
+    assert np.abs(gray_of(report.planes) - gray_of(planes))[0, inside].max() <= 1
 
 
 def test_bytes_behind_the_end_are_no_failure(probe, folder):
@@ -301,6 +311,9 @@ def test_gamma_of_none_keeps_values(probe, folder, a, b):
     assert np.array_equal(report.planes, np.arange(256).reshape(1, 1, 256))
 
 
+NO_EXPONENTS = [(-1, 1), (1, -1), (-1, -1), (np.nan, 1), (1, np.nan), (np.inf, 1), (1, np.inf), (1e300, 1e-300), (1e-300, 1e300)]
+
+
 @pytest.mark.parametrize("extension", ["png", "jpg"])
 def test_gamma_of_colours(probe, folder, extension):
     Image.fromarray(soft(20, 10)).save(folder / f"picture.{extension}")
@@ -310,7 +323,7 @@ def test_gamma_of_colours(probe, folder, extension):
     assert np.abs(raised.planes - plain * plain / 255).max() < 1e-3
 
 
-@pytest.mark.parametrize("a, b", [(-1, 1), (1, -1), ("nan", 1), (1, "nan"), ("inf", 1), (1, "inf"), (1e300, 1e-300), (1e-300, 1e300)])
+@pytest.mark.parametrize("a, b", NO_EXPONENTS)
 def test_gamma_that_is_no_exponent_is_refused(probe, folder, a, b):
     report = probe.load("rgb", ramp(folder), gamma=(a, b))
     assert (report.result, report.status, report.chain) == (INVALID_ARGUMENT, INVALID_ARGUMENT, "[ERROR] Invalid argument")
@@ -362,7 +375,8 @@ def test_jpeg_is_close(probe, folder, image):
     assert found.shape == planes.shape
     assert np.abs(found - planes).max() <= 8
     again = probe.load("rgb", "f/picture.jpg")
-    assert np.abs(again.planes - found).max() <= (JPEG_CLOSE or 0)
+    assert np.abs(again.planes - planes).max() <= 8
+    assert WINDOWS or np.array_equal(again.planes, found)
 
 
 VALUES = [0, -0.0, 0.49999997, 0.5, 1.4999, 1.5, 2.5, 127.5, 254.4999, 254.5, 254.99, 255, 255.4, 255.5, 256, 511, 1e9, 3e38]
@@ -542,6 +556,55 @@ def test_a_file_that_grows_too_large(probe, folder, extension, old):
     assert not old or (folder / name).read_bytes() == old
 
 
+def expect_untouched_target(probe, folder, report, name, old):
+    assert report.result in (OPEN_WRITE, WRITE_FILE) and report.status == report.result
+    assert report.chain.startswith("[ERROR] ") and f'"f/{name}"' in report.chain
+    assert names_in(folder) == [name] and (folder / name).read_bytes() == old
+
+
+@pytest.mark.parametrize("extension", ["png", "jpg"])
+def test_a_protected_file(probe, folder, extension):
+    name, old = f"picture.{extension}", b"the old file"
+    written(folder, name, old)
+    (folder / name).chmod(0o444)
+    report = probe.save("real", np.ones((1, 4, 4)), f"f/{name}")
+    if WINDOWS or os.geteuid() != 0:
+        expect_failure(report, OPEN_WRITE, f'Cannot open file "f/{name}" for writing')
+        expect_untouched_target(probe, folder, report, name, old)
+    else:  # the superuser may write everywhere
+        expect_saved(report, folder, name)
+
+
+# Windows keeps the name of a file for as long as a program has it open.
+@pytest.mark.parametrize("extension", ["png", "jpg"])
+def test_a_file_in_use(probe, folder, extension):
+    name, old = f"picture.{extension}", b"the old file"
+    written(folder, name, old)
+    command = probe.save_command("real", np.ones((1, 4, 4)), f"f/{name}")
+    report = Report(**probe.ask(**command, held=f"f/{name}"))
+    if WINDOWS:
+        expect_untouched_target(probe, folder, report, name, old)
+    else:
+        expect_saved(report, folder, name)
+    expect_saved(Report(**probe.ask(**command)), folder, name)
+
+
+# Windows would not replace it otherwise.
+@pytest.mark.parametrize("name", ["plain.png", "quartered.jpg"])
+def test_a_load_closes_the_file(probe, folder, name):
+    for size in (None, 0, 10, 50, -1):
+        status = probe.load("rgb", written(folder, name, SMALL_FILES[name][:size])).result
+        assert status == (0 if size is None else INVALID_IMAGE_FILE)
+        expect_saved(probe.save("real", np.ones((1, 4, 4)), f"f/{name}"), folder, name)
+
+
+def test_names_are_no_formats(probe, folder):
+    samples = mixed(3, 2, 8, RGBA)
+    report = probe.load("rgb", written(folder, "100%s%n {}.png", png(samples, 8, RGBA)))
+    expect_loaded(report, [ALPHA], "f/100%s%n {}.png")
+    expect_invalid(probe, written(folder, "100%s%n {}.jpg", b"no picture"))
+
+
 # ---- files that are refused
 
 
@@ -559,7 +622,8 @@ def kind_of(name):
 
 def expect_invalid(probe, name):
     expect_refusal(probe, name)
-    expect_failure(probe.load("real", name), INVALID_IMAGE_FILE, f'File "{name}" does not contain a valid {kind_of(name)} image')
+    text = f'File "{name}" does not contain a valid {kind_of(name)} image'
+    expect_failure(probe.load("real", name), INVALID_IMAGE_FILE, text)
 
 
 @pytest.mark.parametrize("extension", ["png", "jpg"])
@@ -605,10 +669,11 @@ def test_cmyk_without_a_profile(probe, folder):
 def small_files():
     deep = mixed(5, 4, 16, GRAY_ALPHA)
     small = soft(17, 9)
+    further = [(b"gAMA", struct.pack(">I", 45455)), (b"tEXt", b"Title\0a")]
     return {
         "plain.png": png(mixed(9, 7, 8, RGB), 8, RGB),
         "palette.png": png(mixed(9, 7, 4, PALETTE), 4, PALETTE, chunks=[(b"PLTE", bytes(48)), (b"tRNS", bytes(9))]),
-        "interlaced.png": png(mixed(9, 7, 8, RGBA), 8, RGBA, True, [(b"gAMA", struct.pack(">I", 45455)), (b"tEXt", b"Title\0a")]),
+        "interlaced.png": png(mixed(9, 7, 8, RGBA), 8, RGBA, True, further),
         "deep.png": png(deep, 16, GRAY_ALPHA),
         "gray.jpg": jpeg(small[:, :, 0], optimize=True),
         "quartered.jpg": jpeg(small, optimize=True, subsampling=2),
@@ -719,14 +784,26 @@ def test_large_headers_of_short_files_are_refused(probe, folder, name, file):
     assert report.is_untouched()
 
 
+# ---- the life of the library
+
+
+def test_after_a_restart(probe, folder):
+    name = written(folder, "plain.png", SMALL_FILES["plain.png"])
+    planes = probe.load("rgb", name).planes
+    for _ in range(3):
+        assert probe.ask(do="restart") == [0, 8]
+        assert np.array_equal(probe.load("rgb", name).planes, planes)
+        assert probe.save("rgb", planes, "f/picture.jpg").result == 0
+
+
 # ---- threads
 
 
 def round_of(probe, folder, thread):
     """Commands of one thread, whose files are its own."""
     commands = []
-    sources = {"plain.png": "rgb", "deep.png": "real", "interlaced.png": "yiq", "quartered.jpg": "rgb", "progressive.jpg": "real"}
-    for i, (name, image) in enumerate(sources.items()):
+    sources = ["rgb plain.png", "real deep.png", "yiq interlaced.png", "rgb quartered.jpg", "real progressive.jpg"]
+    for i, (image, name) in enumerate(map(str.split, sources)):
         file = written(folder, f"{thread}-{name}", SMALL_FILES[name])
         commands.append({"do": "load", "image": image, "file": file, "floats": f"f/{thread}-{i}.loaded"})
     commands.append({**commands[0], "file": f"f/missing-{thread}.png", "floats": f"f/{thread}-missing.loaded"})
@@ -753,4 +830,16 @@ def test_eight_threads_at_once(probe, folder):
     together = probe.ask(do="together", lists=[commands * 10 for commands in rounds])
     for thread in range(8):
         assert together[thread] == one_by_one[thread] * 10
+    assert answers_and_files(folder, one_by_one) == expected
+
+
+# A host's thread may have joined an apartment of COM, of either kind.
+@pytest.mark.parametrize("apartment", ["single", "multi"])
+def test_threads_of_an_apartment(probe, folder, apartment):
+    commands = [round_of(probe, folder, thread) for thread in range(2)]
+    one_by_one = [[probe.ask(**command) for command in each] for each in commands]
+    expected = answers_and_files(folder, one_by_one)
+    for path in folder.glob("*.loaded"):
+        path.unlink()
+    assert probe.ask(do="together", lists=commands, apartment=apartment) == one_by_one
     assert answers_and_files(folder, one_by_one) == expected

@@ -120,7 +120,7 @@ def scan_of(file):
 
 
 def restart_jpeg(blocks):
-    """A gray file of blocks of 8 x 8 pixels above each other, with a restart marker behind each: every block is a scan of its own."""
+    """A gray file of blocks of 8 x 8 pixels above each other, with restart markers between: each was a scan of its own."""
     files = [jpeg(block, quality=90) for block in blocks]
     first = files[0]
     scan_header = place_of(first, (0xDA,)) - 4

@@ -7,8 +7,11 @@
 //   or
 //                                        "gray"; with "format" and, as texts, "gamma": [a, b]
 //   {"do": "save", "image", "file"}      an image of "width" and "height" as a file; with "format", and "scale" and "option" as
-//                                        texts
-//   {"do": "together", "lists": [[]]}    each list of the above by a thread of its own
+//                                        texts; "held" names a file that is open meanwhile
+//   {"do": "together", "lists": [[]]}    each list of the above by a thread of its own; with "apartment": "single" or "multi"
+//   for
+//                                        what such a thread of a Windows host has joined
+//   {"do": "restart"}                    ends and starts the library; filled slots in between and after
 // "floats" names the file with the image's pixels, plane by plane: read by a save, written by a load. Numbers that JSON does
 // not have, such as NaN, are why some are texts.
 #include <array>
@@ -22,6 +25,10 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#ifdef _WIN32
+#include <objbase.h>
+#endif
 
 #include "ko.hpp"
 
@@ -115,6 +122,8 @@ std::ifstream input(const Json &command) {
     return file;
 }
 
+std::ifstream held_file(const Json &command) { return std::ifstream(command.value("held", ""), std::ios::binary); }
+
 // ---- the two families
 
 Json load_real(const Json &command) {
@@ -164,6 +173,7 @@ Json save_real(const Json &command) {
     ko::check(image != nullptr, "no image");
     std::ifstream file = input(command);
     read_plane(file, *image);
+    const std::ifstream held = held_file(command);
     return report(KoRealImageSave(image.get(), text(command, "file").c_str(), text_or_null(command, "format"),
                                   number(command, "scale"), number(command, "option")));
 }
@@ -176,6 +186,7 @@ Json save_color(const Json &command) {
     for (uint64_t c = 0; c < image->depth; ++c) {
         read_plane(file, image->planes[c]);
     }
+    const std::ifstream held = held_file(command);
     return report(KoColorImageSave(image.get(), text(command, "file").c_str(), text_or_null(command, "format"),
                                    number(command, "scale"), number(command, "option")));
 }
@@ -198,16 +209,50 @@ Json matrix(const Json &command) {
     return std::vector<float>(values, values + 9);
 }
 
+Json restart() {
+    KoRelease();
+    const int between = filled_slots();
+    KoInit(nullptr, nullptr);
+    return {between, filled_slots()};
+}
+
+// The apartment of COM that a host's thread is in; other systems have none.
+class Apartment {
+  public:
+    explicit Apartment(const std::string &kind) : joined_(!kind.empty()) {
+#ifdef _WIN32
+        if (joined_ && FAILED(CoInitializeEx(nullptr, kind == "single" ? COINIT_APARTMENTTHREADED : COINIT_MULTITHREADED))) {
+            throw std::runtime_error("no apartment");
+        }
+#endif
+    }
+    ~Apartment() {
+#ifdef _WIN32
+        if (joined_) {
+            CoUninitialize();
+        }
+#endif
+    }
+    Apartment(const Apartment &) = delete;
+    Apartment &operator=(const Apartment &) = delete;
+
+  private:
+    [[maybe_unused]] bool joined_;
+};
+
 Json answer_to(const Json &command);
 
-Json together(const Json &lists) {
+Json together(const Json &command) {
+    const Json &lists = command.at("lists");
+    const std::string kind = command.value("apartment", "");
     std::vector<Json> answers(lists.size(), Json::array());
     std::vector<std::thread> threads;
     for (size_t i = 0; i < lists.size(); ++i) {
-        threads.emplace_back([&list = lists[i], &answered = answers[i]] {
+        threads.emplace_back([&kind, &list = lists[i], &answered = answers[i]] {
             try {
-                for (const Json &command : list) {
-                    answered.push_back(answer_to(command));
+                const Apartment apartment(kind);
+                for (const Json &each : list) {
+                    answered.push_back(answer_to(each));
                 }
             } catch (const std::exception &error) {
                 answered.push_back(error.what());
@@ -230,7 +275,10 @@ Json answer_to(const Json &command) {
         return matrix(command);
     }
     if (what == "together") {
-        return together(command.at("lists"));
+        return together(command);
+    }
+    if (what == "restart") {
+        return restart();
     }
     const bool real = text(command, "image") == "real";
     if (what == "load") {

@@ -20,7 +20,6 @@ const char *reason_of(HRESULT result) {
     case WINCODEC_ERR_BADIMAGE:
     case WINCODEC_ERR_BADSTREAMDATA:
     case WINCODEC_ERR_STREAMREAD:
-    case E_FAIL:
         return "the picture is damaged";
     case WINCODEC_ERR_UNSUPPORTEDPIXELFORMAT:
         return "the system cannot convert the colours";
@@ -34,14 +33,14 @@ const char *reason_of(HRESULT result) {
 
 } // namespace
 
-void check(HRESULT result) {
+void check(HRESULT result, const char *without_reason) {
     if (SUCCEEDED(result)) {
         return;
     }
     if (result == E_OUTOFMEMORY) {
         throw std::bad_alloc();
     }
-    if (const char *reason = reason_of(result)) {
+    if (const char *reason = result == E_FAIL ? without_reason : reason_of(result)) {
         throw Error(reason);
     }
     std::array<char, 64> text{};

@@ -57,8 +57,9 @@ class Apartment {
     bool entered_;
 };
 
-// Throws for a failed call: std::bad_alloc for a lack of memory, Error for everything else.
-void check(HRESULT result);
+// Throws for a failed call: std::bad_alloc for a lack of memory, Error for everything else, with this text where the system
+// gives no reason.
+void check(HRESULT result, const char *without_reason = "the picture is damaged");
 
 Com<IWICImagingFactory> make_factory();
 

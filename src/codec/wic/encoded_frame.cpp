@@ -6,6 +6,8 @@ namespace codec::wic {
 
 namespace {
 
+void check_encoder(HRESULT result) { check(result, "the system cannot encode the picture"); }
+
 // The encoder takes red last.
 const GUID &pixel_format(uint32_t channels) {
     return channels == 1   ? GUID_WICPixelFormat8bppGray
@@ -16,7 +18,7 @@ const GUID &pixel_format(uint32_t channels) {
 void set(IPropertyBag2 &properties, const wchar_t *name, VARIANT value) {
     PROPBAG2 property{};
     property.pstrName = const_cast<LPOLESTR>(name);
-    check(properties.Write(1, &property, &value));
+    check_encoder(properties.Write(1, &property, &value));
 }
 
 uint8_t option_of(const Subsampling &subsampling) {
@@ -31,14 +33,14 @@ uint8_t option_of(const Subsampling &subsampling) {
 EncodedFrame::EncodedFrame(const GUID &container, uint32_t width, uint32_t height, uint32_t channels, const Options &options)
     : factory_(make_factory()), width_(width), channels_(channels) {
     Com<IPropertyBag2> properties;
-    check(factory_->CreateEncoder(container, nullptr, encoder_.place()));
-    check(encoder_->Initialize(&stream_, WICBitmapEncoderNoCache));
-    check(encoder_->CreateNewFrame(frame_.place(), properties.place()));
+    check_encoder(factory_->CreateEncoder(container, nullptr, encoder_.place()));
+    check_encoder(encoder_->Initialize(&stream_, WICBitmapEncoderNoCache));
+    check_encoder(encoder_->CreateNewFrame(frame_.place(), properties.place()));
     set_options(*properties.get(), options);
-    check(frame_->Initialize(properties.get()));
-    check(frame_->SetSize(width, height));
+    check_encoder(frame_->Initialize(properties.get()));
+    check_encoder(frame_->SetSize(width, height));
     GUID format = pixel_format(channels);
-    check(frame_->SetPixelFormat(&format));
+    check_encoder(frame_->SetPixelFormat(&format));
     if (!IsEqualGUID(format, pixel_format(channels))) {
         throw Error("the system's codec does not take these colours");
     }
@@ -66,13 +68,13 @@ void EncodedFrame::write(uint32_t rows, const uint8_t *pixels) {
         for (size_t i = 0; channels_ > 1 && i < row_bytes; i += channels_) {
             std::swap(swapped_[i], swapped_[i + 2]);
         }
-        check(frame_->WritePixels(1, static_cast<UINT>(row_bytes), static_cast<UINT>(row_bytes), swapped_.data()));
+        check_encoder(frame_->WritePixels(1, static_cast<UINT>(row_bytes), static_cast<UINT>(row_bytes), swapped_.data()));
     }
 }
 
 const Bytes &EncodedFrame::finish() {
-    check(frame_->Commit());
-    check(encoder_->Commit());
+    check_encoder(frame_->Commit());
+    check_encoder(encoder_->Commit());
     return stream_.bytes();
 }
 

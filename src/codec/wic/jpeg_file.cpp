@@ -150,6 +150,9 @@ void add_frame(const Bytes &bytes, int marker, JpegOutline &outline, Tables &tab
     tables.used.clear();
     for (size_t i = 0; i < std::min<size_t>(outline.components, factors.size()); ++i) {
         factors[i] = bytes[7 + 3 * i];
+        if (i < outline.numbers.size()) {
+            outline.numbers[i] = bytes[6 + 3 * i];
+        }
         tables.used.push_back(bytes[8 + 3 * i] & 3);
     }
     outline.subsampling = outline.components == 3 ? subsampling_of(factors) : Subsampling{};

@@ -2,6 +2,7 @@
 #ifndef KO_CODEC_WIC_JPEG_FILE_H
 #define KO_CODEC_WIC_JPEG_FILE_H
 
+#include <array>
 #include <vector>
 
 #include "codec/codec.h"
@@ -14,6 +15,7 @@ struct JpegOutline {
     uint32_t width = 0;
     uint32_t height = 0;
     uint32_t components = 0;
+    std::array<uint8_t, 3> numbers{}; // of the first components
     bool progressive = false;
     Subsampling subsampling;
     std::optional<JpegQuantisation> quantisation; // if it stands before the pixels

@@ -1,5 +1,7 @@
 // JPEG files in on Windows: gray and RGB. The system decodes the pixels at their full size, and makes up what a truncated file
 // lacks; so the file is also read to its end here, for that and for its segments.
+#include <algorithm>
+
 #include "codec/formats.h"
 #include "codec/jpeg_segments.h"
 #include "codec/wic/frame.h"
@@ -8,6 +10,13 @@
 namespace codec {
 
 namespace {
+
+constexpr std::string_view jfif_mark("JFIF\0", 5);
+
+bool begins_with(const JpegSegment &segment, int marker, std::string_view mark) {
+    return segment.marker == marker && segment.bytes.size() >= mark.size() &&
+           std::equal(mark.begin(), mark.end(), segment.bytes.begin());
+}
 
 class JpegReader : public Reader {
   public:
@@ -18,6 +27,7 @@ class JpegReader : public Reader {
                             ? "CMYK, which this build cannot convert"
                             : "neither gray nor RGB: " + std::to_string(outline_.components) + " channels of unknown colours");
         }
+        refuse_unclear_colours();
         frame_.emplace(input, GUID_ContainerFormatJpeg);
         if (frame_->width() != outline_.width || frame_->height() != outline_.height || frame_->is_cmyk()) {
             throw Error("the header is damaged");
@@ -40,6 +50,24 @@ class JpegReader : public Reader {
     }
 
   private:
+    // Without a JFIF header, a segment of Adobe's says that three components are RGB. Decoders that go by the numbers of the
+    // components instead take them for YCbCr, as those are usually numbered.
+    void refuse_unclear_colours() const {
+        constexpr std::string_view adobe_mark = "Adobe";
+        constexpr size_t transform_at = 11;
+        bool rgb = false;
+        for (const JpegSegment &segment : outline_.segments) {
+            if (begins_with(segment, app0, jfif_mark)) {
+                return;
+            }
+            rgb |= begins_with(segment, app0 + 14, adobe_mark) && segment.bytes.size() > transform_at &&
+                   segment.bytes[transform_at] == 0;
+        }
+        if (rgb && outline_.numbers == std::array<uint8_t, 3>{1, 2, 3}) {
+            throw Error("RGB colours under the numbers of YCbCr, which the system may take for those");
+        }
+    }
+
     void describe() {
         width_ = outline_.width;
         height_ = outline_.height;
@@ -67,9 +95,8 @@ class JpegReader : public Reader {
 
     // That of the JFIF header: the mark, two bytes of a version, the unit, and the density each way.
     static void take_density(const JpegSegment &segment, Metadata &metadata) {
-        constexpr std::string_view mark("JFIF\0", 5);
         const Bytes &bytes = segment.bytes;
-        if (segment.marker != app0 || bytes.size() < 12 || !std::equal(mark.begin(), mark.end(), bytes.begin())) {
+        if (!begins_with(segment, app0, jfif_mark) || bytes.size() < 12) {
             return;
         }
         const auto pair = [&](size_t position) { return uint32_t{bytes[position]} << 8 | bytes[position + 1]; };

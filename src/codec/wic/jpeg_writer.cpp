@@ -19,10 +19,18 @@ wic::EncodedFrame::Options options_of(const Description &picture, std::optional<
     return {quality, picture.subsampling};
 }
 
+const Description &checked(const Description &picture) {
+    constexpr uint32_t most = 65535;
+    if (std::max(picture.width, picture.height) > most) {
+        throw Error("too large for a JPEG file, which has at most " + std::to_string(most) + " pixels each way");
+    }
+    return picture;
+}
+
 class JpegWriter : public Writer {
   public:
     JpegWriter(Output &output, const Description &picture, std::optional<int> quality, Notices &notices)
-        : output_(output), picture_(picture), segments_(segments_to_write(picture.metadata)),
+        : output_(output), picture_(checked(picture)), segments_(segments_to_write(picture.metadata)),
           frame_(GUID_ContainerFormatJpeg, picture.width, picture.height, picture.channels, options_of(picture, quality)) {
         tell_jpeg_losses(picture, notices);
         if (picture.progressive) {

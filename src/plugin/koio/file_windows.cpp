@@ -47,9 +47,15 @@ fs::path place_of(const char *path) {
 
 // ---- reading
 
+// A folder exists, but has no bytes.
 FileInput::FileInput(const char *path) : number_(_sopen(path, _O_RDONLY | _O_BINARY | _O_NOINHERIT, _SH_DENYNO, 0)) {
     if (number_ < 0) {
-        fail(KO_ERR_OPEN_READ);
+        const int error = errno;
+        struct _stat64 status {};
+        if (_stat64(path, &status) == 0 && (status.st_mode & _S_IFMT) == _S_IFDIR) {
+            throw FileError(KO_ERR_READ_FILE, reason_of(EISDIR));
+        }
+        throw FileError(KO_ERR_OPEN_READ, reason_of(error));
     }
 }
 

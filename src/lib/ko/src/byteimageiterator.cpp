@@ -7,13 +7,6 @@
 
 namespace {
 
-#define KO_AT(field, offset) (offsetof(ByteImageIterator, field) == (offset))
-static_assert(sizeof(ByteImageIterator) == 88 && KO_AT(width, 0) && KO_AT(height, 8) && KO_AT(layout, 16) &&
-              KO_AT(color_space, 20) && KO_AT(pixel_increment, 24) && KO_AT(line_increment, 32) && KO_AT(red, 40) &&
-              KO_AT(green, 48) && KO_AT(blue, 56) && KO_AT(next_line_red, 64) && KO_AT(next_line_green, 72) &&
-              KO_AT(next_line_blue, 80));
-#undef KO_AT
-
 bool is_gray(const ByteImageIterator *iterator) { return iterator->color_space == KO_COLORSPACE_GRAY; }
 
 void place(ByteImageIterator *iterator, uint64_t pixel_increment, uint64_t line_increment, uint8_t *red, uint8_t *green,

@@ -3,7 +3,6 @@
 #include "ko/colorimage.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdio>
 
 #include "interleave.h"
@@ -13,12 +12,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(ColorImage) == 24 && offsetof(ColorImage, depth) == 0 && offsetof(ColorImage, color_space) == 8 &&
-              offsetof(ColorImage, planes) == 16);
-static_assert(sizeof(ColorImageLineIterator) == 224 && offsetof(ColorImageLineIterator, image) == 0 &&
-              offsetof(ColorImageLineIterator, red) == 8 && offsetof(ColorImageLineIterator, green) == 80 &&
-              offsetof(ColorImageLineIterator, blue) == 152);
 
 using OwnedColorImage = Owned<ColorImage, KoColorImageDelete>;
 

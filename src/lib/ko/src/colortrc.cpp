@@ -1,7 +1,6 @@
 // ColorTRC: one tone curve a channel, its text file and its application.
 #include "ko/colortrc.h"
 
-#include <cstddef>
 #include <cstdio>
 
 #include "alloc.h"
@@ -13,8 +12,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(ColorTRC) == 16 && offsetof(ColorTRC, depth) == 0 && offsetof(ColorTRC, curves) == 8);
 
 // The channels of the text file.
 constexpr uint32_t file_channels = 3;

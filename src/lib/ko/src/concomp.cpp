@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 #include <cstring>
 
 #include "alloc.h"
@@ -18,9 +17,6 @@
 namespace ko {
 
 namespace {
-
-static_assert(sizeof(BlobInfo) == 20 && offsetof(BlobInfo, min_x) == 0 && offsetof(BlobInfo, max_x) == 4 &&
-              offsetof(BlobInfo, min_y) == 8 && offsetof(BlobInfo, max_y) == 12 && offsetof(BlobInfo, area) == 16);
 
 // The root of a label. Shortening the way changes no root, and keeps chains short whatever the picture holds.
 uint32_t find_root(uint32_t *table, uint32_t label) {

@@ -5,7 +5,6 @@
 #include "ko/error.h"
 
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -28,11 +27,6 @@ struct ErrorData {
     uint64_t chain_length;    // without the NUL
     uint64_t head_length;     // length of the newest entry when it was added
 };
-
-static_assert(sizeof(ErrorData) == 56 && offsetof(ErrorData, buffer_size) == 8 && offsetof(ErrorData, status) == 16 &&
-              offsetof(ErrorData, last_message) == 24 && offsetof(ErrorData, chain) == 32 &&
-              offsetof(ErrorData, chain_length) == 40 && offsetof(ErrorData, head_length) == 48);
-static_assert(sizeof(MessageCatalog) == 16 && offsetof(MessageCatalog, texts) == 8);
 
 constexpr char empty_text[] = "";
 constexpr char fatal_text[] = "[FATAL ERROR] Cannot allocate memory for message";

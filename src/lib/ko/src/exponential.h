@@ -3,8 +3,9 @@
 #ifndef KO_SRC_EXPONENTIAL_H
 #define KO_SRC_EXPONENTIAL_H
 
-#include <bit>
 #include <cstdint>
+
+#include "bits.h"
 
 namespace ko {
 
@@ -33,7 +34,7 @@ inline double exp_series(double r) {
 
 // power times 2 to the k; a power that is a NaN stays one.
 inline double exp_scaled(double power, double shifted) {
-    const double scaled = std::bit_cast<double>(std::bit_cast<int64_t>(power) + (std::bit_cast<int64_t>(shifted) << 52));
+    const double scaled = bit_cast<double>(bit_cast<int64_t>(power) + (bit_cast<int64_t>(shifted) << 52));
     return power == power ? scaled : power;
 }
 

@@ -2,7 +2,6 @@
 #include "ko/histogram.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -15,10 +14,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(Histogram) == 32 && offsetof(Histogram, size) == 0 && offsetof(Histogram, minValue) == 4 &&
-              offsetof(Histogram, maxValue) == 8 && offsetof(Histogram, scale) == 12 && offsetof(Histogram, numPixels) == 16 &&
-              offsetof(Histogram, values) == 24);
 
 bool has_counters(const Histogram *histogram) { return histogram->values != nullptr && histogram->size != 0; }
 

@@ -2,7 +2,6 @@
 // functions are in imagetext.cpp.
 #include "ko/imageformat.h"
 
-#include <cstddef>
 #include <cstring>
 
 #include "report.h"

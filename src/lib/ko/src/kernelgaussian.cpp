@@ -15,12 +15,6 @@ namespace {
 
 using namespace ko;
 
-#define KO_AT(field, offset) (offsetof(KernelGaussian, field) == (offset))
-static_assert(sizeof(KernelGaussian) == 168 && KO_AT(sigma, 0) && KO_AT(width, 8) && KO_AT(storage, 16) &&
-              KO_AT(coefficients, 24) && KO_AT(mode, 32) && KO_AT(a3, 40) && KO_AT(a2, 48) && KO_AT(a1, 56) &&
-              KO_AT(scale, 64) && KO_AT(backA1, 72) && KO_AT(backA2, 80) && KO_AT(backA3, 88) && KO_AT(boundary, 96));
-#undef KO_AT
-
 constexpr uint64_t coefficient_room = 8; // zeros behind the last coefficient
 
 // Fills the coefficients k steps from the middle at both sides, and gives their sum.

@@ -3,7 +3,6 @@
 #include "lce.h"
 
 #include <cmath>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -17,20 +16,6 @@ int32_t ko::koLceGaussianMode = 1;
 namespace {
 
 using namespace ko;
-
-#define KO_AT(field, offset) (offsetof(Features, field) == (offset))
-static_assert(sizeof(DecisionMechanismThreshold) == 32 && offsetof(DecisionMechanismThreshold, score) == 0 &&
-              offsetof(DecisionMechanismThreshold, noisyBlocks) == 8 &&
-              offsetof(DecisionMechanismThreshold, lowDetailBlocks) == 16 &&
-              offsetof(DecisionMechanismThreshold, lowEntropyBlocks) == 24);
-static_assert(sizeof(Features) == 4416 && KO_AT(trcSize, 0) && KO_AT(numBlocksX, 8) && KO_AT(numBlocksY, 16) &&
-              KO_AT(yiqImage, 24) && KO_AT(luminance, 32) && KO_AT(enhanced, 40) && KO_AT(chroma, 48) &&
-              KO_AT(background, 56) && KO_AT(gainStrength, 64) && KO_AT(maxGain, 68) && KO_AT(gainLimit, 72) &&
-              KO_AT(gainKnee, 76) && KO_AT(gainOffset, 80) && KO_AT(detailThreshold, 84) && KO_AT(noiseThreshold, 88) &&
-              KO_AT(entropyThreshold, 92) && KO_AT(detailScores, 96) && KO_AT(noiseScores, 104) && KO_AT(entropyScores, 112) &&
-              KO_AT(dmValues, 120) && KO_AT(keepScoring, 152) && KO_AT(proceed, 156) && KO_AT(dmThresholds, 160) &&
-              KO_AT(cubeRootTable, 320));
-#undef KO_AT
 
 constexpr uint64_t score_columns = 8;
 constexpr uint64_t score_count = 64;

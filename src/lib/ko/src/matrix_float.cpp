@@ -2,21 +2,12 @@
 #include "ko/matrix_float.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "extremes.h"
 #include "matrix.h"
 #include "sampling.h"
 
 namespace ko {
-
-static_assert(sizeof(MatrixFloat) == 40 && offsetof(MatrixFloat, width) == 0 && offsetof(MatrixFloat, height) == 8 &&
-              offsetof(MatrixFloat, padding) == 16 && offsetof(MatrixFloat, buffer) == 24 && offsetof(MatrixFloat, rows) == 32);
-static_assert(sizeof(MatrixFloatRowIterator) == 72 && offsetof(MatrixFloatRowIterator, matrix) == 0 &&
-              offsetof(MatrixFloatRowIterator, x_start) == 8 && offsetof(MatrixFloatRowIterator, y_start) == 16 &&
-              offsetof(MatrixFloatRowIterator, width) == 24 && offsetof(MatrixFloatRowIterator, height) == 32 &&
-              offsetof(MatrixFloatRowIterator, next_line_increment) == 40 && offsetof(MatrixFloatRowIterator, line) == 48 &&
-              offsetof(MatrixFloatRowIterator, line_end) == 56 && offsetof(MatrixFloatRowIterator, end) == 64);
 
 namespace {
 

@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
 
 #include "alloc.h"
 #include "report.h"
@@ -16,23 +15,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(PatchGeometry) == 32 && sizeof(HistogramLayout) == 40);
-#define KO_AT(field, offset) (offsetof(RedEyePatch, field) == (offset))
-static_assert(sizeof(RedEyePatch) == 128 && KO_AT(blob, 0) && KO_AT(x0, 4) && KO_AT(x1, 8) && KO_AT(y0, 12) && KO_AT(y1, 16) &&
-              KO_AT(blob_min_x, 20) && KO_AT(blob_max_x, 24) && KO_AT(blob_min_y, 28) && KO_AT(blob_max_y, 32) &&
-              KO_AT(center_x, 36) && KO_AT(center_y, 40) && KO_AT(size, 44) && KO_AT(features, 48) && KO_AT(projected, 56) &&
-              KO_AT(feature_rows, 64) && KO_AT(projected_rows, 88) && KO_AT(fe_score, 112) && KO_AT(be_score, 116) &&
-              KO_AT(label, 120));
-#undef KO_AT
-#define KO_AT(field, offset) (offsetof(OrientationHistogram, field) == (offset))
-static_assert(sizeof(OrientationHistogram) == 344 && KO_AT(geometry, 0) && KO_AT(layout, 8) && KO_AT(patch_count, 16) &&
-              KO_AT(radius, 20) && KO_AT(gauss_kernel, 24) && KO_AT(deriv_kernel, 32) && KO_AT(spatial_weights, 40) &&
-              KO_AT(spatial_index, 80) && KO_AT(orientation_upper, 120) && KO_AT(orientation_lower, 160) &&
-              KO_AT(logistic_table, 200) && KO_AT(cell_buffer, 208) && KO_AT(position_table_0, 216) &&
-              KO_AT(position_table_1, 224) && KO_AT(position_table_2, 232) && KO_AT(histogram_rows, 240) &&
-              KO_AT(gradient_x, 280) && KO_AT(gradient_y, 288) && KO_AT(orientation_planes, 296) && KO_AT(scratch, 336));
-#undef KO_AT
 
 // Steps of the x component of a direction.
 constexpr uint64_t direction_steps = 255;

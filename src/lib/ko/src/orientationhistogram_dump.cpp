@@ -1,10 +1,10 @@
 // The dump of patches: their features as text, a file a channel, and as one binary file for study. It reports on the standard
 // error stream alone.
 #include <algorithm>
-#include <bit>
 #include <cstdio>
 
 #include "alloc.h"
+#include "bits.h"
 #include "ko/orientationhistogram.h"
 #include "textfile.h"
 
@@ -59,7 +59,7 @@ void write_word(FILE *stream, uint32_t word) {
     std::fwrite(bytes, 1, sizeof(bytes), stream);
 }
 
-void write_float(FILE *stream, float value) { write_word(stream, std::bit_cast<uint32_t>(value)); }
+void write_float(FILE *stream, float value) { write_word(stream, bit_cast<uint32_t>(value)); }
 
 void write_binary(FILE *stream, const OrientationHistogram *oh, const RedEyePatch *patches, uint32_t count) {
     const auto length = static_cast<uint64_t>(std::max(oh->layout->feature_length, 0));

@@ -1,5 +1,6 @@
 // What the library asks of an operating system: a pointer per thread, a module by name, a lock with a condition, files that
-// exist, large pages, the bytes of a stream. One back end per system (platform_posix.cpp, platform_windows.cpp).
+// exist, large pages, the bytes of a stream. One back end per system (platform_posix.cpp with modules_dl.cpp or
+// modules_none.cpp, platform_windows.cpp).
 #ifndef KO_SRC_PLATFORM_H
 #define KO_SRC_PLATFORM_H
 

@@ -1,7 +1,6 @@
-// The POSIX back end of platform.h.
+// The POSIX back end of platform.h, but for modules (modules_dl.cpp, modules_none.cpp).
 #include "platform.h"
 
-#include <dlfcn.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
@@ -11,12 +10,6 @@ int thread_slot_allocate(ThreadSlot *slot) { return pthread_key_create(slot, nul
 void thread_slot_free(ThreadSlot slot) { pthread_key_delete(slot); }
 void *thread_slot_get(ThreadSlot slot) { return pthread_getspecific(slot); }
 void thread_slot_set(ThreadSlot slot, void *value) { pthread_setspecific(slot, value); }
-
-const char *const plugin_file_name = "koio.so";
-
-void *module_load(const char *name) { return dlopen(name, RTLD_NOW | RTLD_LOCAL); }
-ModuleEntry module_entry(void *module, const char *name) { return reinterpret_cast<ModuleEntry>(dlsym(module, name)); }
-int32_t module_unload(void *module) { return dlclose(module); }
 
 bool file_exists(const char *path) {
     struct stat status;

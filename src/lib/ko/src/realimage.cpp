@@ -13,12 +13,6 @@
 
 namespace ko {
 
-static_assert(sizeof(RealImageLineIterator) == 72 && offsetof(RealImageLineIterator, image) == 0 &&
-              offsetof(RealImageLineIterator, x_start) == 8 && offsetof(RealImageLineIterator, y_start) == 16 &&
-              offsetof(RealImageLineIterator, width) == 24 && offsetof(RealImageLineIterator, height) == 32 &&
-              offsetof(RealImageLineIterator, next_line_increment) == 40 && offsetof(RealImageLineIterator, line) == 48 &&
-              offsetof(RealImageLineIterator, line_end) == 56 && offsetof(RealImageLineIterator, end) == 64);
-
 namespace {
 
 constexpr const char *catalog_texts[] = {"line_start(%ld) >= rimage->height (%ld)",

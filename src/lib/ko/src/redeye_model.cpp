@@ -1,7 +1,6 @@
 // The model's files: a text configuration of thirty lines, a projection, and two classifiers. They are read anew for each
 // picture. Binary words have 32 bits, lowest byte first, on any machine. Nothing is taken from memory that the rest of a file
 // could not fill.
-#include <bit>
 #include <climits>
 #include <cmath>
 #include <cstdlib>
@@ -9,6 +8,7 @@
 #include <initializer_list>
 
 #include "alloc.h"
+#include "bits.h"
 #include "redeye.h"
 #include "report.h"
 #include "textfile.h"
@@ -165,7 +165,7 @@ class WordReader {
     [[nodiscard]] int32_t read(float *word) {
         uint32_t bits = 0;
         const int32_t status = read(&bits);
-        *word = status == KO_OK ? std::bit_cast<float>(bits) : *word;
+        *word = status == KO_OK ? bit_cast<float>(bits) : *word;
         return status;
     }
 
@@ -175,7 +175,7 @@ class WordReader {
         for (uint64_t i = 0; i < complete; ++i) {
             uint8_t bytes[4];
             std::memcpy(bytes, &words[i], sizeof(bytes));
-            words[i] = std::bit_cast<float>(word_of(bytes));
+            words[i] = bit_cast<float>(word_of(bytes));
         }
         return complete == count ? static_cast<int32_t>(KO_OK) : fail();
     }

@@ -13,18 +13,6 @@ namespace {
 
 using namespace ko;
 
-#define KO_AT(field, offset) (offsetof(RedEyeCorrection, field) == (offset))
-static_assert(sizeof(RedEyeCorrection) == 1016 && KO_AT(max_image_size, 0) && KO_AT(min_blob_size, 8) &&
-              KO_AT(min_blob_size_floor, 16) && KO_AT(blob_limits, 24) && KO_AT(too_many_blobs, 36) &&
-              KO_AT(projection_header, 40) && KO_AT(projection_rows, 44) && KO_AT(projection_dimension, 48) &&
-              KO_AT(projection_row_values, 56) && KO_AT(projection_mean, 64) && KO_AT(projection_matrix, 72) &&
-              KO_AT(classifier_dimension, 80) && KO_AT(fe_bias, 84) && KO_AT(fe_weights, 88) && KO_AT(be_bias, 96) &&
-              KO_AT(be_weights, 104) && KO_AT(patch_geometry, 112) && KO_AT(histogram_layout, 144) &&
-              KO_AT(orientation_histogram, 184) && KO_AT(fe_accept, 192) && KO_AT(fe_reject, 196) && KO_AT(be_accept, 200) &&
-              KO_AT(be_reject, 204) && KO_AT(config_path, 208) && KO_AT(projection_path, 468) && KO_AT(classifier_path, 728) &&
-              KO_AT(channel_enabled, 988) && KO_AT(channel_count, 1000) && KO_AT(log_stream, 1008));
-#undef KO_AT
-
 // Copies a path, or empties the field for null; false, with the field as it was, if it has no room.
 bool set_path(char (&field)[KO_REDEYE_PATH_SIZE], const char *path) {
     const size_t size = path != nullptr ? std::strlen(path) + 1 : 1;

@@ -1,6 +1,5 @@
 // RedEyeImageParam: all that belongs to one picture, and the tables of the stages.
 #include <cmath>
-#include <cstddef>
 #include <initializer_list>
 
 #include "alloc.h"
@@ -9,17 +8,6 @@
 namespace {
 
 using namespace ko;
-
-#define KO_AT(field, offset) (offsetof(RedEyeImageParam, field) == (offset))
-static_assert(sizeof(RedEyeImageParam) == 240 && KO_AT(image, 0) && KO_AT(working_image, 8) && KO_AT(scale, 16) &&
-              KO_AT(reddish_map, 24) && KO_AT(red_lum_map, 32) && KO_AT(col_map, 40) && KO_AT(map_max, 48) &&
-              KO_AT(min_blob_size, 56) && KO_AT(max_blob_size, 64) && KO_AT(blob_info, 72) && KO_AT(labels, 80) &&
-              KO_AT(label_table, 88) && KO_AT(label_count, 96) && KO_AT(local_blob_info, 104) && KO_AT(local_labels, 112) &&
-              KO_AT(local_label_table, 120) && KO_AT(local_label_count, 128) && KO_AT(root_done, 136) && KO_AT(overlap, 144) &&
-              KO_AT(blob_count, 152) && KO_AT(blob_mask, 160) && KO_AT(final_blobs, 168) && KO_AT(x_starts, 176) &&
-              KO_AT(x_counts, 184) && KO_AT(y_starts, 192) && KO_AT(y_counts, 200) && KO_AT(patches, 208) &&
-              KO_AT(accepted_count, 216) && KO_AT(rejected_count, 224) && KO_AT(undecided_count, 232));
-#undef KO_AT
 
 template <class T> void free_and_null(T *&block) {
     KoFree(block);

@@ -5,7 +5,6 @@
 #include "ko/tilecolortrc.h"
 
 #include <cmath>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
@@ -18,10 +17,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(TileColorTRC) == 48 && offsetof(TileColorTRC, size) == 0 && offsetof(TileColorTRC, numStripsX) == 8 &&
-              offsetof(TileColorTRC, numStripsY) == 16 && offsetof(TileColorTRC, redArray) == 24 &&
-              offsetof(TileColorTRC, greenArray) == 32 && offsetof(TileColorTRC, blueArray) == 40);
 
 // The planes are there together or not at all, so one answers for all.
 bool has_curves(const TileColorTRC *tile_trc) { return has_curves(shape_of(tile_trc), tile_trc->redArray); }

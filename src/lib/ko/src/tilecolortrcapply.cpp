@@ -8,7 +8,6 @@
 #include "ko/tilecolortrcapply.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "alloc.h"
 #include "convert.h"
@@ -23,12 +22,6 @@
 namespace {
 
 using namespace ko;
-
-#define KO_AT(field, offset) (offsetof(TileColorTRCApply, field) == (offset))
-static_assert(sizeof(TileColorTRCApply) == 88 && KO_AT(tileColorTRC, 0) && KO_AT(width, 8) && KO_AT(height, 16) &&
-              KO_AT(layout, 24) && KO_AT(tileWidth, 32) && KO_AT(tileHeight, 40) && KO_AT(rowsDone, 48) && KO_AT(band, 56) &&
-              KO_AT(bandEnd, 64) && KO_AT(debugFlags, 72) && KO_AT(xStep, 76) && KO_AT(yStep, 80));
-#undef KO_AT
 
 constexpr uint32_t channels = 3;
 constexpr uint64_t byte_levels = 256;

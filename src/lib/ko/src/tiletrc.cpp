@@ -3,7 +3,6 @@
 #include "ko/tiletrc.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 
 #include "alloc.h"
@@ -16,9 +15,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(TileTRC) == 32 && offsetof(TileTRC, size) == 0 && offsetof(TileTRC, numStripsX) == 8 &&
-              offsetof(TileTRC, numStripsY) == 16 && offsetof(TileTRC, array) == 24);
 
 // The drawing treats curves as having this many levels, whatever their size.
 constexpr uint64_t drawn_levels = 256;

@@ -8,7 +8,6 @@
 #include "ko/tiletrcapply.h"
 
 #include <algorithm>
-#include <cstddef>
 
 #include "alloc.h"
 #include "convert.h"
@@ -22,16 +21,6 @@
 namespace {
 
 using namespace ko;
-
-#define KO_AT(field, offset) (offsetof(TileTRCApply, field) == (offset))
-static_assert(sizeof(TileTRCApply) == 200 && KO_AT(tileTRC, 0) && KO_AT(redCurve, 8) && KO_AT(greenCurve, 16) &&
-              KO_AT(blueCurve, 24) && KO_AT(ratioWeight, 32) && KO_AT(additiveWeight, 36) && KO_AT(width, 40) &&
-              KO_AT(height, 48) && KO_AT(layout, 56) && KO_AT(color_space, 60) && KO_AT(tileWidth, 64) &&
-              KO_AT(tileHeight, 72) && KO_AT(tilePixels, 80) && KO_AT(tileStep, 88) && KO_AT(colorStep, 96) &&
-              KO_AT(groupsPerTile, 104) && KO_AT(firstRun, 112) && KO_AT(lastRun, 120) && KO_AT(rowsDone, 128) &&
-              KO_AT(bandRow, 136) && KO_AT(band, 144) && KO_AT(bandEnd, 152) && KO_AT(debugFlags, 160) &&
-              KO_AT(rowScratchBlock, 168) && KO_AT(rowScratch, 176) && KO_AT(weightTableBlock, 184) && KO_AT(weightTable, 192));
-#undef KO_AT
 
 constexpr uint64_t lanes = 4;
 constexpr uint64_t byte_levels = 256;

@@ -1,7 +1,6 @@
 // TRC: the tone curve's life, resizing, composition, text file and application. The fit is in trc_compute.cpp.
 #include "trc.h"
 
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -14,8 +13,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(TRC) == 16 && offsetof(TRC, size) == 0 && offsetof(TRC, array) == 8);
 
 constexpr uint64_t largest_size = 65536;
 constexpr uint64_t least_size_to_grow = 3;

@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <bit>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 
@@ -17,12 +16,6 @@
 namespace ko {
 
 namespace {
-
-static_assert(sizeof(TRCCompress) == 64 && offsetof(TRCCompress, array) == 0 && offsetof(TRCCompress, size) == 8 &&
-              offsetof(TRCCompress, workspace) == 16 && offsetof(TRCCompress, rleRuns) == 24 &&
-              offsetof(TRCCompress, oneBitRuns) == 32 && offsetof(TRCCompress, twoBitRuns) == 40 &&
-              offsetof(TRCCompress, forwardPlan) == 48 && offsetof(TRCCompress, backwardPlan) == 56);
-static_assert(sizeof(TRCCompressRun) == 16 && sizeof(TRCCompressToken) == 16);
 
 // Methods of a plan.
 constexpr uint8_t one_bit = 1;

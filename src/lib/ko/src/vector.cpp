@@ -3,7 +3,6 @@
 #include "ko/vector.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstdlib>
 #include <cstring>
 
@@ -13,9 +12,6 @@
 namespace {
 
 using namespace ko;
-
-static_assert(sizeof(Vector) == 32 && offsetof(Vector, data) == 0 && offsetof(Vector, element_size) == 8 &&
-              offsetof(Vector, capacity) == 16 && offsetof(Vector, size) == 24);
 
 constexpr uint64_t default_capacity = 50;
 

@@ -83,8 +83,9 @@ function judgementOf(numbers, reasons) {
     const blocks = {};
     const thresholds = {};
     for (const measure of blockMeasures) {
-        const scores = next(judgedBlocks);
-        blocks[measure] = Number.isNaN(scores[0]) ? null : Float32Array.from(scores);
+        const [isMeasured] = next(1);
+        const scores = Float32Array.from(next(judgedBlocks));
+        blocks[measure] = isMeasured !== 0 ? scores : null;
         thresholds[measure] = shortest(next(1)[0]);
     }
     const verdicts = named(policies, policies.map((_, i) => {

@@ -27,9 +27,11 @@ const DecisionMechanismThreshold &limits_of(const kohost::Judgement &judgement, 
     return judgement.limits[static_cast<size_t>(policy) - 1];
 }
 
-// 64 scores; NaN for the noise of a gray picture. Then the threshold.
+// Whether there are scores, which the noise of a gray picture has not, and 64 of them; then the threshold. A block without a
+// pixel has NaN as its score.
 void give_blocks(const kohost::Scores &scores, Measure measure) {
     const auto blocks = scores.of_blocks(measure);
+    give(blocks ? 1.0 : 0.0);
     for (uint64_t i = 0; i < kohost::judged_blocks; ++i) {
         give(blocks ? std::optional<double>((*blocks)[i]) : std::nullopt);
     }

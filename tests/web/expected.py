@@ -30,6 +30,9 @@ ENHANCEMENTS = [
     {"policy": "conservative", "score": 0.2, "working_size": None},
 ]
 
+# Scores appear in reasons with as many digits as they need.
+JUDGEMENTS = [{}, {"score": 0.5, "levels": 20, "working_size": 0.1}, {"score": 0.7000001}, {"score": 1.0}, {"score": 2 / 3}]
+
 REPAIRS = [
     {},
     {"sensitivity": "careful"},
@@ -153,7 +156,7 @@ def calls(name, picture, folder):
     is_sample = "." in name
     for options in ENHANCEMENTS:
         yield "enhance", options, enhanced(picture, options)
-    for options in [{}, {"score": 0.5, "levels": 20, "working_size": 0.1}]:
+    for options in JUDGEMENTS:
         yield "judge", options, judged(picture, options)
     for options in [{}, {"grid": [3, 4], "max_gain": 8.0}]:
         yield "fit", options, fitted(picture, options, folder)

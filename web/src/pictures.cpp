@@ -15,6 +15,15 @@ namespace {
 constexpr uint32_t with_alpha = 4;
 constexpr uint32_t colours = 3;
 
+// Copies the colours of pixels that are from and to bytes apart.
+void copy_colours(const uint8_t *source, uint32_t from, uint64_t pixels, uint8_t *target, uint32_t to) {
+    for (const uint8_t *end = source + pixels * from; source != end; source += from, target += to) {
+        target[0] = source[0];
+        target[1] = source[1];
+        target[2] = source[2];
+    }
+}
+
 // The rows of one picture that are still to come.
 class Bands {
   public:
@@ -34,24 +43,12 @@ class Bands {
             return room().data();
         }
         band_.resize(pixels(rows) * colours);
-        const uint8_t *from = room().data();
-        for (uint8_t *to = band_.data(); to != band_.data() + band_.size(); to += colours, from += with_alpha) {
-            to[0] = from[0];
-            to[1] = from[1];
-            to[2] = from[2];
-        }
+        copy_colours(room().data(), with_alpha, pixels(rows), band_.data(), colours);
         return band_.data();
     }
 
     // Puts the colours of the rows last taken back into the room.
-    void put_back() {
-        uint8_t *to = room().data();
-        for (const uint8_t *from = band_.data(); from != band_.data() + band_.size(); from += colours, to += with_alpha) {
-            to[0] = from[0];
-            to[1] = from[1];
-            to[2] = from[2];
-        }
-    }
+    void put_back() { copy_colours(band_.data(), colours, band_.size() / colours, room().data(), with_alpha); }
 
   private:
     uint64_t pixels(uint32_t rows) const { return uint64_t{rows} * form_.size.width; }

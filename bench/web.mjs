@@ -1,5 +1,5 @@
-// Times of the package for JavaScript: enhancement and search for red eyes of pictures with alpha, in the module with SIMD and in the
-// plain one, and of the same pictures without alpha in the Python package.
+// Sizes and times of the package for JavaScript: enhancement and search for red eyes of pictures with alpha, in the module with
+// SIMD and in the plain one, and of the same pictures without alpha in the Python package.
 //
 //     node bench/web.mjs PACKAGE [PYTHON [RUNS]]
 //

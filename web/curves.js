@@ -24,7 +24,6 @@ export class Curves {
         this.#shape = shape;
     }
 
-
     static async fit(pixels, options) {
         const {values, ...watching} = enhancementOptions(options);
         const {picture, transfer} = sent(pixels);

@@ -3,8 +3,8 @@
 import {KoError, status} from "./errors.js";
 
 /** A function of one SIMD instruction: only an engine that has SIMD accepts it. */
-const simdProbe = new Uint8Array([0, 97, 115, 109, 1, 0, 0, 0, 1, 5, 1, 96, 0, 1, 123, 3, 2, 1, 0, 10, 10, 1, 8, 0, 65, 0, 253, 15,
-                                  253, 98, 11]);
+const simdProbe = new Uint8Array([0, 97, 115, 109, 1, 0, 0, 0, 1, 5, 1, 96, 0, 1, 123, 3, 2, 1, 0, 10, 10, 1, 8, 0, 65, 0,
+                                  253, 15, 253, 98, 11]);
 
 const modelFiles = ["redeye.cfg", "redeye.gate", "redeye.projection", "redeye_RE_BE", "redeye_RE_FE"];
 
@@ -54,7 +54,7 @@ export class Engine {
         module._ko_web_start();
     }
 
-    /** Loads the module from base, or from beside this file; the one with SIMD where that exists, unless simd says otherwise. */
+    /** Loads the module from base, or from beside this file; the one with SIMD where that exists, unless simd decides. */
     static async load(base, simd) {
         const useSimd = simd ?? WebAssembly.validate(simdProbe);
         const {default: make} = useSimd ? await import("./ko-simd.js") : await import("./ko-plain.js");

@@ -43,8 +43,8 @@ export function formOf(pixels) {
     }
     checkSides(width, height);
     if (data.length !== width * height * samples) {
-        throw new RangeError(`a picture of ${width} x ${height} pixels and ${samples} channels has ${width * height * samples} ` +
-                             `bytes, not ${data.length}`);
+        throw new RangeError(`a picture of ${width} x ${height} pixels and ${samples} channels has ` +
+                             `${width * height * samples} bytes, not ${data.length}`);
     }
     return {width, height, samples, clamped: data instanceof Uint8ClampedArray,
             colorSpace: isImageData(pixels) ? pixels.colorSpace ?? "srgb" : null};

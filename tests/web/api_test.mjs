@@ -57,7 +57,8 @@ const refusedOptions = [
 test("what is no picture is refused", async () => {
     for (const call of [ko.enhance, ko.judge, ko.redeye, ko.Curves.fit]) {
         for (const [pixels, kind, message] of notPictures) {
-            await assert.rejects(call(pixels), (error) => error instanceof kind && message.test(error.message), String(message));
+            const isExpected = (error) => error instanceof kind && message.test(error.message);
+            await assert.rejects(call(pixels), isExpected, String(message));
         }
     }
 });
@@ -86,8 +87,8 @@ test("options of the repair are refused", async () => {
 });
 
 test("null and undefined are defaults", async () => {
-    const given = {policy: null, score: null, grid: undefined, maxSlope: null, workingSize: null, onProgress: null, signal: null};
-    const {pixels} = await ko.enhance(picture("rocket.jpg"), given);
+    const given = {policy: null, score: null, grid: undefined, maxSlope: null, workingSize: null};
+    const {pixels} = await ko.enhance(picture("rocket.jpg"), {...given, onProgress: null, signal: null});
     assert.equal(sum(pixels.data), sum((await ko.enhance(picture("rocket.jpg"))).pixels.data));
 });
 
@@ -149,7 +150,8 @@ test("curves do not fit a picture with too few pixels", async () => {
     const curves = await ko.Curves.fit(small, {grid: [20, 15]});
     await assert.rejects(curves.apply(darkPicture(39, 30)), {
         name: "RangeError",
-        message: "a picture of 39 x 30 pixels is too small for a grid of 20 x 15 tiles, which needs two pixels per tile each way",
+        message: "a picture of 39 x 30 pixels is too small for a grid of 20 x 15 tiles, " +
+                 "which needs two pixels per tile each way",
     });
 });
 
@@ -234,7 +236,8 @@ test("abort rejects with the signal's reason, and other calls go on", async () =
     const controller = new AbortController();
     const waiting = new AbortController();
     const large = darkPicture(4000, 3000);
-    const running = ko.enhance(large, {policy: "always", signal: controller.signal, onProgress: () => controller.abort("enough")});
+    const onProgress = () => controller.abort("enough");
+    const running = ko.enhance(large, {policy: "always", signal: controller.signal, onProgress});
     const queued = ko.enhance(small, {signal: waiting.signal});
     const after = ko.enhance(small, {policy: "always"});
     waiting.abort();
@@ -279,7 +282,8 @@ test("files of the package come from another folder, by the network too", async 
     const server = createServer(async (request, response) => {
         fetched.push(request.url);
         const bytes = await readFile(join(copy, request.url)).catch(() => null);
-        response.writeHead(bytes ? 200 : 404, {"content-type": request.url.endsWith(".wasm") ? "application/wasm" : "text/plain"});
+        const type = request.url.endsWith(".wasm") ? "application/wasm" : "text/plain";
+        response.writeHead(bytes ? 200 : 404, {"content-type": type});
         response.end(bytes ?? "");
     });
     await new Promise((listening) => server.listen(0, "127.0.0.1", listening));

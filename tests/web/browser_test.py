@@ -65,7 +65,7 @@ fetch("expected/sizes.json").then((response) => response.json()).then(results).c
 
 
 class QuietHandler(http.server.SimpleHTTPRequestHandler):
-    extensions_map = {**http.server.SimpleHTTPRequestHandler.extensions_map, ".js": "text/javascript", ".wasm": "application/wasm"}
+    extensions_map = {".js": "text/javascript", ".wasm": "application/wasm", ".html": "text/html", "": "application/octet-stream"}
 
     def log_message(self, *arguments):
         pass

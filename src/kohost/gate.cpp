@@ -4,10 +4,12 @@
 #include "kohost/gate.h"
 
 #include <algorithm>
-#include <charconv>
-#include <fstream>
+#include <cstdio>
+#include <memory>
 #include <string_view>
 #include <utility>
+
+#include "kohost/numbers.h"
 
 namespace kohost {
 
@@ -27,10 +29,9 @@ class Numbers {
     template <class Number> Number next(Number low, Number high) {
         skip_spaces();
         Number number{};
-        const auto [end, error] = std::from_chars(text_.data(), text_.data() + text_.size(), number);
-        text_.remove_prefix(static_cast<size_t>(end - text_.data()));
+        const bool read = read_number(text_, number);
         const bool separate = text_.empty() || spaces.find(text_.front()) != spaces.npos;
-        if (error != std::errc() || !separate || !(number >= low && number <= high)) {
+        if (!read || !separate || !(number >= low && number <= high)) {
             fail();
         }
         return number;
@@ -56,13 +57,11 @@ class Numbers {
 
 std::string contents(const std::string &path) {
     std::string text(most_bytes, '\0');
-    std::ifstream file(path, std::ios::binary);
-    const bool opened = file.is_open();
-    file.read(text.data(), most_bytes);
-    if (!opened || file.bad()) {
+    const std::unique_ptr<std::FILE, decltype(&std::fclose)> file(std::fopen(path.c_str(), "rb"), &std::fclose);
+    text.resize(file != nullptr ? std::fread(text.data(), 1, most_bytes, file.get()) : 0);
+    if (file == nullptr || std::ferror(file.get()) != 0) {
         throw GateError("the gate of a red-eye model cannot be read: " + path);
     }
-    text.resize(static_cast<size_t>(file.gcount()));
     return text;
 }
 

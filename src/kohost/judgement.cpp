@@ -2,8 +2,9 @@
 #include "kohost/judgement.h"
 
 #include <algorithm>
-#include <charconv>
 #include <limits>
+
+#include "kohost/numbers.h"
 
 namespace kohost {
 
@@ -27,11 +28,7 @@ std::optional<double> count(uint64_t blocks) {
 }
 
 // In single precision, like scores: 0.35 prints as 0.35.
-std::string shown(double number) {
-    std::array<char, 64> room;
-    const auto end = std::to_chars(room.data(), room.data() + room.size(), static_cast<float>(number)).ptr;
-    return {room.data(), end};
-}
+std::string shown(double number) { return shortest_text(static_cast<float>(number)); }
 
 } // namespace
 

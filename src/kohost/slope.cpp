@@ -72,7 +72,7 @@ class SlopeLimit {
 
     void trace(std::span<uint32_t> curve) const {
         const size_t last = curve.size() - 1;
-        const auto begin = best_.begin();
+        const uint64_t *begin = best_.data();
         curve[last] = static_cast<uint32_t>(std::min_element(begin + low_[last], begin + high_[last] + 1) - begin);
         for (size_t i = last; i > 0; --i) {
             curve[i - 1] = curve[i] - steps_[i * low_.size() + curve[i]];

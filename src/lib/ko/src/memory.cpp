@@ -2,6 +2,7 @@
 // through the record, and the record is allocated here.
 #include "ko/memory.h"
 
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -13,9 +14,15 @@ namespace ko {
 
 namespace {
 
-// Sizes are sign-extended, so a negative one is an enormous request. A request of 0 bytes still gives a block: some systems
+// A negative size is an enormous request: sign-extended where pointers have 64 bits, and elsewhere, where that would be a
+// request of 2 to 4 GB that a system may grant, the largest there is. A request of 0 bytes still gives a block: some systems
 // would answer null, which reads as a failure.
-size_t system_size(int32_t size) { return size == 0 ? 1 : static_cast<size_t>(static_cast<int64_t>(size)); }
+size_t system_size(int32_t size) {
+    if (size < 0 && sizeof(size_t) < sizeof(int64_t)) {
+        return SIZE_MAX;
+    }
+    return size == 0 ? 1 : static_cast<size_t>(static_cast<int64_t>(size));
+}
 
 // Products are 32-bit multiplications.
 int32_t product(int32_t count, int32_t element_size) {

@@ -19,8 +19,6 @@ namespace {
 
 // ---- the text configuration
 
-constexpr int line_count = 30;
-
 // The lines of a configuration; after one that cannot be read, what the last one held stands for all that follow.
 class ConfigLines {
   public:

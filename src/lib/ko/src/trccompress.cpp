@@ -455,8 +455,8 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
     }
     TokenSink sink(stream, path);
     OpenRun rle(compress->rleRuns);
-    OpenRun one_bit(compress->oneBitRuns);
-    OpenRun two_bits(compress->twoBitRuns);
+    OpenRun one_bit_run(compress->oneBitRuns);
+    OpenRun two_bit_run(compress->twoBitRuns);
     uint64_t start = 0;
     uint32_t previous_step = 0;
     const uint32_t *entries = compress->array;
@@ -464,13 +464,13 @@ int32_t KoTRCCompressSave(TRCCompress *compress, FILE *stream, const char *path)
     for (uint64_t i = 0; i < size; ++i) {
         const uint32_t step = step_at(entries, i); // a falling one is a high number
         if (step <= last_run_step) {
-            two_bits.join(i, true);
+            two_bit_run.join(i, true);
             rle.join(i, step == previous_step);
-            one_bit.join_if(i, step <= 1);
+            one_bit_run.join_if(i, step <= 1);
         } else {
-            two_bits.join_if(i, false);
+            two_bit_run.join_if(i, false);
             rle.join_if(i, false);
-            one_bit.join_if(i, false);
+            one_bit_run.join_if(i, false);
             status = write_segment(compress, start, i, &sink);
             start = i + 1;
         }

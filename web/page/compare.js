@@ -2,6 +2,8 @@
 // opacity of the enhanced layer, so that it changes at once, without a new result.
 import {clamp, html, percent, styled} from "./elements.js";
 
+const mostEnlarged = 2;
+
 const layer = (name, url, text) => (url ? html("img", {class: name, src: url, alt: text, draggable: "false", decoding: "async"}) : null);
 
 function frameOf(place, number, size) {
@@ -51,7 +53,10 @@ function divider(stage, name) {
 // The pictures are addresses: before, repaired and after, of which the last two may be null. Marks are places that are framed, each
 // with its number; size is that of the picture, in pixels.
 export function comparison({name, before, repaired, after, size, marks}) {
-    const stage = styled(html("div", {class: "compare"}), {"--aspect": String(clamp(size.width / size.height, 1 / 6, 6))});
+    const stage = styled(html("div", {class: "compare"}), {
+        "--aspect": String(clamp(size.width / size.height, 1 / 6, 6)),
+        "--most": `${mostEnlarged * Math.max(size.width, 100)}px`,
+    });
     const two = Boolean(repaired || after);
     const frames = marks.map(({place, number}) => frameOf(place, number, size));
     if (!two) {
@@ -67,4 +72,17 @@ export function comparison({name, before, repaired, after, size, marks}) {
     stage.append(html("span", {class: "side right", "aria-hidden": "true"}, "After"));
     stage.append(html("div", {class: "divider"}), divider(stage, name));
     return stage;
+}
+
+const surroundings = 2.4; // sides of a close-up per side of its place
+
+// A place and what is around it, as a square.
+export function closeUp(url, {box: [left, top, right, bottom]}, {width, height}) {
+    const side = Math.min(surroundings * Math.max(right - left, bottom - top), width, height);
+    const share = (centre, whole) => (whole > side ? clamp((centre - side / 2) / (whole - side), 0, 1) : 0);
+    return styled(html("span", {class: "closeup", "aria-hidden": "true"}), {
+        "background-image": `url("${url}")`,
+        "background-size": `${percent(width / side)} ${percent(height / side)}`,
+        "background-position": `${percent(share((left + right) / 2, width))} ${percent(share((top + bottom) / 2, height))}`,
+    });
 }

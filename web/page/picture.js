@@ -1,5 +1,5 @@
 // One picture of the list: its file, its settings, its results, and the card that shows them.
-import {comparison} from "./compare.js";
+import {closeUp, comparison} from "./compare.js";
 import {curveGrid} from "./curves.js";
 import {html} from "./elements.js";
 import {explanation, grouped, measureRows, notes, outcome, redEyes, stages} from "./words.js";
@@ -162,8 +162,8 @@ export class Picture {
         const urls = {before: this.#url(result.before), repaired: this.#url(result.repaired), after: this.#url(result.after)};
         const marks = redEyes(result).map(({place}, index) => ({place, number: index + 1}));
         const stage = comparison({name: this.name, ...urls, size: result, marks});
-        const panel = html("div", {class: "panel"}, this.#decision(), this.#strength(), this.#eyes(), this.#download(), this.#notes());
-        this.#nodes.body.replaceChildren(html("div", {class: "top"}, stage, panel), ...this.#details(urls, open));
+        const panel = html("div", {class: "panel"}, this.#decision(), this.#strength(), this.#eyes(urls), this.#download(), this.#notes(), this.#tones(urls));
+        this.#nodes.body.replaceChildren(html("div", {class: "top"}, stage, panel), ...this.#measures(open));
         this.#restore(focused, split);
         this.#applyStrength();
     }
@@ -223,19 +223,19 @@ export class Picture {
         this.#curves?.draw(this.strength);
     }
 
-    #eyes() {
+    #eyes(urls) {
         const eyes = redEyes(this.result);
         if (eyes.length === 0) {
             return null;
         }
-        const choices = eyes.map(({index}, number) => {
-            const control = `eye-${index}`;
-            const box = html("input", {type: "checkbox", checked: !this.skipped.has(index), "data-control": control});
+        const choices = eyes.map(({place, index}, number) => {
+            const box = html("input", {type: "checkbox", checked: !this.skipped.has(index), "data-control": `eye-${index}`});
             box.addEventListener("change", () => {
                 box.checked ? this.skipped.delete(index) : this.skipped.add(index);
                 this.#again();
             });
-            return html("label", {class: "choice"}, box, `Repair red eye ${number + 1}`);
+            const views = [urls.before, urls.repaired ?? urls.before].map((url) => closeUp(url, place, this.result));
+            return html("label", {class: "choice"}, box, html("span", {}, `Repair red eye ${number + 1}`), ...views);
         });
         return html("fieldset", {class: "eyes"}, html("legend", {}, "Red eyes"), ...choices);
     }
@@ -256,22 +256,20 @@ export class Picture {
         return lines.length > 0 ? html("div", {class: "notes"}, ...lines.map((line) => html("p", {}, line))) : null;
     }
 
-    #details(urls, open) {
+    #tones(urls) {
         const {result} = this;
-        const rows = measureRows(result);
         this.#curves = result.curves ? curveGrid(result.curves, urls.repaired ?? urls.before, result, this.strength) : null;
-        if (!this.#curves && rows.length === 0) {
-            return [];
+        if (!this.#curves) {
+            return null;
         }
-        const parts = [];
-        if (this.#curves) {
-            const hint = "Each square is a part of the picture, its line what becomes of dark tones, at the left, and of bright ones.";
-            parts.push(html("section", {}, html("h3", {}, "Tone curves"), html("p", {class: "hint"}, hint), this.#curves.element));
-        }
-        if (rows.length > 0) {
-            parts.push(html("section", {}, html("h3", {}, "Measures"), this.#table(rows)));
-        }
-        return [html("details", {open}, html("summary", {}, this.#curves ? "Curves and measures" : "Measures"), html("div", {class: "inside"}, ...parts))];
+        const hint = "One curve for each part of the picture: what becomes of its dark tones, at the left, and its bright ones.";
+        return html("section", {}, html("h3", {}, "Tone curves"), this.#curves.element, html("p", {class: "hint"}, hint));
+    }
+
+    #measures(open) {
+        const rows = measureRows(this.result);
+        const table = () => html("div", {class: "inside"}, this.#table(rows));
+        return rows.length > 0 ? [html("details", {open}, html("summary", {}, "Measures"), table())] : [];
     }
 
     #table(rows) {

@@ -14,9 +14,6 @@ const counted = (count, one, many) => `${grouped(count)} ${count === 1 ? one : m
 
 export const pictures = (count) => counted(count, "picture", "pictures");
 
-// The library's reason up to its numbers, which the table of measures holds.
-export const reasonOf = (result) => (result.reason ?? "").split(":")[0];
-
 const isRepaired = ({label}) => label === "accepted" || label === null;
 
 // Places that count as red eyes, with the index that the library knows them by.
@@ -35,16 +32,22 @@ export function outcome(result, skipped) {
     return done.length > 0 ? done : ["Left as it is"];
 }
 
-// Why the shadows were not opened, as sentences; null if they were.
-export function explanation(result) {
-    if (result.decision === "enhanced") {
-        return null;
+// The library's reason as a sentence, up to its numbers, which the table of measures holds.
+function sentence(reason) {
+    const text = reason.split(":")[0];
+    return `${text.charAt(0).toUpperCase()}${text.slice(1)}.`;
+}
+
+// Why the shadows were not opened; null if they were.
+export function explanation({decision, reason}) {
+    switch (decision) {
+        case "enhanced":
+            return null;
+        case "unchanged":
+            return "The shadows of this picture are as open as they can be: an enhancement would change nothing.";
+        default:
+            return `The shadows were left alone. ${reason ? sentence(reason) : ""}`.trim();
     }
-    if (result.decision === "unchanged") {
-        return "The shadows of this picture are as open as they can be: an enhancement would change nothing.";
-    }
-    const reason = reasonOf(result);
-    return `The shadows were left as they are${reason ? `: ${reason}` : ""}. Opening them would do this picture no good.`;
 }
 
 // What is worth knowing about the format of the picture.

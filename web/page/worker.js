@@ -143,7 +143,7 @@ async function improve({key, file, skip, policy}, report, signal) {
 async function encode(canvas, type, metadata) {
     const blob = await canvas.convertToBlob({type, quality: jpegQuality});
     if (blob.type !== type) {
-        throw new RangeError("the browser cannot encode a picture of this size");
+        throw new Refusal("This browser cannot write a picture of this size.");
     }
     return new Blob([await writeMetadata(new Uint8Array(await blob.arrayBuffer()), type, metadata)], {type});
 }
@@ -219,7 +219,7 @@ function explain(error) {
     if (error instanceof Refusal) {
         return error.message;
     }
-    if (error instanceof RangeError || /memory|allocat/i.test(error.message)) {
+    if (/memory|allocat|array length/i.test(error.message)) {
         return "This picture is too large for the memory of this device.";
     }
     return `This picture cannot be improved: ${error.message}`;

@@ -152,7 +152,8 @@ page.archive.addEventListener("click", () =>
             files.push(await picture.download(page.format.value, {urgent: false}));
         }
         save({name: "ko-pictures.zip", blob: await darkroom.run("zip", {files})});
-    }));
+    }),
+);
 
 page.clear.addEventListener("click", () => {
     [...pictures].forEach((picture) => picture.remove());
@@ -161,31 +162,36 @@ page.clear.addEventListener("click", () => {
 
 // ---- offline use
 
-// A new version waits until nobody's pictures would be lost by it.
-function offer(registration) {
+// A new version waits until somebody asks for it, in this window or in another one: loading it costs the pictures of a window.
+function offer(accept) {
     page.update.hidden = false;
-    page.update.querySelector("button").addEventListener("click", () => {
-        registration.waiting?.postMessage("activate");
-    }, {once: true});
+    page.update.querySelector("button").onclick = accept;
 }
 
 async function register() {
     const registration = await navigator.serviceWorker.register("./service-worker.js", {updateViaCache: "none"});
     const controlled = navigator.serviceWorker.controller !== null;
+    let asked = false;
+    const activate = () => {
+        asked = true;
+        registration.waiting?.postMessage("activate");
+    };
     if (registration.waiting && controlled) {
-        offer(registration);
+        offer(activate);
     }
     registration.addEventListener("updatefound", () => {
         const {installing} = registration;
         installing.addEventListener("statechange", () => {
             if (installing.state === "installed" && navigator.serviceWorker.controller) {
-                offer(registration);
+                offer(activate);
             }
         });
     });
     navigator.serviceWorker.addEventListener("controllerchange", () => {
-        if (controlled) {
+        if (asked) {
             location.reload();
+        } else if (controlled) {
+            offer(() => location.reload());
         }
     });
 }
@@ -194,6 +200,9 @@ if ("serviceWorker" in navigator) {
     register().catch(() => {}); // without it, as in a private window, the page works while there is a network
 }
 
-darkroom.run("version").then((version) => {
-    find("version").textContent = `ko ${version}`;
-}, (error) => showProblem(error.message));
+darkroom.run("version").then(
+    (version) => {
+        find("version").textContent = `ko ${version}`;
+    },
+    (error) => showProblem(error.message),
+);

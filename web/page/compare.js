@@ -4,7 +4,8 @@ import {clamp, html, percent, styled} from "./elements.js";
 
 const mostEnlarged = 2;
 
-const layer = (name, url, text) => (url ? html("img", {class: name, src: url, alt: text, draggable: "false", decoding: "async"}) : null);
+const layer = (name, url, text) =>
+    url ? html("img", {class: name, src: url, alt: text, draggable: "false", decoding: "async"}) : null;
 
 function frameOf(place, number, size) {
     const [left, top, right, bottom] = place.box;
@@ -39,7 +40,14 @@ function follow(stage, input, show) {
 }
 
 function divider(stage, name) {
-    const input = html("input", {type: "range", min: "0", max: "100", step: "1", value: "50", "aria-label": `Divide ${name} between before and after`});
+    const input = html("input", {
+        type: "range",
+        min: "0",
+        max: "100",
+        step: "1",
+        value: "50",
+        "aria-label": `Divide ${name} between before and after`,
+    });
     const show = () => {
         stage.style.setProperty("--split", `${input.value}%`);
         input.setAttribute("aria-valuetext", `${input.value} % before, ${100 - input.value} % after`);
@@ -50,8 +58,8 @@ function divider(stage, name) {
     return input;
 }
 
-// The pictures are addresses: before, repaired and after, of which the last two may be null. Marks are places that are framed, each
-// with its number; size is that of the picture, in pixels.
+// The pictures are addresses: before, repaired and after, of which the last two may be null. Marks are places that are framed,
+// each with its number; size is that of the picture, in pixels.
 export function comparison({name, before, repaired, after, size, marks}) {
     const stage = styled(html("div", {class: "compare"}), {
         "--aspect": String(clamp(size.width / size.height, 1 / 6, 6)),
@@ -64,7 +72,12 @@ export function comparison({name, before, repaired, after, size, marks}) {
         return stage;
     }
     const text = `${name}, after`;
-    const changed = html("div", {class: "after"}, layer("whole", repaired ?? before, after ? "" : text), layer("whole effect", after, text));
+    const changed = html(
+        "div",
+        {class: "after"},
+        layer("whole", repaired ?? before, after ? "" : text),
+        layer("whole effect", after, text),
+    );
     const old = html("div", {class: "before"}, layer("whole", before, `${name}, before`));
     stage.classList.add("two");
     stage.append(changed, old, ...frames);

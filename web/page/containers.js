@@ -1,5 +1,5 @@
-// Walks the segments of JPEG, the chunks of PNG and WebP, and the boxes of AVIF and HEIC. Each walk ends quietly where a file is
-// damaged: what was read up to there is still of use, and the decoder has the last word on the pixels.
+// Walks the segments of JPEG, the chunks of PNG and WebP, and the boxes of AVIF and HEIC. Each walk ends quietly where a file
+// is damaged: what was read up to there is still of use, and the decoder has the last word on the pixels.
 import {Reader, concatenate, big32, crc32, fromLatin1, latin1} from "./bytes.js";
 
 // What a walk yields until the bytes end.
@@ -128,5 +128,5 @@ export const boxes = (bytes) => collect(walkBoxes(bytes));
 // The brands of the box at the start of the file.
 export function brands(bytes) {
     const first = boxes(bytes.subarray(0, 4096))[0];
-    return first?.type === "ftyp" ? latin1(first.data).match(/.{4}/gs) ?? [] : [];
+    return first?.type === "ftyp" ? (latin1(first.data).match(/.{4}/gs) ?? []) : [];
 }

@@ -1,11 +1,11 @@
 // Draws the grid of tone curves: one small plot for each tile of the picture, shadows at the left, with the line of no change.
-import {html, styled, svg} from "./elements.js";
+import {clamp, html, styled, svg} from "./elements.js";
 
 const plot = 100; // units per side of a plot
-const gap = 12;
+const gap = 8;
 const step = 8; // entries between two points of a line
 
-function pathOf(values, strength) {
+function pointsOf(values, strength) {
     const last = values.length - 1;
     const points = [];
     for (let entry = 0; entry <= last; entry = entry === last ? last + 1 : Math.min(entry + step, last)) {
@@ -13,7 +13,7 @@ function pathOf(values, strength) {
         const mixed = level + (values[entry] - level) * strength;
         points.push(`${((entry / last) * plot).toFixed(1)} ${(plot - (mixed / 255) * plot).toFixed(1)}`);
     }
-    return `M${points.join("L")}`;
+    return points;
 }
 
 // What the drawing shows, in words: the tile whose curve rises most.
@@ -31,19 +31,31 @@ export function describeCurves({columns, rows, entries, values}) {
 export function curveGrid(curves, url, size, strength) {
     const {columns, rows, entries, values} = curves;
     const [width, height] = [columns * plot + (columns + 1) * gap, rows * plot + (rows + 1) * gap];
-    const drawing = svg("svg", {viewBox: `0 0 ${width} ${height}`, preserveAspectRatio: "none", role: "img", "aria-label": describeCurves(curves)});
+    const label = describeCurves(curves);
+    const drawing = svg("svg", {
+        viewBox: `0 0 ${width} ${height}`,
+        preserveAspectRatio: "none",
+        role: "img",
+        "aria-label": label,
+    });
     const lines = Array.from({length: columns * rows}, (_, tile) => {
         const left = gap + (tile % columns) * (plot + gap);
         const top = gap + Math.floor(tile / columns) * (plot + gap);
+        const area = svg("path", {class: "area"});
         const line = svg("path", {class: "curve"});
         const ground = svg("rect", {width: plot, height: plot});
         const identity = svg("path", {class: "identity", d: `M0 ${plot}L${plot} 0`});
-        drawing.append(svg("g", {transform: `translate(${left} ${top})`}, ground, identity, line));
-        return line;
+        drawing.append(svg("g", {transform: `translate(${left} ${top})`}, ground, area, identity, line));
+        return {area, line};
     });
-    const draw = (share) =>
-        lines.forEach((line, tile) => line.setAttribute("d", pathOf(values.subarray(tile * entries, (tile + 1) * entries), share)));
+    const draw = (share) => {
+        for (const [tile, {area, line}] of lines.entries()) {
+            const path = `M${pointsOf(values.subarray(tile * entries, (tile + 1) * entries), share).join("L")}`;
+            line.setAttribute("d", path);
+            area.setAttribute("d", `${path}Z`); // closed by the line of no change
+        }
+    };
     draw(strength);
     const figure = html("div", {class: "tiles"}, html("img", {src: url, alt: "", decoding: "async"}), drawing);
-    return {element: styled(figure, {"--aspect": String(size.width / size.height)}), draw};
+    return {element: styled(figure, {"--aspect": String(clamp(size.width / size.height, 1, 1.4))}), draw};
 }

@@ -1,5 +1,5 @@
-// The page's side of the worker. Jobs run one after the other, since each may need most of the memory; what a person waits for goes
-// before what is only pending.
+// The page's side of the worker. Jobs run one after the other, since each may need most of the memory; what a person waits for
+// goes before what is only pending.
 
 export class Darkroom {
     #worker = null;
@@ -51,7 +51,9 @@ export class Darkroom {
             event.preventDefault();
             worker.terminate();
             this.#worker = null;
-            this.#finish((task) => task.reject(new Error("The part of this page that works on pictures has stopped. Try again.")));
+            this.#finish((task) =>
+                task.reject(new Error("The part of this page that works on pictures has stopped. Try again.")),
+            );
         });
         return worker;
     }

@@ -1,4 +1,5 @@
-// Builds elements. All texts go in as text, never as markup, and styles by properties: the page's policy admits no style attributes.
+// Builds elements. All texts go in as text, never as markup, and styles by properties: the page's policy admits no style
+// attributes.
 
 function fill(element, attributes, children) {
     for (const [name, value] of Object.entries(attributes)) {

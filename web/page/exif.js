@@ -1,6 +1,6 @@
 // Adapts the Exif data of a picture to pixels that were set upright: the orientation becomes "upright", the sizes are exchanged
-// if the picture was turned by a quarter, and the thumbnail, which shows the picture as it was, is removed. Values are changed where
-// they lie: the notes of camera makers hold offsets of their own, which would break if anything moved.
+// if the picture was turned by a quarter, and the thumbnail, which shows the picture as it was, is removed. Values are changed
+// where they lie: the notes of camera makers hold offsets of their own, which would break if anything moved.
 import {Reader} from "./bytes.js";
 
 const tags = {width: 0x100, height: 0x101, orientation: 0x112, exif: 0x8769, exifWidth: 0xa002, exifHeight: 0xa003};

@@ -1,5 +1,5 @@
-// Carries Exif data, the colour profile and XMP from the file of a picture over to the file of its result. They are held in the form
-// that all formats share - a TIFF block, a profile, a text - and each format wraps them in its own way.
+// Carries Exif data, the colour profile and XMP from the file of a picture over to the file of its result. They are held in the
+// form that all formats share - a TIFF block, a profile, a text - and each format wraps them in its own way.
 import {Reader, concatenate, fromLatin1, latin1, startsWith} from "./bytes.js";
 import {jpegSegment, jpegSegments, mostInSegment, pngChunk, pngChunks, pngSignature, webpChunks} from "./containers.js";
 import {uprightExif} from "./exif.js";
@@ -102,7 +102,12 @@ const none = {exif: null, icc: null, xmp: null, extended: []};
 
 // Results are RGB: a profile for inks or for gray would misstate their colours.
 function isForRgb(profile) {
-    return profile !== null && profile.length > 128 && new Reader(profile).text(16, 4) === "RGB " && startsWith(profile.subarray(36), "acsp");
+    return (
+        profile !== null &&
+        profile.length > 128 &&
+        new Reader(profile).text(16, 4) === "RGB " &&
+        startsWith(profile.subarray(36), "acsp")
+    );
 }
 
 // XMP repeats the orientation; an upright picture must not be turned again.

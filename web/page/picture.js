@@ -17,6 +17,7 @@ export class Picture {
     #urls = [];
     #file = null; // the result as a file, with the settings it was made for
     #curves = null;
+    #runs = 0;
     #nodes = {};
 
     // Events: changed(picture), removed(picture), wanted(picture, button) for a download.
@@ -40,20 +41,26 @@ export class Picture {
 
     // ---- work
 
+    // Results of settings that were changed meanwhile are dropped.
     async process(urgent = false) {
+        const run = ++this.#runs;
         this.state = "working";
+        this.#file = null;
         this.#show();
+        let result;
         try {
             const options = {signal: this.#control.signal, urgent, report: (stage, fraction) => this.#report(stage, fraction)};
-            this.result = await this.#darkroom.run("process", this.#job(), options);
-            this.#file = this.result.file && {settings: settingsOf(this.result.type, 1), blob: this.result.file};
-            this.state = "done";
+            result = await this.#darkroom.run("process", this.#job(), options);
         } catch (error) {
-            if (this.#control.signal.aborted) {
-                return;
-            }
-            this.state = "failed";
             this.error = error.message;
+        }
+        if (run !== this.#runs || this.#control.signal.aborted) {
+            return;
+        }
+        this.state = result ? "done" : "failed";
+        if (result) {
+            this.result = result;
+            this.#file = result.file && {settings: settingsOf(result.type, 1), blob: result.file};
         }
         this.#showResult();
         this.#events.changed(this);
@@ -116,7 +123,11 @@ export class Picture {
     #build() {
         const id = `picture-${this.key}`;
         const heading = html("h2", {id, tabindex: "-1"}, this.name);
-        const remove = html("button", {type: "button", class: "quiet remove", "aria-label": `Remove ${this.name}`, onclick: () => this.remove()}, "Remove");
+        const remove = html(
+            "button",
+            {type: "button", class: "quiet remove", "aria-label": `Remove ${this.name}`, onclick: () => this.remove()},
+            "Remove",
+        );
         const stage = html("span", {class: "stage"}, "Waiting");
         const progress = html("progress", {max: "1", value: "0", "aria-label": `Progress of ${this.name}`});
         const working = html("div", {class: "working"}, stage, progress);
@@ -149,7 +160,8 @@ export class Picture {
         this.#showBadges(outcome(result, this.skipped), result.repaired || result.after ? "good" : "plain");
         const megapixels = (result.width * result.height) / 1e6;
         const size = `${grouped(result.width)} × ${grouped(result.height)}`;
-        this.#nodes.facts.textContent = `${result.kind}, ${size}${megapixels >= 1 ? `, ${megapixels.toFixed(1)} megapixels` : ""}`;
+        const large = megapixels >= 1 ? `, ${megapixels.toFixed(1)} megapixels` : "";
+        this.#nodes.facts.textContent = `${result.kind}, ${size}${large}`;
         this.#showPictures();
     }
 
@@ -162,7 +174,16 @@ export class Picture {
         const urls = {before: this.#url(result.before), repaired: this.#url(result.repaired), after: this.#url(result.after)};
         const marks = redEyes(result).map(({place}, index) => ({place, number: index + 1}));
         const stage = comparison({name: this.name, ...urls, size: result, marks});
-        const panel = html("div", {class: "panel"}, this.#decision(), this.#strength(), this.#eyes(urls), this.#download(), this.#notes(), this.#tones(urls));
+        const panel = html(
+            "div",
+            {class: "panel"},
+            this.#decision(),
+            this.#strength(),
+            this.#eyes(urls),
+            this.#download(),
+            this.#notes(),
+            this.#tones(urls),
+        );
         this.#nodes.body.replaceChildren(html("div", {class: "top"}, stage, panel), ...this.#measures(open));
         this.#restore(focused, split);
         this.#applyStrength();
@@ -182,7 +203,8 @@ export class Picture {
     }
 
     #decision() {
-        const text = this.forced && this.result.after ? "The shadows are opened because you asked for it." : explanation(this.result);
+        const text =
+            this.forced && this.result.after ? "The shadows are opened because you asked for it." : explanation(this.result);
         if (!text) {
             return null;
         }
@@ -262,7 +284,8 @@ export class Picture {
         if (!this.#curves) {
             return null;
         }
-        const hint = "One curve for each part of the picture: what becomes of its dark tones, at the left, and its bright ones.";
+        const hint =
+            "One curve for each part of the picture: what becomes of its dark tones, at the left, and its bright ones.";
         return html("section", {}, html("h3", {}, "Tone curves"), this.#curves.element, html("p", {class: "hint"}, hint));
     }
 
@@ -274,7 +297,14 @@ export class Picture {
 
     #table(rows) {
         const cells = rows.map(({text, value, limit}) =>
-            html("tr", {class: value > limit ? "past" : ""}, html("th", {scope: "row"}, text), html("td", {}, grouped(value)), html("td", {}, grouped(limit))));
+            html(
+                "tr",
+                {class: value > limit ? "past" : ""},
+                html("th", {scope: "row"}, text),
+                html("td", {}, grouped(value)),
+                html("td", {}, grouped(limit)),
+            ),
+        );
         const head = html("tr", {}, ...["Of 64 blocks", "Here", "At most"].map((text) => html("th", {scope: "col"}, text)));
         return html("table", {}, html("thead", {}, head), html("tbody", {}, ...cells));
     }

@@ -1,6 +1,6 @@
 // Keeps the page for use without a network. The list of files comes from files.js, which is written when the page is put
-// together; its version is a hash over all of them, so that any change makes a new cache beside the old one, which serves open pages
-// until the new one takes over.
+// together; its version is a hash over all of them, so that any change makes a new cache beside the old one, which serves open
+// pages until the new one takes over.
 importScripts("./files.js");
 
 const prefix = "ko-page-";

@@ -17,7 +17,8 @@ export const pictures = (count) => counted(count, "picture", "pictures");
 const isRepaired = ({label}) => label === "accepted" || label === null;
 
 // Places that count as red eyes, with the index that the library knows them by.
-export const redEyes = (result) => result.eyes.places.map((place, index) => ({place, index})).filter(({place}) => isRepaired(place));
+export const redEyes = (result) =>
+    result.eyes.places.map((place, index) => ({place, index})).filter(({place}) => isRepaired(place));
 
 // One line on what was done, for the card and for the announcement.
 export function outcome(result, skipped) {

@@ -1,6 +1,6 @@
-// Everything that touches pixels: decoding, red eyes, shadows, previews and files. It runs apart from the page, so that the page stays
-// responsive with pictures of any size. The pixels of one picture are kept, the last one; others are decoded again when they
-// are needed.
+// Everything that touches pixels: decoding, red eyes, shadows, previews and files. It runs apart from the page, so that the
+// page stays responsive with pictures of any size. The pixels of one picture are kept, the last one; others are decoded again
+// when they are needed.
 import * as ko from "./ko/index.js";
 import {Refusal, checkSize, limits, readHeader} from "./header.js";
 import {readMetadata, writeMetadata} from "./metadata.js";
@@ -27,8 +27,8 @@ function hasTransparency(data) {
     return false;
 }
 
-// Pixels as the library takes them. With a profile they keep the levels of the file, since the profile goes into the result's file;
-// without one they are sRGB, which is what a file without a profile stands for.
+// Pixels as the library takes them. With a profile they keep the levels of the file, since the profile goes into the result's
+// file; without one they are sRGB, which is what a file without a profile stands for.
 async function decode(file, kind, hasProfile) {
     const conversion = hasProfile ? "none" : "default";
     let bitmap;
@@ -36,7 +36,9 @@ async function decode(file, kind, hasProfile) {
         bitmap = await createImageBitmap(file, {imageOrientation: "from-image", colorSpaceConversion: conversion});
     } catch {
         const foreign = kind === "HEIC" || kind === "AVIF";
-        throw new Refusal(foreign ? `This browser cannot read this ${kind} file.` : `This ${kind} file is damaged and cannot be read.`);
+        throw new Refusal(
+            foreign ? `This browser cannot read this ${kind} file.` : `This ${kind} file is damaged and cannot be read.`,
+        );
     }
     try {
         const {width, height} = bitmap;
@@ -54,7 +56,9 @@ const mostHere = {...limits, megapixels: (navigator.deviceMemory ?? 8) < 4 ? 24 
 
 async function open(key, file) {
     if (file.size > mostHere.bytes) {
-        throw new Refusal(`This file is too large: ${Math.round(file.size / 1e6)} MB. ${mostHere.bytes / 1e6} MB are possible.`);
+        throw new Refusal(
+            `This file is too large: ${Math.round(file.size / 1e6)} MB. ${mostHere.bytes / 1e6} MB are possible.`,
+        );
     }
     const bytes = new Uint8Array(await file.arrayBuffer());
     const header = readHeader(bytes, mostHere);
@@ -88,7 +92,10 @@ async function hold(key, file) {
     return held;
 }
 
-const clamped = (pixels) => ({...pixels, data: new Uint8ClampedArray(pixels.data.buffer, pixels.data.byteOffset, pixels.data.length)});
+const clamped = (pixels) => ({
+    ...pixels,
+    data: new Uint8ClampedArray(pixels.data.buffer, pixels.data.byteOffset, pixels.data.length),
+});
 
 async function repair(picture, skip, context) {
     const settings = skip.join();
@@ -176,7 +183,8 @@ async function write(picture, type, strength) {
     return encode(canvas, type, picture.metadata);
 }
 
-// The file that most people ask for, while the pixels are at hand: later it would take both steps again. PNG takes too long for that.
+// The file that most people ask for, while the pixels are at hand: later it would take both steps again. PNG takes too long for
+// that.
 function fileInAdvance(picture) {
     const changed = picture.enhanced.pixels !== picture.original;
     return changed && typeOf(picture) === "image/jpeg" ? write(picture, "image/jpeg", 1) : null;

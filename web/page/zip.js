@@ -1,5 +1,5 @@
-// Writes a ZIP archive. Files are stored as they are: pictures are compressed already. The archive is made of pieces, so that it
-// needs no second copy of the pictures in memory.
+// Writes a ZIP archive. Files are stored as they are: pictures are compressed already. The archive is made of pieces, so that
+// it needs no second copy of the pictures in memory.
 import {concatenate, crc32} from "./bytes.js";
 
 const utf8Names = 0x0800;
@@ -24,7 +24,18 @@ function stamp(date) {
 
 // The fields that the header of a file and its line in the directory share.
 function common({crc, size, name}, {time, day}) {
-    return [[2, 20], [2, utf8Names], [2, 0], [2, time], [2, day], [4, crc], [4, size], [4, size], [2, name.length], [2, 0]];
+    return [
+        [2, 20],
+        [2, utf8Names],
+        [2, 0],
+        [2, time],
+        [2, day],
+        [4, crc],
+        [4, size],
+        [4, size],
+        [2, name.length],
+        [2, 0],
+    ];
 }
 
 const header = (file, date) => concatenate([little([4, 0x04034b50], ...common(file, date)), file.name]);
@@ -71,6 +82,15 @@ export async function zip(files, now = new Date()) {
     if (offset + list.length > most || files.length > 0xffff) {
         throw new RangeError("the archive is too large");
     }
-    const end = little([4, 0x06054b50], [2, 0], [2, 0], [2, files.length], [2, files.length], [4, list.length], [4, offset], [2, 0]);
+    const end = little(
+        [4, 0x06054b50],
+        [2, 0],
+        [2, 0],
+        [2, files.length],
+        [2, files.length],
+        [4, list.length],
+        [4, offset],
+        [2, 0],
+    );
     return new Blob([...parts, list, end], {type: "application/zip"});
 }

@@ -68,7 +68,9 @@ async function open(browser, address, downloads, {width = 1200, height = 900, sc
 // Runs in the page: keeps how long tasks of the main thread took that took long.
 function watchTasks() {
     window.longTasks = [];
-    const observer = new PerformanceObserver((list) => window.longTasks.push(...list.getEntries().map(({duration}) => duration)));
+    const observer = new PerformanceObserver((list) =>
+        window.longTasks.push(...list.getEntries().map(({duration}) => duration)),
+    );
     observer.observe({type: "longtask", buffered: true});
 }
 
@@ -89,7 +91,11 @@ class Visit {
     count = () => this.page.$$eval(".picture", (cards) => cards.length);
 
     waitForCards(count) {
-        return this.page.waitForFunction((many) => document.querySelectorAll(".picture").length === many, {timeout: patience}, count);
+        return this.page.waitForFunction(
+            (many) => document.querySelectorAll(".picture").length === many,
+            {timeout: patience},
+            count,
+        );
     }
 
     finished() {

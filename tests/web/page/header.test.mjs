@@ -10,7 +10,12 @@ let folder;
 before(() => {
     folder = makePictures();
     const save = "import sys; from PIL import Image; p = Image.open(sys.argv[1]).convert('RGB');";
-    for (const [name, options] of [["a.webp", "lossless=True"], ["b.webp", "quality=80"], ["a.gif", ""], ["a.bmp", ""]]) {
+    for (const [name, options] of [
+        ["a.webp", "lossless=True"],
+        ["b.webp", "quality=80"],
+        ["a.gif", ""],
+        ["a.bmp", ""],
+    ]) {
         runPython(`${save} p.save(sys.argv[2] ${options && `, ${options}`})`, join(samples, "rocket.jpg"), join(folder, name));
     }
     runPython(`${save} p.save(sys.argv[2], progressive=True)`, join(samples, "rocket.jpg"), join(folder, "progressive.jpg"));
@@ -53,11 +58,14 @@ const refusals = [
 ];
 for (const [name, text] of refusals) {
     test(`${name} is refused with one line`, () => {
-        assert.throws(() => readHeader(read(folder, name)), (error) => {
-            assert.ok(error instanceof Refusal);
-            assert.match(error.message, text);
-            return true;
-        });
+        assert.throws(
+            () => readHeader(read(folder, name)),
+            (error) => {
+                assert.ok(error instanceof Refusal);
+                assert.match(error.message, text);
+                return true;
+            },
+        );
     });
 }
 

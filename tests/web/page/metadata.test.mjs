@@ -20,8 +20,15 @@ async function carry(from, kind, into, type) {
     return describeFile(path);
 }
 
-for (const [from, kind] of [["camera.jpg", "JPEG"], ["camera.png", "PNG"], ["camera.webp", "WebP"]]) {
-    for (const [into, type] of [["bright.jpg", "image/jpeg"], ["bright.png", "image/png"]]) {
+for (const [from, kind] of [
+    ["camera.jpg", "JPEG"],
+    ["camera.png", "PNG"],
+    ["camera.webp", "WebP"],
+]) {
+    for (const [into, type] of [
+        ["bright.jpg", "image/jpeg"],
+        ["bright.png", "image/png"],
+    ]) {
         test(`metadata of ${from} is carried into ${into}`, async () => {
             const found = await carry(from, kind, into, type);
             assert.equal(found.make, "Testcam");
@@ -79,7 +86,10 @@ test("Exif data too long for JPEG is left out, and kept in PNG", async () => {
 });
 
 test("Exif data in both byte orders is set upright", () => {
-    for (const [order, word, long] of [["II", (v) => [v, 0], (v) => [v, 0, 0, 0]], ["MM", (v) => [0, v], (v) => [0, 0, 0, v]]]) {
+    for (const [order, word, long] of [
+        ["II", (v) => [v, 0], (v) => [v, 0, 0, 0]],
+        ["MM", (v) => [0, v], (v) => [0, 0, 0, v]],
+    ]) {
         const tag = order === "II" ? [0x12, 0x01] : [0x01, 0x12];
         const entry = [...tag, ...word(3), ...long(1), ...word(8), 0, 0];
         const block = Uint8Array.from([...Buffer.from(order), ...word(42), ...long(8), ...word(1), ...entry, ...long(0)]);
@@ -90,7 +100,11 @@ test("Exif data in both byte orders is set upright", () => {
 });
 
 test("damaged files neither throw nor hang", async () => {
-    for (const [name, kind] of [["camera.jpg", "JPEG"], ["camera.png", "PNG"], ["camera.webp", "WebP"]]) {
+    for (const [name, kind] of [
+        ["camera.jpg", "JPEG"],
+        ["camera.png", "PNG"],
+        ["camera.webp", "WebP"],
+    ]) {
         const started = performance.now();
         for (const bytes of damaged(read(folder, name), 300)) {
             const metadata = await readMetadata(bytes, kind);

@@ -23,7 +23,10 @@ before(async () => {
 after(async () => {
     const requests = await browser.close();
     assert.ok(requests.length > 10, "the record of requests is not empty");
-    assert.deepEqual(requests.filter((url) => !url.startsWith(browser.address) && !url.startsWith("blob:")), []);
+    assert.deepEqual(
+        requests.filter((url) => !url.startsWith(browser.address) && !url.startsWith("blob:")),
+        [],
+    );
 });
 
 const picture = (name) => join(folder, name);
@@ -49,18 +52,26 @@ visit("the start says what to do, and nothing else is offered", {}, async (page)
 
 // Hands files to the page in an event, as a drop or the clipboard does.
 function hand(page, type, ...paths) {
-    const files = paths.map((path) => ({name: path.split("/").pop(), text: Buffer.from(readFileSync(path)).toString("base64")}));
-    return page.page.evaluate((kind, given) => {
-        const transfer = new DataTransfer();
-        for (const {name, text} of given) {
-            transfer.items.add(new File([Uint8Array.from(atob(text), (letter) => letter.charCodeAt(0))], name));
-        }
-        const event = kind === "paste"
-            ? new ClipboardEvent("paste", {clipboardData: transfer, bubbles: true})
-            : new DragEvent(kind, {dataTransfer: transfer, bubbles: true, cancelable: true});
-        document.body.dispatchEvent(event);
-        return event.defaultPrevented;
-    }, type, files);
+    const files = paths.map((path) => ({
+        name: path.split("/").pop(),
+        text: Buffer.from(readFileSync(path)).toString("base64"),
+    }));
+    return page.page.evaluate(
+        (kind, given) => {
+            const transfer = new DataTransfer();
+            for (const {name, text} of given) {
+                transfer.items.add(new File([Uint8Array.from(atob(text), (letter) => letter.charCodeAt(0))], name));
+            }
+            const event =
+                kind === "paste"
+                    ? new ClipboardEvent("paste", {clipboardData: transfer, bubbles: true})
+                    : new DragEvent(kind, {dataTransfer: transfer, bubbles: true, cancelable: true});
+            document.body.dispatchEvent(event);
+            return event.defaultPrevented;
+        },
+        type,
+        files,
+    );
 }
 
 visit("pictures are dropped and pasted", {}, async (page) => {
@@ -73,7 +84,10 @@ visit("pictures are dropped and pasted", {}, async (page) => {
     assert.deepEqual(await page.texts("h2:not(#about h2)"), ["rocket.jpg", "bright.png", "face.jpg"]);
     assert.deepEqual(await page.texts(".badge"), ["Shadows opened", "Left as it is", "2 red eyes repaired"]);
     assert.equal(await page.text("#summary"), "3 pictures finished");
-    assert.match(await page.page.$eval("#status", (status) => status.textContent), /^face\.jpg: 2 red eyes repaired\. 3 of 3 pictures finished\.$/);
+    assert.match(
+        await page.page.$eval("#status", (status) => status.textContent),
+        /^face\.jpg: 2 red eyes repaired\. 3 of 3 pictures finished\.$/,
+    );
 });
 
 visit("pictures are removed, one and all", {}, async (page) => {
@@ -104,11 +118,20 @@ visit("the divider follows the keyboard", {}, async (page) => {
     await page.choose(rocket);
     assert.equal(await split(page), 50);
     await page.page.focus(".compare input");
-    for (const [key, expected] of [["ArrowRight", 51], ["ArrowLeft", 50], ["End", 100], ["Home", 0], ["ArrowUp", 1]]) {
+    for (const [key, expected] of [
+        ["ArrowRight", 51],
+        ["ArrowLeft", 50],
+        ["End", 100],
+        ["Home", 0],
+        ["ArrowUp", 1],
+    ]) {
         await page.page.keyboard.press(key);
         assert.equal(await split(page), expected, key);
     }
-    assert.equal(await page.page.$eval(".compare input", (input) => input.getAttribute("aria-valuetext")), "1 % before, 99 % after");
+    assert.equal(
+        await page.page.$eval(".compare input", (input) => input.getAttribute("aria-valuetext")),
+        "1 % before, 99 % after",
+    );
 });
 
 visit("the divider follows the mouse, past the edge as well", {}, async (page) => {
@@ -158,11 +181,15 @@ visit("a picture that is left alone says why, and is enhanced nevertheless", {},
 });
 
 const redness = (path, [left, top, right, bottom]) => {
-    const code = "import sys, numpy as np; from PIL import Image; p = np.asarray(Image.open(sys.argv[1]).convert('RGB')).astype(int);" +
+    const code =
+        "import sys, numpy as np; from PIL import Image; p = np.asarray(Image.open(sys.argv[1]).convert('RGB')).astype(int);" +
         "l, t, r, b = map(int, sys.argv[2:]); q = p[t:b, l:r]; print((q[..., 0] - q[..., 1]).max())";
     return Number(execFileSync("/usr/bin/python3", ["-c", code, path, left, top, right, bottom].map(String)).toString());
 };
-const eyes = [[117, 91, 134, 107], [227, 131, 244, 148]];
+const eyes = [
+    [117, 91, 134, 107],
+    [227, 131, 244, 148],
+];
 
 visit("red eyes are marked, repaired, and left alone one by one", {}, async (page) => {
     await page.choose(face);
@@ -175,21 +202,40 @@ visit("red eyes are marked, repaired, and left alone one by one", {}, async (pag
     await page.page.focus('[data-control="eye-0"]');
     await page.page.keyboard.press("Space");
     await page.finished();
-    await page.page.waitForFunction(() => document.querySelector(".badge").textContent === "1 red eye repaired", {timeout: patience});
+    await page.page.waitForFunction(() => document.querySelector(".badge").textContent === "1 red eye repaired", {
+        timeout: patience,
+    });
     assert.equal(await page.page.evaluate(() => document.activeElement.dataset.control), "eye-0");
     const one = await page.download('[data-control="download"]');
     assert.ok(redness(one, eyes[0]) > before * 0.8);
     assert.ok(redness(one, eyes[1]) < before / 2);
     await page.click('[data-control="eye-1"]');
-    await page.page.waitForFunction(() => document.querySelector(".badge").textContent === "Left as it is", {timeout: patience});
+    await page.page.waitForFunction(() => document.querySelector(".badge").textContent === "Left as it is", {
+        timeout: patience,
+    });
     assert.deepEqual(read(await page.download('[data-control="download"]')), read(face));
 });
 
+visit("of settings that change quickly, the last ones count", {}, async (page) => {
+    await page.choose(face);
+    await page.page.$$eval('.eyes input, [data-control="force"]', (controls) => controls.forEach((control) => control.click()));
+    await page.finished();
+    await page.page.waitForFunction(() => document.querySelector(".badges").textContent === "Shadows opened", {
+        timeout: patience,
+    });
+    const found = await page.download('[data-control="download"]');
+    assert.ok(eyes.every((eye) => redness(found, eye) > redness(face, eye) * 0.6));
+});
+
 async function setStrength(page, value) {
-    await page.page.$eval('[data-control="strength"]', (input, level) => {
-        input.value = level;
-        input.dispatchEvent(new Event("input", {bubbles: true}));
-    }, String(value));
+    await page.page.$eval(
+        '[data-control="strength"]',
+        (input, level) => {
+            input.value = level;
+            input.dispatchEvent(new Event("input", {bubbles: true}));
+        },
+        String(value),
+    );
 }
 
 visit("the strength lies between no change and the full one", {}, async (page) => {
@@ -213,7 +259,10 @@ visit("the strength lies between no change and the full one", {}, async (page) =
 visit("curves are drawn, 64 of them, above the line of no change", {}, async (page) => {
     await page.choose(rocket);
     assert.equal((await page.page.$$(".tiles .curve")).length, 64);
-    assert.match(await page.page.$eval(".tiles svg", (drawing) => drawing.getAttribute("aria-label")), /^8 by 8 tone curves\. The largest rise is \d+/);
+    assert.match(
+        await page.page.$eval(".tiles svg", (drawing) => drawing.getAttribute("aria-label")),
+        /^8 by 8 tone curves\. The largest rise is \d+/,
+    );
     await page.click("summary");
     assert.equal((await page.page.$$("tbody tr")).length, 3);
 });
@@ -222,7 +271,10 @@ visit("curves are drawn, 64 of them, above the line of no change", {}, async (pa
 
 visit("a download carries the metadata, upright", {}, async (page) => {
     await page.choose(picture("camera.jpg"));
-    for (const [format, name] of [["image/jpeg", "JPEG"], ["image/png", "PNG"]]) {
+    for (const [format, name] of [
+        ["image/jpeg", "JPEG"],
+        ["image/png", "PNG"],
+    ]) {
         await page.page.select("#format", format);
         const found = describeFile(await page.download('[data-control="download"]'));
         assert.equal(found.format, name);
@@ -241,7 +293,9 @@ visit("levels of a picture with a profile are those of the file", {}, async (pag
     const found = describeFile(await page.download('[data-control="download"]'));
     const source = describeFile(picture("profiled.png"));
     assert.equal(found.profile, source.profile);
-    found.corner.forEach((level, band) => assert.ok(Math.abs(level - source.corner[band]) <= 8, `${found.corner} ${source.corner}`));
+    found.corner.forEach((level, band) =>
+        assert.ok(Math.abs(level - source.corner[band]) <= 8, `${found.corner} ${source.corner}`),
+    );
 });
 
 visit("transparent parts stay transparent in PNG and become white in JPEG", {}, async (page) => {
@@ -267,7 +321,15 @@ visit("bad files get one line each, and the page goes on", {}, async (page) => {
     const names = ["truncated.jpg", "truncated.png", "broken.png", "text.jpg", "empty.jpg", "wide.png", "huge.png"];
     await page.choose(...names.map(picture), rocket);
     const lines = await page.texts(".body .error");
-    const expected = [/incomplete/, /incomplete/, /damaged/, /not a picture/, /empty/, /too large: 30,000 × 40/, /too large: 12,000 × 12,000/];
+    const expected = [
+        /incomplete/,
+        /incomplete/,
+        /damaged/,
+        /not a picture/,
+        /empty/,
+        /too large: 30,000 × 40/,
+        /too large: 12,000 × 12,000/,
+    ];
     assert.equal(lines.length, expected.length);
     expected.forEach((text, index) => assert.match(lines[index], text));
     assert.ok(lines.every((line) => !line.includes("\n") && line.length < 120));
@@ -277,14 +339,33 @@ visit("bad files get one line each, and the page goes on", {}, async (page) => {
 
 // ---- the main thread, offline use, access
 
+// The longest task that is on record after one was made on purpose.
+function provoked(page) {
+    return page.page.evaluate(async () => {
+        const end = performance.now() + 120;
+        await new Promise((resolve) =>
+            setTimeout(() => {
+                while (performance.now() < end + 20) {}
+                resolve();
+            }),
+        );
+        await new Promise((resolve) => setTimeout(resolve, 200));
+        return Math.max(...window.longTasks);
+    });
+}
+
 visit("12 megapixels do not block the main thread", {}, async (page) => {
     await page.choose(picture("large.jpg"));
     await setStrength(page, 60);
     const found = describeFile(await page.download('[data-control="download"]'));
     assert.deepEqual(found.size, [4000, 3000]);
-    const tasks = await page.page.evaluate(() => window.longTasks);
+    const tasks = await page.page.evaluate(() => [...window.longTasks]);
+    assert.ok((await provoked(page)) >= 120, "a long task is noticed");
     console.log(`main-thread tasks of 50 ms and more, with 12 megapixels: ${tasks.map(Math.round).join(", ") || "none"}`);
-    assert.ok(tasks.every((duration) => duration < 100), tasks.join());
+    assert.ok(
+        tasks.every((duration) => duration < 100),
+        tasks.join(),
+    );
 });
 
 // A server of its own, to be switched off, with a copy of the page that can be changed.
@@ -303,16 +384,22 @@ test("the page works without a network after the first visit", {timeout: 3 * pat
     openOwn(async (page, own) => {
         await own.server.close();
         await page.page.reload();
-        await page.page.waitForFunction(() => document.getElementById("version").textContent.startsWith("ko "), {timeout: patience});
+        await page.page.waitForFunction(() => document.getElementById("version").textContent.startsWith("ko "), {
+            timeout: patience,
+        });
         await page.choose(rocket, face);
         assert.deepEqual(await page.texts(".badge"), ["Shadows opened", "2 red eyes repaired"]);
-    }));
+    }),
+);
 
 test("a new version is offered, and replaces the old one with all its files", {timeout: 3 * patience}, () =>
     openOwn(async (page, own, copy) => {
         await page.page.reload();
         assert.equal(await page.page.$eval("#update", (notice) => notice.hidden), true);
-        writeFileSync(join(copy, "index.html"), readFileSync(join(copy, "index.html"), "utf8").replace("Your pictures stay", "All pictures stay"));
+        writeFileSync(
+            join(copy, "index.html"),
+            readFileSync(join(copy, "index.html"), "utf8").replace("Your pictures stay", "All pictures stay"),
+        );
         const list = readFileSync(join(copy, "files.js"), "utf8");
         writeFileSync(join(copy, "files.js"), list.replace(/"version": ".*?"/, '"version": "another"'));
         await page.page.evaluate(async () => (await navigator.serviceWorker.getRegistration()).update());
@@ -321,7 +408,8 @@ test("a new version is offered, and replaces the old one with all its files", {t
         await Promise.all([page.page.waitForNavigation({timeout: patience}), page.click("#update button")]);
         assert.match(await page.text("header p"), /All pictures stay/);
         assert.deepEqual(await page.page.evaluate(() => caches.keys()), ["ko-page-another"]);
-    }));
+    }),
+);
 
 const screens = [
     ["wide, light", {}],
@@ -332,9 +420,16 @@ const screens = [
 for (const [name, options] of screens) {
     visit(`accessibility and width: ${name}`, options, async (page) => {
         const check = async (state) => {
-            const found = await page.page.evaluate(() => window.axe.run(document, {runOnly: ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"]}));
-            assert.deepEqual(found.violations.map(({id, nodes}) => [state, id, nodes.map(({html}) => html)]), []);
-            const overflow = await page.page.evaluate(() => document.documentElement.scrollWidth - document.documentElement.clientWidth);
+            const found = await page.page.evaluate(() =>
+                window.axe.run(document, {runOnly: ["wcag2a", "wcag2aa", "wcag21a", "wcag21aa", "wcag22aa", "best-practice"]}),
+            );
+            assert.deepEqual(
+                found.violations.map(({id, nodes}) => [state, id, nodes.map(({html}) => html)]),
+                [],
+            );
+            const overflow = await page.page.evaluate(
+                () => document.documentElement.scrollWidth - document.documentElement.clientWidth,
+            );
             assert.equal(overflow, 0, `${state}: nothing lies beyond the window's width`);
         };
         await page.page.evaluate(axe);
@@ -347,7 +442,9 @@ for (const [name, options] of screens) {
 
 visit("headings are in order and every picture is an article of its name", {}, async (page) => {
     await page.choose(rocket, face);
-    const levels = await page.page.$$eval("h1, main h2, main h3", (all) => all.filter((one) => one.checkVisibility()).map(({tagName}) => tagName));
+    const levels = await page.page.$$eval("h1, main h2, main h3", (all) =>
+        all.filter((one) => one.checkVisibility()).map(({tagName}) => tagName),
+    );
     assert.deepEqual(levels, ["H1", "H2", "H3", "H2"]);
     const tree = await page.page.accessibility.snapshot({interestingOnly: false});
     const names = [];
@@ -356,8 +453,15 @@ visit("headings are in order and every picture is an article of its name", {}, a
         node.children?.forEach(walk);
     };
     walk(tree);
-    for (const expected of ["article: rocket.jpg", "article: face.jpg", "slider: Divide rocket.jpg between before and after",
-        "slider: Strength", "checkbox: Repair red eye 1", "button: Remove face.jpg", "group: Red eyes"]) {
+    for (const expected of [
+        "article: rocket.jpg",
+        "article: face.jpg",
+        "slider: Divide rocket.jpg between before and after",
+        "slider: Strength",
+        "checkbox: Repair red eye 1",
+        "button: Remove face.jpg",
+        "group: Red eyes",
+    ]) {
         assert.ok(names.includes(expected), expected);
     }
 });

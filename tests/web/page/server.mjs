@@ -1,4 +1,5 @@
-// A web server for one folder, as small as a test needs it. Pages can be taken away to see how the browser does without a network.
+// A web server for one folder, as small as a test needs it. Pages can be taken away to see how the browser does without a
+// network.
 import {createServer} from "node:http";
 import {readFile} from "node:fs/promises";
 import {extname, join, normalize} from "node:path";

@@ -16,12 +16,16 @@ async function archive(name, files) {
     return path;
 }
 
-const list = "import sys, json, zipfile; z = zipfile.ZipFile(sys.argv[1]); assert z.testzip() is None;" +
+const list =
+    "import sys, json, zipfile; z = zipfile.ZipFile(sys.argv[1]); assert z.testzip() is None;" +
     "print(json.dumps([[i.filename, list(i.date_time), z.read(i).hex()] for i in z.infolist()]))";
 
 test("an archive passes the test of unzip and holds the files", async () => {
     const bytes = Uint8Array.from({length: 100000}, (_, index) => index * 31);
-    const path = await archive("a.zip", [{name: "one.jpg", blob: new Blob([bytes])}, {name: "Grüße – 写真.png", blob: new Blob(["two"])}]);
+    const path = await archive("a.zip", [
+        {name: "one.jpg", blob: new Blob([bytes])},
+        {name: "Grüße – 写真.png", blob: new Blob(["two"])},
+    ]);
     assert.match(execFileSync("unzip", ["-t", path]).toString(), /No errors detected/);
     const [one, two] = JSON.parse(runPython(list, path));
     assert.deepEqual(one, ["one.jpg", [2024, 2, 29, 13, 37, 42], Buffer.from(bytes).toString("hex")]);
@@ -32,7 +36,10 @@ test("no name leads out of the folder, and none occurs twice", async () => {
     const files = ["a.jpg", "A.JPG", "../../b.jpg", "c:\\d.jpg", ".hidden", ""].map((name) => ({name, blob: new Blob([name])}));
     const names = JSON.parse(runPython(list, await archive("b.zip", files))).map(([name]) => name);
     assert.equal(new Set(names.map((name) => name.toLowerCase())).size, files.length);
-    assert.ok(names.every((name) => !/[\\/:]/.test(name) && !name.startsWith(".")), names.join());
+    assert.ok(
+        names.every((name) => !/[\\/:]/.test(name) && !name.startsWith(".")),
+        names.join(),
+    );
 });
 
 test("an empty archive and an empty file are valid", async () => {

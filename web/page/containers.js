@@ -69,8 +69,8 @@ function* walkPng(bytes) {
     for (let at = pngSignature.length; at < bytes.length;) {
         const length = reader.u32(at);
         const end = at + 12 + length;
-        yield {type: reader.text(at + 4, 4), data: reader.slice(at + 8, at + 8 + length), start: at, end};
         reader.slice(at, end);
+        yield {type: reader.text(at + 4, 4), data: reader.slice(at + 8, at + 8 + length), start: at, end};
         at = end;
     }
 }

@@ -1,6 +1,6 @@
 // Recognises a picture file and reads its size from the header, so that a file is refused before it is decoded: one that is no
 // picture, one that ends too early, and one whose pixels would not fit into memory.
-import {Reader, startsWith} from "./bytes.js";
+import {Reader, crc32, startsWith} from "./bytes.js";
 import {boxes, brands, jpegSegments, pngChunks, pngSignature, startOfScan, webpChunks} from "./containers.js";
 
 // A file that is refused; the message is a sentence for the page.
@@ -31,6 +31,12 @@ function hasEnd(bytes, from) {
     return false;
 }
 
+// Not every browser refuses pixels whose checksum is wrong. Chunks without a capital letter first may be ignored, and are.
+function isSound(bytes, {type, start, end}) {
+    const isNeeded = type[0] === type[0].toUpperCase();
+    return !isNeeded || crc32(bytes.subarray(start + 4, end - 4)) === new Reader(bytes).u32(end - 4);
+}
+
 function readPng(bytes) {
     const chunks = pngChunks(bytes);
     if (chunks[0]?.type !== "IHDR" || chunks[0].data.length < 13) {
@@ -43,6 +49,7 @@ function readPng(bytes) {
         deep: reader.u8(8) > 8,
         moving: chunks.some(({type}) => type === "acTL"),
         complete: chunks.some(({type}) => type === "IEND"),
+        damaged: !chunks.every((chunk) => isSound(bytes, chunk)),
     };
 }
 
@@ -136,6 +143,9 @@ export function readHeader(bytes, most = limits) {
     }
     if (!header.complete) {
         throw new Refusal(`This ${kind.name} file is incomplete: its end is missing.`);
+    }
+    if (header.damaged) {
+        throw new Refusal(`This ${kind.name} file is damaged and cannot be read.`);
     }
     return {kind: kind.name, ...header};
 }

@@ -53,6 +53,7 @@ const refusals = [
     ["text.jpg", /not a picture/],
     ["truncated.jpg", /JPEG file is incomplete/],
     ["truncated.png", /PNG file is incomplete/],
+    ["broken.png", /PNG file is damaged/],
     ["wide.png", /too large: 30,000 × 40 pixels/],
     ["huge.png", /64 megapixels/],
 ];

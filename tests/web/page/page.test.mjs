@@ -392,22 +392,44 @@ test("the page works without a network after the first visit", {timeout: 3 * pat
     }),
 );
 
+// Changes a page that is served, as a new version does.
+function release(copy) {
+    const change = (name, from, to) => {
+        const path = join(copy, name);
+        writeFileSync(path, readFileSync(path, "utf8").replace(from, to));
+    };
+    change("index.html", "Your pictures stay", "All pictures stay");
+    change("files.js", /"version": ".*?"/, '"version": "another"');
+}
+
 test("a new version is offered, and replaces the old one with all its files", {timeout: 3 * patience}, () =>
     openOwn(async (page, own, copy) => {
         await page.page.reload();
         assert.equal(await page.page.$eval("#update", (notice) => notice.hidden), true);
-        writeFileSync(
-            join(copy, "index.html"),
-            readFileSync(join(copy, "index.html"), "utf8").replace("Your pictures stay", "All pictures stay"),
-        );
-        const list = readFileSync(join(copy, "files.js"), "utf8");
-        writeFileSync(join(copy, "files.js"), list.replace(/"version": ".*?"/, '"version": "another"'));
+        release(copy);
         await page.page.evaluate(async () => (await navigator.serviceWorker.getRegistration()).update());
         await page.page.waitForFunction(() => !document.getElementById("update").hidden, {timeout: patience});
         assert.match(await page.text("header p"), /Your pictures stay/);
         await Promise.all([page.page.waitForNavigation({timeout: patience}), page.click("#update button")]);
         assert.match(await page.text("header p"), /All pictures stay/);
         assert.deepEqual(await page.page.evaluate(() => caches.keys()), ["ko-page-another"]);
+    }),
+);
+
+test("a new version that one window loads leaves the pictures of another alone", {timeout: 3 * patience}, () =>
+    openOwn(async (page, own, copy) => {
+        await page.page.reload();
+        await page.choose(rocket);
+        const other = await page.context.newPage();
+        await other.goto(own.address);
+        release(copy);
+        await other.evaluate(async () => (await navigator.serviceWorker.getRegistration()).update());
+        await other.waitForFunction(() => !document.getElementById("update").hidden, {timeout: patience});
+        await Promise.all([other.waitForNavigation({timeout: patience}), other.locator("#update button").click()]);
+        assert.match(await other.$eval("header p", (line) => line.textContent), /All pictures stay/);
+        await page.page.waitForFunction(() => !document.getElementById("update").hidden, {timeout: patience});
+        assert.equal(await page.count(), 1);
+        assert.match(await page.text("header p"), /Your pictures stay/);
     }),
 );
 

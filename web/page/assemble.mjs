@@ -6,7 +6,7 @@ import {join, relative, sep} from "node:path";
 import {fileURLToPath} from "node:url";
 
 const source = fileURLToPath(new URL(".", import.meta.url));
-const leftOut = ["assemble.mjs", "README.md"];
+const leftOut = ["assemble.mjs", "package.json", "README.md"];
 const ofDevelopers = /node_modules|\.d\.ts$|package(-lock)?\.json$|\.md$/;
 
 function filesOf(folder) {

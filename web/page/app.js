@@ -197,7 +197,7 @@ async function register() {
 }
 
 if ("serviceWorker" in navigator) {
-    register().catch(() => {}); // without it, as in a private window, the page works while there is a network
+    register().catch(() => {}); // without it, as in a private window, the page works online
 }
 
 darkroom.run("version").then(
